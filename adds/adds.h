@@ -1,0 +1,22 @@
+// Adds: the one flat utility class the host sees. It joins the subsystem
+// classes, each in its own folder, so every routine stands under its own name.
+//
+//   varnek::Adds adds;                       // on the Linux platform
+//   varnek::Variant text = u"a;b;c";
+//   adds.Var_GetPart(text, u";");            // "a", text is now "b;c"
+#pragma once
+
+#include "adds/adds_core.h"
+#include "adds/store/storage.h"
+#include "adds/store/variable_store.h"
+#include "adds/text/text_toolkit.h"
+
+namespace varnek {
+
+class Adds : public TextToolkit, public VariableStore, public Storage {
+ public:
+  explicit Adds(Platform& platform = LinuxPlatform())
+      : AddsCore(platform), TextToolkit(platform), VariableStore(platform), Storage(platform) {}
+};
+
+}  // namespace varnek

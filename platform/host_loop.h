@@ -1,0 +1,59 @@
+// The host's event loop as the logic sees it: pumping, timers, posted calls
+// and the clock. One thread, no locks: every wait in the logic is a pump, and
+// handlers run nested inside other handlers' waits.
+//
+//   // wait up to `end` on the seconds-since-midnight clock, serving events:
+//   while (loop.Timer() < end) loop.Pump(end - loop.Timer());
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+namespace varnek {
+
+// A periodic timer on the host's thread. The tick handler does not re-enter
+// itself: while it runs (and pumps), further ticks of the same timer wait.
+class LoopTimer {
+ public:
+  virtual ~LoopTimer() = default;
+  virtual void SetInterval(int32_t milliseconds) = 0;
+  virtual int32_t Interval() const = 0;
+  // Enabling (re)starts the period from now; disabling drops a pending tick.
+  virtual void SetEnabled(bool enabled) = 0;
+  virtual bool Enabled() const = 0;
+  std::function<void()> on_tick;
+};
+
+class HostLoop {
+ public:
+  virtual ~HostLoop() = default;
+
+  // Runs what is ready now: due timers, posted calls and I/O events. When
+  // nothing is ready, blocks in the OS (the simulated loop moves its clock)
+  // until the next event or timer, but no longer than max_wait_seconds, then
+  // runs what became ready. max_wait_seconds <= 0 never blocks. May re-enter
+  // any handler.
+  virtual void Pump(double max_wait_seconds) = 0;
+  // One pass without blocking: the classic DoEvents.
+  void DoEvents() { Pump(0); }
+
+  virtual std::unique_ptr<LoopTimer> CreateTimer() = 0;
+  // Runs fn on a later pass of the loop.
+  virtual void Post(std::function<void()> fn) = 0;
+
+  // The current local date and time as a classic date, whole seconds.
+  virtual double Now() = 0;
+  // Seconds since local midnight, single precision, with sub-second fraction.
+  virtual float Timer() = 0;
+  // Holds the host frozen for the given seconds: no event runs. The classic
+  // code spins here; the Linux loop sleeps instead, which looks the same.
+  virtual void Freeze(double seconds) = 0;
+
+  // How many Pump calls are active on the stack right now (0 outside any).
+  virtual int PumpDepth() const = 0;
+  // The deepest PumpDepth seen since the loop was made, for measurements.
+  virtual int MaxPumpDepth() const = 0;
+};
+
+}  // namespace varnek

@@ -1,0 +1,41 @@
+// The host loop on Linux: epoll for I/O, timers by computed deadlines, and a
+// pump that blocks in epoll_wait until the next event, timer or the waiting
+// routine's own deadline, so an idle host burns no CPU.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "platform/host_loop.h"
+
+namespace varnek {
+
+class LinuxLoop : public HostLoop {
+ public:
+  LinuxLoop();
+  ~LinuxLoop() override;
+  LinuxLoop(const LinuxLoop&) = delete;
+  LinuxLoop& operator=(const LinuxLoop&) = delete;
+
+  void Pump(double max_wait_seconds) override;
+  std::unique_ptr<LoopTimer> CreateTimer() override;
+  void Post(std::function<void()> fn) override;
+  double Now() override;
+  float Timer() override;
+  void Freeze(double seconds) override;
+  int PumpDepth() const override;
+  int MaxPumpDepth() const override;
+
+  // I/O readiness for the Linux services (sockets, serial ports). The handler
+  // gets the epoll event bits. Watches are level-triggered; a service that
+  // must not be told twice changes its interest with ModifyWatch.
+  void Watch(int fd, uint32_t epoll_events, std::function<void(uint32_t)> handler);
+  void ModifyWatch(int fd, uint32_t epoll_events);
+  void Unwatch(int fd);
+
+ private:
+  struct Impl;
+  Impl* impl_;
+};
+
+}  // namespace varnek

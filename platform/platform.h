@@ -1,0 +1,25 @@
+// The bundle of platform services that Adds and HTTPServer reach the machine
+// through. Hosts use LinuxPlatform(); tests build one from simulated parts.
+#pragma once
+
+#include "platform/application.h"
+#include "platform/host_loop.h"
+#include "platform/settings_store.h"
+
+namespace varnek {
+
+class SocketFactory;  // platform/socket.h
+
+struct Platform {
+  HostLoop* loop = nullptr;
+  Application* app = nullptr;
+  SettingsStore* settings = nullptr;
+  SocketFactory* sockets = nullptr;
+  // Further services (files, profiles, comm, ...) are added here as members,
+  // each with its own interface header.
+};
+
+// The process-wide Linux platform, made at first use.
+Platform& LinuxPlatform();
+
+}  // namespace varnek

@@ -1,0 +1,29 @@
+// Comparison of Variants and texts, by the classic rules: numbers numerically,
+// texts by code unit (binary) or without regard to case (text), a number below
+// a text, Empty as 0 or "", Null giving no answer.
+#pragma once
+
+#include <optional>
+
+#include "runtime/variant.h"
+
+namespace varnek {
+
+enum class CompareMode : int { Binary = 0, Text = 1 };
+
+// -1, 0 or 1; nullopt when either side is Null.
+std::optional<int> CompareVariants(const Variant& a, const Variant& b,
+                                   CompareMode mode = CompareMode::Binary);
+
+// StrComp on texts: -1, 0 or 1.
+int StrComp(TextView a, TextView b, CompareMode mode = CompareMode::Binary);
+
+// a < b and a = b as an If would read them: a Null comparison is false.
+bool VariantLess(const Variant& a, const Variant& b, CompareMode mode = CompareMode::Binary);
+bool VariantEqual(const Variant& a, const Variant& b, CompareMode mode = CompareMode::Binary);
+
+// The & operator: both sides as text; a lone Null or Empty side reads as "",
+// Null & Null is Null.
+Variant Concat(const Variant& a, const Variant& b);
+
+}  // namespace varnek

@@ -1,0 +1,42 @@
+// Dates as the classic double: days since 1899-12-30, the fraction the time of
+// day. The host's text form of a date and time is "yyyy-mm-dd hh:nn:ss"; it
+// reads the same in every locale and IsDate accepts it back.
+#pragma once
+
+#include <cstdint>
+
+#include "runtime/variant.h"
+
+namespace varnek {
+
+// DateSerial and TimeSerial normalise overflow (month 14, minute 60, ...);
+// years 0..29 read as 20xx and 30..99 as 19xx. Results outside year 100..9999
+// fail with 5.
+double DateSerial(int32_t year, int32_t month, int32_t day);
+double TimeSerial(int32_t hour, int32_t minute, int32_t second);
+
+int32_t Year(double date);
+int32_t Month(double date);
+int32_t Day(double date);
+int32_t Hour(double date);
+int32_t Minute(double date);
+int32_t Second(double date);
+// 1 = Sunday .. 7 = Saturday.
+int32_t Weekday(double date);
+
+// DateAdd and DateDiff with the classic interval texts ("yyyy", "q", "m", "y",
+// "d", "w", "ww", "h", "n", "s"); an unknown interval fails with 5.
+double DateAdd(TextView interval, double number, double date);
+int64_t DateDiff(TextView interval, double date1, double date2);
+
+// "yyyy-mm-dd hh:nn:ss".
+Text DateToHostText(double date);
+// Reads a date or time text the way CDate does (the host form, ISO dates,
+// the locale's short-date order, times). Returns false when it is not a date.
+bool ParseDateText(TextView text, double& out);
+
+// A date from broken-down local time fields (no normalisation check).
+double DateFromParts(int32_t year, int32_t month, int32_t day, int32_t hour, int32_t minute,
+                     double second);
+
+}  // namespace varnek

@@ -1,0 +1,100 @@
+// Runtime failures with the classic numbers and descriptions, and the three
+// failure modes every routine declares: open, guarded and resume.
+//
+//   open:    let RuntimeError propagate to the caller.
+//   guarded: Guarded([&]{ ...body... }); the first failure ends the body and the
+//            routine returns what it had assigned so far.
+//   resume:  Resume([&]{ statement; }); per statement that can fail; a failure
+//            skips that statement only.
+// Only RuntimeError is swallowed; programming errors (std::logic_error,
+// std::bad_alloc, ...) are never caught here.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "runtime/text.h"
+
+namespace varnek {
+
+// Classic error numbers used across the code.
+enum ErrorNumber : int {
+  kErrInvalidCall = 5,         // Invalid procedure call or argument
+  kErrOverflow = 6,            // Overflow
+  kErrOutOfMemory = 7,         // Out of memory
+  kErrSubscript = 9,           // Subscript out of range
+  kErrDivisionByZero = 11,     // Division by zero
+  kErrTypeMismatch = 13,       // Type mismatch
+  kErrBadFileNameOrNumber = 52,
+  kErrFileNotFound = 53,
+  kErrFileAlreadyOpen = 55,
+  kErrInputPastEnd = 62,
+  kErrPermissionDenied = 70,
+  kErrPathFileAccess = 75,
+  kErrPathNotFound = 76,
+  kErrObjectNotSet = 91,
+  kErrInvalidPattern = 93,
+  kErrInvalidUseOfNull = 94,
+  kErrObjectRequired = 424,
+  kErrNoSuchMember = 438,
+};
+
+// The classic description of a number ("Overflow", "Type mismatch", ...);
+// "Application-defined or object-defined error" for numbers it does not know.
+std::string ErrorDescription(int number);
+
+class RuntimeError : public std::runtime_error {
+ public:
+  explicit RuntimeError(int number);
+  RuntimeError(int number, const std::string& description);
+  int number() const noexcept { return number_; }
+  const std::string& description() const noexcept { return description_; }
+
+ private:
+  int number_;
+  std::string description_;
+};
+
+[[noreturn]] void Fail(int number);
+[[noreturn]] void Fail(int number, const std::string& description);
+
+// The report text of a failure: "Error: (" number ") " description.
+Text FailureText(const RuntimeError& error);
+
+// resume mode: runs one statement; a RuntimeError is swallowed. Returns false
+// when the statement failed.
+template <class Statement>
+bool Resume(Statement&& statement) {
+  try {
+    statement();
+    return true;
+  } catch (const RuntimeError&) {
+    return false;
+  }
+}
+
+// guarded mode: runs the body; the first RuntimeError ends it. Returns false
+// when the body failed. The routine then returns what it had assigned.
+template <class Body>
+bool Guarded(Body&& body) {
+  try {
+    body();
+    return true;
+  } catch (const RuntimeError&) {
+    return false;
+  }
+}
+
+// guarded mode with access to the failure, for routines that report it.
+template <class Body, class OnFailure>
+bool Guarded(Body&& body, OnFailure&& on_failure) {
+  try {
+    body();
+    return true;
+  } catch (const RuntimeError& error) {
+    on_failure(error);
+    return false;
+  }
+}
+
+}  // namespace varnek

@@ -1,0 +1,14 @@
+// The Like operator: whole-text match of `*`, `?`, `#`, `[list]`, `[!list]`.
+// An unclosed `[` fails with 93 "Invalid pattern string".
+//
+//   Like(u"aM5b", u"a[L-P]#[!c-e]") == true
+#pragma once
+
+#include "runtime/compare.h"
+#include "runtime/text.h"
+
+namespace varnek {
+
+bool Like(TextView text, TextView pattern, CompareMode mode = CompareMode::Binary);
+
+}  // namespace varnek
