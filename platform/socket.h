@@ -1,0 +1,102 @@
+// The socket control: an asynchronous TCP socket driven from the host loop,
+// with the members the server and the outgoing clients use. Operations never
+// block; their completion is reported by on_done with the operation's code.
+//
+//   auto s = platform.sockets->Create();
+//   s->on_connection_request = [&](int32_t handle) { slot->SetAcceptHandle(handle); };
+//   s->Create(Variant::Missing(), 8080); s->Bind(Variant::Missing(), 8080); s->Listen();
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "runtime/variant.h"
+
+namespace varnek {
+
+// State values of the control.
+enum SocketState : int32_t {
+  kSocketClosed = 1,     // closed and free
+  kSocketCreated = 3,
+  kSocketConnected = 4,
+  kSocketListening = 5,
+  kSocketConnecting = 6, // outgoing connection in progress
+};
+
+// Operation codes reported by on_done.
+enum SocketOp : int32_t {
+  kOpCreate = 1,
+  kOpBind = 2,
+  kOpClose = 3,
+  kOpConnect = 4,
+  kOpListen = 5,
+  kOpReceive = 6,
+  kOpReceiveFrom = 7,
+  kOpSend = 8,
+  kOpSendTo = 9,
+};
+
+// The type code Receive takes for a text.
+constexpr int32_t kReceiveText = 8;
+
+class SocketCtl {
+ public:
+  virtual ~SocketCtl() = default;
+
+  virtual int32_t State() const = 0;
+  // Address and port are optional: pass Variant::Missing() for none.
+  virtual void Create(const Variant& address, const Variant& port) = 0;
+  virtual void Bind(const Variant& address, const Variant& port) = 0;
+  virtual void Listen() = 0;
+  // State becomes 1, possibly later (after pending output went out).
+  virtual void Close() = 0;
+  // Queues the text (one unit a byte); on_done(kOpSend) when it has gone out.
+  virtual void Send(const Variant& data) = 0;
+  // Fetches what waits; on_done(kOpReceive) when ReceivedData is ready.
+  virtual void Receive(int32_t type) = 0;
+  virtual Variant ReceivedData() const = 0;
+  // How many bytes wait to be received; grows as more arrives.
+  virtual int32_t ReceiveReadyCount() const = 0;
+  // Takes over the connection a ConnectionRequest offered; then connected.
+  virtual void SetAcceptHandle(int32_t handle) = 0;
+  // Outgoing connection; on_done(kOpConnect) when connected.
+  virtual void Connect(const Variant& address, const Variant& port) = 0;
+
+  virtual Text LocalAddress() const = 0;
+  virtual int32_t LocalPort() const = 0;
+  virtual void SetLocalPort(int32_t port) = 0;
+  virtual Text RemoteAddress() const = 0;
+  virtual int32_t RemotePort() const = 0;
+  virtual bool Listening() const = 0;
+  virtual Text StateText() const = 0;
+  virtual Text ErrorText() const = 0;
+
+  // Settings that the logic writes; the control stores them and applies what
+  // has a meaning on this platform.
+  virtual void SetEventMask(int32_t mask) = 0;
+  virtual void SetBlocking(bool blocking) = 0;
+  virtual void SetLingerEnabled(bool enabled) = 0;
+  virtual void SetLingerMode(int32_t mode) = 0;
+  virtual void SetLingerTime(int32_t seconds) = 0;
+  virtual void SetReceiveBufferSize(int32_t size) = 0;
+  virtual void SetSendBufferSize(int32_t size) = 0;
+  virtual void SetSocketMode(int32_t mode) = 0;
+  virtual void SetSecureServer(bool secure) = 0;
+  virtual void SetSecureClient(bool secure) = 0;
+  virtual void SetCertificateName(TextView name) = 0;
+  virtual void SetReuseAddressEnabled(bool enabled) = 0;
+
+  // Events, delivered from the host loop.
+  std::function<void(int32_t handle)> on_connection_request;  // listener only
+  std::function<void()> on_receive_ready;  // once per arrival until Receive is called
+  std::function<void(int32_t op)> on_done;
+};
+
+class SocketFactory {
+ public:
+  virtual ~SocketFactory() = default;
+  virtual std::unique_ptr<SocketCtl> Create() = 0;
+};
+
+}  // namespace varnek
