@@ -1,0 +1,42 @@
+// The test platform: makes its temporary application folder when none is given.
+#include "platform/sim/sim_platform.h"
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+namespace varnek {
+
+namespace {
+
+// A fresh folder under the temporary directory, or "" when none can be made.
+std::string MakeTempFolder() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "varnek-test-XXXXXX").string();
+  if (!mkdtemp(pattern.data())) return {};
+  return pattern;
+}
+
+}  // namespace
+
+SimPlatform::SimPlatform(double start_date, Text command_line, Text path)
+    : loop(start_date), app(u"VarnekTest", std::move(path), std::move(command_line)) {
+  if (app.path_.empty()) {
+    std::string folder = MakeTempFolder();
+    app.path_ = Text(folder.begin(), folder.end());  // temp paths are ASCII
+    owns_path_ = !folder.empty();
+  }
+  platform.loop = &loop;
+  platform.app = &app;
+  platform.settings = &settings;
+}
+
+SimPlatform::~SimPlatform() {
+  if (owns_path_) {
+    std::error_code ignored;
+    std::filesystem::remove_all(std::string(app.path_.begin(), app.path_.end()), ignored);
+  }
+}
+
+}  // namespace varnek

@@ -1,0 +1,38 @@
+// A whole platform for tests: the simulated loop on virtual time, settings in
+// memory and a fixed application "VarnekTest".
+//
+//   SimPlatform sim;                       // 2026-01-01 12:00:00
+//   Adds adds(sim.platform);
+//   sim.loop.After(1.0, [&]{ ... });
+#pragma once
+
+#include "platform/platform.h"
+#include "platform/sim/fixed_application.h"
+#include "platform/sim/memory_settings_store.h"
+#include "platform/sim/sim_loop.h"
+
+namespace varnek {
+
+struct SimPlatform {
+  // 2026-01-01 12:00:00 as a classic date.
+  static constexpr double kDefaultStart = 46023.5;
+
+  // path: the application's folder; empty makes a fresh temporary folder that
+  // is removed with the platform.
+  explicit SimPlatform(double start_date = kDefaultStart, Text command_line = {}, Text path = {});
+  ~SimPlatform();
+  SimPlatform(const SimPlatform&) = delete;
+  SimPlatform& operator=(const SimPlatform&) = delete;
+
+  SimLoop loop;
+  MemorySettingsStore settings;
+  FixedApplication app;
+  // Points at the members above; sockets stay null until a simulated socket
+  // factory is set.
+  Platform platform;
+
+ private:
+  bool owns_path_ = false;
+};
+
+}  // namespace varnek
