@@ -2,6 +2,25 @@
 // with the members the server and the outgoing clients use. Operations never
 // block; their completion is reported by on_done with the operation's code.
 //
+// Rules every implementation keeps (Linux and simulated alike):
+// - Events run from the host loop (inside some Pump), never from inside the
+//   operation that caused them: on_done is posted, so a handler that calls
+//   Receive or Close is not re-entered by that call.
+// - on_receive_ready fires once when bytes arrive and not again until the app
+//   calls Receive; bytes still waiting then, or arriving later, raise it anew.
+// - Receive fills ReceivedData at once (callers may read it right after the
+//   call) and reports on_done(kOpReceive) on a later pass.
+// - Close on a socket that is not closed reports on_done(kOpClose); Close on a
+//   closed socket does nothing.
+// - When the peer closes: a connection that never carried a byte from the
+//   peer and has nothing in flight goes straight to kSocketClosed; otherwise
+//   it becomes kSocketClosing, what waits can still be received and an answer
+//   still be sent, until the app calls Close. No event reports a peer's close.
+// - A failure of the connection (reset, refused) makes State kSocketClosed
+//   with ErrorText set and no Done.
+// - Create, Bind and Listen complete at once and report no Done; a failing
+//   operation raises RuntimeError with a SocketError number.
+//
 //   auto s = platform.sockets->Create();
 //   s->on_connection_request = [&](int32_t handle) { slot->SetAcceptHandle(handle); };
 //   s->Create(Variant::Missing(), 8080); s->Bind(Variant::Missing(), 8080); s->Listen();
@@ -22,6 +41,32 @@ enum SocketState : int32_t {
   kSocketConnected = 4,
   kSocketListening = 5,
   kSocketConnecting = 6, // outgoing connection in progress
+  kSocketClosing = 8,    // the peer has closed, or Close waits for output to drain
+};
+
+// Readable form of a State value, as StateText gives it.
+inline const char16_t* SocketStateText(int32_t state) {
+  switch (state) {
+    case kSocketClosed: return u"Closed";
+    case kSocketCreated: return u"Created";
+    case kSocketConnected: return u"Connected";
+    case kSocketListening: return u"Listening";
+    case kSocketConnecting: return u"Connecting";
+    case kSocketClosing: return u"Closing";
+    default: return u"Unknown";
+  }
+}
+
+// Failure numbers the socket operations raise (RuntimeError), with the
+// descriptions in ErrorText.
+enum SocketError : int {
+  kSockErrWrongState = 40006,    // operation not allowed in the current State
+  kSockErrInvalidHandle = 40020, // SetAcceptHandle with a handle nobody offered
+  kSockErrAddressInUse = 10048,  // Bind or Listen on a port that is taken
+  kSockErrAddressInvalid = 10049,
+  kSockErrConnectionRefused = 10061,
+  kSockErrHostNotFound = 11001,
+  kSockErrSystem = 10000,        // another system failure; ErrorText tells which
 };
 
 // Operation codes reported by on_done.

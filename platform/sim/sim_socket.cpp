@@ -1,0 +1,337 @@
+// The simulated socket control, its scripted peers and the network between
+// them, all on the SimLoop's virtual clock.
+#include "platform/sim/sim_socket.h"
+
+#include <algorithm>
+
+#include "runtime/failure.h"
+
+namespace varnek {
+
+namespace {
+
+[[noreturn]] void FailWrongState() {
+  Fail(kSockErrWrongState, "Wrong protocol or connection state for the requested transaction or request");
+}
+
+}  // namespace
+
+// One control. Its connection, when it has one, is the peer it points at and
+// that points back (peer->control_ == this).
+class SimSocket : public SocketCtl {
+ public:
+  explicit SimSocket(SimNetwork& net) : net_(net) {}
+  ~SimSocket() override {
+    Unregister();
+    if (peer_) {
+      peer_->ControlClosed();
+      Detach();
+    }
+    *alive_ = false;
+  }
+
+  int32_t State() const override { return state_; }
+
+  void Create(const Variant& /*address*/, const Variant& port) override {
+    if (state_ != kSocketClosed) FailWrongState();
+    if (!port.IsMissing()) local_port_ = port.ToLong();
+    state_ = kSocketCreated;
+  }
+
+  void Bind(const Variant& /*address*/, const Variant& port) override {
+    if (state_ == kSocketClosed) state_ = kSocketCreated;
+    if (state_ != kSocketCreated || registered_) FailWrongState();
+    if (!port.IsMissing()) local_port_ = port.ToLong();
+    if (local_port_ < 0 || local_port_ > 65535) {
+      error_text_ = u"Address is not valid";
+      Fail(kSockErrAddressInvalid, "Address is not valid");
+    }
+    if (local_port_ == 0) {
+      int32_t p = 49152;
+      while (net_.listeners_.count(p)) ++p;
+      local_port_ = p;
+    }
+    if (net_.listeners_.count(local_port_)) {
+      error_text_ = u"Address in use";
+      Fail(kSockErrAddressInUse, "Address in use");
+    }
+    net_.listeners_[local_port_] = this;
+    registered_ = true;
+  }
+
+  void Listen() override {
+    if (state_ != kSocketCreated) FailWrongState();
+    if (!registered_) Bind(Variant::Missing(), Variant::Missing());
+    state_ = kSocketListening;
+  }
+
+  void Close() override {
+    if (state_ == kSocketClosed) return;
+    Unregister();
+    if (peer_) {
+      // Output still on its way goes out first; its Done is not reported.
+      if (!peer_->closed_by_peer_) {
+        for (const Text& out : pending_) peer_->DeliverFromControl(out);
+      }
+      peer_->ControlClosed();
+      Detach();
+    }
+    state_ = kSocketClosed;
+    PostDone(kOpClose);
+  }
+
+  void Send(const Variant& data) override {
+    if (state_ != kSocketConnected && state_ != kSocketClosing) FailWrongState();
+    Text text = data.ToText();
+    std::shared_ptr<SimPeer> peer = peer_;
+    pending_.push_back(text);
+    std::weak_ptr<bool> alive = alive_;
+    net_.At(net_.loop().Elapsed() + net_.send_delay_, [this, alive, peer] {
+      if (alive.expired() || peer_ != peer || pending_.empty()) return;
+      Text out = std::move(pending_.front());
+      pending_.erase(pending_.begin());
+      if (peer->closed_by_peer_) {
+        // Writing to a peer that has gone: the connection breaks, no Done.
+        error_text_ = u"Connection reset by peer";
+        Detach();
+        state_ = kSocketClosed;
+        return;
+      }
+      peer->DeliverFromControl(out);
+      if (on_done) on_done(kOpSend);
+    });
+  }
+
+  void Receive(int32_t /*type*/) override {
+    if (state_ != kSocketConnected && state_ != kSocketClosing) FailWrongState();
+    Text data;
+    if (peer_) data.swap(peer_->to_control_);
+    received_data_ = Variant(std::move(data));
+    armed_ = true;
+    PostDone(kOpReceive);
+  }
+
+  Variant ReceivedData() const override { return received_data_; }
+
+  int32_t ReceiveReadyCount() const override {
+    return peer_ ? static_cast<int32_t>(peer_->to_control_.size()) : 0;
+  }
+
+  void SetAcceptHandle(int32_t handle) override {
+    auto it = net_.offered_.find(handle);
+    if (it == net_.offered_.end()) Fail(kSockErrInvalidHandle, "Invalid handle");
+    if (state_ != kSocketClosed) FailWrongState();
+    std::shared_ptr<SimPeer> peer = it->second;
+    net_.offered_.erase(it);
+    Attach(peer);
+    if (peer->closed_by_peer_) PeerClosed();
+    if (!peer->to_control_.empty()) PostReadyCheck();
+  }
+
+  void Connect(const Variant& /*address*/, const Variant& port) override {
+    if (state_ != kSocketClosed && state_ != kSocketCreated) FailWrongState();
+    int32_t remote = port.ToLong();
+    state_ = kSocketConnecting;
+    std::weak_ptr<bool> alive = alive_;
+    net_.At(net_.loop().Elapsed() + net_.connect_delay_, [this, alive, remote] {
+      if (alive.expired() || state_ != kSocketConnecting) return;
+      auto server = net_.servers_.find(remote);
+      if (server == net_.servers_.end()) {
+        error_text_ = u"Connection refused";
+        state_ = kSocketClosed;
+        return;
+      }
+      std::shared_ptr<SimPeer> peer(new SimPeer(net_, 0));
+      Attach(peer);
+      remote_port_ = remote;
+      auto on_accept = server->second;
+      if (on_done) on_done(kOpConnect);
+      if (on_accept) on_accept(peer);
+    });
+  }
+
+  Text LocalAddress() const override { return net_.local_address_; }
+  int32_t LocalPort() const override { return local_port_; }
+  void SetLocalPort(int32_t port) override { local_port_ = port; }
+  Text RemoteAddress() const override { return peer_ ? Text(u"127.0.0.1") : Text(); }
+  int32_t RemotePort() const override { return peer_ ? remote_port_ : 0; }
+  bool Listening() const override { return state_ == kSocketListening; }
+  Text StateText() const override { return SocketStateText(state_); }
+  Text ErrorText() const override { return error_text_; }
+
+  // Settings are stored only: nothing in the simulation depends on them.
+  void SetEventMask(int32_t mask) override { event_mask_ = mask; }
+  void SetBlocking(bool blocking) override { blocking_ = blocking; }
+  void SetLingerEnabled(bool enabled) override { linger_enabled_ = enabled; }
+  void SetLingerMode(int32_t mode) override { linger_mode_ = mode; }
+  void SetLingerTime(int32_t seconds) override { linger_time_ = seconds; }
+  void SetReceiveBufferSize(int32_t size) override { receive_buffer_ = size; }
+  void SetSendBufferSize(int32_t size) override { send_buffer_ = size; }
+  void SetSocketMode(int32_t mode) override { socket_mode_ = mode; }
+  void SetSecureServer(bool secure) override { secure_server_ = secure; }
+  void SetSecureClient(bool secure) override { secure_client_ = secure; }
+  void SetCertificateName(TextView name) override { certificate_ = Text(name); }
+  void SetReuseAddressEnabled(bool enabled) override { reuse_address_ = enabled; }
+
+  // Bytes from the peer are waiting: tell the app once until it Receives.
+  void PeerData() {
+    if (!peer_ || peer_->to_control_.empty()) return;
+    if (state_ != kSocketConnected && state_ != kSocketClosing) return;
+    received_any_ = true;
+    if (!armed_) return;
+    armed_ = false;
+    if (on_receive_ready) on_receive_ready();
+  }
+
+  // The peer has closed. A connection that never carried a byte and has
+  // nothing in flight is simply over (State 1); otherwise it is Closing, so
+  // that what waits can still be read and an answer still be sent.
+  void PeerClosed() {
+    if (!peer_) return;
+    if (!received_any_ && peer_->to_control_.empty() && pending_.empty()) {
+      Detach();
+      state_ = kSocketClosed;
+    } else {
+      state_ = kSocketClosing;
+    }
+  }
+
+ private:
+  void Attach(const std::shared_ptr<SimPeer>& peer) {
+    peer_ = peer;
+    peer->control_ = this;
+    peer->accepted_ = true;
+    state_ = kSocketConnected;
+    armed_ = true;
+    received_any_ = !peer->to_control_.empty();
+    remote_port_ = 50000 + (peer->handle_ % 10000);
+    received_data_ = Variant();
+  }
+
+  void Detach() {
+    if (peer_ && peer_->control_ == this) peer_->control_ = nullptr;
+    peer_.reset();
+    pending_.clear();
+  }
+
+  void Unregister() {
+    if (!registered_) return;
+    auto it = net_.listeners_.find(local_port_);
+    if (it != net_.listeners_.end() && it->second == this) net_.listeners_.erase(it);
+    registered_ = false;
+  }
+
+  void PostDone(int32_t op) {
+    std::weak_ptr<bool> alive = alive_;
+    net_.loop().Post([this, alive, op] {
+      if (!alive.expired() && on_done) on_done(op);
+    });
+  }
+
+  void PostReadyCheck() {
+    std::weak_ptr<bool> alive = alive_;
+    net_.loop().Post([this, alive] {
+      if (!alive.expired()) PeerData();
+    });
+  }
+
+  SimNetwork& net_;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  int32_t state_ = kSocketClosed;
+  int32_t local_port_ = 0;
+  int32_t remote_port_ = 0;
+  bool registered_ = false;
+  std::shared_ptr<SimPeer> peer_;
+  std::vector<Text> pending_;  // sends on their way, oldest first
+  bool armed_ = true;
+  bool received_any_ = false;
+  Variant received_data_;
+  Text error_text_;
+  int32_t event_mask_ = 0, linger_mode_ = 0, linger_time_ = 0;
+  int32_t receive_buffer_ = 0, send_buffer_ = 0, socket_mode_ = 0;
+  bool blocking_ = true, linger_enabled_ = false, secure_server_ = false;
+  bool secure_client_ = false, reuse_address_ = false;
+  Text certificate_;
+};
+
+// --- SimPeer ----------------------------------------------------------------
+
+void SimPeer::Write(TextView data, double at) {
+  std::shared_ptr<SimPeer> self = shared_from_this();
+  net_.At(at, [self, text = Text(data)] {
+    if (self->closed_by_peer_ || self->closed_by_control_ || self->refused_) return;
+    self->to_control_ += text;
+    if (self->control_) self->control_->PeerData();
+  });
+}
+
+void SimPeer::Close(double at) {
+  std::shared_ptr<SimPeer> self = shared_from_this();
+  net_.At(at, [self] {
+    if (self->closed_by_peer_) return;
+    self->closed_by_peer_ = true;
+    if (self->closed_at_ < 0) self->closed_at_ = self->net_.loop().Elapsed();
+    if (self->control_) self->control_->PeerClosed();
+  });
+}
+
+void SimPeer::DeliverFromControl(const Text& data) {
+  if (data.empty()) return;
+  if (first_byte_at_ < 0) first_byte_at_ = net_.loop().Elapsed();
+  received_ += data;
+  if (on_data) on_data(*this);
+}
+
+void SimPeer::ControlClosed() {
+  closed_by_control_ = true;
+  if (closed_at_ < 0) closed_at_ = net_.loop().Elapsed();
+  to_control_.clear();
+}
+
+// --- SimNetwork -------------------------------------------------------------
+
+SimNetwork::SimNetwork(SimLoop& loop) : loop_(loop) {}
+
+SimNetwork::~SimNetwork() { *alive_ = false; }
+
+std::unique_ptr<SocketCtl> SimNetwork::Create() { return std::make_unique<SimSocket>(*this); }
+
+void SimNetwork::At(double at, std::function<void()> fn) {
+  std::weak_ptr<bool> alive = alive_;
+  double delay = std::max(0.0, at - loop_.Elapsed());
+  loop_.After(delay, [alive, fn = std::move(fn)] {
+    if (!alive.expired()) fn();
+  });
+}
+
+std::shared_ptr<SimPeer> SimNetwork::Connect(int32_t port, double at) {
+  std::shared_ptr<SimPeer> peer(new SimPeer(*this, next_handle_++));
+  At(at, [this, peer, port] { OfferConnection(peer, port); });
+  return peer;
+}
+
+void SimNetwork::OfferConnection(const std::shared_ptr<SimPeer>& peer, int32_t port) {
+  auto it = listeners_.find(port);
+  if (it == listeners_.end() || it->second->State() != kSocketListening) {
+    peer->refused_ = true;
+    return;
+  }
+  SimSocket* listener = it->second;
+  int32_t handle = peer->handle_;
+  offered_[handle] = peer;
+  if (listener->on_connection_request) listener->on_connection_request(handle);
+  // A handle nobody took while the handler ran is dropped.
+  auto left = offered_.find(handle);
+  if (left != offered_.end()) {
+    offered_.erase(left);
+    peer->refused_ = true;
+  }
+}
+
+void SimNetwork::Serve(int32_t port, std::function<void(std::shared_ptr<SimPeer>)> on_accept) {
+  servers_[port] = std::move(on_accept);
+}
+
+void SimNetwork::StopServing(int32_t port) { servers_.erase(port); }
+
+}  // namespace varnek
