@@ -15,4 +15,15 @@ class SettingsStore {
   virtual void Set(TextView group, TextView family, TextView name, TextView value) = 0;
 };
 
+// Group, family and name compare without regard to case in every store, as
+// the classic per-user store did; stores match names by this folded form
+// (a-z and the Latin-1 small letters made capitals).
+inline Text FoldSettingName(TextView name) {
+  Text out(name);
+  for (char16_t& unit : out) {
+    if ((unit >= u'a' && unit <= u'z') || (unit >= 0xE0 && unit <= 0xFE && unit != 0xF7)) unit -= 32;
+  }
+  return out;
+}
+
 }  // namespace varnek

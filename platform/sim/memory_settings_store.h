@@ -9,16 +9,6 @@
 
 namespace varnek {
 
-// Folds a-z and the Latin-1 small letters to capitals; the settings stores
-// compare their names this way, as the classic per-user store did.
-inline Text FoldSettingName(TextView name) {
-  Text out(name);
-  for (char16_t& c : out) {
-    if ((c >= u'a' && c <= u'z') || (c >= 0xE0 && c <= 0xFE && c != 0xF7)) c = static_cast<char16_t>(c - 32);
-  }
-  return out;
-}
-
 class MemorySettingsStore : public SettingsStore {
  public:
   Text Get(TextView group, TextView family, TextView name, TextView default_value) override {

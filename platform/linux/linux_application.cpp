@@ -1,0 +1,80 @@
+// The program's name, folder and arguments from /proc/self. File names are
+// taken as UTF-8.
+#include "platform/linux/linux_application.h"
+
+#include <limits.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace varnek {
+
+namespace {
+
+// The absolute path of the executable, or "" when /proc is not there.
+std::string ExecutablePath() {
+  std::string buffer(PATH_MAX, '\0');
+  ssize_t n = readlink("/proc/self/exe", buffer.data(), buffer.size());
+  if (n <= 0) return {};
+  buffer.resize(static_cast<size_t>(n));
+  return buffer;
+}
+
+// argv as the kernel keeps it: NUL-terminated strings one after the other.
+std::vector<std::string> Arguments() {
+  std::ifstream in("/proc/self/cmdline", std::ios::binary);
+  std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::vector<std::string> args;
+  size_t start = 0;
+  while (start < all.size()) {
+    size_t end = all.find('\0', start);
+    if (end == std::string::npos) end = all.size();
+    args.push_back(all.substr(start, end - start));
+    start = end + 1;
+  }
+  return args;
+}
+
+std::string BaseName(const std::string& path) {
+  size_t slash = path.rfind('/');
+  return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+}  // namespace
+
+Text LinuxApplication::Title() {
+  std::string exe = ExecutablePath();
+  if (exe.empty()) {
+    std::vector<std::string> args = Arguments();
+    if (!args.empty()) exe = args.front();
+  }
+  return Utf8ToText(BaseName(exe));
+}
+
+Text LinuxApplication::Path() {
+  std::string exe = ExecutablePath();
+  size_t slash = exe.rfind('/');
+  if (slash == std::string::npos) {
+    // No /proc: the working folder is the best answer left.
+    std::string cwd(PATH_MAX, '\0');
+    if (!getcwd(cwd.data(), cwd.size())) return {};
+    cwd.resize(cwd.find('\0'));
+    return Utf8ToText(cwd);
+  }
+  return Utf8ToText(slash == 0 ? std::string("/") : exe.substr(0, slash));
+}
+
+Text LinuxApplication::CommandLine() {
+  std::vector<std::string> args = Arguments();
+  std::string joined;
+  for (size_t i = 1; i < args.size(); ++i) {
+    if (i > 1) joined += ' ';
+    joined += args[i];
+  }
+  return Utf8ToText(joined);
+}
+
+}  // namespace varnek

@@ -1,0 +1,310 @@
+// The Linux host loop: epoll for watched descriptors and the wake-up eventfd,
+// timers by deadlines on CLOCK_MONOTONIC, local time from CLOCK_REALTIME.
+#include "platform/linux/linux_loop.h"
+
+#include <errno.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace varnek {
+
+namespace {
+
+double MonotonicSeconds() {
+  timespec ts{};
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<double>(ts.tv_sec) + ts.tv_nsec / 1e9;
+}
+
+// Days from 1970-01-01 to the given civil date (proleptic Gregorian).
+int64_t DaysFromCivil(int64_t y, int64_t m, int64_t d) {
+  y -= m <= 2;
+  const int64_t era = (y >= 0 ? y : y - 399) / 400;
+  const int64_t yoe = y - era * 400;
+  const int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+  const int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+  return era * 146097 + doe - 719468;
+}
+
+// The local broken-down time now, and its nanoseconds.
+tm LocalNow(long* nanoseconds) {
+  timespec ts{};
+  clock_gettime(CLOCK_REALTIME, &ts);
+  tm local{};
+  localtime_r(&ts.tv_sec, &local);
+  if (nanoseconds) *nanoseconds = ts.tv_nsec;
+  return local;
+}
+
+struct TimerState {
+  LoopTimer* owner = nullptr;  // null once the timer object is gone
+  int32_t interval_ms = 0;
+  bool enabled = false;
+  bool running = false;  // the tick handler is on the stack
+  double due = 0;        // monotonic seconds of the next tick
+  uint64_t order = 0;
+  uint64_t last_pass = 0;
+
+  bool Armed() const { return owner && enabled && !running && interval_ms > 0; }
+};
+
+class LinuxTimer : public LoopTimer {
+ public:
+  explicit LinuxTimer(std::shared_ptr<TimerState> state) : state_(std::move(state)) {}
+  ~LinuxTimer() override { state_->owner = nullptr; }
+  void SetInterval(int32_t milliseconds) override {
+    state_->interval_ms = milliseconds;
+    Restart();
+  }
+  int32_t Interval() const override { return state_->interval_ms; }
+  void SetEnabled(bool enabled) override {
+    state_->enabled = enabled;
+    Restart();
+  }
+  bool Enabled() const override { return state_->enabled; }
+
+ private:
+  void Restart() { state_->due = MonotonicSeconds() + state_->interval_ms / 1000.0; }
+  std::shared_ptr<TimerState> state_;
+};
+
+struct WatchEntry {
+  uint32_t generation = 0;
+  std::shared_ptr<std::function<void(uint32_t)>> handler;
+};
+
+}  // namespace
+
+struct LinuxLoop::Impl {
+  int epoll_fd = -1;
+  int wake_fd = -1;  // eventfd: Post from any thread wakes a blocked pump
+  int depth = 0;
+  int max_depth = 0;
+  uint64_t pass_serial = 0;
+  uint64_t next_timer_order = 0;
+  uint32_t next_generation = 1;
+  bool has_pwait2 = true;
+  std::unordered_map<int, WatchEntry> watches;
+  std::vector<std::shared_ptr<TimerState>> timers;
+  std::mutex posted_mutex;
+  std::deque<std::function<void()>> posted;
+
+  bool HasPosted() {
+    std::lock_guard<std::mutex> lock(posted_mutex);
+    return !posted.empty();
+  }
+
+  double NextTimerDue() const {
+    double next = INFINITY;
+    for (auto& t : timers) {
+      if (t->Armed()) next = std::min(next, t->due);
+    }
+    return next;
+  }
+
+  // Waits in epoll for at most `seconds` (0: just look). EINTR reads as
+  // "nothing happened": the caller's pass ends and its loop decides again.
+  int Wait(epoll_event* events, int capacity, double seconds) {
+    if (has_pwait2) {
+      timespec ts{};
+      ts.tv_sec = static_cast<time_t>(seconds);
+      ts.tv_nsec = static_cast<long>((seconds - static_cast<double>(ts.tv_sec)) * 1e9);
+      int n = epoll_pwait2(epoll_fd, events, capacity, &ts, nullptr);
+      if (n >= 0 || errno != ENOSYS) return n < 0 ? 0 : n;
+      has_pwait2 = false;
+    }
+    // Whole milliseconds, rounded up so a short wait never becomes a spin.
+    int ms = static_cast<int>(std::min(std::ceil(seconds * 1000.0), 2e9));
+    int n = epoll_wait(epoll_fd, events, capacity, ms);
+    return n < 0 ? 0 : n;
+  }
+
+  void DrainWake() {
+    uint64_t value = 0;
+    while (read(wake_fd, &value, sizeof value) < 0 && errno == EINTR) {
+    }
+  }
+
+  // I/O events of this batch, skipping descriptors unwatched (or watched anew)
+  // by an earlier handler of the same batch.
+  bool DispatchIo(const epoll_event* events, int count) {
+    bool ran = false;
+    for (int i = 0; i < count; ++i) {
+      const int fd = static_cast<int>(events[i].data.u64 & 0xFFFFFFFFu);
+      const uint32_t generation = static_cast<uint32_t>(events[i].data.u64 >> 32);
+      if (fd == wake_fd) {
+        DrainWake();
+        continue;
+      }
+      auto it = watches.find(fd);
+      if (it == watches.end() || it->second.generation != generation) continue;
+      auto handler = it->second.handler;  // survives an Unwatch inside the call
+      ran = true;
+      (*handler)(events[i].events);
+    }
+    return ran;
+  }
+
+  bool DispatchPosted() {
+    std::deque<std::function<void()>> batch;
+    {
+      std::lock_guard<std::mutex> lock(posted_mutex);
+      batch.swap(posted);
+    }
+    for (auto& fn : batch) fn();
+    return !batch.empty();
+  }
+
+  // Ticks each due timer once, earliest first.
+  bool DispatchTimers(double now) {
+    bool ran = false;
+    const uint64_t pass = ++pass_serial;
+    for (;;) {
+      std::shared_ptr<TimerState> best;
+      for (auto& t : timers) {
+        if (!t->Armed() || t->due > now || t->last_pass == pass) continue;
+        if (!best || t->due < best->due || (t->due == best->due && t->order < best->order)) best = t;
+      }
+      if (!best) break;
+      ran = true;
+      best->last_pass = pass;
+      best->due = now + best->interval_ms / 1000.0;
+      std::function<void()> fn = best->owner->on_tick;
+      best->running = true;
+      if (fn) fn();
+      best->running = false;
+    }
+    std::erase_if(timers, [](const std::shared_ptr<TimerState>& t) { return t->owner == nullptr; });
+    return ran;
+  }
+};
+
+LinuxLoop::LinuxLoop() : impl_(new Impl) {
+  impl_->epoll_fd = epoll_create1(EPOLL_CLOEXEC);
+  impl_->wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (impl_->epoll_fd < 0 || impl_->wake_fd < 0) {
+    if (impl_->epoll_fd >= 0) close(impl_->epoll_fd);
+    if (impl_->wake_fd >= 0) close(impl_->wake_fd);
+    delete impl_;
+    throw std::runtime_error("LinuxLoop: epoll or eventfd unavailable");
+  }
+  epoll_event ev{};
+  ev.events = EPOLLIN;
+  ev.data.u64 = static_cast<uint32_t>(impl_->wake_fd);
+  epoll_ctl(impl_->epoll_fd, EPOLL_CTL_ADD, impl_->wake_fd, &ev);
+}
+
+LinuxLoop::~LinuxLoop() {
+  close(impl_->wake_fd);
+  close(impl_->epoll_fd);
+  delete impl_;
+}
+
+void LinuxLoop::Pump(double max_wait_seconds) {
+  Impl& s = *impl_;
+  ++s.depth;
+  s.max_depth = std::max(s.max_depth, s.depth);
+  double now = MonotonicSeconds();
+  // Block only when nothing is ready: no posted call and no due timer.
+  double wait = 0;
+  if (max_wait_seconds > 0 && !s.HasPosted()) {
+    wait = std::clamp(std::min(s.NextTimerDue() - now, max_wait_seconds), 0.0, max_wait_seconds);
+  }
+  constexpr int kBatch = 64;
+  epoll_event events[kBatch];
+  int count = s.Wait(events, kBatch, wait);
+  if (wait > 0) now = MonotonicSeconds();
+  s.DispatchIo(events, count);
+  s.DispatchPosted();
+  s.DispatchTimers(now);
+  --s.depth;
+}
+
+std::unique_ptr<LoopTimer> LinuxLoop::CreateTimer() {
+  auto state = std::make_shared<TimerState>();
+  state->order = impl_->next_timer_order++;
+  auto timer = std::make_unique<LinuxTimer>(state);
+  state->owner = timer.get();
+  impl_->timers.push_back(state);
+  return timer;
+}
+
+void LinuxLoop::Post(std::function<void()> fn) {
+  {
+    std::lock_guard<std::mutex> lock(impl_->posted_mutex);
+    impl_->posted.push_back(std::move(fn));
+  }
+  uint64_t one = 1;
+  while (write(impl_->wake_fd, &one, sizeof one) < 0 && errno == EINTR) {
+  }
+}
+
+double LinuxLoop::Now() {
+  tm local = LocalNow(nullptr);
+  const int64_t days =
+      DaysFromCivil(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday) - DaysFromCivil(1899, 12, 30);
+  const int seconds = local.tm_hour * 3600 + local.tm_min * 60 + std::min(local.tm_sec, 59);
+  return static_cast<double>(days) + seconds / 86400.0;
+}
+
+float LinuxLoop::Timer() {
+  long ns = 0;
+  tm local = LocalNow(&ns);
+  const int seconds = local.tm_hour * 3600 + local.tm_min * 60 + std::min(local.tm_sec, 59);
+  return static_cast<float>(seconds + ns / 1e9);
+}
+
+void LinuxLoop::Freeze(double seconds) {
+  if (!(seconds > 0)) return;
+  timespec request{};
+  request.tv_sec = static_cast<time_t>(seconds);
+  request.tv_nsec = static_cast<long>((seconds - static_cast<double>(request.tv_sec)) * 1e9);
+  timespec remaining{};
+  // EINTR: sleep on for what is left.
+  while (clock_nanosleep(CLOCK_MONOTONIC, 0, &request, &remaining) == EINTR) request = remaining;
+}
+
+int LinuxLoop::PumpDepth() const { return impl_->depth; }
+int LinuxLoop::MaxPumpDepth() const { return impl_->max_depth; }
+
+void LinuxLoop::Watch(int fd, uint32_t epoll_events, std::function<void(uint32_t)> handler) {
+  Unwatch(fd);
+  WatchEntry entry;
+  entry.generation = impl_->next_generation++;
+  entry.handler = std::make_shared<std::function<void(uint32_t)>>(std::move(handler));
+  epoll_event ev{};
+  ev.events = epoll_events;
+  ev.data.u64 = (static_cast<uint64_t>(entry.generation) << 32) | static_cast<uint32_t>(fd);
+  if (epoll_ctl(impl_->epoll_fd, EPOLL_CTL_ADD, fd, &ev) == 0) impl_->watches[fd] = std::move(entry);
+}
+
+void LinuxLoop::ModifyWatch(int fd, uint32_t epoll_events) {
+  auto it = impl_->watches.find(fd);
+  if (it == impl_->watches.end()) return;
+  epoll_event ev{};
+  ev.events = epoll_events;
+  ev.data.u64 = (static_cast<uint64_t>(it->second.generation) << 32) | static_cast<uint32_t>(fd);
+  epoll_ctl(impl_->epoll_fd, EPOLL_CTL_MOD, fd, &ev);
+}
+
+void LinuxLoop::Unwatch(int fd) {
+  auto it = impl_->watches.find(fd);
+  if (it == impl_->watches.end()) return;
+  // The descriptor may already be closed; epoll dropped it then by itself.
+  epoll_ctl(impl_->epoll_fd, EPOLL_CTL_DEL, fd, nullptr);
+  impl_->watches.erase(it);
+}
+
+}  // namespace varnek

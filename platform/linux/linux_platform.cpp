@@ -1,0 +1,31 @@
+// The process-wide Linux platform: each service is made at first use of the
+// bundle and lives until the process ends. Add a service with one line below.
+#include <memory>
+
+#include "platform/linux/file_settings_store.h"
+#include "platform/linux/linux_application.h"
+#include "platform/linux/linux_date_locale.h"
+#include "platform/linux/linux_files.h"
+#include "platform/linux/linux_loop.h"
+#include "platform/linux/profile_file.h"
+#include "platform/platform.h"
+
+namespace varnek {
+
+Platform& LinuxPlatform() {
+  static Platform* platform = [] {
+    // Never destroyed: handlers may still reach the services during exit.
+    auto* p = new Platform;
+    auto* loop = new LinuxLoop;  // the Linux services watch their descriptors here
+    p->loop = loop;
+    p->app = new LinuxApplication;
+    p->settings = new FileSettingsStore;
+    p->files = &LinuxFiles();
+    p->profiles = &LinuxProfiles();
+    p->dates = &LinuxDates();
+    return p;
+  }();
+  return *platform;
+}
+
+}  // namespace varnek
