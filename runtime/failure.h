@@ -37,6 +37,8 @@ enum ErrorNumber : int {
   kErrInvalidUseOfNull = 94,
   kErrObjectRequired = 424,
   kErrNoSuchMember = 438,
+  kErrArgumentNotOptional = 449,
+  kErrDuplicateKey = 457,   // This key is already associated with an element of this collection
 };
 
 // The classic description of a number ("Overflow", "Type mismatch", ...);

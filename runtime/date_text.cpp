@@ -1,0 +1,195 @@
+// The CStr form of dates and the date/time text reader of CDate and IsDate.
+#include "runtime/date_text.h"
+
+#include <langinfo.h>
+
+#include <cmath>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "runtime/date_math.h"
+#include "runtime/dates.h"
+#include "runtime/failure.h"
+
+namespace varnek {
+
+Text DateToText(double date) {
+  DateParts p = SplitDate(date);
+  char buf[48];
+  bool has_time = p.total_seconds % 86400 != 0;
+  if (p.serial_day == 0) {
+    std::snprintf(buf, sizeof buf, "%02d:%02d:%02d", p.hour, p.minute, p.second);
+  } else if (!has_time) {
+    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d", p.year, p.month, p.day);
+  } else {
+    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d", p.year, p.month, p.day,
+                  p.hour, p.minute, p.second);
+  }
+  return Utf8ToText(buf);
+}
+
+DateOrder LocaleDateOrder() {
+  const char* fmt = nl_langinfo(D_FMT);
+  if (!fmt) return DateOrder::MDY;
+  int pos_d = -1, pos_m = -1, pos_y = -1, n = 0;
+  for (const char* p = fmt; *p; ++p) {
+    if (*p != '%' || !p[1]) continue;
+    ++p;
+    while (*p == 'E' || *p == 'O' || *p == '-' || *p == '_' || *p == '0' || *p == '^' || *p == '#') {
+      ++p;
+    }
+    switch (*p) {
+      case 'd': case 'e': pos_d = n++; break;
+      case 'm': case 'b': case 'B': case 'h': pos_m = n++; break;
+      case 'y': case 'Y': case 'C': pos_y = n++; break;
+      case 'D': return DateOrder::MDY;
+      case 'F': return DateOrder::YMD;
+      default: break;
+    }
+  }
+  if (pos_y == 0) return DateOrder::YMD;
+  if (pos_d >= 0 && pos_m >= 0 && pos_d < pos_m) return DateOrder::DMY;
+  return DateOrder::MDY;
+}
+
+namespace {
+
+struct Field {
+  int value;
+  int digits;
+};
+
+bool IsDigit(char16_t c) { return c >= u'0' && c <= u'9'; }
+
+// Reads "n{sep}n{sep}n" (2 or 3 numbers) with one separator kind; returns the
+// count read, 0 when the text is not such a list.
+size_t ReadNumbers(TextView t, const char16_t* seps, std::vector<Field>& out, char16_t& used) {
+  out.clear();
+  used = 0;
+  size_t i = 0;
+  while (true) {
+    size_t start = i;
+    int v = 0;
+    while (i < t.size() && IsDigit(t[i]) && i - start < 5) v = v * 10 + (t[i++] - u'0');
+    if (i == start || (i < t.size() && IsDigit(t[i]))) return 0;
+    out.push_back({v, static_cast<int>(i - start)});
+    if (i == t.size()) break;
+    char16_t c = t[i];
+    bool is_sep = false;
+    for (const char16_t* s = seps; *s; ++s) is_sep = is_sep || c == *s;
+    if (!is_sep || (used && c != used)) return 0;
+    used = c;
+    ++i;
+  }
+  return out.size();
+}
+
+int FullYear(const Field& y) {
+  if (y.digits <= 2) return y.value < 30 ? 2000 + y.value : 1900 + y.value;
+  return y.value;
+}
+
+bool ValidDay(int y, int m, int d) {
+  if (y < 100 || y > 9999 || m < 1 || m > 12 || d < 1) return false;
+  static const int kDays[12] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  if (d > kDays[m - 1]) return false;
+  bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+  return !(m == 2 && d == 29 && !leap);
+}
+
+bool MakeDate(int y, int m, int d, double& out) {
+  if (!ValidDay(y, m, d)) return false;
+  out = static_cast<double>(SerialFromCivil(y, m, d));
+  return true;
+}
+
+// Three numbers with '-', '/' or the locale's order. Year-first when the first
+// field has more than two digits; otherwise the locale's order, and when that
+// reading is impossible the day and month swap.
+bool ParseDatePart(TextView t, double& out) {
+  std::vector<Field> f;
+  char16_t sep;
+  if (ReadNumbers(t, u"/-.", f, sep) != 3) return false;
+  if (f[0].digits > 2) {
+    if (f[2].digits > 2) return false;
+    return MakeDate(f[0].value, f[1].value, f[2].value, out);
+  }
+  if (f[2].digits > 4 || f[1].digits > 2) return false;
+  int y = FullYear(f[2]);
+  DateOrder order = LocaleDateOrder();
+  int a = f[0].value, b = f[1].value;
+  if (order == DateOrder::YMD) {
+    // a two-digit year first reads as y-m-d only when the last field cannot be a year
+    return MakeDate(FullYear(f[0]), f[1].value, f[2].value, out) ||
+           MakeDate(y, a, b, out) || MakeDate(y, b, a, out);
+  }
+  if (order == DateOrder::DMY) return MakeDate(y, b, a, out) || MakeDate(y, a, b, out);
+  return MakeDate(y, a, b, out) || MakeDate(y, b, a, out);
+}
+
+// "h:nn" or "h:nn:ss", optionally followed by AM/PM (ignored past hour 12).
+bool ParseTimePart(TextView t, double& out) {
+  TextView body = t;
+  int ampm = 0;  // 1 am, 2 pm
+  if (body.size() >= 2) {
+    TextView tail = body.substr(body.size() - 2);
+    auto up = [](char16_t c) { return c >= u'a' && c <= u'z' ? static_cast<char16_t>(c - 32) : c; };
+    if (up(tail[1]) == u'M' && (up(tail[0]) == u'A' || up(tail[0]) == u'P')) {
+      ampm = up(tail[0]) == u'A' ? 1 : 2;
+      body = body.substr(0, body.size() - 2);
+      while (!body.empty() && body.back() == u' ') body.remove_suffix(1);
+    }
+  }
+  std::vector<Field> f;
+  char16_t sep;
+  size_t n = ReadNumbers(body, u":", f, sep);
+  if (n < 2 || n > 3) return false;
+  int h = f[0].value, m = f[1].value, s = n == 3 ? f[2].value : 0;
+  if (f[1].digits > 2 || (n == 3 && f[2].digits > 2) || f[0].digits > 2) return false;
+  if (ampm && h <= 12) {
+    if (ampm == 1 && h == 12) h = 0;
+    if (ampm == 2 && h < 12) h += 12;
+  }
+  if (h > 23 || m > 59 || s > 59) return false;
+  out = (h * 3600.0 + m * 60.0 + s) / 86400.0;
+  return true;
+}
+
+}  // namespace
+
+bool ParseDateText(TextView text, double& out) {
+  size_t b = 0, e = text.size();
+  while (b < e && text[b] == u' ') ++b;
+  while (e > b && text[e - 1] == u' ') --e;
+  TextView t = text.substr(b, e - b);
+  if (t.empty()) return false;
+  double date = 0, time = 0;
+  size_t space = t.find(u' ');
+  if (space == TextView::npos) {
+    if (ParseDatePart(t, date)) {
+      out = date;
+      return true;
+    }
+    if (ParseTimePart(t, time)) {
+      out = time;
+      return true;
+    }
+    return false;
+  }
+  TextView first = t.substr(0, space);
+  TextView rest = t.substr(space + 1);
+  while (!rest.empty() && rest.front() == u' ') rest.remove_prefix(1);
+  if (ParseDatePart(first, date) && ParseTimePart(rest, time)) {
+    out = date >= 0 ? date + time : date - time;
+    return true;
+  }
+  // A lone time with its AM/PM marker after a blank: "10:30 PM".
+  if (ParseTimePart(t, time)) {
+    out = time;
+    return true;
+  }
+  return false;
+}
+
+}  // namespace varnek

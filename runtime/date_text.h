@@ -1,0 +1,19 @@
+// Text forms of dates: what CStr gives for a Date and the reader behind CDate
+// and IsDate (declared in runtime/dates.h as ParseDateText).
+#pragma once
+
+#include "runtime/text.h"
+
+namespace varnek {
+
+// Our locale-independent short form: "yyyy-mm-dd hh:nn:ss"; only
+// "yyyy-mm-dd" when the time is midnight, only "hh:nn:ss" when the day part
+// is 0 (1899-12-30).
+Text DateToText(double date);
+
+// The order of day, month and year in the C library's short date format
+// (nl_langinfo(D_FMT) under LC_TIME): "C" gives month/day/year.
+enum class DateOrder { MDY, DMY, YMD };
+DateOrder LocaleDateOrder();
+
+}  // namespace varnek
