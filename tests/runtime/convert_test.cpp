@@ -3,21 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include "runtime/failure.h"
+#include "tests/runtime/test_util.h"
 
 namespace varnek {
 namespace {
-
-// The number of the failure a call raises, or 0.
-template <class F>
-int FailureOf(F&& f) {
-  try {
-    f();
-  } catch (const RuntimeError& e) {
-    return e.number();
-  }
-  return 0;
-}
 
 TEST(IntegerConversions, RoundHalfToEvenThenRangeCheck) {
   struct Row {
