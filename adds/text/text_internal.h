@@ -1,0 +1,37 @@
+// Helpers shared by the text toolkit's files: searching, replacing in place and
+// the byte reading of units, all without copying the input more than once.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "runtime/text.h"
+
+namespace varnek::text {
+
+// The positions of the 16-bit working variables: a value above this can't be
+// stored and its assignment fails.
+inline constexpr int32_t kMaxInt16 = 32767;
+
+// 0-based index of needle in text at or after from, or npos; no edge rules.
+inline size_t FindFrom(TextView text, TextView needle, size_t from) {
+  return text.find(needle, from);
+}
+
+// Every occurrence of from (non-empty) replaced by to in one left-to-right
+// sweep; text put in is never looked at again. Returns false when nothing was
+// found (text is then untouched).
+bool ReplaceAll(Text& text, TextView from, TextView to);
+
+// The byte a unit stands for (Asc without the empty-text check), and back.
+inline uint8_t UnitByte(char16_t unit) {
+  return unit < 0x80 ? static_cast<uint8_t>(unit) : UnitToByte(unit);
+}
+inline char16_t ByteUnit(uint8_t byte) {
+  return byte < 0x80 ? static_cast<char16_t>(byte) : ByteToUnit(byte);
+}
+
+// Unpadded upper-case hexadecimal digits of a value ("0" for 0).
+Text HexDigits(uint32_t value);
+
+}  // namespace varnek::text
