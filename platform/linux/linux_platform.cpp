@@ -7,6 +7,7 @@
 #include "platform/linux/linux_date_locale.h"
 #include "platform/linux/linux_files.h"
 #include "platform/linux/linux_loop.h"
+#include "platform/linux/linux_socket.h"
 #include "platform/linux/profile_file.h"
 #include "platform/platform.h"
 
@@ -20,6 +21,7 @@ Platform& LinuxPlatform() {
     p->loop = loop;
     p->app = new LinuxApplication;
     p->settings = new FileSettingsStore;
+    p->sockets = new LinuxSocketFactory(*loop);
     p->files = &LinuxFiles();
     p->profiles = &LinuxProfiles();
     p->dates = &LinuxDates();

@@ -1,0 +1,64 @@
+// The socket control on Linux: non-blocking BSD sockets watched by the
+// LinuxLoop's epoll, following the rules written in platform/socket.h.
+//
+//   LinuxLoop loop;
+//   LinuxSocketFactory sockets(loop);
+//   auto listener = sockets.Create();
+//   listener->on_connection_request = [&](int32_t h) { slot->SetAcceptHandle(h); };
+//   listener->Create(Variant::Missing(), 8080);
+//   listener->Bind(Variant::Missing(), 8080);
+//   listener->Listen();
+//
+// Platform choices, in brief:
+// - A listener with no address (or "" or "0.0.0.0") accepts on every IPv4
+//   address (0.0.0.0); an IPv6 address text ("::", "::1") makes an IPv6-only
+//   listener. Listeners always set SO_REUSEADDR, so a restart finds its port.
+// - The ConnectionRequest handle is the accepted descriptor. A handle that no
+//   control took with SetAcceptHandle by the time the handler returns is
+//   closed, so the peer sees its connection end at once.
+// - on_receive_ready is re-armed by Receive only: the descriptor is watched
+//   level-triggered, and watching it while the app has not read would wake
+//   every nested pump and spin.
+// - on_done is posted when the operation itself completes it (Receive, Close,
+//   an immediate Send or Connect); I/O readiness reports it straight from the
+//   loop's dispatch. Either way it never runs inside the operation's call.
+// - Close drains what is unread (so the kernel ends with FIN, not RST), then
+//   shuts the write side and closes. With output still queued the control is
+//   Closing until the queue is written or 10 seconds have passed.
+// - A nonzero linger time is not applied: close() would then block the host
+//   thread. The kernel sends the rest in the background instead. LingerEnabled
+//   with LingerTime 0 gives the abortive close (RST).
+// - SecureServer, SecureClient and CertificateName are stored only; no secure
+//   channel is built.
+// - Connect resolves names with getaddrinfo, which blocks for names that are
+//   not numeric addresses or in the hosts file.
+#pragma once
+
+#include <memory>
+#include <unordered_set>
+
+#include "platform/linux/linux_loop.h"
+#include "platform/socket.h"
+
+namespace varnek {
+
+class LinuxSocketFactory : public SocketFactory {
+ public:
+  explicit LinuxSocketFactory(LinuxLoop& loop) : loop_(loop) {}
+  ~LinuxSocketFactory() override;
+  std::unique_ptr<SocketCtl> Create() override;
+
+  LinuxLoop& loop() { return loop_; }
+  // Descriptors accepted and offered in a ConnectionRequest, not yet taken.
+  std::unordered_set<int>& offered() { return offered_; }
+
+ private:
+  LinuxLoop& loop_;
+  std::unordered_set<int> offered_;
+};
+
+// The machine's primary IPv4 address: that of the first interface that is up
+// and not loopback, or "127.0.0.1" when there is none.
+Text PrimaryIPv4Address();
+
+}  // namespace varnek
