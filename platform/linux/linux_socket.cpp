@@ -25,6 +25,14 @@ namespace varnek {
 
 namespace {
 
+// Runs an event handler from a copy, so a handler that destroys the control
+// (and with it the handler) finishes safely.
+template <class Fn, class... Args>
+void Fire(const Fn& handler, Args... args) {
+  Fn copy = handler;
+  if (copy) copy(args...);
+}
+
 constexpr double kCloseDrainSeconds = 10.0;
 constexpr int kAcceptBatch = 64;
 
@@ -263,7 +271,7 @@ void LinuxSocket::OnListenerReadable() {
     }
     auto& offered = factory_.offered();
     offered.insert(fd);
-    if (on_connection_request) on_connection_request(fd);
+    Fire(on_connection_request, fd);
     // A handle nobody took is closed; the peer sees the connection end.
     if (offered.erase(fd)) CloseFd(fd);
     if (alive.expired()) return;
@@ -357,7 +365,7 @@ void LinuxSocket::OnConnectDone() {
     return;
   }
   Adopt(fd_);
-  if (on_done) on_done(kOpConnect);
+  Fire(on_done, kOpConnect);
 }
 
 int32_t LinuxSocket::ReceiveReadyCount() const {
@@ -597,16 +605,16 @@ void LinuxSocket::OnIo(uint32_t events) {
     return;
   }
   if (fd_ >= 0) UpdateWatch();
-  if (fire_ready && on_receive_ready) on_receive_ready();
+  if (fire_ready) Fire(on_receive_ready);
   for (; sends_done > 0 && !alive.expired(); --sends_done) {
-    if (on_done) on_done(kOpSend);
+    Fire(on_done, kOpSend);
   }
 }
 
 void LinuxSocket::PostDone(int32_t op) {
   std::weak_ptr<bool> alive = alive_;
   loop_.Post([this, alive, op] {
-    if (!alive.expired() && on_done) on_done(op);
+    if (!alive.expired()) Fire(on_done, op);
   });
 }
 
@@ -619,7 +627,7 @@ void LinuxSocket::PostReadyCheck() {
     if (!hung_up_) return;  // a watched descriptor reports it by itself
     armed_ = false;
     received_any_ = true;
-    if (on_receive_ready) on_receive_ready();
+    Fire(on_receive_ready);
   });
 }
 

@@ -10,6 +10,14 @@ namespace varnek {
 
 namespace {
 
+// Runs an event handler from a copy, so a handler that destroys the control
+// (and with it the handler) finishes safely.
+template <class Fn, class... Args>
+void Fire(const Fn& handler, Args... args) {
+  Fn copy = handler;
+  if (copy) copy(args...);
+}
+
 [[noreturn]] void FailWrongState() {
   Fail(kSockErrWrongState, "Wrong protocol or connection state for the requested transaction or request");
 }
@@ -98,7 +106,7 @@ class SimSocket : public SocketCtl {
         return;
       }
       peer->DeliverFromControl(out);
-      if (on_done) on_done(kOpSend);
+      Fire(on_done, kOpSend);
     });
   }
 
@@ -145,7 +153,7 @@ class SimSocket : public SocketCtl {
       Attach(peer);
       remote_port_ = remote;
       auto on_accept = server->second;
-      if (on_done) on_done(kOpConnect);
+      Fire(on_done, kOpConnect);
       if (on_accept) on_accept(peer);
     });
   }
@@ -180,7 +188,7 @@ class SimSocket : public SocketCtl {
     received_any_ = true;
     if (!armed_) return;
     armed_ = false;
-    if (on_receive_ready) on_receive_ready();
+    Fire(on_receive_ready);
   }
 
   // The peer has closed. A connection that never carried a byte and has
@@ -224,7 +232,7 @@ class SimSocket : public SocketCtl {
   void PostDone(int32_t op) {
     std::weak_ptr<bool> alive = alive_;
     net_.loop().Post([this, alive, op] {
-      if (!alive.expired() && on_done) on_done(op);
+      if (!alive.expired()) Fire(on_done, op);
     });
   }
 
@@ -319,7 +327,7 @@ void SimNetwork::OfferConnection(const std::shared_ptr<SimPeer>& peer, int32_t p
   SimSocket* listener = it->second;
   int32_t handle = peer->handle_;
   offered_[handle] = peer;
-  if (listener->on_connection_request) listener->on_connection_request(handle);
+  Fire(listener->on_connection_request, handle);
   // A handle nobody took while the handler ran is dropped.
   auto left = offered_.find(handle);
   if (left != offered_.end()) {
