@@ -155,8 +155,10 @@ Currency CCur(const Variant& v) {
   double d = NumericValue(v);
   if (!(std::fabs(d) <= kCurrencyLimit)) Fail(kErrOverflow);
   // Round at 4 decimals through the 15-digit decimal form, so 1.00005 is a tie.
-  Text digits = RealToText(d * 10000.0, 15, u'.');
-  double scaled = RoundHalfEven(std::stod(TextToUtf8(digits)));
+  std::string digits = TextToUtf8(RealToText(d * 10000.0, 15, u'.'));
+  double exact = 0;
+  std::from_chars(digits.data(), digits.data() + digits.size(), exact);
+  double scaled = RoundHalfEven(exact);
   if (std::fabs(scaled) > 9.2233720368547758e18) Fail(kErrOverflow);
   return Currency{static_cast<int64_t>(scaled)};
 }

@@ -159,7 +159,7 @@ void RoundDecimal(double value, int decimals, std::string& int_part, std::string
   int exponent = std::atoi(s.c_str() + e + 1);
   std::string mant;
   for (size_t i = 0; i < e; ++i) {
-    if (s[i] != '.') mant += s[i];
+    if (s[i] >= '0' && s[i] <= '9') mant += s[i];  // printf's mark follows the locale
   }
   // digits = mant, decimal point after (exponent + 1) digits.
   int point = exponent + 1;

@@ -74,7 +74,7 @@ Text RealToText(double value, int digits, char16_t mark) {
   int exponent = std::atoi(s.c_str() + e + 1);
   std::string mant;
   for (size_t i = 0; i < e; ++i) {
-    if (s[i] != '.') mant += s[i];
+    if (s[i] >= '0' && s[i] <= '9') mant += s[i];  // printf's mark follows the locale
   }
   while (mant.size() > 1 && mant.back() == '0') mant.pop_back();
   std::string out = negative ? "-" : "";
