@@ -13,7 +13,7 @@
 
 namespace varnek {
 
-class Adds : public TextToolkit, public VariableStore, public Storage {
+class Adds : public virtual TextToolkit, public VariableStore, public Storage {
  public:
   explicit Adds(Platform& platform = LinuxPlatform())
       : AddsCore(platform), TextToolkit(platform), VariableStore(platform), Storage(platform) {}
