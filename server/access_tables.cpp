@@ -1,0 +1,92 @@
+// The user and secure-path tables behind Basic authentication: append, read,
+// delete by position, count, and the two lookups. Resume mode throughout.
+#include "runtime/convert.h"
+#include "runtime/failure.h"
+#include "runtime/like.h"
+#include "runtime/strings.h"
+#include "server/http_server.h"
+
+namespace varnek {
+
+namespace {
+
+// The list, made at first use.
+Collection& List(CollectionPtr& list) {
+  if (!list) list = Collection::New();
+  return *list;
+}
+
+Variant GetAt(CollectionPtr& list, int16_t index) {
+  Variant item;
+  Resume([&] {
+    if (index >= 1 && index <= List(list).Count()) item = List(list).Item(index);
+  });
+  return item;
+}
+
+void DeleteAt(CollectionPtr& list, int16_t index) {
+  Resume([&] {
+    if (index >= 1 && index <= List(list).Count()) List(list).Remove(Variant::Long(index));
+  });
+}
+
+int16_t CountOf(CollectionPtr& list) {
+  int16_t count = 0;
+  Resume([&] { count = static_cast<int16_t>(List(list).Count()); });
+  return count;
+}
+
+}  // namespace
+
+Variant HTTPServer::UsersAdd(const Variant& UserNameDosPuntosClave) {
+  Resume([&] { List(users_).Add(UserNameDosPuntosClave); });
+  return Variant();
+}
+
+Variant HTTPServer::UsersGet(int16_t Index) { return GetAt(users_, Index); }
+
+Variant HTTPServer::UsersDelete(int16_t Index) {
+  DeleteAt(users_, Index);
+  return Variant();
+}
+
+int16_t HTTPServer::UsersCount() { return CountOf(users_); }
+
+bool HTTPServer::UsersFindIfIsIn(const Variant& UserNameDosPuntosClave) {
+  bool found = false;
+  Text wanted;
+  if (!Resume([&] { wanted = UCase(CStr(UserNameDosPuntosClave)); })) return false;
+  Collection& users = List(users_);
+  for (int32_t k = 1; k <= users.Count() && !found; ++k) {
+    Resume([&] { found = UCase(CStr(users.Item(k))) == wanted; });
+  }
+  return found;
+}
+
+Variant HTTPServer::SecurePathAdd(const Variant& NewPath) {
+  Resume([&] { List(secure_paths_).Add(NewPath); });
+  return Variant();
+}
+
+Variant HTTPServer::SecurePathGet(int16_t Index) { return GetAt(secure_paths_, Index); }
+
+Variant HTTPServer::SecurePathDelete(int16_t Index) {
+  DeleteAt(secure_paths_, Index);
+  return Variant();
+}
+
+int16_t HTTPServer::SecurePathCount() { return CountOf(secure_paths_); }
+
+bool HTTPServer::SecurePathFindIfIsIn(const Variant& RequestPath) {
+  bool found = false;
+  Text path;
+  if (!Resume([&] { path = UCase(CStr(RequestPath)); })) return false;
+  Collection& paths = List(secure_paths_);
+  for (int32_t k = 1; k <= paths.Count() && !found; ++k) {
+    // An entry holding an unclosed "[" fails its own comparison only.
+    Resume([&] { found = Like(path, UCase(CStr(paths.Item(k))) + u"*"); });
+  }
+  return found;
+}
+
+}  // namespace varnek

@@ -1,0 +1,166 @@
+// The three connection handlers: accepting into the lowest free slot (after a
+// sweep of stale slots), deciding when a request text is complete, and acting
+// on finished socket operations. All run in resume mode and pump.
+#include "adds/adds.h"
+#include "runtime/convert.h"
+#include "runtime/dates.h"
+#include "runtime/failure.h"
+#include "server/http_server.h"
+
+namespace varnek {
+
+namespace {
+
+const char16_t* OperationName(int32_t code) {
+  switch (code) {
+    case kOpCreate: return u"Create";
+    case kOpBind: return u"Bind";
+    case kOpClose: return u"Close";
+    case kOpConnect: return u"Connect";
+    case kOpListen: return u"Listen";
+    case kOpReceive: return u"Receive";
+    case kOpReceiveFrom: return u"ReceiveFrom";
+    case kOpSend: return u"Send";
+    case kOpSendTo: return u"SendTo";
+    default: return u"";
+  }
+}
+
+Text Number(int32_t value) { return CStr(Variant::Long(value)); }
+
+}  // namespace
+
+// A peer asks to connect. Sweeps slots silent for 6 or more minute boundaries,
+// then gives the connection to the lowest free slot; with none free the handle
+// is left untaken and nothing is reported or sent.
+void HTTPServer::SocketXListen_Accept(int32_t handle) {
+  HandlerScope scope(this);
+  Resume([&] { Report(u"Server - Solicitud Handle " + Number(handle)); });
+
+  for (int32_t i = 1; i <= UpperBound(); ++i) {
+    bool stale = false;
+    Resume([&] {
+      const double stamp = StampOrNow(i);
+      stale = DateDiff(u"n", stamp, loop().Now()) > 5 && Sock(i).State() != kSocketClosed;
+    });
+    if (!stale) continue;
+    Resume([&] { Report(u"Server - Forzando cerrado del motor " + Number(i)); });
+    Resume([&] { Pause(1); });
+    Resume([&] { Sock(i).Close(); });
+    Resume([&] { WaitClosed(nullptr, i); });
+  }
+  DoEvents();
+
+  int32_t chosen = 0;
+  for (int32_t i = 1; i <= UpperBound() && chosen == 0; ++i) {
+    Resume([&] {
+      if (Sock(i).State() == kSocketClosed) chosen = i;
+    });
+  }
+  if (chosen == 0) return;
+  const int32_t i = chosen;
+
+  Resume([&] { TextOf(i) = u""; });
+  Resume([&] { ExtraOf(i) = u""; });
+  Resume([&] { KeepOpenOf(i) = false; });
+  Resume([&] { Sock(i).SetAcceptHandle(handle); });
+  Resume([&] { SlotAt(i).motor_stamp = NowText(); });
+  Resume([&] { Report(u"Server - Asignando el motor " + Number(i)); });
+  DoEvents();
+
+  bool welcome = false;
+  Resume([&] { welcome = !welcome_.IsEmpty() && CStr(welcome_) != u""; });
+  if (!welcome) return;
+  Resume([&] { Report(u"Server - Enviando bienvenida al motor " + Number(i)); });
+  Resume([&] { KeepOpenOf(i) = true; });
+  Resume([&] { Pause(1); });
+  Resume([&] { Sock(i).Send(welcome_); });
+}
+
+// Data waits on slot `index`. The request counts as complete once the waiting
+// byte count has not grown for half a second, or 60 s after the first event.
+void HTTPServer::SocketX_ReceiveReady(int16_t index) {
+  HandlerScope scope(this);
+  DoEvents();
+  double start = 0;
+  Resume([&] { start = loop().Now(); });
+  int32_t last = 0;
+  for (;;) {
+    bool leave = true;
+    Resume([&] {
+      const int32_t count = Sock(index).ReceiveReadyCount();
+      const int64_t seconds = DateDiff(u"s", start, loop().Now());
+      leave = !(count > last) || seconds > 60;
+    });
+    if (leave) break;
+    Resume([&] { last = Sock(index).ReceiveReadyCount(); });
+    Resume([&] { Pause(0.5); });
+  }
+  Resume([&] { Sock(index).Receive(kReceiveText); });
+}
+
+// After an answer went out (or the slot lost its peer): forget the text and
+// close unless the socket is already closed. Pumps up to 11 s.
+void HTTPServer::CloseAfterAnswer(int16_t index) {
+  Resume([&] { TextOf(index) = u""; });
+  bool open = false;
+  Resume([&] { open = Sock(index).State() != kSocketClosed; });
+  if (!open) return;
+  Resume([&] { Pause(1); });
+  Resume([&] { Sock(index).Close(); });
+  Resume([&] { WaitClosed(nullptr, index); });
+}
+
+// An asynchronous operation finished on slot `index`. The report comes last,
+// so reports of operations that finish inside this handler's pauses precede it.
+void HTTPServer::SocketX_Done(int16_t index, int32_t code) {
+  HandlerScope scope(this);
+  const Text name = OperationName(code);
+  switch (code) {
+    case kOpClose: {
+      bool open = false;
+      Resume([&] { open = Sock(index).State() != kSocketClosed; });
+      if (open) {
+        Resume([&] { Pause(1); });
+        Resume([&] { Sock(index).Close(); });
+        DoEvents();
+      }
+      Resume([&] { SlotAt(index).motor_stamp.clear(); });
+      Resume([&] { TextOf(index) = u""; });
+      break;
+    }
+    case kOpReceive: {
+      DoEvents();
+      bool busy = false;
+      Resume([&] { busy = CStr(TextOf(index)) != u""; });
+      if (busy) {
+        // A request is in work on this slot: the data is kept for Proceso_Receive.
+        Resume([&] { ExtraOf(index) = CStr(ExtraOf(index)) + CStr(Sock(index).ReceivedData()); });
+        break;
+      }
+      Variant text;
+      Resume([&] { text = CStr(Sock(index).ReceivedData()); });
+      Resume([&] { TextOf(index) = text; });
+      int16_t idx = index;
+      Resume([&] { Procesar_Recibido(idx, text); });
+      bool keep = false;
+      Resume([&] { keep = KeepOpenOf(index); });
+      if (!keep) CloseAfterAnswer(index);
+      break;
+    }
+    case kOpSend: {
+      bool keep = false;
+      Resume([&] { keep = KeepOpenOf(index); });
+      if (!keep) CloseAfterAnswer(index);
+      break;
+    }
+    default:
+      break;
+  }
+  Resume([&] {
+    Report(u"Evento (" + Number(index) + u")- Done:" + name + u" Now:" + Sock(index).StateText());
+  });
+  DoEvents();
+}
+
+}  // namespace varnek

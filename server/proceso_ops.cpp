@@ -1,0 +1,84 @@
+// Operations of the host on one connection (a Proceso): state, send, the
+// polled receive of a held-open channel, close and the keep-open flag.
+#include "runtime/convert.h"
+#include "runtime/failure.h"
+#include "server/http_server.h"
+
+namespace varnek {
+
+namespace {
+
+// The index check of every Proceso_ operation: lower bound 0, upper bound of
+// the slot array. Element 0 passes.
+bool InBounds(const Variant& index, int32_t upper, int32_t& out) {
+  out = CLng(index);
+  return out >= 0 && out <= upper;
+}
+
+}  // namespace
+
+int32_t HTTPServer::ProcesoStatus_Code(const Variant& Index) {
+  int32_t state = 0;
+  Resume([&] {
+    int32_t i = 0;
+    if (InBounds(Index, UpperBound(), i)) state = Sock(i).State();
+  });
+  return state;
+}
+
+Variant HTTPServer::ProcesoStatus_String(const Variant& Index) {
+  Variant text;
+  Resume([&] {
+    int32_t i = 0;
+    if (InBounds(Index, UpperBound(), i)) text = Sock(i).StateText();
+  });
+  return text;
+}
+
+void HTTPServer::Proceso_Send(const Variant& Index, const Variant& value) {
+  int32_t i = 0;
+  if (!InBounds(Index, UpperBound(), i)) return;
+  Sock(i).Send(value);
+  SlotAt(i).motor_stamp = NowText();
+}
+
+Variant HTTPServer::Proceso_Receive(const Variant& Index) {
+  int32_t i = 0;
+  if (!InBounds(Index, UpperBound(), i)) return Variant();
+  Variant text = ExtraOf(i);
+  SlotAt(i).motor_stamp = NowText();
+  ExtraOf(i) = u"";
+  return text;
+}
+
+void HTTPServer::Proceso_Close(const Variant& Index) {
+  HandlerScope scope(this);
+  int32_t i = 0;
+  if (!Resume([&] {
+        if (!InBounds(Index, UpperBound(), i)) i = -1;
+      }) ||
+      i < 0) {
+    return;
+  }
+  bool open = false;
+  Resume([&] { open = Sock(i).State() != kSocketClosed; });
+  if (!open) return;
+  Resume([&] { Pause(1); });
+  Resume([&] { Sock(i).Close(); });
+  Resume([&] { WaitClosed(nullptr, i); });
+}
+
+bool HTTPServer::Proceso_KeepOpen(const Variant& Index) {
+  int32_t i = 0;
+  if (!InBounds(Index, UpperBound(), i)) return false;
+  return KeepOpenOf(i);
+}
+
+void HTTPServer::Proceso_KeepOpen(const Variant& Index, bool keep) {
+  Resume([&] {
+    int32_t i = 0;
+    if (InBounds(Index, UpperBound(), i)) KeepOpenOf(i) = keep;
+  });
+}
+
+}  // namespace varnek

@@ -1,0 +1,153 @@
+// Procesar_Recibido: one complete request text in, one answer out. Cuts the
+// text into records, finds method and path, applies Basic authentication,
+// raises the host's event and falls back on the 404 page, a 401 or one NUL.
+#include "adds/adds.h"
+#include "runtime/convert.h"
+#include "runtime/failure.h"
+#include "runtime/strings.h"
+#include "server/http_server.h"
+
+namespace varnek {
+
+namespace {
+
+constexpr char16_t kCrLf[] = u"\r\n";
+constexpr char16_t kTwoMiddleDots[] = u"\u00B7\u00B7";
+
+// Len of a Variant as the classic If Len(x) = 0 reads it: Null is never 0.
+bool IsEmptyText(const Variant& v) { return !v.IsNull() && CStr(v).empty(); }
+
+}  // namespace
+
+// Steps 1-13 swallow failures statement by statement; the final send does
+// not, so its failure reaches SocketX_Done. Pumps at the start, inside the
+// host's event if the host pumps, and in the close path.
+void HTTPServer::Procesar_Recibido(int16_t& IdxProceso, const Variant& text) {
+  Adds& a = adds();
+  Resume([&] {
+    Report(u"Internal (" + CStr(Variant::Integer(IdxProceso)) +
+           u") - Procesando string recibido: " + a.Var_ConvierteCharControlToText(text));
+  });
+  DoEvents();
+
+  Text raw;
+  Resume([&] { raw = CStr(text); });
+  auto header_variables = Collection::New();
+  auto header_values = Collection::New();
+  auto param_variables = Collection::New();
+  auto param_values = Collection::New();
+
+  int32_t records = 0;
+  Resume([&] {
+    Variant field_separator = u": ";
+    records = CLng(a.Script_SecuenciaProcesa(text, Variant(kCrLf), field_separator));
+  });
+  for (int32_t k = 1; k <= records; ++k) {
+    Resume([&] { header_variables->Add(a.Script_RetornaVariableIndex(Variant::Long(k))); });
+    Resume([&] { header_values->Add(a.Script_RetornaContenidoIndex(Variant::Long(k))); });
+  }
+
+  Text kind;
+  Variant url = u"";
+  Resume([&] {
+    const Text method = CStr(a.Script_RetornaVariableIndex(Variant::Long(1)));
+    if (method == u"GET" || method == u"POST") {
+      kind = method;
+      Variant rest = a.Script_RetornaContenidoVariable(Variant(method));
+      url = a.Var_GetPart(rest, Variant(u" "), true);
+      url = a.URL_Decode(url);
+    }
+  });
+  Resume([&] {
+    if (CStr(url).empty()) url = u"/";
+  });
+  // A last segment without a dot is taken for a directory and gets its "/".
+  Resume([&] {
+    const Text path = CStr(url);
+    if (Right(path, 1) != u"/") {
+      Variant reversed = a.Var_Reverse(url);
+      const Text tail = a.Var_GetPart(reversed, Variant(u"/"), true);
+      if (InStr(tail, u".") == 0) url = path + u"/";
+    }
+  });
+
+  Resume([&] {
+    if (!SecurePathFindIfIsIn(url)) return;
+    Variant auth = a.Script_RetornaContenidoVariable(Variant(u"Authorization"));
+    Resume([&] { a.Var_GetPart(auth, Variant(u" "), true); });  // the scheme, not compared
+    Resume([&] { auth = a.Base64_Decode(CStr(auth)); });
+    if (!UsersFindIfIsIn(auth)) kind = u"AUTH10";
+  });
+
+  Variant remote_ip;
+  Variant response = u"";
+  Variant var_string = raw;
+  Variant idx = Variant::Integer(IdxProceso);
+  Resume([&] { remote_ip = Sock(IdxProceso).RemoteAddress(); });
+
+  if (kind == u"GET") {
+    Resume([&] {
+      if (GETReceived) {
+        GETReceived(url, remote_ip, var_string, response, idx, *header_variables, *header_values);
+      }
+    });
+    Resume([&] {
+      if (IsEmptyText(response)) response = html_404error();
+    });
+  } else if (kind == u"POST") {
+    Text body;
+    Resume([&] {
+      const int32_t blank = InStr(raw, u"\r\n\r\n");
+      if (blank > 0) body = Mid(raw, blank);
+    });
+    Resume([&] { body = a.Var_Translate(body, kCrLf, u""); });
+    // A doubled ampersand stands for itself and does not part two fields.
+    Resume([&] { body = a.Var_Translate(body, u"&&", kTwoMiddleDots); });
+    Resume([&] { body = a.Var_Translate(body, u"&", kCrLf); });
+    Resume([&] { body = a.Var_Translate(body, kTwoMiddleDots, u"&&"); });
+    int32_t fields = 0;
+    Resume([&] {
+      Variant equals = u"=";
+      fields = CLng(a.Script_SecuenciaProcesa(Variant(body), Variant(kCrLf), equals));
+    });
+    for (int32_t k = 1; k <= fields; ++k) {
+      Resume([&] { param_variables->Add(a.Script_RetornaVariableIndex(Variant::Long(k))); });
+      Resume([&] { param_values->Add(a.URL_Decode(a.Script_RetornaContenidoIndex(Variant::Long(k)))); });
+    }
+    Resume([&] {
+      if (POSTReceived) {
+        POSTReceived(url, remote_ip, *param_variables, *param_values, var_string, response, idx,
+                     *header_variables, *header_values);
+      }
+    });
+    Resume([&] {
+      if (IsEmptyText(response)) response = html_404error();
+    });
+  } else if (kind == u"AUTH10") {
+    Resume([&] { response = http_ErrorResponse(e401_Unauthorized); });
+    Resume([&] {
+      const int32_t length = Len(CStr(response));
+      response = CStr(http_Header(e401_Unauthorized, eTextHTML, Variant::Long(length), url)) +
+                 CStr(response);
+    });
+  } else {
+    Resume([&] {
+      if (GENERICReceived) GENERICReceived(remote_ip, var_string, response, idx);
+    });
+  }
+  // The host may name another slot for the answer.
+  Resume([&] { IdxProceso = CInt(idx); });
+  Resume([&] {
+    if (IsEmptyText(response)) response = Text(1, u'\0');
+  });
+
+  if (Sock(IdxProceso).State() == kSocketConnected) {
+    Sock(IdxProceso).Send(response);
+  } else {
+    Pause(1);
+    Sock(IdxProceso).Close();
+    WaitClosed(nullptr, IdxProceso);
+  }
+}
+
+}  // namespace varnek

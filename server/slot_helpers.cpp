@@ -1,0 +1,93 @@
+// Small helpers the server's handlers share: reports, slot lookup by number,
+// the per-slot arrays, and the waits that pump the host loop.
+#include "adds/adds.h"
+#include "runtime/convert.h"
+#include "runtime/dates.h"
+#include "runtime/failure.h"
+#include "server/http_server.h"
+
+namespace varnek {
+
+Adds& HTTPServer::adds() {
+  if (!adds_) adds_ = std::make_unique<Adds>(*platform_);
+  return *adds_;
+}
+
+void HTTPServer::Report(const Text& text) {
+  if (!InternalState) return;
+  Variant state = u"";
+  Variant state_string = text;
+  InternalState(state, state_string);
+}
+
+int32_t HTTPServer::UpperBound() const {
+  int32_t upper = static_cast<int32_t>(slots_.size()) - 1;
+  while (upper > 0 && !slots_[upper]) --upper;
+  return upper < 0 ? 0 : upper;
+}
+
+HTTPServer::Slot& HTTPServer::SlotAt(int32_t index) {
+  // A slot number that names no loaded element fails as a control array does.
+  if (index < 0 || index >= static_cast<int32_t>(slots_.size()) || !slots_[index]) {
+    Fail(kErrSubscript);
+  }
+  return *slots_[index];
+}
+
+SocketCtl& HTTPServer::Sock(int32_t index) const {
+  if (index < 0 || index >= static_cast<int32_t>(slots_.size()) || !slots_[index]) {
+    Fail(kErrSubscript);
+  }
+  return *slots_[index]->socket;
+}
+
+Variant& HTTPServer::TextOf(int32_t index) {
+  if (index < 0 || index >= static_cast<int32_t>(proceso_texto_.size())) Fail(kErrSubscript);
+  return proceso_texto_[index];
+}
+
+Variant& HTTPServer::ExtraOf(int32_t index) {
+  if (index < 0 || index >= static_cast<int32_t>(proceso_extra_.size())) Fail(kErrSubscript);
+  return proceso_extra_[index];
+}
+
+std::vector<bool>::reference HTTPServer::KeepOpenOf(int32_t index) {
+  if (index < 0 || index >= static_cast<int32_t>(proceso_keep_open_.size())) {
+    Fail(kErrSubscript);
+  }
+  return proceso_keep_open_[index];
+}
+
+void HTTPServer::Pause(double seconds) {
+  Variant interval = seconds;
+  adds().DateTime_PausaTimer(interval);
+}
+
+void HTTPServer::DoEvents() { loop().DoEvents(); }
+
+// Waits up to 10 seconds (whole-second clock) for the socket to read closed,
+// pumping. `listener` selects SocketXListen; otherwise slot `index`, looked up
+// afresh after every pump since a nested Stop may remove it.
+void HTTPServer::WaitClosed(SocketCtl* listener, int32_t index) {
+  HostLoop& host = loop();
+  const double deadline = DateAdd(u"s", 10, host.Now());
+  for (;;) {
+    const double now = host.Now();
+    if (!(now < deadline)) break;
+    const SocketCtl& socket = listener ? *listener : Sock(index);
+    if (socket.State() == kSocketClosed) break;
+    // Blocks until an event or the deadline, so a wait burns no processor.
+    host.Pump((deadline - now) * 86400.0);
+  }
+}
+
+double HTTPServer::StampOrNow(int32_t index) {
+  double when = 0;
+  const Text& stamp = SlotAt(index).motor_stamp;
+  if (!ParseDateText(stamp, when)) when = loop().Now();
+  return when;
+}
+
+Text HTTPServer::NowText() { return DateToHostText(loop().Now()); }
+
+}  // namespace varnek

@@ -1,0 +1,34 @@
+// The watchdog tick: every 10 s, report the listener's health and close the
+// slots silent for longer than WatchdogTimeout. Resume mode; pumps.
+#include "runtime/convert.h"
+#include "runtime/dates.h"
+#include "runtime/failure.h"
+#include "server/http_server.h"
+
+namespace varnek {
+
+// A held-open slot is closed like any other; only Proceso_Send and
+// Proceso_Receive refresh the stamp. A timeout of 0 or below on a running
+// server closes every open slot (a stamp of this very second too, if below).
+void HTTPServer::TimerWatchdog_Tick() {
+  HandlerScope scope(this);
+  Resume([&] {
+    const Text on = listener_->Listening() ? u"ON" : u"OFF";
+    Report(u"Watchdog - Servidor " + on + u" State:" + listener_->StateText() + u" Error:" +
+           listener_->ErrorText());
+  });
+  for (int32_t i = 1; i <= UpperBound(); ++i) {
+    bool expired = false;
+    Resume([&] {
+      const int64_t silent = DateDiff(u"s", StampOrNow(i), loop().Now());
+      expired = silent > CInt(watchdog_timeout_) && Sock(i).State() != kSocketClosed;
+    });
+    if (!expired) continue;
+    Resume([&] { Report(u"Watchdog - Forzando cerrado de motor " + CStr(Variant::Long(i))); });
+    Resume([&] { Pause(1); });
+    Resume([&] { Sock(i).Close(); });
+    Resume([&] { WaitClosed(nullptr, i); });
+  }
+}
+
+}  // namespace varnek
