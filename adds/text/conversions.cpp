@@ -167,9 +167,11 @@ Currency TextToolkit::Var_StringToCurrency(Variant& NewString) {
     s = Var_Translate(s, u",", u".");
   }
   NewString = Variant(s);
-  Currency result;
-  Resume([&] { result = CCur(NewString); });
-  return result;
+  // Held as a plain integer: GCC 12 at -O2 loses the initial 0 of a small
+  // struct that a throwing call inside the lambda was to overwrite.
+  int64_t scaled = 0;
+  Resume([&] { scaled = CCur(NewString).scaled; });
+  return Currency{scaled};
 }
 
 Variant TextToolkit::Var_FiltraCaracteres(const Variant& InputText) {
