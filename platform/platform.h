@@ -9,12 +9,18 @@
 namespace varnek {
 
 class SocketFactory;  // platform/socket.h
+class FileSystem;     // platform/files.h
+class ProfileStore;   // platform/profile.h
+class DateLocale;     // platform/date_locale.h
 
 struct Platform {
   HostLoop* loop = nullptr;
   Application* app = nullptr;
   SettingsStore* settings = nullptr;
   SocketFactory* sockets = nullptr;
+  FileSystem* files = nullptr;
+  ProfileStore* profiles = nullptr;
+  DateLocale* dates = nullptr;
   // Further services (files, profiles, comm, ...) are added here as members,
   // each with its own interface header.
 };

@@ -1,6 +1,10 @@
 // The test platform: makes its temporary application folder when none is given.
 #include "platform/sim/sim_platform.h"
 
+#include "platform/linux/linux_date_locale.h"
+#include "platform/linux/linux_files.h"
+#include "platform/linux/profile_file.h"
+
 #include <stdlib.h>
 
 #include <filesystem>
@@ -30,6 +34,10 @@ SimPlatform::SimPlatform(double start_date, Text command_line, Text path)
   platform.loop = &loop;
   platform.app = &app;
   platform.settings = &settings;
+  // Files and profiles are the real ones: tests work in temporary folders.
+  platform.files = &LinuxFiles();
+  platform.profiles = &LinuxProfiles();
+  platform.dates = &LinuxDates();
 }
 
 SimPlatform::~SimPlatform() {

@@ -1,0 +1,28 @@
+// Short dates from the C library's locale.
+#include "platform/linux/linux_date_locale.h"
+
+#include <langinfo.h>
+#include <time.h>
+
+namespace varnek {
+
+Text LinuxDateLocale::ShortDate(int32_t year, int32_t month, int32_t day) {
+  struct tm when {};
+  when.tm_year = year - 1900;
+  when.tm_mon = month - 1;
+  when.tm_mday = day;
+  when.tm_hour = 12;
+  when.tm_isdst = -1;
+  timegm(&when);  // fills the weekday and day of the year for formats that show them
+  char out[128];
+  size_t n = strftime(out, sizeof out, nl_langinfo(D_FMT), &when);
+  // The locale's text is in its own encoding; Linux locales are UTF-8.
+  return Utf8ToText(std::string_view(out, n));
+}
+
+LinuxDateLocale& LinuxDates() {
+  static LinuxDateLocale dates;
+  return dates;
+}
+
+}  // namespace varnek

@@ -1,0 +1,17 @@
+// The short-date form of the C library's LC_TIME locale.
+#pragma once
+
+#include "platform/date_locale.h"
+
+namespace varnek {
+
+class LinuxDateLocale : public DateLocale {
+ public:
+  // strftime with nl_langinfo(D_FMT) in the process's current LC_TIME locale.
+  Text ShortDate(int32_t year, int32_t month, int32_t day) override;
+};
+
+// The process-wide instance.
+LinuxDateLocale& LinuxDates();
+
+}  // namespace varnek
