@@ -1,0 +1,127 @@
+// The INI store: one current file, read through a cache of 40-unit keys.
+#include "adds/store/storage.h"
+#include "platform/profile.h"
+#include "runtime/compare.h"
+#include "runtime/convert.h"
+#include "runtime/int16.h"
+#include "runtime/strings.h"
+
+namespace varnek {
+
+namespace {
+
+constexpr char16_t kNul = u'\0';
+constexpr int32_t kCacheStep = 20;
+
+// Upper case, cut or padded with spaces to the 40 units of a cache field.
+Text Field40(const Text& name) {
+  Text out = Left(UCase(name), 40);
+  out.resize(40, u' ');
+  return out;
+}
+
+Text WithNul(const Text& s) { return s + kNul; }
+
+}  // namespace
+
+Text Storage::Ini_CutAtNull(const Text& text) { return text.substr(0, text.find(kNul)); }
+
+void Storage::INI_SetFileName(Text pstrFileName) {
+  INI_PurgeBuffer();
+  if (!ini_file_name_.empty()) ini_last_file_name_ = ini_file_name_;
+  ini_file_name_ = WithNul(pstrFileName);
+  INI_FileName = Len(pstrFileName) < 3 ? Text() : pstrFileName;
+}
+
+void Storage::INI_SetLastFileName() {
+  if (ini_last_file_name_.empty()) return;
+  INI_PurgeBuffer();
+  ini_file_name_ = ini_last_file_name_;
+  Text name = ini_file_name_.substr(0, ini_file_name_.size() - 1);  // without its NUL
+  INI_FileName = Len(name) < 3 ? Text() : name;
+}
+
+void Storage::INI_PurgeBuffer() {
+  ini_buffer_.assign(1, IniBufferEntry{});
+  ini_buffer_upper_ = 0;
+  ini_buffer_count_ = 0;
+}
+
+Text Storage::IniBuffer_Find(const Text& section, const Text& key) const {
+  Text app = Field40(section);
+  Text name = Field40(key);
+  for (int32_t i = 0; i < ini_buffer_count_; ++i) {
+    const IniBufferEntry& entry = ini_buffer_[i];
+    if (entry.AppName == app && entry.KeyName == name) return Trim(entry.Value);
+  }
+  return Text();
+}
+
+int32_t Storage::IniFile_Read(const Text& section, const Text& key, const Text& def, Text& value) {
+  // Grow the buffer by 512 until the value no longer fills it: a value that
+  // fits leaves the buffer's last unit a space.
+  Text buffer;
+  int32_t count = 0;
+  do {
+    buffer += Space(512);
+    count = profiles().GetString(TextView(WithNul(section)), TextView(WithNul(key)),
+                                 TextView(WithNul(def)), buffer, ini_file_name_);
+  } while (buffer.back() != u' ');
+  value = Trim(Ini_CutAtNull(buffer));
+
+  if (ini_buffer_upper_ < 0) {  // never purged: the first bounds are 0 to 20
+    ini_buffer_upper_ = kCacheStep;
+    ini_buffer_.resize(kCacheStep + 1);
+  }
+  if (ini_buffer_count_ > ini_buffer_upper_) {
+    ini_buffer_upper_ = ini_buffer_count_ + kCacheStep;
+    ini_buffer_.resize(ini_buffer_upper_ + 1);
+  }
+  ini_buffer_[ini_buffer_count_] = IniBufferEntry{Field40(section), Field40(key), value};
+  ini_buffer_count_ = AddInt16(ini_buffer_count_, 1);
+  if (ini_buffer_count_ >= ini_buffer_upper_) {
+    ini_buffer_upper_ += kCacheStep;
+    ini_buffer_.resize(ini_buffer_upper_ + 1);
+  }
+  return count;
+}
+
+Text Storage::INI_GetString(Text pstrAppName, Text pstrKeyName, Text pstrDefault) {
+  if (Trim(ini_file_name_).empty()) return Trim(pstrDefault);
+  Text value = IniBuffer_Find(pstrAppName, pstrKeyName);
+  if (value.empty()) IniFile_Read(pstrAppName, pstrKeyName, pstrDefault, value);
+  return Ini_CutAtNull(value);
+}
+
+int16_t Storage::INI_PutString(Text pstrAppName, Text pstrKeyName, Text pstrValue) {
+  if (Trim(ini_file_name_).empty() || Trim(pstrKeyName).empty() || Trim(pstrAppName).empty())
+    return 0;
+  bool written = profiles().WriteString(TextView(WithNul(pstrAppName)), TextView(WithNul(pstrKeyName)),
+                                        TextView(WithNul(pstrValue)), ini_file_name_);
+  return written ? 1 : 0;
+}
+
+Variant Storage::INI_ListAppName() {
+  Variant text = File_ReadBinary(INI_FileName);
+  Text names;
+  for (;;) {
+    Var_GetPart(text, u"[", true);
+    Text name = Var_GetPart(text, u"]", true);
+    if (name.empty()) break;
+    names += name + u"\t";
+  }
+  return Variant(names);
+}
+
+Variant Storage::INI_DeleteAppName(const Variant& nAppName) {
+  Variant text = File_ReadBinary(INI_FileName);
+  Variant header = Concat(Concat(Variant(u"["), nAppName), Variant(u"]"));
+  Text before = Var_GetPart(text, header, true);
+  Text body = Var_GetPart(text, u"[", true);
+  Text result = body.empty() ? before : before + u"[" + CStr(text);
+  File_SaveBinary(INI_FileName, result);
+  INI_PurgeBuffer();
+  return Variant(true);
+}
+
+}  // namespace varnek

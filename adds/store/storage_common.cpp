@@ -1,0 +1,43 @@
+// Helpers shared by the storage routines: the platform services, the classic
+// path split and the sub-second pause.
+#include "adds/store/storage.h"
+#include "platform/files.h"
+#include "platform/profile.h"
+#include "runtime/convert.h"
+#include "runtime/failure.h"
+#include "runtime/strings.h"
+
+namespace varnek {
+
+FileSystem& Storage::files() const {
+  if (!platform().files) Fail(kErrObjectNotSet);
+  return *platform().files;
+}
+
+ProfileStore& Storage::profiles() const {
+  if (!platform().profiles) Fail(kErrObjectNotSet);
+  return *platform().profiles;
+}
+
+bool Storage::SplitPath(const Text& filename, Text& folder, Text& name) {
+  if (InStr(filename, u"/") == 0) return false;
+  Variant reversed = Var_Reverse(Variant(filename));
+  name = StrReverse(Var_GetPart(reversed, u"/", true));
+  folder = StrReverse(CStr(reversed));
+  // A file right under the root keeps "/" as its folder, as "C:\a" keeps "C:".
+  if (folder.empty() && !filename.empty() && filename[0] == u'/' && !name.empty()) folder.assign(1, u'/');
+  return true;
+}
+
+void Storage::PauseSeconds(double seconds) {
+  // The classic sub-second wait on the seconds-since-midnight clock: past
+  // midnight it first spins, frozen, until the clock wraps.
+  double end = loop().Timer() + seconds;
+  if (end >= 86400) {
+    end -= 86400;
+    while (loop().Timer() > end) loop().Freeze(0.01);
+  }
+  while (loop().Timer() < end) loop().Pump(end - loop().Timer());
+}
+
+}  // namespace varnek
