@@ -1,0 +1,167 @@
+// The demo host's pages and the chat channel poller.
+#include "examples/demo/demo_host.h"
+
+#include "runtime/convert.h"
+#include "runtime/failure.h"
+#include "runtime/strings.h"
+
+namespace varnek::demo {
+
+namespace {
+
+bool StartsWith(const Text& text, const Text& prefix) {
+  return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+// One line of the echo block: fields parted by TAB.
+Text EchoLine(std::initializer_list<Text> fields) {
+  Text line;
+  for (const Text& f : fields) {
+    if (!line.empty()) line += u'\t';
+    line += f;
+  }
+  return line + u"\n";
+}
+
+}  // namespace
+
+Text HtmlEscape(const Text& text) {
+  Text out;
+  for (char16_t c : text) {
+    switch (c) {
+      case u'&': out += u"&amp;"; break;
+      case u'<': out += u"&lt;"; break;
+      case u'>': out += u"&gt;"; break;
+      case u'"': out += u"&quot;"; break;
+      default: out += c;
+    }
+  }
+  return out;
+}
+
+DemoHost::DemoHost(HTTPServer& server, std::function<void(const std::string&)> log)
+    : server_(server) {
+  server_.InternalState = [log](Variant&, Variant& text) { log(text.ToUtf8()); };
+  server_.GETReceived = [this](Variant& url, Variant& ip, Variant&, Variant& response,
+                               Variant& idx, Collection& names, Collection& values) {
+    OnGet(url, ip, response, idx, names, values);
+  };
+  server_.POSTReceived = [this](Variant& url, Variant& ip, Collection& pnames,
+                                Collection& pvalues, Variant&, Variant& response, Variant& idx,
+                                Collection& names, Collection& values) {
+    OnPost(url, ip, pnames, pvalues, response, idx, names, values);
+  };
+  server_.GENERICReceived = [this](Variant&, Variant& raw, Variant& response, Variant&) {
+    OnGeneric(raw, response);
+  };
+  chat_timer_ = server_.loop().CreateTimer();
+  chat_timer_->SetInterval(100);
+  chat_timer_->on_tick = [this] { PollChats(); };
+}
+
+Text DemoHost::Framed(int32_t code, const Text& body) {
+  return CStr(server_.http_Header(code, eTextHTML, Variant::Long(Len(body)))) + body;
+}
+
+Text DemoHost::IndexPage() {
+  Text page = CStr(server_.html_GenericStart(u"Varnek demo"));
+  page +=
+      u"<form method=\"post\" action=\"/echo\">\r\n"
+      u"<input type=\"text\" name=\"name\" value=\"\">\r\n"
+      u"<input type=\"text\" name=\"note\" value=\"\">\r\n"
+      u"<input type=\"submit\" value=\"Send\">\r\n"
+      u"</form>\r\n"
+      u"<ul>\r\n"
+      u"<li><a href=\"/echo?x=1\">Echo of a GET</a></li>\r\n"
+      u"<li><a href=\"/admin/\">Secured page</a></li>\r\n"
+      u"<li><a href=\"/chat\">Raw chat channel</a></li>\r\n"
+      u"</ul>\r\n";
+  return page + CStr(server_.html_GenericEnd());
+}
+
+Text DemoHost::EchoPage(const Variant& url, const Variant& ip, const Variant& idx,
+                        const Collection& header_names, const Collection& header_values,
+                        const Collection* param_names, const Collection* param_values) {
+  Text block;
+  block += EchoLine({u"URL", HtmlEscape(url.ToText())});
+  block += EchoLine({u"RemoteIP", HtmlEscape(ip.ToText())});
+  block += EchoLine({u"IdxProceso", HtmlEscape(idx.ToText())});
+  for (int32_t k = 1; k <= header_names.Count(); ++k) {
+    block += EchoLine({u"Header", HtmlEscape(header_names.Item(k).ToText()),
+                       HtmlEscape(header_values.Item(k).ToText())});
+  }
+  for (int32_t k = 1; param_names && k <= param_names->Count(); ++k) {
+    block += EchoLine({u"Param", HtmlEscape(param_names->Item(k).ToText()),
+                       HtmlEscape(param_values->Item(k).ToText())});
+  }
+  return CStr(server_.html_GenericStart(u"Echo")) + u"<pre>\n" + block + u"</pre>\r\n" +
+         CStr(server_.html_GenericEnd());
+}
+
+Text DemoHost::AdminPage() {
+  return CStr(server_.html_GenericStart(u"Admin")) +
+         u"<p>You passed the authentication: welcome to the secured area.</p>\r\n" +
+         CStr(server_.html_GenericEnd());
+}
+
+void DemoHost::OnGet(Variant& url, Variant& ip, Variant& response, Variant& idx,
+                     Collection& names, Collection& values) {
+  const Text path = url.ToText();
+  if (path == u"/") {
+    response = Framed(e200_OK, IndexPage());
+  } else if (StartsWith(path, u"/echo")) {
+    response = Framed(e200_OK, EchoPage(url, ip, idx, names, values, nullptr, nullptr));
+  } else if (StartsWith(path, u"/admin")) {
+    response = Framed(e200_OK, AdminPage());
+  } else if (path == u"/chat/") {
+    // The slot stays open as a raw channel, polled by PollChats.
+    const int16_t slot = idx.ToInteger();
+    server_.Proceso_KeepOpen(idx, true);
+    response = CStr(server_.http_Header(e200_OK, eTextHTML)) + u"chat open\r\n";
+    chats_.insert(slot);
+    chat_timer_->SetEnabled(true);
+  }
+  // Anything else: Response stays empty and the 404 page goes out.
+}
+
+void DemoHost::OnPost(Variant& url, Variant& ip, Collection& pnames, Collection& pvalues,
+                      Variant& response, Variant& idx, Collection& names, Collection& values) {
+  if (StartsWith(url.ToText(), u"/echo")) {
+    response = Framed(e200_OK, EchoPage(url, ip, idx, names, values, &pnames, &pvalues));
+  }
+}
+
+void DemoHost::OnGeneric(Variant& raw, Variant& response) {
+  if (StartsWith(raw.ToText(), u"PING")) response = u"PONG\r\n";
+}
+
+void DemoHost::PollChats() {
+  for (auto it = chats_.begin(); it != chats_.end();) {
+    const int16_t slot = *it;
+    const Variant index = Variant::Integer(slot);
+    if (server_.ProcesoStatus_Code(index) != kSocketConnected) {
+      it = chats_.erase(it);
+      continue;
+    }
+    Text text;
+    Resume([&] { text = server_.Proceso_Receive(index).ToText(); });
+    if (text.empty()) {
+      ++it;
+      continue;
+    }
+    Text word = text;
+    while (!word.empty() && (word.back() == u'\n' || word.back() == u'\r')) word.pop_back();
+    if (word == u"bye") {
+      // The Done of this last send closes the connection.
+      server_.Proceso_KeepOpen(index, false);
+      Resume([&] { server_.Proceso_Send(index, u"bye\r\n"); });
+      it = chats_.erase(it);
+    } else {
+      Resume([&] { server_.Proceso_Send(index, u"echo: " + text); });
+      ++it;
+    }
+  }
+  if (chats_.empty()) chat_timer_->SetEnabled(false);
+}
+
+}  // namespace varnek::demo

@@ -1,0 +1,43 @@
+// The demo host's answers: an index page, an echo of the request, a secured
+// admin page, a raw chat channel and a PING line protocol.
+#pragma once
+
+#include <memory>
+#include <set>
+
+#include "platform/host_loop.h"
+#include "server/http_server.h"
+
+namespace varnek::demo {
+
+class DemoHost {
+ public:
+  // Wires the server's events; `log` gets every InternalState text.
+  DemoHost(HTTPServer& server, std::function<void(const std::string&)> log);
+
+  // Pages, public for tests of their text.
+  Text IndexPage();
+  Text EchoPage(const Variant& url, const Variant& ip, const Variant& idx,
+                const Collection& header_names, const Collection& header_values,
+                const Collection* param_names, const Collection* param_values);
+  Text AdminPage();
+
+ private:
+  void OnGet(Variant& url, Variant& ip, Variant& response, Variant& idx, Collection& names,
+             Collection& values);
+  void OnPost(Variant& url, Variant& ip, Collection& pnames, Collection& pvalues,
+              Variant& response, Variant& idx, Collection& names, Collection& values);
+  void OnGeneric(Variant& raw, Variant& response);
+  // Polls the chat channels for text; runs on a 100 ms timer while any is open.
+  void PollChats();
+  Text Framed(int32_t code, const Text& body);
+
+  HTTPServer& server_;
+  std::unique_ptr<LoopTimer> chat_timer_;
+  std::set<int16_t> chats_;
+};
+
+// Escapes &, <, >, and " for HTML text.
+Text HtmlEscape(const Text& text);
+
+}  // namespace varnek::demo

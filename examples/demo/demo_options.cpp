@@ -1,0 +1,70 @@
+// Parsing of the demo host's flags.
+#include "examples/demo/demo_options.h"
+
+#include <cstdlib>
+
+namespace varnek::demo {
+
+namespace {
+
+bool ToInt(const std::string& text, int low, int high, int& out) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  const long value = std::strtol(text.c_str(), &end, 10);
+  if (*end != '\0' || value < low || value > high) return false;
+  out = static_cast<int>(value);
+  return true;
+}
+
+}  // namespace
+
+std::string Usage() {
+  return "usage: varnek-demo [--port N] [--slots N] [--watchdog SECONDS] [--welcome TEXT]\n"
+         "                   [--user NAME:PASS]... [--secure PATH]...\n"
+         "Without --user and --secure, /admin is secured for admin:admin.\n";
+}
+
+bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
+  for (int k = 1; k < argc; ++k) {
+    const std::string flag = argv[k];
+    if (flag == "--help" || flag == "-h") {
+      error = "";
+      return false;
+    }
+    if (k + 1 >= argc) {
+      error = "missing value after " + flag;
+      return false;
+    }
+    const std::string value = argv[++k];
+    bool ok = true;
+    if (flag == "--port") {
+      ok = ToInt(value, 1, 65535, options.port);
+    } else if (flag == "--slots") {
+      ok = ToInt(value, 1, 32767, options.slots);
+    } else if (flag == "--watchdog") {
+      ok = ToInt(value, -32768, 32767, options.watchdog);
+    } else if (flag == "--welcome") {
+      options.welcome = value;
+    } else if (flag == "--user") {
+      ok = value.find(':') != std::string::npos;
+      options.users.push_back(value);
+    } else if (flag == "--secure") {
+      options.secure.push_back(value);
+    } else {
+      error = "unknown flag " + flag;
+      return false;
+    }
+    if (!ok) {
+      error = "bad value for " + flag + ": " + value;
+      return false;
+    }
+  }
+  if (options.users.empty() && options.secure.empty()) {
+    options.defaults_for_admin = true;
+    options.users.push_back("admin:admin");
+    options.secure.push_back("/admin");
+  }
+  return true;
+}
+
+}  // namespace varnek::demo

@@ -1,0 +1,104 @@
+// varnek-demo: a whole host around HTTPServer on the Linux platform. Serves
+// the demo pages until SIGINT or SIGTERM, then stops the server cleanly.
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <iostream>
+
+#include "examples/demo/demo_host.h"
+#include "examples/demo/demo_options.h"
+#include "platform/linux/linux_loop.h"
+
+namespace {
+
+// "2026-11-22 05:10:00.123" in local time.
+std::string Timestamp() {
+  const auto now = std::chrono::system_clock::now();
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+  const auto millis =
+      std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  char text[40];
+  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
+  char full[48];
+  std::snprintf(full, sizeof full, "%s.%03d", text, static_cast<int>(millis));
+  return full;
+}
+
+void Log(const std::string& text) { std::cerr << Timestamp() << " " << text << std::endl; }
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  using namespace varnek;
+  demo::Options options;
+  std::string error;
+  if (!demo::ParseOptions(argc, argv, options, error)) {
+    if (!error.empty()) std::cerr << "varnek-demo: " << error << "\n";
+    std::cerr << demo::Usage();
+    return error.empty() ? 0 : 2;
+  }
+
+  // SIGINT and SIGTERM arrive as readable data on a descriptor in the loop;
+  // nothing runs in a signal handler.
+  sigset_t stop_signals;
+  sigemptyset(&stop_signals);
+  sigaddset(&stop_signals, SIGINT);
+  sigaddset(&stop_signals, SIGTERM);
+  sigprocmask(SIG_BLOCK, &stop_signals, nullptr);
+  const int signal_fd = signalfd(-1, &stop_signals, SFD_NONBLOCK | SFD_CLOEXEC);
+  if (signal_fd < 0) {
+    std::perror("signalfd");
+    return 1;
+  }
+
+  Platform& platform = LinuxPlatform();
+  auto* loop = dynamic_cast<LinuxLoop*>(platform.loop);
+  if (!loop) return 1;
+  bool stop = false;
+  loop->Watch(signal_fd, EPOLLIN, [&](uint32_t) {
+    signalfd_siginfo info{};
+    while (read(signal_fd, &info, sizeof info) == sizeof info) {
+      Log("signal " + std::to_string(info.ssi_signo) + ": stopping");
+      stop = true;
+    }
+  });
+
+  HTTPServer server(platform);
+  demo::DemoHost host(server, Log);
+  for (const auto& user : options.users) server.UsersAdd(user.c_str());
+  for (const auto& path : options.secure) server.SecurePathAdd(path.c_str());
+  server.ServerPort(options.port);
+  server.MaxConcurrentConnections(options.slots);
+  if (options.watchdog != 0) server.WatchdogTimeout(static_cast<int16_t>(options.watchdog));
+  if (!options.welcome.empty()) server.ServerWelcomeString(options.welcome.c_str());
+
+  server.ServerOpen(true);
+  if (!server.ServerOpen()) {
+    std::cerr << "varnek-demo: the server did not start on port " << options.port
+              << " (in use, or above 32767?)\n";
+    return 1;
+  }
+  std::cout << "varnek-demo serving on http://127.0.0.1:" << options.port << "/ ("
+            << TextToUtf8(server.HintText()) << "), " << options.slots << " slots\n";
+  if (options.defaults_for_admin) {
+    std::cout << "/admin is secured for user admin, password admin\n";
+  } else {
+    for (const auto& path : options.secure) std::cout << "secured: " << path << "\n";
+  }
+  std::cout << "Ctrl-C stops it." << std::endl;
+
+  while (!stop) loop->Pump(3600);
+
+  server.ServerOpen(false);
+  loop->Unwatch(signal_fd);
+  close(signal_fd);
+  std::cerr << "MaxPumpDepth " << loop->MaxPumpDepth() << std::endl;
+  return 0;
+}
