@@ -53,6 +53,21 @@ DateOrder LocaleDateOrder() {
   return DateOrder::MDY;
 }
 
+char16_t LocaleDateSeparator() {
+  const char* fmt = nl_langinfo(D_FMT);
+  if (!fmt) return u'/';
+  for (const char* p = fmt; *p; ++p) {
+    if (*p == '%') {
+      if (p[1] == 'D') return u'/';
+      if (p[1] == 'F') return u'-';
+      ++p;
+      continue;
+    }
+    if (*p == '/' || *p == '-' || *p == '.') return static_cast<char16_t>(*p);
+  }
+  return u'/';
+}
+
 namespace {
 
 struct Field {
@@ -110,7 +125,8 @@ bool MakeDate(int y, int m, int d, double& out) {
 bool ParseDatePart(TextView t, double& out) {
   std::vector<Field> f;
   char16_t sep;
-  if (ReadNumbers(t, u"/-.", f, sep) != 3) return false;
+  const char16_t seps[] = {u'/', u'-', LocaleDateSeparator(), 0};
+  if (ReadNumbers(t, seps, f, sep) != 3) return false;
   if (f[0].digits > 2) {
     if (f[2].digits > 2) return false;
     return MakeDate(f[0].value, f[1].value, f[2].value, out);
@@ -129,6 +145,7 @@ bool ParseDatePart(TextView t, double& out) {
 }
 
 // "h:nn" or "h:nn:ss", optionally followed by AM/PM (ignored past hour 12).
+// Where '.' does not separate dates it separates times: "04.28.14", "2.5".
 bool ParseTimePart(TextView t, double& out) {
   TextView body = t;
   int ampm = 0;  // 1 am, 2 pm
@@ -143,7 +160,8 @@ bool ParseTimePart(TextView t, double& out) {
   }
   std::vector<Field> f;
   char16_t sep;
-  size_t n = ReadNumbers(body, u":", f, sep);
+  const char16_t seps[] = {u':', LocaleDateSeparator() == u'.' ? u':' : u'.', 0};
+  size_t n = ReadNumbers(body, seps, f, sep);
   if (n < 2 || n > 3) return false;
   int h = f[0].value, m = f[1].value, s = n == 3 ? f[2].value : 0;
   if (f[1].digits > 2 || (n == 3 && f[2].digits > 2) || f[0].digits > 2) return false;

@@ -15,5 +15,7 @@ Text DateToText(double date);
 // (nl_langinfo(D_FMT) under LC_TIME): "C" gives month/day/year.
 enum class DateOrder { MDY, DMY, YMD };
 DateOrder LocaleDateOrder();
+// The separator of that format ('/', '-' or '.'); '/' in "C".
+char16_t LocaleDateSeparator();
 
 }  // namespace varnek

@@ -7,7 +7,9 @@
 // Numbers: 0 (digit, shown even when zero), # (digit, dropped when leading or
 // trailing zero), '.', ',' between digit placeholders (thousands groups),
 // '%' (times 100), up to three ';' sections (positive;negative;zero).
-// Both: "quoted" text and \x are literal, as is every other character.
+// Both: "quoted" text and \x are literal, as is every other character ('/'
+// and ':' too: our date forms do not follow the locale's separators).
+// A text that reads as neither a number nor a date comes back unchanged.
 // Named forms: "General Number", "Fixed", "Standard", "Percent",
 // "General Date", "Short Date", "Long Time", "Short Time".
 // An empty pattern gives CStr; Null gives "". Numbers round half away from
@@ -294,7 +296,10 @@ Text Format(const Variant& value, TextView pattern) {
   if (named == u"short date") return FormatDate(DateValue(value), u"yyyy-mm-dd");
   if (named == u"long time") return FormatDate(DateValue(value), u"hh:nn:ss");
   if (named == u"short time") return FormatDate(DateValue(value), u"hh:nn");
-  if (IsDatePattern(pattern)) return FormatDate(DateValue(value), pattern);
+  if (IsDatePattern(pattern)) {
+    if (value.IsString() && !IsDate(value) && !IsNumeric(value)) return value.RawString();
+    return FormatDate(DateValue(value), pattern);
+  }
   if (value.IsString() && !IsNumeric(value)) return value.RawString();
   return FormatNumber(CDbl(value), pattern);
 }

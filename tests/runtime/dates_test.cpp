@@ -113,6 +113,10 @@ TEST(DateText, IsDateAndCDateReadings) {
   EXPECT_EQ(CDate(Variant(u"12:00 AM")).serial, 0);
   EXPECT_EQ(CDate(Variant(u"13:00 AM")).serial, TimeSerial(13, 0, 0));
   EXPECT_EQ(CDate(Variant(u"1")).serial, 1);
+  // with '/' as the date separator, dots separate times
+  EXPECT_EQ(CDate(Variant(u"04.28.14")).serial, TimeSerial(4, 28, 14));
+  EXPECT_EQ(CDate(Variant(u"2.5")).serial, TimeSerial(2, 5, 0));
+  EXPECT_FALSE(IsDate(Variant(u"04.28.2014")));
   for (const char16_t* yes : {u"04/28/2014", u"2004-03-07 14:05:09", u"23:59:59", u"0:00", u"2/29/2000"}) {
     EXPECT_TRUE(IsDate(Variant(yes))) << TextToUtf8(yes);
   }

@@ -30,6 +30,7 @@ TEST(FormatDates, TokensAndTheMinuteRule) {
   // texts and numbers read as dates
   EXPECT_EQ(Format(Variant(u"2004-03-07 14:05:09"), u"dd/mm/yy"), u"07/03/04");
   EXPECT_EQ(Format(Variant(u"39697.11"), u"mm-dd-yy"), u"09-06-08");
+  EXPECT_EQ(Format(Variant(u"not a date"), u"yyyy"), u"not a date");
   EXPECT_EQ(Format(d, u"General Date"), u"2004-03-07 14:05:09");
   EXPECT_EQ(Format(d, u"Long Time"), u"14:05:09");
 }
