@@ -1,0 +1,137 @@
+// The INI store of Storage: the current file, the cache and its kept quirks,
+// and the text-level listing and deletion of sections.
+#include "runtime/strings.h"
+#include "tests/store/store_fixture.h"
+
+namespace varnek {
+namespace {
+
+class IniStoreTest : public StoreTest {
+ protected:
+  void Use(const char* name, const std::string& content) {
+    WriteBytes(P(name), content);
+    store.INI_SetFileName(T(name));
+  }
+};
+
+TEST_F(IniStoreTest, NoFileSet) {
+  EXPECT_EQ(store.INI_GetString(u"a", u"b", u" x "), u"x");
+  EXPECT_EQ(store.INI_PutString(u"a", u"b", u"c"), 0);
+  EXPECT_EQ(store.IniBufferCount(), 0);
+}
+
+TEST_F(IniStoreTest, FileNames) {
+  store.INI_SetFileName(u"ab");
+  EXPECT_EQ(CStr(store.INI_FileName), u"");
+  EXPECT_EQ(store.IniFileName(), Text(u"ab\0", 3));
+  EXPECT_EQ(store.IniLastFileName(), u"");
+
+  store.INI_SetFileName(T("one.ini"));
+  store.INI_SetFileName(T("two.ini"));
+  EXPECT_EQ(CStr(store.INI_FileName), T("two.ini"));
+  EXPECT_EQ(store.IniLastFileName(), T("one.ini") + Text(1, u'\0'));
+  // one step back, and a second call stays there
+  store.INI_SetLastFileName();
+  EXPECT_EQ(CStr(store.INI_FileName), T("one.ini"));
+  store.INI_SetLastFileName();
+  EXPECT_EQ(CStr(store.INI_FileName), T("one.ini"));
+}
+
+TEST_F(IniStoreTest, CacheKeepsItsQuirks) {
+  Use("c.ini", "[Sec]\r\nKey=value\r\nEmpty=\r\n");
+
+  // names differing in case share one entry
+  EXPECT_EQ(store.INI_GetString(u"sec", u"key", u"d"), u"value");
+  EXPECT_EQ(store.INI_GetString(u"SEC", u"KEY", u"d"), u"value");
+  EXPECT_EQ(store.IniBufferCount(), 1);
+
+  // a missing key caches its default: the next call gets the first default
+  EXPECT_EQ(store.INI_GetString(u"sec", u"missing", u"first"), u"first");
+  EXPECT_EQ(store.INI_GetString(u"sec", u"missing", u"second"), u"first");
+  EXPECT_EQ(store.IniBufferCount(), 2);
+
+  // an empty value is never a hit: each read goes to the file and adds one
+  EXPECT_EQ(store.INI_GetString(u"sec", u"empty", u"d"), u"");
+  EXPECT_EQ(store.INI_GetString(u"sec", u"empty", u"d"), u"");
+  EXPECT_EQ(store.IniBufferCount(), 4);
+
+  // a write leaves the cache answering the old value until a purge
+  EXPECT_EQ(store.INI_PutString(u"sec", u"key", u"new"), 1);
+  EXPECT_EQ(store.INI_GetString(u"sec", u"key", u"d"), u"value");
+  store.INI_PurgeBuffer();
+  EXPECT_EQ(store.IniBufferCount(), 0);
+  EXPECT_EQ(store.INI_GetString(u"sec", u"key", u"d"), u"new");
+  EXPECT_EQ(ReadBytes(P("c.ini")), "[Sec]\r\nKey=new\r\nEmpty=\r\n");
+
+  // blank names are refused
+  EXPECT_EQ(store.INI_PutString(u"  ", u"k", u"v"), 0);
+  EXPECT_EQ(store.INI_PutString(u"s", u"", u"v"), 0);
+}
+
+TEST_F(IniStoreTest, NamesAgreeingInFortyUnitsShareAnEntry) {
+  Text base(40, u'k');
+  Use("f.ini", "[s]\r\n" + TextToUtf8(base) + "A=one\r\n" + TextToUtf8(base) + "B=two\r\n");
+  EXPECT_EQ(store.INI_GetString(u"s", base + u"A", u"d"), u"one");
+  EXPECT_EQ(store.INI_GetString(u"s", base + u"B", u"d"), u"one");  // the cache answers
+}
+
+TEST_F(IniStoreTest, LongValuesComeBackWhole) {
+  for (size_t length : {511u, 512u, 513u, 1500u}) {
+    std::string value(length, 'v');
+    value[length / 2] = ' ';
+    Use("long.ini", "[s]\r\nk=" + value + "\r\n");
+    EXPECT_EQ(store.INI_GetString(u"s", u"k", u"d"), Utf8ToText(value)) << length;
+  }
+}
+
+TEST_F(IniStoreTest, CacheCountIsSixteenBit) {
+  Use("e.ini", "[s]\r\nk=\r\n");
+  for (int i = 0; i < 32767; ++i) store.INI_GetString(u"s", u"k", u"");
+  EXPECT_EQ(store.IniBufferCount(), 32767);
+  EXPECT_RUNTIME_ERROR(store.INI_GetString(u"s", u"k", u""), kErrOverflow);
+}
+
+TEST_F(IniStoreTest, ListsSections) {
+  Use("l.ini", "[a]\r\nk=1\r\n[b]");
+  EXPECT_EQ(CStr(store.INI_ListAppName()), u"a\tb\t");
+  Use("l.ini", "x=[v]\r\n[a]\r\n[]\r\n[c]\r\n");  // brackets in values count; "[]" ends
+  EXPECT_EQ(CStr(store.INI_ListAppName()), u"v\ta\t");
+  store.INI_SetFileName(T("sub/missing.ini"));
+  EXPECT_EQ(CStr(store.INI_ListAppName()), u"");
+  EXPECT_FALSE(PathExists(P("sub")));
+}
+
+TEST_F(IniStoreTest, DeletesSectionsOnTheText) {
+  Use("d.ini", "[a]\r\nk=1\r\n[b]\r\nm=2\r\n");
+  EXPECT_TRUE(CBool(store.INI_DeleteAppName(u"b")));
+  EXPECT_EQ(ReadBytes(P("d.ini")), "[a]\r\nk=1\r\n");
+
+  Use("d.ini", "[a]\r\nk=1\r\n[b]\r\nm=2\r\n");
+  store.INI_DeleteAppName(u"a");
+  EXPECT_EQ(ReadBytes(P("d.ini")), "[b]\r\nm=2\r\n");
+
+  Use("d.ini", "[a]\r\nk=1\r\n");
+  store.INI_DeleteAppName(u"A");  // case counts: not found, and the file began with "["
+  EXPECT_EQ(ReadBytes(P("d.ini")), "");
+
+  Use("d.ini", "[a][b]\r\nk=1\r\n");  // a section followed straight by "[" takes the rest
+  store.INI_DeleteAppName(u"a");
+  EXPECT_EQ(ReadBytes(P("d.ini")), "");
+
+  store.INI_SetFileName(T("none.ini"));
+  EXPECT_TRUE(CBool(store.INI_DeleteAppName(u"x")));  // a missing file is saved empty
+  EXPECT_EQ(ReadBytes(P("none.ini")), "");
+}
+
+TEST_F(IniStoreTest, BinaryFileIsHarmless) {
+  std::string junk;
+  for (int i = 0; i < 3000; ++i) junk += static_cast<char>((i * 31 + 7) % 256);
+  Use("bin.ini", junk);
+  EXPECT_EQ(store.INI_GetString(u"s", u"k", u"dflt"), u"dflt");
+  store.INI_ListAppName();
+  EXPECT_EQ(store.INI_PutString(u"s", u"k", u"v"), 1);
+  EXPECT_EQ(ReadBytes(P("bin.ini")).substr(0, junk.size()), junk);
+}
+
+}  // namespace
+}  // namespace varnek
