@@ -60,7 +60,10 @@ bool Storage::ScanWalk(ScanSink& sink, const Text& path, const Text& pattern, Ca
   // Files of one folder, announced by the first subfolder's name whichever
   // folder it is (and by nothing, failing, when there is no subfolder).
   auto own_files = [&](const Text& folder) {
-    Resume([&] { ShowCaption(label, folders.at(1)); });
+    Resume([&] {
+      if (folders.size() < 2) Fail(kErrSubscript);
+      ShowCaption(label, folders[1]);
+    });
     loop().DoEvents();
     loop().DoEvents();
     Resume([&] { ScanAddFiles(sink, folder, pattern, with_dates); });
