@@ -1,0 +1,198 @@
+// The variable store on the settings store, the Shell sort and search of a
+// Collection, and the two pumping pauses.
+#include "adds/store/variable_store.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "runtime/compare.h"
+#include "runtime/like.h"
+#include "runtime/strings.h"
+
+namespace varnek {
+
+namespace {
+
+constexpr double kSecondsPerDay = 86400.0;
+
+bool MissingOrEmpty(const Variant& v) {
+  // Len(Null) is Null, which no test passes: a Null stays and fails later.
+  return v.IsMissing() || (!v.IsNull() && v.ToText().empty());
+}
+
+// Count / 2 and the later halvings: to the nearest integer, ties to even.
+int32_t HalfRoundedToEven(int32_t n) {
+  int32_t half = n / 2;
+  if (n % 2 != 0 && half % 2 != 0) ++half;  // x.5 goes to the even neighbour
+  return half;
+}
+
+// "item sorts before other" by the sort mode.
+bool SortsBefore(const Variant& item, const Variant& other, int32_t mode) {
+  switch (mode) {
+    case 0:
+      return VariantLess(item, other);
+    case 1:
+    case 2:
+      // StrComp of a Null is Null, which is not -1.
+      if (item.IsNull() || other.IsNull()) return false;
+      return StrComp(item.ToText(), other.ToText(), mode == 1 ? CompareMode::Binary : CompareMode::Text) == -1;
+    default:
+      return false;
+  }
+}
+
+// Puts value at `position` of the list, or at the end when that is past it.
+void AddAt(Collection& col, const Variant& value, int32_t position) {
+  if (position > col.Count()) {
+    col.Add(value);
+  } else {
+    col.Add(value, Variant::Missing(), Variant::Long(position));
+  }
+}
+
+// A date as whole seconds since its epoch, for comparing calendar times.
+int64_t WholeSeconds(double date) { return std::llround(date * kSecondsPerDay); }
+
+}  // namespace
+
+void VariableStore::SettleAddress(Variant& GlobalFamily, Variant& GroupFamily) {
+  if (MissingOrEmpty(GlobalFamily)) GlobalFamily = Variant(platform().app->Title());
+  if (MissingOrEmpty(GroupFamily)) GroupFamily = Variant(kDefaultGroup);
+}
+
+bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent, Variant& GlobalFamily,
+                                    Variant& GroupFamily) {
+  SettleAddress(GlobalFamily, GroupFamily);
+  platform().settings->Set(GroupFamily.ToText(), GlobalFamily.ToText(), NameVariable.ToText(), NewContent.ToText());
+  return true;
+}
+
+bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent) {
+  Variant family = Variant::Missing(), group = Variant::Missing();
+  return Var_VariableSet(NameVariable, NewContent, family, group);
+}
+bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent, Variant& GlobalFamily) {
+  Variant group = Variant::Missing();
+  return Var_VariableSet(NameVariable, NewContent, GlobalFamily, group);
+}
+bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent,
+                                    const Variant& GlobalFamily) {
+  Variant family = GlobalFamily, group = Variant::Missing();
+  return Var_VariableSet(NameVariable, NewContent, family, group);
+}
+bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent, Variant& GlobalFamily,
+                                    const Variant& GroupFamily) {
+  Variant group = GroupFamily;
+  return Var_VariableSet(NameVariable, NewContent, GlobalFamily, group);
+}
+bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent,
+                                    const Variant& GlobalFamily, Variant& GroupFamily) {
+  Variant family = GlobalFamily;
+  return Var_VariableSet(NameVariable, NewContent, family, GroupFamily);
+}
+bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent,
+                                    const Variant& GlobalFamily, const Variant& GroupFamily) {
+  Variant family = GlobalFamily, group = GroupFamily;
+  return Var_VariableSet(NameVariable, NewContent, family, group);
+}
+
+Variant VariableStore::Var_VariableGet(const Variant& NameVariable, Variant& GlobalFamily, Variant& GroupFamily) {
+  SettleAddress(GlobalFamily, GroupFamily);
+  return Variant(platform().settings->Get(GroupFamily.ToText(), GlobalFamily.ToText(), NameVariable.ToText(), u""));
+}
+
+Variant VariableStore::Var_VariableGet(const Variant& NameVariable) {
+  Variant family = Variant::Missing(), group = Variant::Missing();
+  return Var_VariableGet(NameVariable, family, group);
+}
+Variant VariableStore::Var_VariableGet(const Variant& NameVariable, Variant& GlobalFamily) {
+  Variant group = Variant::Missing();
+  return Var_VariableGet(NameVariable, GlobalFamily, group);
+}
+Variant VariableStore::Var_VariableGet(const Variant& NameVariable, const Variant& GlobalFamily) {
+  Variant family = GlobalFamily, group = Variant::Missing();
+  return Var_VariableGet(NameVariable, family, group);
+}
+Variant VariableStore::Var_VariableGet(const Variant& NameVariable, Variant& GlobalFamily,
+                                       const Variant& GroupFamily) {
+  Variant group = GroupFamily;
+  return Var_VariableGet(NameVariable, GlobalFamily, group);
+}
+Variant VariableStore::Var_VariableGet(const Variant& NameVariable, const Variant& GlobalFamily,
+                                       Variant& GroupFamily) {
+  Variant family = GlobalFamily;
+  return Var_VariableGet(NameVariable, family, GroupFamily);
+}
+Variant VariableStore::Var_VariableGet(const Variant& NameVariable, const Variant& GlobalFamily,
+                                       const Variant& GroupFamily) {
+  Variant family = GlobalFamily, group = GroupFamily;
+  return Var_VariableGet(NameVariable, family, group);
+}
+
+void VariableStore::Collection_Sort(Collection& Col, int32_t nSort) {
+  const int32_t count = Col.Count();
+  for (int32_t gap = HalfRoundedToEven(count); gap >= 1; gap = HalfRoundedToEven(gap)) {
+    for (int32_t i = gap; i <= count - 1; ++i) {
+      const Variant item = Col.Item(i + 1);
+      int32_t j = i;
+      bool before = SortsBefore(item, Col.Item(j - gap + 1), nSort);
+      while (j >= gap && before) {
+        // Shift the larger item up one gap: the list has no assignment.
+        const Variant moved = Col.Item(j - gap + 1);
+        Col.Remove(Variant::Long(j + 1));
+        AddAt(Col, moved, j + 1);
+        j -= gap;
+        if (j >= gap) before = SortsBefore(item, Col.Item(j - gap + 1), nSort);
+      }
+      Col.Remove(Variant::Long(j + 1));
+      AddAt(Col, item, j + 1);
+    }
+  }
+}
+
+Variant VariableStore::Collection_FindIdxKey(const Collection& Col, const Variant& KeyToFind, bool Aproximated) {
+  for (int32_t i = 1; i <= Col.Count(); ++i) {
+    const Text item = UCase(Col.Item(i).ToText());
+    const Text key = UCase(KeyToFind.ToText());
+    const bool match = Aproximated ? Like(item, key + u"*") : item == key;
+    if (match) return Variant::Long(i);
+  }
+  return Variant(-1);
+}
+
+Variant VariableStore::DateTime_Pausa(int32_t lAmtOfDelay) {
+  HostLoop& host = loop();
+  const int64_t target = WholeSeconds(host.Now()) + lAmtOfDelay;
+  for (;;) {
+    const int64_t now = WholeSeconds(host.Now());
+    if (now >= target) break;
+    // Block until the calendar second of the target begins: the whole seconds
+    // left, less the part of the current second already gone. The fraction
+    // comes from the single-precision clock, which may already read the next
+    // second; it is taken against the calendar's second and kept in 0..1.
+    double into_second = host.Timer() - static_cast<double>(now % 86400);
+    if (into_second < 0) into_second += kSecondsPerDay;  // the clock wrapped first
+    into_second = std::clamp(into_second, 0.0, 1.0);
+    host.Pump(std::max(static_cast<double>(target - now) - into_second, 0.001));
+  }
+  return Variant();
+}
+
+Variant VariableStore::DateTime_PausaTimer(const Variant& Secs_interval) {
+  HostLoop& host = loop();
+  const float start = host.Timer();
+  double end = start + Secs_interval.ToDouble();
+  if (end >= kSecondsPerDay) {
+    // The end lies in the next day: hold the host frozen until the clock
+    // wraps. No handler runs here.
+    end -= kSecondsPerDay;
+    for (float t = host.Timer(); t > end; t = host.Timer()) {
+      host.Freeze(std::max(kSecondsPerDay - t, 0.001));
+    }
+  }
+  for (float t = host.Timer(); t < end; t = host.Timer()) host.Pump(end - t);
+  return Variant();
+}
+
+}  // namespace varnek
