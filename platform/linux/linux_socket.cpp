@@ -35,6 +35,9 @@ void Fire(const Fn& handler, Args... args) {
 
 constexpr double kCloseDrainSeconds = 10.0;
 constexpr int kAcceptBatch = 64;
+// Out of descriptors, accept fails while the listener stays readable: stop
+// watching it for this long instead of spinning.
+constexpr int32_t kAcceptRetryMs = 100;
 
 // The readable text of an errno value as ErrorText shows it.
 Text ErrnoText(int err) {
@@ -151,6 +154,7 @@ class LinuxSocket : public SocketCtl {
   bool Connection() const { return fd_ >= 0 && (state_ == kSocketConnected || state_ == kSocketClosing); }
   void OnIo(uint32_t events);
   void OnListenerReadable();
+  void PauseAccepting();
   void OnConnectDone();
   bool WriteSome();          // false when the connection broke
   int CompletedSends();      // sends whose bytes have all been written
@@ -183,6 +187,8 @@ class LinuxSocket : public SocketCtl {
   uint64_t written_ = 0;      // bytes written since the connection began
   std::deque<uint64_t> send_ends_;  // per Send: the written_ mark that completes it
   std::unique_ptr<LoopTimer> close_timer_;
+  std::unique_ptr<LoopTimer> accept_timer_;
+  bool accept_paused_ = false;
   Variant received_data_;
   Text error_text_;
   int32_t event_mask_ = 0, linger_mode_ = 0, linger_time_ = 0;
@@ -266,7 +272,10 @@ void LinuxSocket::OnListenerReadable() {
     int fd = accept4(fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (fd < 0) {
       if (errno == EINTR || errno == ECONNABORTED) continue;
-      if (errno != EAGAIN && errno != EWOULDBLOCK) error_text_ = ErrnoText(errno);
+      if (errno != EAGAIN && errno != EWOULDBLOCK) {
+        error_text_ = ErrnoText(errno);
+        PauseAccepting();
+      }
       return;
     }
     auto& offered = factory_.offered();
@@ -276,6 +285,23 @@ void LinuxSocket::OnListenerReadable() {
     if (offered.erase(fd)) CloseFd(fd);
     if (alive.expired()) return;
   }
+}
+
+void LinuxSocket::PauseAccepting() {
+  accept_paused_ = true;
+  UpdateWatch();
+  if (!accept_timer_) {
+    accept_timer_ = loop_.CreateTimer();
+    accept_timer_->SetInterval(kAcceptRetryMs);
+    std::weak_ptr<bool> alive = alive_;
+    accept_timer_->on_tick = [this, alive] {
+      if (alive.expired()) return;
+      accept_timer_->SetEnabled(false);
+      accept_paused_ = false;
+      UpdateWatch();
+    };
+  }
+  accept_timer_->SetEnabled(true);
 }
 
 // --- connections ------------------------------------------------------------
@@ -480,6 +506,8 @@ void LinuxSocket::Close() {
 
 void LinuxSocket::FinishClose() {
   closing_ = false;
+  accept_paused_ = false;
+  if (accept_timer_) accept_timer_->SetEnabled(false);
   if (close_timer_) {
     close_timer_->SetEnabled(false);
     // The timer may be ticking right now: release it on a later pass.
@@ -532,7 +560,7 @@ void LinuxSocket::UpdateWatch() {
   if (fd_ < 0 || hung_up_) return;
   uint32_t events = 0;
   if (state_ == kSocketListening) {
-    events = EPOLLIN;
+    events = accept_paused_ ? 0u : static_cast<uint32_t>(EPOLLIN);
   } else if (state_ == kSocketConnecting) {
     events = EPOLLOUT;
   } else {

@@ -6,12 +6,14 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -155,6 +157,39 @@ TEST(LinuxSocket, ListenerStatesPortInUseAndRestart) {
   EXPECT_EQ(FailureNumber([&] { g->Bind(Variant(Text(u"not an address")), 0); }), kSockErrAddressInvalid);
 
   EXPECT_FALSE(a->LocalAddress().empty());
+}
+
+TEST(LinuxSocket, OutOfDescriptorsPausesAcceptInsteadOfSpinning) {
+  LinuxLoop loop;
+  LinuxSocketFactory f(loop);
+  Server srv(f, 1);
+  Client c(srv.port);
+  ASSERT_TRUE(c.connected);
+
+  // no descriptor left for accept: the lowest free number becomes the limit
+  rlimit old{};
+  getrlimit(RLIMIT_NOFILE, &old);
+  int probe = ::dup(0);
+  ASSERT_GE(probe, 0);
+  ::close(probe);
+  rlimit low = old;
+  low.rlim_cur = static_cast<rlim_t>(probe);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+  // a wait of 0.3 s: pumps return at once while the listener keeps waking them
+  int pumps = 0;
+  auto start = std::chrono::steady_clock::now();
+  while (pumps < 100000 && std::chrono::steady_clock::now() - start < std::chrono::milliseconds(300)) {
+    loop.Pump(0.05);
+    ++pumps;
+  }
+  setrlimit(RLIMIT_NOFILE, &old);
+  EXPECT_TRUE(srv.handles.empty());
+  EXPECT_FALSE(srv.listener->ErrorText().empty());
+  EXPECT_LT(pumps, 50);
+
+  // with descriptors back, the waiting connection is accepted
+  ASSERT_TRUE(PumpUntil(loop, [&] { return srv.slots[0]->State() == kSocketConnected; }));
+  EXPECT_EQ(srv.handles.size(), 1u);
 }
 
 TEST(LinuxSocket, AcceptReceiveReadyOncePerArrivalAndCountGrows) {
