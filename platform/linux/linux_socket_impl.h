@@ -1,0 +1,136 @@
+// Internals of the Linux socket control shared by its two source files: the
+// control class itself and small helpers. Not for use outside them.
+#pragma once
+
+#include <sys/socket.h>
+
+#include <deque>
+#include <memory>
+#include <string>
+
+#include "platform/linux/linux_socket.h"
+
+namespace varnek::linux_socket {
+
+// Runs an event handler from a copy, so a handler that destroys the control
+// (and with it the handler) finishes safely.
+template <class Fn, class... Args>
+void Fire(const Fn& handler, Args... args) {
+  Fn copy = handler;
+  if (copy) copy(args...);
+}
+
+constexpr double kCloseDrainSeconds = 10.0;
+constexpr int kAcceptBatch = 64;
+// Out of descriptors, accept fails while the listener stays readable: stop
+// watching it for this long instead of spinning.
+constexpr int32_t kAcceptRetryMs = 100;
+
+// The readable text of an errno value as ErrorText shows it.
+Text ErrnoText(int err);
+[[noreturn]] void FailWrongState();
+// close() is not retried on EINTR: on Linux the descriptor is gone anyway.
+void CloseFd(int fd);
+// Address text of a socket address (IPv4-mapped IPv6 reads as IPv4); sets *port.
+Text AddressText(const sockaddr_storage& ss, int32_t* port);
+
+class LinuxSocket : public SocketCtl {
+ public:
+  explicit LinuxSocket(LinuxSocketFactory& factory) : factory_(factory), loop_(factory.loop()) {}
+  ~LinuxSocket() override {
+    *alive_ = false;
+    ReleaseFd(false);
+  }
+
+  int32_t State() const override { return state_; }
+
+  void Create(const Variant& address, const Variant& port) override {
+    if (state_ != kSocketClosed) FailWrongState();
+    if (!address.IsMissing()) address_ = address.ToText();
+    if (!port.IsMissing()) local_port_ = port.ToLong();
+    error_text_.clear();
+    state_ = kSocketCreated;
+  }
+
+  void Bind(const Variant& address, const Variant& port) override;
+  void Listen() override;
+  void Close() override;
+  void Send(const Variant& data) override;
+  void Receive(int32_t type) override;
+  Variant ReceivedData() const override { return received_data_; }
+  int32_t ReceiveReadyCount() const override;
+  void SetAcceptHandle(int32_t handle) override;
+  void Connect(const Variant& address, const Variant& port) override;
+
+  Text LocalAddress() const override { return PrimaryIPv4Address(); }
+  int32_t LocalPort() const override { return local_port_; }
+  void SetLocalPort(int32_t port) override { local_port_ = port; }
+  Text RemoteAddress() const override { return remote_address_; }
+  int32_t RemotePort() const override { return remote_port_; }
+  bool Listening() const override { return state_ == kSocketListening; }
+  Text StateText() const override { return SocketStateText(state_); }
+  Text ErrorText() const override { return error_text_; }
+
+  // Stored; buffer sizes and linger reach the descriptor when it exists.
+  void SetEventMask(int32_t mask) override { event_mask_ = mask; }
+  void SetBlocking(bool blocking) override { blocking_ = blocking; }
+  void SetLingerEnabled(bool enabled) override { linger_enabled_ = enabled; ApplyOptions(); }
+  void SetLingerMode(int32_t mode) override { linger_mode_ = mode; }
+  void SetLingerTime(int32_t seconds) override { linger_time_ = seconds; ApplyOptions(); }
+  void SetReceiveBufferSize(int32_t size) override { receive_buffer_ = size; ApplyOptions(); }
+  void SetSendBufferSize(int32_t size) override { send_buffer_ = size; ApplyOptions(); }
+  void SetSocketMode(int32_t mode) override { socket_mode_ = mode; }
+  void SetSecureServer(bool secure) override { secure_server_ = secure; }
+  void SetSecureClient(bool secure) override { secure_client_ = secure; }
+  void SetCertificateName(TextView name) override { certificate_ = Text(name); }
+  void SetReuseAddressEnabled(bool enabled) override { reuse_address_ = enabled; }
+
+ private:
+  bool Connection() const { return fd_ >= 0 && (state_ == kSocketConnected || state_ == kSocketClosing); }
+  void OnIo(uint32_t events);
+  void OnListenerReadable();
+  void PauseAccepting();
+  void OnConnectDone();
+  bool WriteSome();          // false when the connection broke
+  int CompletedSends();      // sends whose bytes have all been written
+  void PeerClosed();
+  void Broken(int err);      // the connection failed: State 1, no Done
+  void FinishClose();
+  void ReleaseFd(bool graceful);
+  void UpdateWatch();
+  void ApplyOptions();
+  void Adopt(int fd);
+  void PostDone(int32_t op);
+  void PostReadyCheck();
+
+  LinuxSocketFactory& factory_;
+  LinuxLoop& loop_;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  int fd_ = -1;
+  bool watched_ = false;
+  int32_t state_ = kSocketClosed;
+  Text address_;
+  int32_t local_port_ = 0;
+  Text remote_address_;
+  int32_t remote_port_ = 0;
+  bool armed_ = true;         // on_receive_ready may fire
+  bool peer_eof_ = false;     // the peer has shut its side
+  bool hung_up_ = false;      // both directions are gone; no longer watched
+  bool received_any_ = false;
+  bool closing_ = false;      // Close waits for the output queue
+  std::string out_;           // bytes not yet written
+  uint64_t written_ = 0;      // bytes written since the connection began
+  std::deque<uint64_t> send_ends_;  // per Send: the written_ mark that completes it
+  std::unique_ptr<LoopTimer> close_timer_;
+  std::unique_ptr<LoopTimer> accept_timer_;
+  bool accept_paused_ = false;
+  Variant received_data_;
+  Text error_text_;
+  int32_t event_mask_ = 0, linger_mode_ = 0, linger_time_ = 0;
+  int32_t receive_buffer_ = 0, send_buffer_ = 0, socket_mode_ = 0;
+  bool blocking_ = true, linger_enabled_ = false, secure_server_ = false;
+  bool secure_client_ = false, reuse_address_ = false;
+  Text certificate_;
+};
+
+}  // namespace varnek::linux_socket
