@@ -3,16 +3,13 @@
 // the rendered DOM is checked.
 #include <gtest/gtest.h>
 
-#include <signal.h>
 #include <stdlib.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <random>
 #include <string>
 
+#include "tests/integration/demo_process.h"
 #include "tests/integration/integration_support.h"
 
 namespace varnek {
@@ -21,61 +18,6 @@ namespace {
 using namespace integration;
 
 constexpr const char* kChromium = "/usr/bin/chromium";
-
-// The demo host as a child process, stopped with SIGTERM at the end.
-class DemoProcess {
- public:
-  ~DemoProcess() { Stop(); }
-
-  // Starts on a port below 32768 and waits until it accepts connections.
-  bool Start() {
-    std::mt19937 random(std::random_device{}());
-    for (int attempt = 0; attempt < 10; ++attempt) {
-      port_ = 20000 + static_cast<int>(random() % 12000);
-      pid_ = fork();
-      if (pid_ == 0) {
-        const std::string port = std::to_string(port_);
-        freopen("/dev/null", "w", stdout);
-        freopen("/dev/null", "w", stderr);
-        execl(VARNEK_DEMO_PATH, "varnek-demo", "--port", port.c_str(), static_cast<char*>(nullptr));
-        _exit(127);
-      }
-      if (pid_ < 0) return false;
-      const auto deadline = DeadlineIn(3.0);
-      while (SecondsLeft(deadline) > 0) {
-        RawClient probe;
-        if (probe.Connect(port_, 0.2)) return true;
-        int status = 0;
-        if (waitpid(pid_, &status, WNOHANG) == pid_) break;  // port taken: it gave up
-        usleep(50000);
-      }
-      Stop();
-    }
-    return false;
-  }
-
-  void Stop() {
-    if (pid_ <= 0) return;
-    kill(pid_, SIGTERM);
-    const auto deadline = DeadlineIn(15.0);
-    int status = 0;
-    while (waitpid(pid_, &status, WNOHANG) == 0) {
-      if (SecondsLeft(deadline) <= 0) {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, &status, 0);
-        break;
-      }
-      usleep(20000);
-    }
-    pid_ = -1;
-  }
-
-  int port() const { return port_; }
-
- private:
-  pid_t pid_ = -1;
-  int port_ = 0;
-};
 
 std::string DumpDom(const std::string& url, const std::string& profile) {
   const std::string command = std::string(kChromium) +
