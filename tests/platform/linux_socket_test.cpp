@@ -275,6 +275,25 @@ TEST(LinuxSocket, SendCompletesWhenAllWrittenAndCloseFromServer) {
   EXPECT_EQ(tail, "tail");
   EXPECT_TRUE(c.eof);
   EXPECT_EQ(FailureNumber([&] { s.Send(Variant(Text(u"x"))); }), kSockErrWrongState);
+
+  // Close with much still queued: Closing until the peer has it all, then
+  // State 1 and Done(3); the queued Send reports no Done of its own
+  Client c2(srv.port);
+  ASSERT_TRUE(PumpUntil(loop, [&] { return s.State() == kSocketConnected; }));
+  srv.done.clear();
+  s.Send(Variant(Text(1024 * 1024, u'y')));
+  s.Close();
+  EXPECT_EQ(s.State(), kSocketClosing);
+  std::string drained;
+  for (int i = 0; i < 2000 && !c2.eof; ++i) {
+    loop.Pump(0);
+    drained += c2.ReadSome(10);
+  }
+  EXPECT_EQ(drained.size(), 1024u * 1024u);
+  EXPECT_TRUE(c2.eof);
+  ASSERT_TRUE(PumpUntil(loop, [&] { return !srv.done.empty(); }));
+  EXPECT_EQ(s.State(), kSocketClosed);
+  EXPECT_EQ(srv.done, std::vector<int32_t>{kOpClose});
 }
 
 TEST(LinuxSocket, PeerCloses) {
@@ -311,6 +330,23 @@ TEST(LinuxSocket, PeerCloses) {
   s.Close();
   EXPECT_EQ(s.State(), kSocketClosed);
   EXPECT_EQ(srv.ready, 1);
+
+  // peer resets the connection: State 1 with the reason, no event
+  Client r(srv.port);
+  ASSERT_TRUE(PumpUntil(loop, [&] { return s.State() == kSocketConnected; }));
+  r.Write("partial");
+  ASSERT_TRUE(PumpUntil(loop, [&] { return srv.ready == 2; }));
+  linger abort_close{1, 0};
+  setsockopt(r.fd, SOL_SOCKET, SO_LINGER, &abort_close, sizeof abort_close);
+  ::close(r.fd);
+  r.fd = -1;
+  size_t done_before = srv.done.size();
+  ASSERT_TRUE(PumpUntil(loop, [&] {
+    s.ReceiveReadyCount();
+    return s.State() == kSocketClosed;
+  }));
+  EXPECT_EQ(s.ErrorText(), u"Connection reset by peer");
+  EXPECT_EQ(srv.done.size(), done_before);
 }
 
 TEST(LinuxSocket, IPv6ListenerAndOutgoingConnect) {
