@@ -15,7 +15,6 @@ class Storage::ScanSink {
  public:
   virtual ~ScanSink() = default;
   virtual void Add(const Text& entry) = 0;
-  virtual bool WithDates() const = 0;
   // Runs the same routine one level down.
   virtual void Recurse(const Text& folder) = 0;
 };
@@ -104,7 +103,6 @@ bool Storage::Disk_ScanRecursiveFiles(const Variant& pFilePath, Text FilePattern
       if (!self_.Disk_ScanRecursiveFiles_Lista) self_.Disk_ScanRecursiveFiles_Lista = Collection::New();
       self_.Disk_ScanRecursiveFiles_Lista->Add(Variant(entry));
     }
-    bool WithDates() const override { return dates_; }
     void Recurse(const Text& folder) override {
       self_.Disk_ScanRecursiveFiles(Variant(folder), pattern_, label_, dates_, Variant(u"INTERNAL"));
     }
@@ -138,7 +136,6 @@ bool Storage::Disk_ScanRecursiveDirAndOrFiles(ListControl* ListControlDestino, c
       if (!list_) Fail(kErrObjectRequired);
       list_->AddItem(entry);
     }
-    bool WithDates() const override { return false; }
     void Recurse(const Text& folder) override {
       self_.Disk_ScanRecursiveDirAndOrFiles(list_, Variant(folder), Variant(pattern_), label_,
                                             Variant(u"INTERNAL"));

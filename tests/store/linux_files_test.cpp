@@ -160,6 +160,7 @@ TEST(LinuxFilesTest, VolumeOfAPath) {
   Text label;
   uint32_t serial = 0;
   EXPECT_TRUE(LinuxFiles().VolumeInfo(u"/", label, serial));
+  std::printf("volume of /: label \"%s\", serial %08X\n", TextToUtf8(label).c_str(), serial);
   EXPECT_TRUE(LinuxFiles().VolumeInfo(tmp.text(), label, serial));
   EXPECT_FALSE(LinuxFiles().VolumeInfo(tmp / "missing", label, serial));
   EXPECT_FALSE(LinuxFiles().VolumeInfo(u"C:/", label, serial));
