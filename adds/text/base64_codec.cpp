@@ -37,15 +37,15 @@ void TextToolkit::Base64_EncodeGroup(const uint8_t bytes[3], char16_t out[4]) co
   out[3] = kAlphabet[bytes[2] & 63];
 }
 
-void TextToolkit::Base64_DecodeGroup(const int16_t values[4], Text& out) const {
+size_t TextToolkit::Base64_DecodeGroup(const int16_t values[4], char16_t out[3]) const {
   // The values are bytes of 0..64; shifts keep the low 8 bits, so "=" (64)
   // adds nothing where it is masked or shifted out.
   auto d = [&](int i) { return static_cast<uint8_t>(values[i]); };
-  out.push_back(text::ByteUnit(Byte_ShiftLeft(d(0), 2) | (Byte_ShiftRight(d(1), 4) & 3)));
-  out.push_back(text::ByteUnit(Byte_ShiftLeft(d(1) & 15, 4) | (Byte_ShiftRight(d(2), 2) & 15)));
-  out.push_back(text::ByteUnit(Byte_ShiftLeft(d(2) & 3, 6) | d(3)));
-  if (values[3] == 64) out.pop_back();
-  if (values[2] == 64) out.pop_back();
+  out[0] = text::ByteUnit(Byte_ShiftLeft(d(0), 2) | (Byte_ShiftRight(d(1), 4) & 3));
+  out[1] = text::ByteUnit(Byte_ShiftLeft(d(1) & 15, 4) | (Byte_ShiftRight(d(2), 2) & 15));
+  out[2] = text::ByteUnit(Byte_ShiftLeft(d(2) & 3, 6) | d(3));
+  // A fourth "=" drops the last unit, then a third "=" one more.
+  return 3 - (values[3] == 64 ? 1 : 0) - (values[2] == 64 ? 1 : 0);
 }
 
 Text TextToolkit::Base64_Encode(const Text& sInput) {
@@ -75,19 +75,20 @@ Text TextToolkit::Base64_Encode(const Text& sInput) {
 
 Text TextToolkit::Base64_Decode(const Text& sEncoded) {
   Base64Table_Build();
-  Text out;
-  out.reserve(sEncoded.size() / 4 * 3);
+  Text out(sEncoded.size() / 4 * 3, u'\0');
+  size_t length = 0;
   int16_t values[4];
   int held = 0;
   for (char16_t unit : sEncoded) {
     int16_t v = Base64DecodeTable[text::UnitByte(unit)];
     values[held++] = v < 0 ? 0 : v;  // an invalid character reads as "A"
     if (held == 4) {
-      Base64_DecodeGroup(values, out);
+      length += Base64_DecodeGroup(values, &out[length]);
       held = 0;
     }
   }
-  return out;  // a short last group is dropped
+  out.resize(length);  // a short last group is dropped
+  return out;
 }
 
 }  // namespace varnek

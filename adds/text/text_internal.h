@@ -24,12 +24,14 @@ inline size_t FindFrom(TextView text, TextView needle, size_t from) {
 bool ReplaceAll(Text& text, TextView from, TextView to);
 
 // The byte a unit stands for (Asc without the empty-text check), and back.
+// Units below 0x80 and from 0xA0 to 0xFF are their own bytes in cp1252.
 inline uint8_t UnitByte(char16_t unit) {
-  return unit < 0x80 ? static_cast<uint8_t>(unit) : UnitToByte(unit);
+  if (unit < 0x80 || (unit >= 0xA0 && unit <= 0xFF)) return static_cast<uint8_t>(unit);
+  return UnitToByte(unit);
 }
-inline char16_t ByteUnit(uint8_t byte) {
-  return byte < 0x80 ? static_cast<char16_t>(byte) : ByteToUnit(byte);
-}
+// The unit of every byte, filled once from the runtime's mapping.
+extern const char16_t* const kByteUnits;
+inline char16_t ByteUnit(uint8_t byte) { return kByteUnits[byte]; }
 
 // Unpadded upper-case hexadecimal digits of a value ("0" for 0).
 Text HexDigits(uint32_t value);

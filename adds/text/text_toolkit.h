@@ -193,7 +193,8 @@ class TextToolkit : public virtual AddsCore {
   // Base64 helpers: the decode table is refilled at each decode.
   void Base64Table_Build();
   void Base64_EncodeGroup(const uint8_t bytes[3], char16_t out[4]) const;
-  void Base64_DecodeGroup(const int16_t values[4], Text& out) const;
+  // Writes the group's three units; returns how many of them stay.
+  size_t Base64_DecodeGroup(const int16_t values[4], char16_t out[3]) const;
   static uint8_t Byte_ShiftLeft(uint8_t Value, int16_t Bits);
   static uint8_t Byte_ShiftRight(uint8_t Value, int16_t Bits);
 

@@ -126,16 +126,13 @@ Variant TextToolkit::URL_Encode(const Variant& sInput) {
     } else if (unit == u' ') {
       out.push_back(u'+');
     } else {
-      Text h = text::HexDigits(text::UnitByte(unit));
-      if (h.size() == 4) {  // a double-byte value: two escapes
-        out += u'%';
-        out.append(h, 0, 2);
-        out += u'%';
-        out.append(h, 2, 2);
-      } else {
-        out += u'%';
-        out += h;
-      }
+      // Unpadded upper-case hex of the byte. The double-byte form ("%hh%hh"
+      // for four digits) never arises: every unit maps to one cp1252 byte.
+      static constexpr char16_t kHex[] = u"0123456789ABCDEF";
+      uint8_t byte = text::UnitByte(unit);
+      out += u'%';
+      if (byte >= 16) out += kHex[byte >> 4];
+      out += kHex[byte & 15];
     }
   }
   return Variant(std::move(out));

@@ -110,3 +110,24 @@ TEST_F(ToolkitTest, Base64RoundTripsEveryByte) {
 
 }  // namespace
 }  // namespace varnek
+
+namespace varnek {
+namespace {
+
+TEST_F(ToolkitTest, CodecsReadUnitsThroughTheCodePageForAllBytes) {
+  // Each byte's code-page unit is read back as that byte and written as it.
+  for (int b = 0; b < 256; ++b) {
+    Text unit(1, ByteToUnit(static_cast<uint8_t>(b)));
+    Text encoded = kit.Base64_Encode(unit);
+    EXPECT_EQ(kit.Base64_Decode(encoded), unit) << b;
+    char16_t expect_first = u"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/"[b >> 2];
+    EXPECT_EQ(encoded[0], expect_first) << b;
+    EXPECT_EQ(CStr(kit.Var_IntToChar(b, 1)), unit) << b;
+  }
+  // A unit with no byte in the code page reads as "?" (63).
+  EXPECT_EQ(kit.Base64_Encode(u"\u4e2d"), kit.Base64_Encode(u"?"));
+  EXPECT_EQ(CStr(kit.URL_Encode(u"\u4e2d")), u"%3F");
+}
+
+}  // namespace
+}  // namespace varnek
