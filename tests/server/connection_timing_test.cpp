@@ -192,6 +192,33 @@ TEST_F(ConnectionTest, WatchdogTimeoutZeroOrNegativeOnRunningServer) {
   EXPECT_EQ(ReportsStartingWith("Watchdog - Forzando cerrado de motor 1").size(), 2u);
 }
 
+TEST_F(ConnectionTest, CloseThatNeverFinishesEndsTheWaitAfterTenSeconds) {
+  Start(8080, 2);
+  double receive_reported_at = -1;
+  server->InternalState = [&](Variant&, Variant& text) {
+    if (Utf8(text).rfind("Evento (1)- Done:Receive", 0) == 0) {
+      receive_reported_at = sim.loop.Elapsed();
+      reports.push_back(Utf8(text));
+    }
+  };
+  server->GETReceived = [&](Variant&, Variant&, Variant&, Variant& response, Variant& idx,
+                            Collection&, Collection&) { response = u"slot " + idx.ToText(); };
+  lingering.linger = 60;  // closes take a minute to finish
+  auto first = Request("GET / HTTP/1.0\r\n\r\n", 1.0);
+  sim.loop.RunFor(20);
+  ASSERT_EQ(reports.size(), 1u);
+  EXPECT_EQ(reports[0], "Evento (1)- Done:Receive Now:Closing");
+  // Settle 0.5 s; the Done of the Send, nested in the pause after the answer,
+  // pauses 1 s, closes and waits 10 s (whole-second clock); then the Receive
+  // handler finds the socket still closing and does the same once more.
+  EXPECT_GT(receive_reported_at, 1.6 + 2 * (1 + 9));
+  EXPECT_LT(receive_reported_at, 1.6 + 2 * (1 + 10) + 0.5);
+  // The slot stays unusable until it reads closed: the next peer takes 2.
+  auto second = Request("GET / HTTP/1.0\r\n\r\n");
+  sim.loop.RunFor(3);
+  EXPECT_EQ(Utf8(second->Received()), "slot 2");
+}
+
 TEST_F(ConnectionTest, DoneOfOtherOperationsOnlyReports) {
   Start(8080, 1);
   auto peer = net.Connect(8080, 1.0);  // connected, silent
