@@ -23,7 +23,8 @@ bool DateInRange(double date);
 // Fails with 5 outside that range.
 void CheckDateRange(double date);
 
-// A date split into fields, rounded to the nearest whole second.
+// A date split into fields, rounded to the nearest whole second; fails with 6
+// outside the date range.
 struct DateParts {
   int32_t year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
   int64_t serial_day = 0;     // whole days since 1899-12-30 (floor of the linear value)

@@ -15,7 +15,7 @@ namespace {
 // 1899-12-30 as days from 1970-01-01.
 constexpr int64_t kEpochShift = -25569;
 constexpr double kMinDate = -657434.0;          // 100-01-01
-constexpr double kMaxDate = 2958465.999988426;  // 9999-12-31 23:59:59
+constexpr double kMaxDate = 2958465.0;          // 9999-12-31
 
 }  // namespace
 
@@ -58,13 +58,16 @@ double DateFromLinear(double linear) {
   return time == 0 ? day : day - time;
 }
 
-bool DateInRange(double date) { return date >= -657434.9999999 && date <= kMaxDate + 1e-9; }
+// A negative day keeps its time as a positive fraction, so the first day
+// spans -657434 .. -657434.99999 and the last 2958465 .. 2958465.99999.
+bool DateInRange(double date) { return date > kMinDate - 1 && date < kMaxDate + 1; }
 
 void CheckDateRange(double date) {
-  if (!(date > kMinDate - 1 && date < kMaxDate + 1 - 1e-9)) Fail(kErrInvalidCall);
+  if (!DateInRange(date)) Fail(kErrInvalidCall);
 }
 
 DateParts SplitDate(double date) {
+  if (!DateInRange(date)) Fail(kErrOverflow);
   // Whole seconds of the linear value; half a second rounds up.
   int64_t total = static_cast<int64_t>(std::floor(LinearFromDate(date) * 86400.0 + 0.5));
   int64_t days = total >= 0 ? total / 86400 : -((-total + 86399) / 86400);

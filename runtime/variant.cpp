@@ -26,6 +26,11 @@ Variant::Variant(int value) {
   }
 }
 
+Variant Variant::FromWide(long double value) {
+  if (value >= INT32_MIN && value <= INT32_MAX) return Variant(static_cast<int>(value));
+  return Variant(static_cast<double>(value));
+}
+
 Variant Variant::Integer(int16_t value) {
   Variant v;
   v.value_ = IntegerBox{value};

@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <variant>
 #include <vector>
 
@@ -89,6 +90,15 @@ class Variant {
 
   // An int that fits 16 bits is an Integer, otherwise a Long, as literals are.
   Variant(int value);
+  // Other integer types (long, size_t, int64_t, ...) follow the same rule, and
+  // a value past 32 bits becomes a Double. Character types are not numbers.
+  template <class I,
+            std::enable_if_t<std::is_integral_v<I> && !std::is_same_v<I, int> &&
+                                 !std::is_same_v<I, bool> && !std::is_same_v<I, char> &&
+                                 !std::is_same_v<I, char8_t> && !std::is_same_v<I, char16_t> &&
+                                 !std::is_same_v<I, char32_t> && !std::is_same_v<I, wchar_t>,
+                             int> = 0>
+  Variant(I value) : Variant(FromWide(static_cast<long double>(value))) {}
   static Variant Integer(int16_t value);
   static Variant Long(int32_t value);
   Variant(float value);
@@ -161,6 +171,7 @@ class Variant {
   using Storage = std::variant<std::monostate, NullTag, MissingTag, IntegerBox, int32_t, float,
                                double, Currency, Date, bool, ByteBox, Text,
                                std::shared_ptr<Object>, std::shared_ptr<VariantArray>>;
+  static Variant FromWide(long double value);
   std::shared_ptr<Object> RawObjectForCast() const;
   [[noreturn]] void FailWrongObject() const;
   Storage value_;

@@ -53,6 +53,13 @@ TEST(DateParts, PartsWeekdayAndNegativeDates) {
   EXPECT_EQ(DateFromParts(1899, 12, 29, 6, 0, 0), -1.25);
   EXPECT_EQ(DateToHostText(1), u"1899-12-31 00:00:00");
   EXPECT_EQ(DateToHostText(100000), u"2173-10-14 00:00:00");
+  // the range ends where the classic date ends
+  EXPECT_EQ(DateToHostText(2958465.99), u"9999-12-31 23:45:36");
+  EXPECT_EQ(DateToHostText(-657434.5), u"0100-01-01 12:00:00");
+  EXPECT_EQ(FailureOf([] { Year(2958466.0); }), 6);
+  EXPECT_EQ(FailureOf([] { DateToHostText(1e300); }), 6);
+  EXPECT_EQ(FailureOf([] { DateAdd(u"d", 1, 2958465.5); }), 5);
+  EXPECT_EQ(FailureOf([] { TimeSerial(24 * 3000000, 0, 0); }), 5);
   // rounding to the second carries into the next day
   EXPECT_EQ(DateToHostText(0.9999999), u"1899-12-31 00:00:00");
 }

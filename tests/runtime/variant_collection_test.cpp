@@ -17,6 +17,12 @@ TEST(Variant, SubtypesFromConstructors) {
   EXPECT_EQ(Variant(-32768).Type(), VarType::Integer);
   EXPECT_EQ(Variant(32768).Type(), VarType::Long);
   EXPECT_EQ(Variant(-32769).Type(), VarType::Long);
+  EXPECT_EQ(Variant(size_t{7}).Type(), VarType::Integer);
+  EXPECT_EQ(Variant(int64_t{70000}).Type(), VarType::Long);
+  EXPECT_EQ(Variant(int64_t{1} << 40).Type(), VarType::Double);
+  EXPECT_EQ(Variant(int64_t{1} << 40).RawDouble(), 1099511627776.0);
+  EXPECT_EQ(Variant(uint32_t{4294967295u}).Type(), VarType::Double);
+  EXPECT_EQ(Variant(int16_t{-5}).RawInteger(), -5);
   EXPECT_EQ(Variant(0.5).Type(), VarType::Double);
   EXPECT_EQ(Variant(0.5f).Type(), VarType::Single);
   EXPECT_EQ(Variant(true).Type(), VarType::Boolean);
