@@ -25,8 +25,16 @@ struct Token {
   std::vector<Range> ranges;
 };
 
+// A range must ascend in the order of the compare mode: [a-Z] is fine under
+// text compare and invalid under binary.
+bool Descending(char16_t lo, char16_t hi, CompareMode mode) {
+  if (mode == CompareMode::Binary) return hi < lo;
+  UnitWeight a = TextWeight(lo), b = TextWeight(hi);
+  return b.primary < a.primary || (b.primary == a.primary && b.secondary < a.secondary);
+}
+
 // Compiles a bracket list starting after '['; returns the index after ']'.
-size_t CompileSet(TextView p, size_t i, Token& t) {
+size_t CompileSet(TextView p, size_t i, Token& t, CompareMode mode) {
   t.kind = Kind::Set;
   if (i < p.size() && p[i] == u'!') {
     t.negate = true;
@@ -36,7 +44,7 @@ size_t CompileSet(TextView p, size_t i, Token& t) {
     char16_t lo = p[i];
     if (i + 2 < p.size() && p[i + 1] == u'-' && p[i + 2] != u']') {
       char16_t hi = p[i + 2];
-      if (hi < lo) Fail(kErrInvalidPattern);
+      if (Descending(lo, hi, mode)) Fail(kErrInvalidPattern);
       t.ranges.push_back({lo, hi});
       i += 3;
     } else {
@@ -48,7 +56,7 @@ size_t CompileSet(TextView p, size_t i, Token& t) {
   return i + 1;
 }
 
-std::vector<Token> Compile(TextView p) {
+std::vector<Token> Compile(TextView p, CompareMode mode) {
   std::vector<Token> tokens;
   for (size_t i = 0; i < p.size();) {
     Token t;
@@ -69,7 +77,7 @@ std::vector<Token> Compile(TextView p) {
       t.kind = Kind::Digit;
       ++i;
     } else if (c == u'[') {
-      i = CompileSet(p, i + 1, t);
+      i = CompileSet(p, i + 1, t, mode);
       // "[]" matches the empty string: no token.
       if (t.ranges.empty() && !t.negate) continue;
     } else {
@@ -115,7 +123,7 @@ bool TokenMatches(const Token& t, char16_t c, CompareMode mode) {
 }  // namespace
 
 bool Like(TextView text, TextView pattern, CompareMode mode) {
-  std::vector<Token> tokens = Compile(pattern);
+  std::vector<Token> tokens = Compile(pattern, mode);
   size_t ti = 0, pi = 0;
   size_t star = SIZE_MAX, star_text = 0;
   while (ti < text.size()) {

@@ -107,6 +107,9 @@ TEST(Like, CaseByCompareMode) {
   EXPECT_FALSE(Like(u"\u00CA", u"[A-E]", CompareMode::Text));
   EXPECT_FALSE(Like(u"\u00EA", u"[A-E]", CompareMode::Text));
   EXPECT_TRUE(Like(u"\u00E9X", u"\u00C9?", CompareMode::Text));
+  // ranges ascend in the mode's own order
+  EXPECT_TRUE(Like(u"m", u"[a-Z]", CompareMode::Text));
+  EXPECT_EQ(FailureOf([] { Like(u"m", u"[a-Z]"); }), 93);
 }
 
 TEST(Like, ManyStarsStayFast) {
