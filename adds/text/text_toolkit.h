@@ -1,7 +1,8 @@
 // Text toolkit of Adds: splitting and replacing strings, the script sequence
 // store, the URL and Base64 codecs, control-character aliases, conversions and
 // scrambling. Every routine works on 16-bit units; the codecs read a unit as
-// the byte it stands for in the Windows-1252 mapping (runtime/text.h).
+// the byte it stands for in the Windows-1252 mapping (runtime/text.h). No
+// routine here pumps the host loop, so none can be re-entered.
 //
 //   Variant rest = u"k=v";
 //   adds.Var_GetPart(rest, u"=", true);        // "k", rest is now "v"
@@ -148,8 +149,9 @@ class TextToolkit : public virtual AddsCore {
   Variant Var_IntToChar(const Variant& Number, const Variant& LenBytes,
                         bool TrueIsHex_FalseIsAscii = false);
   // "&H" + the unpadded hex of each unit (or sString as hex text, true), read
-  // as a number: units 1, 2 give 18. A text that does not read as a number
-  // comes back as that text. Open.
+  // as a number by the runtime: units 1, 2 give 18; up to 4 digits wrap to
+  // 16 bits ("FFFF" is -1), up to 8 to 32 bits. A literal that does not read
+  // as a number (no digits, more than 8) comes back as that text. Open.
   Variant Var_CharToInt(const Variant& sString, bool TrueIsHex_FalseIsAscii = false);
   // Roman numeral; a row of "M" for thousands. X is left holding its units
   // digit. 0 gives "". Open.

@@ -21,6 +21,9 @@ TEST_F(ToolkitTest, IntToCharAndBack) {
   EXPECT_EQ(CDbl(kit.Var_CharToInt(Text(u"\x01\x02"))), 18);  // lost leading zero
   EXPECT_EQ(CDbl(kit.Var_CharToInt(kit.Var_IntToChar(0x1020, 2))), 0x1020);
   EXPECT_EQ(CDbl(kit.Var_CharToInt(u"\u20ac")), 128);
+  EXPECT_EQ(CDbl(kit.Var_CharToInt(u"\u00ff\u00ff")), -1);  // the 16-bit "&H" literal
+  EXPECT_EQ(CDbl(kit.Var_CharToInt(u"12345678", true)), 0x12345678);
+  EXPECT_EQ(CStr(kit.Var_CharToInt(u"xyz", true)), u"&Hxyz");
 }
 
 TEST_F(ToolkitTest, RomanNumeralsLeaveTheUnitsDigit) {
