@@ -137,9 +137,18 @@ TEST(LinuxSocket, ListenerStatesPortInUseAndRestart) {
   EXPECT_EQ(FailureNumber([&] { b->Bind(Variant::Missing(), port); }), kSockErrAddressInUse);
   EXPECT_EQ(b->ErrorText(), u"Address in use");
 
-  // a listener that has served a connection can be closed and bound again
-  Client c(port);
-  ASSERT_TRUE(c.connected);
+  // a listener whose connection the server closed first (leaving TIME_WAIT
+  // behind) can be closed and bound again at once
+  auto conn = f.Create();
+  a->on_connection_request = [&](int32_t h) { conn->SetAcceptHandle(h); };
+  {
+    Client c(port);
+    ASSERT_TRUE(PumpUntil(loop, [&] { return conn->State() == kSocketConnected; }));
+    conn->Close();
+    c.ReadSome(1000);
+    EXPECT_TRUE(c.eof);
+  }
+  for (int i = 0; i < 5; ++i) loop.Pump(0.01);
   a->Close();
   EXPECT_EQ(a->State(), kSocketClosed);
   EXPECT_FALSE(a->Listening());
@@ -155,8 +164,6 @@ TEST(LinuxSocket, ListenerStatesPortInUseAndRestart) {
   EXPECT_EQ(FailureNumber([&] { e->Bind(Variant::Missing(), 70000); }), kSockErrAddressInvalid);
   auto g = f.Create();
   EXPECT_EQ(FailureNumber([&] { g->Bind(Variant(Text(u"not an address")), 0); }), kSockErrAddressInvalid);
-
-  EXPECT_FALSE(a->LocalAddress().empty());
 }
 
 #if defined(__SANITIZE_ADDRESS__)
