@@ -223,11 +223,10 @@ Text FormatNumberSection(double value, TextView p, bool show_sign) {
     }
     ip = g;
   }
-  bool negative = value < 0 && (ip.find_first_not_of("0,") != std::string::npos ||
-                                fp.find_first_not_of('0') != std::string::npos || show_sign);
-  // Pass 2: emit literals in place; digits at the first placeholder and the point.
+  // Pass 2: emit literals in place; digits at the first placeholder and the
+  // point. The sign stays even when the digits round to zero ("-0.00").
   Text out;
-  if (negative && show_sign) out += u'-';
+  if (value < 0 && show_sign) out += u'-';
   bool int_done = false;
   for (size_t i = 0; i < p.size();) {
     if (TakeLiteral(p, i, &out)) continue;
@@ -248,7 +247,6 @@ Text FormatNumberSection(double value, TextView p, bool show_sign) {
     }
     ++i;
   }
-  if (!int_done && int_places == 0 && !point) return out;
   return out;
 }
 

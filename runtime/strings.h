@@ -19,18 +19,24 @@ Text Right(TextView s, int32_t length);            // length < 0 fails with 5
 Text Mid(TextView s, int32_t start);               // start < 1 fails with 5
 Text Mid(TextView s, int32_t start, int32_t length);
 // The Mid statement: overwrite units of s from start with those of repl,
-// never changing the length of s.
+// never changing the length of s. length < 0 means "all of repl that fits";
+// start < 1 or past the end of s fails with 5.
 void MidAssign(Text& s, int32_t start, int32_t length, TextView repl);
 
-// InStr(start, s1, s2, mode); start < 1 fails with 5.
+// InStr(start, s1, s2, mode); start < 1 or a mode other than Binary/Text
+// fails with 5. An empty s1 gives 0, then start past Len(s1) gives 0, then an
+// empty s2 gives start. Text mode ignores case only (é = É, e <> é).
 int32_t InStr(int32_t start, TextView s1, TextView s2, CompareMode mode = CompareMode::Binary);
 inline int32_t InStr(TextView s1, TextView s2, CompareMode mode = CompareMode::Binary) {
   return InStr(1, s1, s2, mode);
 }
-// InStrRev(s1, s2, start = -1 meaning the end, mode).
+// InStrRev(s1, s2, start = -1 meaning the end, mode): the last match that
+// ends at or before start; start 0 or below -1 fails with 5.
 int32_t InStrRev(TextView s1, TextView s2, int32_t start = -1,
                  CompareMode mode = CompareMode::Binary);
 
+// Case from our own tables (Latin-1, Latin Extended-A, the cp1252 extras,
+// Greek, Cyrillic), never the C locale: UCase(u"\u00FF") == u"\u0178".
 Text UCase(TextView s);
 Text LCase(TextView s);
 Text Trim(TextView s);   // only U+0020 is removed
@@ -45,7 +51,8 @@ Text StrReverse(TextView s);
 Text Replace(TextView expression, TextView find, TextView replacement, int32_t start = 1,
              int32_t count = -1, CompareMode mode = CompareMode::Binary);
 
-// Split with count -1 for all; an empty expression gives no items.
+// Split with count -1 for all; an empty expression or count 0 gives no
+// items, an empty delimiter the whole expression; count < -1 fails with 5.
 std::vector<Text> Split(TextView expression, TextView delimiter = u" ", int32_t count = -1,
                         CompareMode mode = CompareMode::Binary);
 Text Join(const std::vector<Text>& items, TextView delimiter = u" ");
