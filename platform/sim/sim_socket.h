@@ -76,7 +76,8 @@ class SimPeer : public std::enable_shared_from_this<SimPeer> {
 };
 
 // The socket factory of the simulated platform, and the network its controls
-// and the scripted peers share.
+// and the scripted peers share. It must outlive the controls it made; events
+// still scheduled after it is gone are dropped.
 class SimNetwork : public SocketFactory {
  public:
   explicit SimNetwork(SimLoop& loop);
