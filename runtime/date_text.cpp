@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "runtime/date_math.h"
@@ -174,6 +175,69 @@ bool ParseTimePart(TextView t, double& out) {
   return true;
 }
 
+// The number of an English month name or its first three letters, else 0.
+int MonthFromName(TextView word) {
+  static const char* const kNames[12] = {"january", "february", "march",     "april",
+                                         "may",     "june",     "july",      "august",
+                                         "september", "october", "november", "december"};
+  if (word.size() < 3) return 0;
+  for (int m = 0; m < 12; ++m) {
+    std::string_view name = kNames[m];
+    if (word.size() != 3 && word.size() != name.size()) continue;
+    bool same = true;
+    for (size_t i = 0; i < word.size() && same; ++i) {
+      char16_t c = word[i] >= u'A' && word[i] <= u'Z' ? static_cast<char16_t>(word[i] + 32) : word[i];
+      same = c == static_cast<char16_t>(name[i]);
+    }
+    if (same) return m + 1;
+  }
+  return 0;
+}
+
+bool ParseNumberField(TextView word, Field& f) {
+  if (word.empty() || word.size() > 4) return false;
+  f = {0, static_cast<int>(word.size())};
+  for (char16_t c : word) {
+    if (!IsDigit(c)) return false;
+    f.value = f.value * 10 + (c - u'0');
+  }
+  return true;
+}
+
+// "7 Mar 2004", "Mar 7, 2004", "07-March-04": a named month with a day and a
+// year (the month first or second), optionally followed by a time.
+bool ParseNamedMonth(TextView t, double& out) {
+  double time = 0;
+  size_t colon = t.find(u':');
+  if (colon != TextView::npos) {
+    size_t start = t.rfind(u' ', colon);
+    if (start == TextView::npos || !ParseTimePart(t.substr(start + 1), time)) return false;
+    t = t.substr(0, start);
+  }
+  std::vector<TextView> words;
+  size_t i = 0;
+  while (i < t.size()) {
+    while (i < t.size() && (t[i] == u' ' || t[i] == u',' || t[i] == u'-' || t[i] == u'/')) ++i;
+    size_t start = i;
+    while (i < t.size() && !(t[i] == u' ' || t[i] == u',' || t[i] == u'-' || t[i] == u'/')) ++i;
+    if (i > start) words.push_back(t.substr(start, i - start));
+  }
+  if (words.size() != 3) return false;
+  int month = MonthFromName(words[0]);
+  Field day, year;
+  if (month) {
+    if (!ParseNumberField(words[1], day) || !ParseNumberField(words[2], year)) return false;
+  } else {
+    month = MonthFromName(words[1]);
+    if (!month || !ParseNumberField(words[0], day) || !ParseNumberField(words[2], year)) return false;
+  }
+  if (day.digits > 2) return false;
+  double date;
+  if (!MakeDate(FullYear(year), month, day.value, date)) return false;
+  out = date + time;
+  return true;
+}
+
 }  // namespace
 
 bool ParseDateText(TextView text, double& out) {
@@ -193,7 +257,7 @@ bool ParseDateText(TextView text, double& out) {
       out = time;
       return true;
     }
-    return false;
+    return ParseNamedMonth(t, out);
   }
   TextView first = t.substr(0, space);
   TextView rest = t.substr(space + 1);
@@ -207,7 +271,7 @@ bool ParseDateText(TextView text, double& out) {
     out = time;
     return true;
   }
-  return false;
+  return ParseNamedMonth(t, out);
 }
 
 }  // namespace varnek

@@ -31,8 +31,13 @@ int64_t DateDiff(TextView interval, double date1, double date2);
 
 // "yyyy-mm-dd hh:nn:ss".
 Text DateToHostText(double date);
-// Reads a date or time text the way CDate does (the host form, ISO dates,
-// the locale's short-date order, times). Returns false when it is not a date.
+// Reads a date or time text the way CDate does: the host form, year-first
+// dates ("1970-1-13"), three numbers in the locale's short-date order with
+// day and month swapped when that reading is impossible, English month names
+// ("7 Mar 2004", "March 7, 2004"), times "h:nn[:ss]" with optional AM/PM, and
+// a date followed by a time. Two-digit years: 0..29 -> 20xx, 30..99 -> 19xx.
+// Not read: lone numbers, "24:00", fractional seconds, dates without a year.
+// Returns false when it is not a date.
 bool ParseDateText(TextView text, double& out);
 
 // A date from broken-down local time fields (no normalisation check).

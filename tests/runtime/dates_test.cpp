@@ -120,6 +120,14 @@ TEST(DateText, IsDateAndCDateReadings) {
   EXPECT_EQ(CDate(Variant(u"12:00 AM")).serial, 0);
   EXPECT_EQ(CDate(Variant(u"13:00 AM")).serial, TimeSerial(13, 0, 0));
   EXPECT_EQ(CDate(Variant(u"1")).serial, 1);
+  // English month names, month first or second, with or without a time
+  EXPECT_EQ(CDate(Variant(u"7 Mar 2004")).serial, 38053);
+  EXPECT_EQ(CDate(Variant(u"March 7, 2004")).serial, 38053);
+  EXPECT_EQ(CDate(Variant(u"07-mar-04")).serial, 38053);
+  EXPECT_EQ(CDate(Variant(u"7 MAR 2004 12:00")).serial, 38053.5);
+  EXPECT_FALSE(IsDate(Variant(u"7 Mars 2004")));
+  EXPECT_FALSE(IsDate(Variant(u"31 Feb 2004")));
+  EXPECT_FALSE(IsDate(Variant(u"Mar 2004")));
   // with '/' as the date separator, dots separate times
   EXPECT_EQ(CDate(Variant(u"04.28.14")).serial, TimeSerial(4, 28, 14));
   EXPECT_EQ(CDate(Variant(u"2.5")).serial, TimeSerial(2, 5, 0));

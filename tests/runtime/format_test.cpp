@@ -33,6 +33,9 @@ TEST(FormatDates, TokensAndTheMinuteRule) {
   EXPECT_EQ(Format(Variant(u"not a date"), u"yyyy"), u"not a date");
   EXPECT_EQ(Format(d, u"General Date"), u"2004-03-07 14:05:09");
   EXPECT_EQ(Format(d, u"Long Time"), u"14:05:09");
+  // what Format writes with names, CDate reads back
+  EXPECT_EQ(CDate(Variant(Format(d, u"d mmmm yyyy hh:nn:ss"))).serial, d.RawDate().serial);
+  EXPECT_EQ(CDate(Variant(Format(d, u"mmm d, yyyy h:nn:ss AM/PM"))).serial, d.RawDate().serial);
 }
 
 TEST(FormatNumbers, PlaceholdersRoundingAndSections) {
