@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -111,12 +112,19 @@ int32_t LinuxSocket::ReceiveReadyCount() const {
 
 void LinuxSocket::Receive(int32_t /*type*/) {
   if (!Connection()) FailWrongState();
+  // What waits now is taken, and no more: a peer that keeps sending cannot
+  // hold the host inside this call. With nothing waiting, one read tells
+  // whether the peer has closed.
+  const size_t waiting = static_cast<size_t>(std::max(ReceiveReadyCount(), 0));
   std::string bytes;
   char buf[16384];
   for (;;) {
-    ssize_t n = ::recv(fd_, buf, sizeof buf, 0);
+    if (waiting > 0 && bytes.size() >= waiting) break;
+    size_t want = waiting > 0 ? std::min(sizeof buf, waiting - bytes.size()) : sizeof buf;
+    ssize_t n = ::recv(fd_, buf, want, 0);
     if (n > 0) {
       bytes.append(buf, static_cast<size_t>(n));
+      if (waiting == 0) break;
       continue;
     }
     if (n == 0) {
