@@ -118,13 +118,14 @@ bool LinuxFileSystem::Enumerate(TextView pattern, std::vector<FileEntry>& out) {
   std::string folder_bytes = PathBytes(folder);
 
   if (!HasWildcard(mask)) {
-    // A plain name: look it up directly before scanning for another case.
+    // A plain name designates one file, and Linux names are case-sensitive:
+    // look that name up alone. (Matching it without regard to case would let
+    // a read-write open create a second file beside the one found.)
     struct stat st {};
     std::string full = folder_bytes + "/" + PathBytes(mask);
-    if (stat(full.c_str(), &st) == 0) {
-      out.push_back(EntryFromStat(mask, st));
-      return true;
-    }
+    if (stat(full.c_str(), &st) != 0) return false;
+    out.push_back(EntryFromStat(mask, st));
+    return true;
   }
 
   DIR* dir = opendir(folder_bytes.c_str());

@@ -37,6 +37,10 @@ TEST_F(BinaryFilesTest, ReadBinaryOfMissingFiles) {
     EXPECT_EQ(store.File_ReadBinary(u"bare.txt"), u"");
     EXPECT_TRUE(PathExists(P("bare.txt")));
   });
+  // names are case-sensitive: another case finds nothing and creates nothing
+  WriteBytes(P("d/a.txt"), "x");
+  EXPECT_EQ(store.File_ReadBinary(T("d/A.TXT")), u"");
+  EXPECT_FALSE(PathExists(P("d/A.TXT")));
   // a folder or a Null name reads as ""
   EXPECT_EQ(store.File_ReadBinary(tmp.text()), u"");
   EXPECT_EQ(store.File_ReadBinary(Variant::Null()), u"");

@@ -70,8 +70,11 @@ TEST(LinuxFilesTest, EnumerateAndAttributes) {
     }
   }
 
-  // a plain name matches without regard to case; nothing matching is false
-  ASSERT_TRUE(fs.Enumerate(tmp / "A.TXT", found));
+  // a plain name is that exact name; a mask ignores case; nothing matching is false
+  ASSERT_TRUE(fs.Enumerate(tmp / "a.txt", found));
+  EXPECT_EQ(found.size(), 1u);
+  EXPECT_FALSE(fs.Enumerate(tmp / "A.TXT", found));
+  ASSERT_TRUE(fs.Enumerate(tmp / "A.TX?", found));
   EXPECT_EQ(found.size(), 1u);
   EXPECT_FALSE(fs.Enumerate(tmp / "*.doc", found));
   EXPECT_TRUE(found.empty());
