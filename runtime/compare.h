@@ -15,7 +15,10 @@ enum class CompareMode : int { Binary = 0, Text = 1 };
 std::optional<int> CompareVariants(const Variant& a, const Variant& b,
                                    CompareMode mode = CompareMode::Binary);
 
-// StrComp on texts: -1, 0 or 1.
+// StrComp on texts: -1, 0 or 1. Binary orders by code unit; Text ignores
+// case and puts accented letters beside their base letter (a < À < B), the
+// accents deciding only between otherwise equal texts. Another mode fails
+// with 5.
 int StrComp(TextView a, TextView b, CompareMode mode = CompareMode::Binary);
 
 // a < b and a = b as an If would read them: a Null comparison is false.

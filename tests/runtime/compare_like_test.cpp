@@ -56,6 +56,7 @@ TEST(StrComp, BinaryAndTextOrders) {
   EXPECT_EQ(StrComp(u"\u00E9a", u"eb", CompareMode::Text), -1);  // base letters decide first
   EXPECT_EQ(StrComp(u"_", u"a", CompareMode::Text), -1);
   EXPECT_EQ(StrComp(u"9", u"a", CompareMode::Text), -1);
+  EXPECT_EQ(FailureOf([] { StrComp(u"a", u"b", static_cast<CompareMode>(2)); }), 5);
 }
 
 TEST(Concat, NullAndEmptySides) {
