@@ -1,5 +1,6 @@
 // The classic conversions: rounding and overflow, CStr digits, Str, Hex, Val.
 #include "runtime/convert.h"
+#include "runtime/int16.h"
 
 #include <gtest/gtest.h>
 
@@ -45,6 +46,20 @@ TEST(IntegerConversions, RoundHalfToEvenThenRangeCheck) {
   EXPECT_EQ(CInt(Variant(Currency{25000})), 2);   // 2.5 -> 2
   EXPECT_EQ(CInt(Variant(Currency{35000})), 4);   // 3.5 -> 4
   EXPECT_EQ(CInt(Variant(Currency{-25001})), -3);
+}
+
+TEST(IntegerArithmetic, SixteenAndThirtyTwoBitLimits) {
+  EXPECT_EQ(AddInt16(32766, 1), 32767);
+  EXPECT_EQ(FailureOf([] { AddInt16(32767, 1); }), 6);
+  EXPECT_EQ(FailureOf([] { SubInt16(-32768, 1); }), 6);
+  EXPECT_EQ(FailureOf([] { MulInt16(-32768, -1); }), 6);
+  EXPECT_EQ(MulInt16(-128, 256), -32768);
+  EXPECT_EQ(ToInt16(-32768), -32768);
+  EXPECT_EQ(FailureOf([] { ToInt16(32768); }), 6);
+  EXPECT_EQ(FailureOf([] { AddInt32(INT32_MAX, 1); }), 6);
+  EXPECT_EQ(FailureOf([] { MulInt32(2000 * 365, 3000); }), 6);
+  EXPECT_EQ(MulInt32(-65536, 32768), INT32_MIN);
+  EXPECT_EQ(FailureOf([] { ToInt32(int64_t{INT32_MIN} - 1); }), 6);
 }
 
 TEST(CStr, DoubleSingleAndOtherSubtypes) {
