@@ -92,6 +92,12 @@ class HTTPServer {
   // The control's size is fixed by its 16x16 icon, whatever the host asks.
   int32_t Width() const { return width_; }
   int32_t Height() const { return height_; }
+  // The host asks for a size; the resize handler puts the icon's size back.
+  void Resize(int32_t width, int32_t height) {
+    width_ = width;
+    height_ = height;
+    UserControl_Resize();
+  }
   void UserControl_Resize();
 
   // ---- Builders (builders.cpp). Pure text; they touch no connection.

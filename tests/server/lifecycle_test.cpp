@@ -128,7 +128,7 @@ TEST_F(LifecycleTest, StopWaitsUpToTenSecondsForTheListener) {
 }
 
 TEST_F(LifecycleTest, SizeIsFixedAndPropertiesAreStoredOnly) {
-  server->UserControl_Resize();
+  server->Resize(300, 40);
   EXPECT_EQ(server->Width(), 16);
   EXPECT_EQ(server->Height(), 16);
   server->ServerBusyString(u"busy");
