@@ -370,6 +370,24 @@ TEST(LinuxSocket, PeerCloses) {
   EXPECT_EQ(srv.done.size(), done_before);
 }
 
+TEST(LinuxSocket, HandlerMayDestroyItsOwnControl) {
+  LinuxLoop loop;
+  LinuxSocketFactory f(loop);
+  Server srv(f, 1);
+  int fired = 0;
+  std::string big(256, 'x');  // a capture that dies with the handler
+  srv.slots[0]->on_receive_ready = [&srv, &fired, big] {
+    srv.slots[0].reset();
+    fired += static_cast<int>(big.size());
+  };
+  Client c(srv.port);
+  c.Write("x");
+  ASSERT_TRUE(PumpUntil(loop, [&] { return fired != 0; }));
+  EXPECT_EQ(fired, 256);
+  c.ReadSome(1000);
+  EXPECT_TRUE(c.eof);
+}
+
 TEST(LinuxSocket, IPv6ListenerAndOutgoingConnect) {
   LinuxLoop loop;
   LinuxSocketFactory f(loop);

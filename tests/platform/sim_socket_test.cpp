@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
 #include "runtime/failure.h"
@@ -247,6 +248,23 @@ TEST(SimSocket, SendReportsDoneAfterDelayAndCloseFromBothSides) {
   EXPECT_EQ(s.ReceivedData().ToText(), u"PING");
   s.Close();
   EXPECT_EQ(s.State(), kSocketClosed);
+}
+
+TEST(SimSocket, HandlerMayDestroyItsOwnControl) {
+  SimLoop loop(kStart);
+  SimNetwork net(loop);
+  Server srv(net, 80, 1);
+  int fired = 0;
+  std::string big(256, 'x');  // a capture that dies with the handler
+  srv.slots[0]->on_receive_ready = [&srv, &fired, big] {
+    srv.slots[0].reset();
+    fired += static_cast<int>(big.size());
+  };
+  auto peer = net.Connect(80, 0.1);
+  peer->Write(u"x", 0.2);
+  loop.RunFor(0.5);
+  EXPECT_EQ(fired, 256);
+  EXPECT_TRUE(peer->ClosedByServer());
 }
 
 TEST(SimSocket, OutgoingConnectToScriptedServer) {
