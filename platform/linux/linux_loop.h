@@ -19,6 +19,8 @@ class LinuxLoop : public HostLoop {
 
   void Pump(double max_wait_seconds) override;
   std::unique_ptr<LoopTimer> CreateTimer() override;
+  // Safe from any thread: the call is queued under a lock and an eventfd
+  // wakes a blocked pump; fn itself runs on the loop's thread.
   void Post(std::function<void()> fn) override;
   double Now() override;
   float Timer() override;
