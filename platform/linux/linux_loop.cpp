@@ -2,6 +2,8 @@
 // timers by deadlines on CLOCK_MONOTONIC, local time from CLOCK_REALTIME.
 #include "platform/linux/linux_loop.h"
 
+#include "runtime/date_math.h"
+
 #include <errno.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -26,16 +28,6 @@ double MonotonicSeconds() {
   timespec ts{};
   clock_gettime(CLOCK_MONOTONIC, &ts);
   return static_cast<double>(ts.tv_sec) + ts.tv_nsec / 1e9;
-}
-
-// Days from 1970-01-01 to the given civil date (proleptic Gregorian).
-int64_t DaysFromCivil(int64_t y, int64_t m, int64_t d) {
-  y -= m <= 2;
-  const int64_t era = (y >= 0 ? y : y - 399) / 400;
-  const int64_t yoe = y - era * 400;
-  const int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-  const int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-  return era * 146097 + doe - 719468;
 }
 
 // The local broken-down time now, and its nanoseconds.
@@ -254,7 +246,7 @@ void LinuxLoop::Post(std::function<void()> fn) {
 double LinuxLoop::Now() {
   tm local = LocalNow(nullptr);
   const int64_t days =
-      DaysFromCivil(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday) - DaysFromCivil(1899, 12, 30);
+      SerialFromCivil(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
   const int seconds = local.tm_hour * 3600 + local.tm_min * 60 + std::min(local.tm_sec, 59);
   return static_cast<double>(days) + seconds / 86400.0;
 }
