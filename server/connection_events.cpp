@@ -141,8 +141,10 @@ void HTTPServer::SocketX_Done(int16_t index, int32_t code) {
       Variant text;
       Resume([&] { text = CStr(Sock(index).ReceivedData()); });
       Resume([&] { TextOf(index) = text; });
-      int16_t idx = index;
-      Resume([&] { Procesar_Recibido(idx, text); });
+      // The slot number goes by reference: a host that names another slot in
+      // its event moves the rest of this handler (keep-open test, close,
+      // report) to that slot as well.
+      Resume([&] { Procesar_Recibido(index, text); });
       bool keep = false;
       Resume([&] { keep = KeepOpenOf(index); });
       if (!keep) CloseAfterAnswer(index);

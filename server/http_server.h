@@ -42,7 +42,8 @@ class HTTPServer {
 
   // ---- Events. Every argument by reference; only Response and IdxProceso
   // are read back after the event, so a host may redirect the answer to the
-  // slot it names.
+  // slot it names; the receive handler then goes on with that slot (keep-open
+  // test, close, report) and leaves the asking slot as it is.
   std::function<void(Variant& URL, Variant& RemoteIP, Variant& VarString, Variant& Response,
                      Variant& IdxProceso, Collection& HeaderVariables, Collection& HeaderValues)>
       GETReceived;

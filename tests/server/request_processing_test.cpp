@@ -193,10 +193,20 @@ TEST_F(RequestTest, HostMayNameAnotherSlotForTheAnswer) {
   };
   auto first = Request("GET /hold HTTP/1.0\r\n\r\n", sim.loop.Elapsed());
   sim.loop.RunFor(3);
+  reports.clear();
   auto second = Request("GET /other HTTP/1.0\r\n\r\n", sim.loop.Elapsed());
   sim.loop.RunFor(4);
   EXPECT_EQ(Utf8(first->Received()), "heldrouted");
   EXPECT_TRUE(second->Received().empty());
+  // The rest of the receive handler follows the named slot too: slot 1 is
+  // held open, so nothing is closed, and slot 2 keeps its peer and its text.
+  EXPECT_FALSE(second->ClosedByServer());
+  EXPECT_EQ(server->ProcesoStatus_Code(2), kSocketConnected);
+  EXPECT_EQ(IndexOf("Evento (2)- Done:Receive"), -1);
+  EXPECT_NE(IndexOf("Evento (1)- Done:Receive Now:Connected"), -1);
+  second->Write(u"more", sim.loop.Elapsed() + 0.1);
+  sim.loop.RunFor(2);
+  EXPECT_EQ(Utf8(server->Proceso_Receive(2)), "more");
 }
 
 }  // namespace
