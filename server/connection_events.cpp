@@ -69,7 +69,9 @@ void HTTPServer::SocketXListen_Accept(int32_t handle) {
   DoEvents();
 
   bool welcome = false;
-  Resume([&] { welcome = !welcome_.IsEmpty() && CStr(welcome_) != u""; });
+  // Only Empty and "" mean "no welcome"; a Null takes the welcome's path and
+  // its Send fails, which still leaves the slot held open.
+  Resume([&] { welcome = !welcome_.IsEmpty() && (welcome_.IsNull() || CStr(welcome_) != u""); });
   if (!welcome) return;
   Resume([&] { Report(u"Server - Enviando bienvenida al motor " + Number(i)); });
   Resume([&] { KeepOpenOf(i) = true; });

@@ -97,6 +97,32 @@ TEST_F(ConnectionTest, WelcomeTextAndHeldConnection) {
   EXPECT_TRUE(server->Proceso_KeepOpen(1));
 }
 
+TEST_F(ConnectionTest, OnlyEmptyOrBlankWelcomeSkipsTheWelcome) {
+  server->GETReceived = [&](Variant&, Variant&, Variant&, Variant& response, Variant&,
+                            Collection&, Collection&) { response = u"page"; };
+  // "" sends nothing and lets the answer close the connection.
+  server->ServerWelcomeString(u"");
+  Start(8080, 2);
+  auto plain = Request("GET / HTTP/1.0\r\n\r\n", 1.0);
+  sim.loop.RunFor(4);
+  EXPECT_EQ(Utf8(plain->Received()), "page");
+  EXPECT_TRUE(plain->ClosedByServer());
+  EXPECT_TRUE(ReportsStartingWith("Server - Enviando").empty());
+
+  // A Null is neither: the welcome path runs, its Send fails quietly, and
+  // the slot is held open past the answer all the same.
+  server->ServerWelcomeString(Variant::Null());
+  auto held = net.Connect(8080, sim.loop.Elapsed() + 0.1);
+  sim.loop.RunFor(3);
+  EXPECT_EQ(ReportsStartingWith("Server - Enviando bienvenida al motor 1").size(), 1u);
+  EXPECT_TRUE(held->Received().empty());
+  EXPECT_TRUE(server->Proceso_KeepOpen(1));
+  held->Write(u"GET / HTTP/1.0\r\n\r\n", sim.loop.Elapsed() + 0.1);
+  sim.loop.RunFor(4);
+  EXPECT_EQ(Utf8(held->Received()), "page");
+  EXPECT_FALSE(held->ClosedByServer());
+}
+
 TEST_F(ConnectionTest, SlotChoiceAndAllSlotsBusy) {
   Start(8080, 2);
   server->GETReceived = [&](Variant& url, Variant&, Variant&, Variant& response, Variant& idx,
