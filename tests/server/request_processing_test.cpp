@@ -162,6 +162,8 @@ TEST_F(RequestTest, SecuredPathsNeedKnownCredentials) {
   EXPECT_EQ(Exchange("GET /admin HTTP/1.0\r\nAuthorization: Basic VVNFUjpQQVNT\r\n\r\n"), "ok");
   EXPECT_EQ(Exchange("GET /admin HTTP/1.0\r\nAuthorization: Whatever dXNlcjpwYXNz\r\n\r\n"),
             "ok");
+  // With no blank there is no scheme word to cut: the whole value is the credentials.
+  EXPECT_EQ(Exchange("GET /admin HTTP/1.0\r\nAuthorization: dXNlcjpwYXNz\r\n\r\n"), "ok");
   // The first Authorization header decides.
   EXPECT_EQ(Exchange("GET /admin HTTP/1.0\r\nAuthorization: Basic d3Jvbmc6eA==\r\n"
                      "Authorization: Basic dXNlcjpwYXNz\r\n\r\n")
