@@ -1,7 +1,4 @@
 // Record files (ARRAY_ and FileDB_) and DB_InitSource with a test form.
-#include <memory>
-#include <vector>
-
 #include "tests/store/store_fixture.h"
 
 namespace varnek {
@@ -9,8 +6,9 @@ namespace {
 
 using FileDbTest = StoreTest;
 
-const Variant& Cell(const Variant& table, int32_t row, int32_t col) {
-  return table.RawArray()->At({row, col});
+Text Cell(const Variant& table, int32_t row, int32_t col) {
+  const Variant& v = table.RawArray()->At({row, col});
+  return v.IsEmpty() ? u"<empty>" : CStr(v);
 }
 
 std::string Records(int count) {
@@ -19,83 +17,61 @@ std::string Records(int count) {
   return out;
 }
 
-TEST_F(FileDbTest, AppendThenLoad) {
+TEST_F(FileDbTest, AppendLoadAndSave) {
   EXPECT_EQ(store.ARRAY_Append(T("t.db"), u"a", u"b").Type(), VarType::String);  // started
   EXPECT_TRUE(store.ARRAY_Append(T("t.db"), u"c", 5).IsEmpty());
   EXPECT_EQ(ReadBytes(P("t.db")), "a\xF4" "b\xF4\xF5" "c\xF4" "5\xF4\xF5");
   Variant table = store.ARRAY_Load(T("t.db"));
   EXPECT_EQ(table.RawArray()->upper, (std::vector<int32_t>{500, 50}));
-  EXPECT_EQ(CStr(Cell(table, 0, 0)), u"a");
-  EXPECT_EQ(CStr(Cell(table, 0, 1)), u"b");
-  EXPECT_EQ(CStr(Cell(table, 1, 1)), u"5");
-  EXPECT_TRUE(Cell(table, 0, 2).IsEmpty());
-  EXPECT_TRUE(Cell(table, 2, 0).IsEmpty());
+  for (auto [row, col, text] : {std::tuple{0, 0, u"a"}, {0, 1, u"b"}, {1, 1, u"5"}, {0, 2, u"<empty>"},
+                                {2, 0, u"<empty>"}})
+    EXPECT_EQ(Cell(table, row, col), text) << row << "," << col;
+  EXPECT_EQ(Cell(store.ARRAY_Load(T("nothere.db")), 0, 0), u"<empty>");  // still the table
+  EXPECT_TRUE(store.FileDB_Leer(T("nothere.db")).IsEmpty());             // but Empty here
 
-  // a missing file still gives the empty table; FileDB_Leer gives Empty
-  Variant none = store.ARRAY_Load(T("nothere.db"));
-  EXPECT_TRUE(none.IsArray());
-  EXPECT_TRUE(Cell(none, 0, 0).IsEmpty());
-  EXPECT_TRUE(store.FileDB_Leer(T("nothere.db")).IsEmpty());
-  WriteBytes(P("empty.db"), "");
-  EXPECT_TRUE(store.FileDB_Leer(T("empty.db")).IsEmpty());
-}
-
-TEST_F(FileDbTest, EmptyFieldsAndTheEndOfATable) {
   store.FileDB_Agregar(T("e.db"), u"", u"x");
-  EXPECT_EQ(ReadBytes(P("e.db")), "\xF4x\xF4\xF5");
   store.FileDB_Agregar(T("e.db"), u"", u"");  // appended, and read back as two ""
   store.FileDB_Agregar(T("e.db"), u"z", u"");
-  Variant table = store.FileDB_Leer(T("e.db"));
+  EXPECT_EQ(ReadBytes(P("e.db")), "\xF4x\xF4\xF5\xF4\xF4\xF5z\xF4\xF4\xF5");
+  table = store.FileDB_Leer(T("e.db"));
   EXPECT_EQ(table.RawArray()->upper, (std::vector<int32_t>{1500, 50}));
-  EXPECT_EQ(Cell(table, 1, 0).Type(), VarType::String);
-  EXPECT_EQ(CStr(Cell(table, 1, 1)), u"");
-
-  // saving stops at the first row with both fields empty
-  store.FileDB_Grabar(T("e.db"), table);
+  EXPECT_EQ(Cell(table, 1, 0), u"");
+  store.FileDB_Grabar(T("e.db"), table);  // stops at the first row with both fields empty
   EXPECT_EQ(ReadBytes(P("e.db")), "\xF4x\xF4\xF5");
-  // only fields 0 and 1 are written
-  table = store.ARRAY_Load(T("e.db"));
-  table.RawArray()->At({0, 2}) = Variant(u"dropped");
+  table.RawArray()->At({0, 2}) = Variant(u"dropped");  // only fields 0 and 1 are written
   store.ARRAY_Save(T("e.db"), table);
   EXPECT_EQ(ReadBytes(P("e.db")), "\xF4x\xF4\xF5");
-  // not a table: the failure jumps to the save, which truncates
-  store.ARRAY_Save(T("e.db"), Variant(u"no table"));
+  store.ARRAY_Save(T("e.db"), Variant(u"no table"));  // the failure jumps to the save: truncated
   EXPECT_EQ(ReadBytes(P("e.db")), "");
 }
 
 TEST_F(FileDbTest, FramingBytesInsideFieldsSplitThem) {
   store.ARRAY_Append(T("f.db"), Text(u"a") + ByteToUnit(0xF4) + u"b", Text(u"c") + ByteToUnit(0xF5) + u"d");
   Variant table = store.ARRAY_Load(T("f.db"));
-  EXPECT_EQ(CStr(Cell(table, 0, 0)), u"a");
-  EXPECT_EQ(CStr(Cell(table, 0, 1)), u"b");
-  EXPECT_TRUE(Cell(table, 0, 2).IsEmpty());  // "c" had no 0xF4 before the 0xF5
-  EXPECT_EQ(CStr(Cell(table, 1, 0)), u"d");  // the rest became record 1
-  EXPECT_TRUE(Cell(table, 1, 1).IsEmpty());
-
-  // a line end between records becomes part of the next first field; text
-  // after the last 0xF5 is ignored
+  // "c" had no 0xF4 before the 0xF5; the rest became record 1
+  for (auto [row, col, text] : {std::tuple{0, 0, u"a"}, {0, 1, u"b"}, {0, 2, u"<empty>"}, {1, 0, u"d"},
+                                {1, 1, u"<empty>"}})
+    EXPECT_EQ(Cell(table, row, col), text) << row << "," << col;
+  // a line end between records joins the next first field; text after the last 0xF5 is ignored
   WriteBytes(P("g.db"), "a\xF4" "b\xF4\xF5\r\nc\xF4" "d\xF4\xF5tail\xF4");
   table = store.ARRAY_Load(T("g.db"));
-  EXPECT_EQ(CStr(Cell(table, 1, 0)), u"\r\nc");
-  EXPECT_TRUE(Cell(table, 2, 0).IsEmpty());
+  EXPECT_EQ(Cell(table, 1, 0), u"\r\nc");
+  EXPECT_EQ(Cell(table, 2, 0), u"<empty>");
 }
 
 TEST_F(FileDbTest, TableLimits) {
   WriteBytes(P("502.db"), Records(502));
   EXPECT_RUNTIME_ERROR(store.ARRAY_Load(T("502.db")), kErrSubscript);
-  Variant big = store.FileDB_Leer(T("502.db"));
-  EXPECT_EQ(CStr(Cell(big, 501, 0)), u"r501");
+  EXPECT_EQ(Cell(store.FileDB_Leer(T("502.db")), 501, 0), u"r501");
   WriteBytes(P("1502.db"), Records(1502));
   EXPECT_RUNTIME_ERROR(store.FileDB_Leer(T("1502.db")), kErrSubscript);
   WriteBytes(P("wide.db"), std::string(51, '\xF4') + "\xF5");  // 51 fields fit
   EXPECT_NO_THROW(store.ARRAY_Load(T("wide.db")));
   WriteBytes(P("wide.db"), std::string(52, '\xF4') + "\xF5");
   EXPECT_RUNTIME_ERROR(store.ARRAY_Load(T("wide.db")), kErrSubscript);
-
   // a table full to its last row runs off the end: what was collected is saved
   WriteBytes(P("501.db"), Records(501));
-  Variant full = store.ARRAY_Load(T("501.db"));
-  store.ARRAY_Save(T("copy.db"), full);
+  store.ARRAY_Save(T("copy.db"), store.ARRAY_Load(T("501.db")));
   EXPECT_EQ(ReadBytes(P("copy.db")), Records(501));
 }
 
@@ -115,25 +91,20 @@ class TestTextBox : public FormControl {
 class TestForm : public HostForm {
  public:
   int32_t ControlCount() const override { return 3; }
-  FormControl& Control(int32_t i) override {
-    if (i == 1) return box;
-    return i == 0 ? first : second;
-  }
+  FormControl& Control(int32_t i) override { return i == 1 ? static_cast<FormControl&>(box) : i ? second : first; }
   TestData first, second;
   TestTextBox box;
 };
 
 TEST_F(FileDbTest, InitSourceWritesANewDbIniAndKeepsAnExistingOne) {
   std::string ini = TextToUtf8(sim.app.Path()) + "/DB.ini";
-  Text app = sim.app.Path();
   store.INI_SetFileName(T("host.ini"));
-
   TestForm form;
   store.DB_InitSource(form, u"data.mdb");
   EXPECT_EQ(form.first.connect, u"Access");
-  EXPECT_EQ(form.first.database, app + u"/data.mdb");
+  EXPECT_EQ(form.first.database, sim.app.Path() + u"/data.mdb");
   EXPECT_EQ(form.second.refreshes, 1);
-  EXPECT_EQ(ReadBytes(ini), "[DBSource]\r\nConnect=Access\r\nDatabaseName=" + TextToUtf8(app) +
+  EXPECT_EQ(ReadBytes(ini), "[DBSource]\r\nConnect=Access\r\nDatabaseName=" + TextToUtf8(sim.app.Path()) +
                                 "/data.mdb\r\n");
   EXPECT_EQ(CStr(store.INI_FileName), T("host.ini"));  // back on the host's file
 

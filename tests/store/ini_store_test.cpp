@@ -1,6 +1,5 @@
 // The INI store of Storage: the current file, the cache and its kept quirks,
 // and the text-level listing and deletion of sections.
-#include "runtime/strings.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {
@@ -14,65 +13,49 @@ class IniStoreTest : public StoreTest {
   }
 };
 
-TEST_F(IniStoreTest, NoFileSet) {
-  EXPECT_EQ(store.INI_GetString(u"a", u"b", u" x "), u"x");
+TEST_F(IniStoreTest, FileNamesAndNoFile) {
+  EXPECT_EQ(store.INI_GetString(u"a", u"b", u" x "), u"x");  // no file set: the trimmed default
   EXPECT_EQ(store.INI_PutString(u"a", u"b", u"c"), 0);
   EXPECT_EQ(store.IniBufferCount(), 0);
-}
-
-TEST_F(IniStoreTest, FileNames) {
-  store.INI_SetFileName(u"ab");
+  store.INI_SetFileName(u"ab");  // too short to be a path
   EXPECT_EQ(CStr(store.INI_FileName), u"");
   EXPECT_EQ(store.IniFileName(), Text(u"ab\0", 3));
-  EXPECT_EQ(store.IniLastFileName(), u"");
-
   store.INI_SetFileName(T("one.ini"));
   store.INI_SetFileName(T("two.ini"));
-  EXPECT_EQ(CStr(store.INI_FileName), T("two.ini"));
   EXPECT_EQ(store.IniLastFileName(), T("one.ini") + Text(1, u'\0'));
-  // one step back, and a second call stays there
-  store.INI_SetLastFileName();
-  EXPECT_EQ(CStr(store.INI_FileName), T("one.ini"));
+  store.INI_SetLastFileName();  // one step back, and a second call stays there
   store.INI_SetLastFileName();
   EXPECT_EQ(CStr(store.INI_FileName), T("one.ini"));
 }
 
 TEST_F(IniStoreTest, CacheKeepsItsQuirks) {
-  Use("c.ini", "[Sec]\r\nKey=value\r\nEmpty=\r\n");
-
-  // names differing in case share one entry
+  Text base(40, u'k');
+  Use("c.ini", "[Sec]\r\nKey=value\r\nEmpty=\r\n" + TextToUtf8(base) + "A=one\r\n" + TextToUtf8(base) + "B=two\r\n");
   EXPECT_EQ(store.INI_GetString(u"sec", u"key", u"d"), u"value");
-  EXPECT_EQ(store.INI_GetString(u"SEC", u"KEY", u"d"), u"value");
+  EXPECT_EQ(store.INI_GetString(u"SEC", u"KEY", u"d"), u"value");  // case shares one entry
   EXPECT_EQ(store.IniBufferCount(), 1);
-
+  EXPECT_EQ(store.INI_GetString(u"sec", base + u"A", u"d"), u"one");
+  EXPECT_EQ(store.INI_GetString(u"sec", base + u"B", u"d"), u"one");  // 40 units agree: a hit
   // a missing key caches its default: the next call gets the first default
   EXPECT_EQ(store.INI_GetString(u"sec", u"missing", u"first"), u"first");
   EXPECT_EQ(store.INI_GetString(u"sec", u"missing", u"second"), u"first");
-  EXPECT_EQ(store.IniBufferCount(), 2);
-
+  EXPECT_EQ(store.IniBufferCount(), 3);
   // an empty value is never a hit: each read goes to the file and adds one
   EXPECT_EQ(store.INI_GetString(u"sec", u"empty", u"d"), u"");
   EXPECT_EQ(store.INI_GetString(u"sec", u"empty", u"d"), u"");
-  EXPECT_EQ(store.IniBufferCount(), 4);
-
+  EXPECT_EQ(store.IniBufferCount(), 5);
   // a write leaves the cache answering the old value until a purge
   EXPECT_EQ(store.INI_PutString(u"sec", u"key", u"new"), 1);
   EXPECT_EQ(store.INI_GetString(u"sec", u"key", u"d"), u"value");
   store.INI_PurgeBuffer();
-  EXPECT_EQ(store.IniBufferCount(), 0);
   EXPECT_EQ(store.INI_GetString(u"sec", u"key", u"d"), u"new");
-  EXPECT_EQ(ReadBytes(P("c.ini")), "[Sec]\r\nKey=new\r\nEmpty=\r\n");
-
-  // blank names are refused
-  EXPECT_EQ(store.INI_PutString(u"  ", u"k", u"v"), 0);
+  EXPECT_EQ(store.INI_PutString(u"  ", u"k", u"v"), 0);  // blank names are refused
   EXPECT_EQ(store.INI_PutString(u"s", u"", u"v"), 0);
-}
-
-TEST_F(IniStoreTest, NamesAgreeingInFortyUnitsShareAnEntry) {
-  Text base(40, u'k');
-  Use("f.ini", "[s]\r\n" + TextToUtf8(base) + "A=one\r\n" + TextToUtf8(base) + "B=two\r\n");
-  EXPECT_EQ(store.INI_GetString(u"s", base + u"A", u"d"), u"one");
-  EXPECT_EQ(store.INI_GetString(u"s", base + u"B", u"d"), u"one");  // the cache answers
+  // the count is 16-bit
+  Use("e.ini", "[s]\r\nk=\r\n");
+  store.INI_PurgeBuffer();
+  for (int i = 0; i < 32767; ++i) store.INI_GetString(u"s", u"k", u"");
+  EXPECT_RUNTIME_ERROR(store.INI_GetString(u"s", u"k", u""), kErrOverflow);
 }
 
 TEST_F(IniStoreTest, LongValuesComeBackWhole) {
@@ -84,40 +67,24 @@ TEST_F(IniStoreTest, LongValuesComeBackWhole) {
   }
 }
 
-TEST_F(IniStoreTest, CacheCountIsSixteenBit) {
-  Use("e.ini", "[s]\r\nk=\r\n");
-  for (int i = 0; i < 32767; ++i) store.INI_GetString(u"s", u"k", u"");
-  EXPECT_EQ(store.IniBufferCount(), 32767);
-  EXPECT_RUNTIME_ERROR(store.INI_GetString(u"s", u"k", u""), kErrOverflow);
-}
-
-TEST_F(IniStoreTest, ListsSections) {
-  Use("l.ini", "[a]\r\nk=1\r\n[b]");
-  EXPECT_EQ(CStr(store.INI_ListAppName()), u"a\tb\t");
+TEST_F(IniStoreTest, ListsAndDeletesSectionsOnTheText) {
   Use("l.ini", "x=[v]\r\n[a]\r\n[]\r\n[c]\r\n");  // brackets in values count; "[]" ends
   EXPECT_EQ(CStr(store.INI_ListAppName()), u"v\ta\t");
   store.INI_SetFileName(T("sub/missing.ini"));
   EXPECT_EQ(CStr(store.INI_ListAppName()), u"");
   EXPECT_FALSE(PathExists(P("sub")));
-}
 
-TEST_F(IniStoreTest, DeletesSectionsOnTheText) {
-  Use("d.ini", "[a]\r\nk=1\r\n[b]\r\nm=2\r\n");
-  EXPECT_TRUE(CBool(store.INI_DeleteAppName(u"b")));
-  EXPECT_EQ(ReadBytes(P("d.ini")), "[a]\r\nk=1\r\n");
-
-  Use("d.ini", "[a]\r\nk=1\r\n[b]\r\nm=2\r\n");
-  store.INI_DeleteAppName(u"a");
-  EXPECT_EQ(ReadBytes(P("d.ini")), "[b]\r\nm=2\r\n");
-
-  Use("d.ini", "[a]\r\nk=1\r\n");
-  store.INI_DeleteAppName(u"A");  // case counts: not found, and the file began with "["
-  EXPECT_EQ(ReadBytes(P("d.ini")), "");
-
-  Use("d.ini", "[a][b]\r\nk=1\r\n");  // a section followed straight by "[" takes the rest
-  store.INI_DeleteAppName(u"a");
-  EXPECT_EQ(ReadBytes(P("d.ini")), "");
-
+  const char* rows[][3] = {
+      {"[a]\r\nk=1\r\n[b]\r\nm=2\r\n", "b", "[a]\r\nk=1\r\n"},
+      {"[a]\r\nk=1\r\n[b]\r\nm=2\r\n", "a", "[b]\r\nm=2\r\n"},
+      {"[a]\r\nk=1\r\n", "A", ""},     // case counts: not found, and the file began with "["
+      {"[a][b]\r\nk=1\r\n", "a", ""},  // a section followed straight by "[" takes the rest
+  };
+  for (auto [before, section, after] : rows) {
+    Use("d.ini", before);
+    EXPECT_TRUE(CBool(store.INI_DeleteAppName(Utf8ToText(section))));
+    EXPECT_EQ(ReadBytes(P("d.ini")), after) << before << " - " << section;
+  }
   store.INI_SetFileName(T("none.ini"));
   EXPECT_TRUE(CBool(store.INI_DeleteAppName(u"x")));  // a missing file is saved empty
   EXPECT_EQ(ReadBytes(P("none.ini")), "");
@@ -126,8 +93,9 @@ TEST_F(IniStoreTest, DeletesSectionsOnTheText) {
 TEST_F(IniStoreTest, BinaryFileIsHarmless) {
   std::string junk;
   for (int i = 0; i < 3000; ++i) junk += static_cast<char>((i * 31 + 7) % 256);
-  Use("bin.ini", junk);
+  Use("bin.ini", junk + "\n[x]\nk=v\n");
   EXPECT_EQ(store.INI_GetString(u"s", u"k", u"dflt"), u"dflt");
+  EXPECT_EQ(store.INI_GetString(u"x", u"k", u"dflt"), u"v");
   store.INI_ListAppName();
   EXPECT_EQ(store.INI_PutString(u"s", u"k", u"v"), 1);
   EXPECT_EQ(ReadBytes(P("bin.ini")).substr(0, junk.size()), junk);

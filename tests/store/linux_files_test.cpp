@@ -1,10 +1,9 @@
-// The Linux file system service: masks, enumeration, attributes, the shell's
-// operations, volume readings and the atomic replacement under SIGKILL.
+// The Linux file system service: masks, enumeration, whole-file failures, the
+// shell's operations, volume readings and the atomic replacement under SIGKILL.
 #include <signal.h>
 #include <sys/wait.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <chrono>
 #include <thread>
 
@@ -14,167 +13,91 @@
 namespace varnek {
 namespace {
 
-TEST(FileMaskTest, ClassicMaskRules) {
-  struct Row {
-    const char16_t* mask;
-    const char16_t* name;
-    bool match;
+TEST(LinuxFilesTest, ClassicMaskRules) {
+  const std::tuple<const char16_t*, const char16_t*, bool> rows[] = {
+      {u"*.*", u"README", true},  {u"*.*", u".profile", true}, {u"*", u".", true},
+      {u"*.", u"README", true},   {u"*.", u"a.txt", false},    {u"*.txt", u"b.c.txt", true},
+      {u"*.txt", u"a.tx", false}, {u"*.txt", u"a.txtold", false}, {u"*.TXT", u"a.txt", true},
+      {u"a?.txt", u"ab.txt", true}, {u"a?.txt", u"a.txt", true}, {u"a?.txt", u"abc.txt", false},
+      {u"????????.???", u"README", true}, {u"????????.???", u"verylongname.txt", false},
+      {u"b.txt", u"B.TXT", true}, {u"b.txt", u"b.txt2", false}, {u"a*b", u"axxc", false},
   };
-  const Row rows[] = {
-      {u"*", u"README", true},          {u"*.*", u"README", true},
-      {u"*.*", u".profile", true},      {u"*", u".profile", true},
-      {u"*.", u"README", true},         {u"*.", u"a.txt", false},
-      {u"*.txt", u"a.txt", true},       {u"*.txt", u"b.c.txt", true},
-      {u"*.txt", u"a.tx", false},       {u"*.txt", u"a.txtold", false},
-      {u"*.TXT", u"a.txt", true},       {u"a?.txt", u"ab.txt", true},
-      {u"a?.txt", u"a.txt", true},      {u"a?.txt", u"abc.txt", false},
-      {u"????????.???", u"README", true}, {u"????????.???", u"abc.de", true},
-      {u"????????.???", u"verylongname.txt", false},
-      {u"b.txt", u"B.TXT", true},       {u"b.txt", u"b.txt2", false},
-      {u"*.sys", u"PAGEFILE.SYS", true}, {u"a*b", u"axxb", true},
-      {u"a*b", u"axxc", false},         {u"*", u".", true},
-  };
-  for (const Row& r : rows)
-    EXPECT_EQ(MaskMatches(r.mask, r.name), r.match)
-        << TextToUtf8(r.mask) << " vs " << TextToUtf8(r.name);
+  for (auto [mask, name, match] : rows)
+    EXPECT_EQ(MaskMatches(mask, name), match) << TextToUtf8(mask) << " vs " << TextToUtf8(name);
 }
 
-TEST(LinuxFilesTest, EnumerateAndAttributes) {
+TEST(LinuxFilesTest, EnumerateAndWholeFileFailures) {
   TempFolder tmp;
   LinuxFileSystem& fs = LinuxFiles();
   WriteBytes(tmp.path() + "/a.txt", "abc");
   WriteBytes(tmp.path() + "/.hidden.txt", "h");
   std::filesystem::create_directory(tmp.path() + "/sub");
   std::vector<FileEntry> found;
-
-  // every entry, "." and ".." included
-  ASSERT_TRUE(fs.Enumerate(tmp / "*", found));
-  std::vector<Text> names;
-  for (auto& e : found) names.push_back(e.name);
-  std::sort(names.begin(), names.end());
-  EXPECT_EQ(names, (std::vector<Text>{u".", u"..", u".hidden.txt", u"a.txt", u"sub"}));
-  for (auto& e : found) {
-    if (e.name == u"sub") {
-      EXPECT_TRUE(e.directory);
-    }
-    if (e.name == u".hidden.txt") {
-      EXPECT_TRUE(e.hidden);
-    }
-    if (e.name == u"a.txt") {
-      EXPECT_FALSE(e.hidden || e.directory || e.system);
-      EXPECT_EQ(e.size, 3);
-      EXPECT_GT(e.date, 40000.0);  // a date of this century
-    }
-    if (e.name == u"." || e.name == u"..") {
-      EXPECT_FALSE(e.hidden);
-    }
-  }
-
-  // a plain name is that exact name; a mask ignores case; nothing matching is false
-  ASSERT_TRUE(fs.Enumerate(tmp / "a.txt", found));
-  EXPECT_EQ(found.size(), 1u);
+  ASSERT_TRUE(fs.Enumerate(tmp / "*", found));  // "." and ".." included
+  std::sort(found.begin(), found.end(), [](auto& a, auto& b) { return a.name < b.name; });
+  std::vector<std::tuple<Text, bool, bool, int64_t>> seen;
+  for (auto& e : found) seen.emplace_back(e.name, e.directory, e.hidden, e.directory ? 0 : e.size);
+  EXPECT_EQ(seen, (std::vector<std::tuple<Text, bool, bool, int64_t>>{
+                      {u".", true, false, 0}, {u"..", true, false, 0}, {u".hidden.txt", false, true, 1},
+                      {u"a.txt", false, false, 3}, {u"sub", true, false, 0}}));
+  EXPECT_GT(found[3].date, 40000.0);  // a date of this century
+  // a plain name is that exact name; a mask ignores case; no match, a missing
+  // folder or a pattern ending in "/" is false
+  EXPECT_TRUE(fs.Enumerate(tmp / "a.txt", found));
   EXPECT_FALSE(fs.Enumerate(tmp / "A.TXT", found));
   ASSERT_TRUE(fs.Enumerate(tmp / "A.TX?", found));
   EXPECT_EQ(found.size(), 1u);
   EXPECT_FALSE(fs.Enumerate(tmp / "*.doc", found));
   EXPECT_TRUE(found.empty());
-  // missing folder, pattern ending in "/"
   EXPECT_FALSE(fs.Enumerate(tmp / "nope/*", found));
   EXPECT_FALSE(fs.Enumerate(tmp.text() + u"/", found));
-}
 
-TEST(LinuxFilesTest, WholeFileOperationsFailWithClassicNumbers) {
-  TempFolder tmp;
-  LinuxFileSystem& fs = LinuxFiles();
   EXPECT_RUNTIME_ERROR(fs.ReadAll(tmp / "missing", true), kErrFileNotFound);
   EXPECT_RUNTIME_ERROR(fs.Length(tmp / "missing"), kErrFileNotFound);
   EXPECT_RUNTIME_ERROR(fs.Delete(tmp / "missing"), kErrFileNotFound);
   EXPECT_RUNTIME_ERROR(fs.Copy(tmp / "missing", tmp / "x"), kErrFileNotFound);
   EXPECT_RUNTIME_ERROR(fs.WriteAll(tmp / "no/such/folder.txt", "x"), kErrFileNotFound);
+  EXPECT_RUNTIME_ERROR(fs.Delete(tmp / "sub"), kErrPathFileAccess);
+  EXPECT_FALSE(fs.CreateDirectory(tmp / "sub"));  // already there
   EXPECT_FALSE(PathExists(tmp.path() + "/x"));
-
-  // read-write reading creates the file empty
-  EXPECT_EQ(fs.ReadAll(tmp / "new", false), "");
-  EXPECT_TRUE(PathExists(tmp.path() + "/new"));
-
-  fs.WriteAll(tmp / "w", "one");
-  fs.Append(tmp / "w", "two");
-  EXPECT_EQ(ReadBytes(tmp.path() + "/w"), "onetwo");
-  fs.WriteAll(tmp / "w", "");
-  EXPECT_EQ(ReadBytes(tmp.path() + "/w"), "");
-  // no temp file stays behind after a replacement
-  int count = 0;
-  for (auto& e : std::filesystem::directory_iterator(tmp.path())) count += e.path().filename().string()[0] == '.';
-  EXPECT_EQ(count, 0);
-
-  EXPECT_TRUE(fs.CreateDirectory(tmp / "d"));
-  EXPECT_FALSE(fs.CreateDirectory(tmp / "d"));  // already there
-  EXPECT_RUNTIME_ERROR(fs.Delete(tmp / "d"), kErrPathFileAccess);
+  Text label;
+  uint32_t serial = 0;
+  EXPECT_TRUE(fs.VolumeInfo(tmp.text(), label, serial));
+  EXPECT_FALSE(fs.VolumeInfo(tmp / "missing", label, serial));
+  EXPECT_FALSE(fs.VolumeInfo(u"C:/", label, serial));
 }
 
 TEST(LinuxFilesTest, ShellOperations) {
   TempFolder tmp;
-  LinuxFileSystem& fs = LinuxFiles();
-  WriteBytes(tmp.path() + "/src/a.txt", "A");
-  WriteBytes(tmp.path() + "/src/b.txt", "B");
-  WriteBytes(tmp.path() + "/src/c.log", "C");
-  auto req = [](int32_t fn, int32_t flags, Text from, Text to) {
-    ShellFileRequest r;
-    r.function = fn;
-    r.flags = flags;
-    r.from = std::move(from);
-    r.to = std::move(to);
-    return r;
+  for (const char* f : {"a.txt", "b.txt", "c.log"}) WriteBytes(tmp.path() + "/src/" + f, f);
+  auto run = [&](int32_t fn, int32_t flags, Text from, Text to) {
+    return LinuxFiles().ShellOperation(ShellFileRequest{fn, flags, std::move(from), std::move(to)});
   };
-
-  // copy by mask into a folder that does not exist yet
-  EXPECT_EQ(fs.ShellOperation(req(kShellCopy, kShellNoConfirmation, tmp / "src/*.txt" + Text(1, u'\0'),
-                                  tmp / "dst" + Text(1, u'\0'))), 0);
-  EXPECT_EQ(ReadBytes(tmp.path() + "/dst/a.txt"), "A");
-  EXPECT_EQ(ReadBytes(tmp.path() + "/dst/b.txt"), "B");
+  const Text nul(1, u'\0');
+  // copy by mask into a folder that does not exist yet; then with rename on collision
+  EXPECT_EQ(run(kShellCopy, kShellNoConfirmation, tmp / "src/*.txt" + nul, tmp / "dst" + nul), 0);
+  EXPECT_EQ(run(kShellCopy, kShellRenameOnCollision, tmp / "src/a.txt", tmp / "dst"), 0);
+  EXPECT_EQ(ReadBytes(tmp.path() + "/dst/b.txt"), "b.txt");
+  EXPECT_EQ(ReadBytes(tmp.path() + "/dst/Copy of a.txt"), "a.txt");
   EXPECT_FALSE(PathExists(tmp.path() + "/dst/c.log"));
-
-  // copy onto an existing name with rename on collision
-  EXPECT_EQ(fs.ShellOperation(req(kShellCopy, kShellRenameOnCollision, tmp / "src/a.txt", tmp / "dst")), 0);
-  EXPECT_EQ(ReadBytes(tmp.path() + "/dst/Copy of a.txt"), "A");
-
-  // two sources in one NUL-separated list, moved to parallel targets
-  Text from = tmp / "src/a.txt" + Text(1, u'\0') + (tmp / "src/b.txt") + Text(2, u'\0');
-  Text to = tmp / "m1" + Text(1, u'\0') + (tmp / "m2") + Text(2, u'\0');
-  EXPECT_EQ(fs.ShellOperation(req(kShellMove, kShellMultiDestFiles, from, to)), 0);
-  EXPECT_EQ(ReadBytes(tmp.path() + "/m1"), "A");
-  EXPECT_EQ(ReadBytes(tmp.path() + "/m2"), "B");
+  // two sources moved to parallel targets
+  EXPECT_EQ(run(kShellMove, kShellMultiDestFiles, tmp / "src/a.txt" + nul + (tmp / "src/b.txt") + nul + nul,
+                tmp / "m1" + nul + (tmp / "m2") + nul + nul), 0);
+  EXPECT_EQ(ReadBytes(tmp.path() + "/m2"), "b.txt");
   EXPECT_FALSE(PathExists(tmp.path() + "/src/a.txt"));
-
-  // rename refuses an existing target, then works
-  EXPECT_EQ(fs.ShellOperation(req(kShellRename, 0, tmp / "m1", tmp / "m2")), 0xB7);
-  EXPECT_EQ(fs.ShellOperation(req(kShellRename, 0, tmp / "m1", tmp / "r1")), 0);
-  EXPECT_EQ(ReadBytes(tmp.path() + "/r1"), "A");
-
-  // delete a folder with its content; a missing source reports not found
-  EXPECT_EQ(fs.ShellOperation(req(kShellDelete, kShellAllowUndo, tmp / "dst", u"")), 0);
+  EXPECT_EQ(run(kShellRename, 0, tmp / "m1", tmp / "m2"), 0xB7);  // refuses an existing target
+  EXPECT_EQ(run(kShellRename, 0, tmp / "m1", tmp / "r1"), 0);
+  EXPECT_EQ(ReadBytes(tmp.path() + "/r1"), "a.txt");
+  EXPECT_EQ(run(kShellDelete, kShellAllowUndo, tmp / "dst", u""), 0);  // with its content
   EXPECT_FALSE(PathExists(tmp.path() + "/dst"));
-  EXPECT_EQ(fs.ShellOperation(req(kShellDelete, 0, tmp / "gone", u"")), 2);
-  EXPECT_NE(fs.ShellOperation(req(99, 0, tmp / "r1", u"")), 0);
-}
-
-TEST(LinuxFilesTest, VolumeOfAPath) {
-  TempFolder tmp;
-  Text label;
-  uint32_t serial = 0;
-  EXPECT_TRUE(LinuxFiles().VolumeInfo(u"/", label, serial));
-  std::printf("volume of /: label \"%s\", serial %08X\n", TextToUtf8(label).c_str(), serial);
-  EXPECT_TRUE(LinuxFiles().VolumeInfo(tmp.text(), label, serial));
-  EXPECT_FALSE(LinuxFiles().VolumeInfo(tmp / "missing", label, serial));
-  EXPECT_FALSE(LinuxFiles().VolumeInfo(u"C:/", label, serial));
+  EXPECT_EQ(run(kShellDelete, 0, tmp / "gone", u""), 2);
 }
 
 // A child saves two contents of different lengths in turn and is killed at
 // some moment of its writing: the file must hold one of them whole.
 TEST(LinuxFilesTest, KilledWriterLeavesOldOrNewContent) {
   TempFolder tmp;
-  const std::string a(3 << 20, 'A');
-  const std::string b((3 << 20) + 12345, 'B');
+  const std::string a(3 << 20, 'A'), b((3 << 20) + 12345, 'B');
   std::string path = tmp.path() + "/big.bin";
   LinuxFiles().WriteAll(Utf8ToText(path), a);
   for (int round = 0; round < 6; ++round) {
@@ -186,16 +109,10 @@ TEST(LinuxFilesTest, KilledWriterLeavesOldOrNewContent) {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(15 + 17 * round));
     kill(child, SIGKILL);
-    int status = 0;
-    waitpid(child, &status, 0);
+    waitpid(child, nullptr, 0);
     std::string got = ReadBytes(path);
     EXPECT_TRUE(got == a || got == b) << "round " << round << ": " << got.size() << " bytes";
   }
-  // Temp files left by a kill show that some kills landed inside a write.
-  int interrupted = 0;
-  for (auto& e : std::filesystem::directory_iterator(tmp.path()))
-    interrupted += e.path().filename().string().rfind(".big.bin.tmp", 0) == 0;
-  std::printf("writes interrupted by the kill: %d of 6\n", interrupted);
 }
 
 }  // namespace
