@@ -2,6 +2,7 @@
 // timers by deadlines on CLOCK_MONOTONIC, local time from CLOCK_REALTIME.
 #include "platform/linux/linux_loop.h"
 
+#include "platform/timer_table.h"
 #include "runtime/date_math.h"
 
 #include <errno.h>
@@ -40,38 +41,6 @@ tm LocalNow(long* nanoseconds) {
   return local;
 }
 
-struct TimerState {
-  LoopTimer* owner = nullptr;  // null once the timer object is gone
-  int32_t interval_ms = 0;
-  bool enabled = false;
-  bool running = false;  // the tick handler is on the stack
-  double due = 0;        // monotonic seconds of the next tick
-  uint64_t order = 0;
-  uint64_t last_pass = 0;
-
-  bool Armed() const { return owner && enabled && !running && interval_ms > 0; }
-};
-
-class LinuxTimer : public LoopTimer {
- public:
-  explicit LinuxTimer(std::shared_ptr<TimerState> state) : state_(std::move(state)) {}
-  ~LinuxTimer() override { state_->owner = nullptr; }
-  void SetInterval(int32_t milliseconds) override {
-    state_->interval_ms = milliseconds;
-    Restart();
-  }
-  int32_t Interval() const override { return state_->interval_ms; }
-  void SetEnabled(bool enabled) override {
-    state_->enabled = enabled;
-    Restart();
-  }
-  bool Enabled() const override { return state_->enabled; }
-
- private:
-  void Restart() { state_->due = MonotonicSeconds() + state_->interval_ms / 1000.0; }
-  std::shared_ptr<TimerState> state_;
-};
-
 struct WatchEntry {
   uint32_t generation = 0;
   std::shared_ptr<std::function<void(uint32_t)>> handler;
@@ -84,26 +53,16 @@ struct LinuxLoop::Impl {
   int wake_fd = -1;  // eventfd: Post from any thread wakes a blocked pump
   int depth = 0;
   int max_depth = 0;
-  uint64_t pass_serial = 0;
-  uint64_t next_timer_order = 0;
   uint32_t next_generation = 1;
   bool has_pwait2 = true;
   std::unordered_map<int, WatchEntry> watches;
-  std::vector<std::shared_ptr<TimerState>> timers;
+  TimerTable timers{MonotonicSeconds};
   std::mutex posted_mutex;
   std::deque<std::function<void()>> posted;
 
   bool HasPosted() {
     std::lock_guard<std::mutex> lock(posted_mutex);
     return !posted.empty();
-  }
-
-  double NextTimerDue() const {
-    double next = INFINITY;
-    for (auto& t : timers) {
-      if (t->Armed()) next = std::min(next, t->due);
-    }
-    return next;
   }
 
   // Waits in epoll for at most `seconds` (0: just look). EINTR reads as
@@ -159,28 +118,6 @@ struct LinuxLoop::Impl {
     return !batch.empty();
   }
 
-  // Ticks each due timer once, earliest first.
-  bool DispatchTimers(double now) {
-    bool ran = false;
-    const uint64_t pass = ++pass_serial;
-    for (;;) {
-      std::shared_ptr<TimerState> best;
-      for (auto& t : timers) {
-        if (!t->Armed() || t->due > now || t->last_pass == pass) continue;
-        if (!best || t->due < best->due || (t->due == best->due && t->order < best->order)) best = t;
-      }
-      if (!best) break;
-      ran = true;
-      best->last_pass = pass;
-      best->due = now + best->interval_ms / 1000.0;
-      std::function<void()> fn = best->owner->on_tick;
-      best->running = true;
-      if (fn) fn();
-      best->running = false;
-    }
-    std::erase_if(timers, [](const std::shared_ptr<TimerState>& t) { return t->owner == nullptr; });
-    return ran;
-  }
 };
 
 LinuxLoop::LinuxLoop() : impl_(new Impl) {
@@ -212,7 +149,7 @@ void LinuxLoop::Pump(double max_wait_seconds) {
   // Block only when nothing is ready: no posted call and no due timer.
   double wait = 0;
   if (max_wait_seconds > 0 && !s.HasPosted()) {
-    wait = std::clamp(std::min(s.NextTimerDue() - now, max_wait_seconds), 0.0, max_wait_seconds);
+    wait = std::clamp(std::min(s.timers.NextDue() - now, max_wait_seconds), 0.0, max_wait_seconds);
   }
   constexpr int kBatch = 64;
   epoll_event events[kBatch];
@@ -220,18 +157,11 @@ void LinuxLoop::Pump(double max_wait_seconds) {
   if (wait > 0) now = MonotonicSeconds();
   s.DispatchIo(events, count);
   s.DispatchPosted();
-  s.DispatchTimers(now);
+  s.timers.TickAll(now);
   --s.depth;
 }
 
-std::unique_ptr<LoopTimer> LinuxLoop::CreateTimer() {
-  auto state = std::make_shared<TimerState>();
-  state->order = impl_->next_timer_order++;
-  auto timer = std::make_unique<LinuxTimer>(state);
-  state->owner = timer.get();
-  impl_->timers.push_back(state);
-  return timer;
-}
+std::unique_ptr<LoopTimer> LinuxLoop::CreateTimer() { return impl_->timers.Create(); }
 
 void LinuxLoop::Post(std::function<void()> fn) {
   {

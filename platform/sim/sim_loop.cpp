@@ -2,6 +2,8 @@
 // run in a deterministic order, and time moves only when a pump would block.
 #include "platform/sim/sim_loop.h"
 
+#include "platform/timer_table.h"
+
 #include <cmath>
 #include <map>
 #include <memory>
@@ -14,18 +16,6 @@ namespace {
 
 constexpr double kSecondsPerDay = 86400.0;
 
-// Timer state shared by the loop and the timer object, so either may go first.
-struct TimerState {
-  LoopTimer* owner = nullptr;     // null once the timer object is gone
-  const double* clock = nullptr;  // the loop's elapsed time; null once it is gone
-  int32_t interval_ms = 0;
-  bool enabled = false;
-  bool running = false;  // the tick handler is on the stack
-  double due = 0;        // virtual elapsed seconds of the next tick
-  uint64_t order = 0;    // creation order, breaks ties between timers
-  uint64_t last_pass = 0;
-};
-
 }  // namespace
 
 struct SimLoop::Impl {
@@ -36,46 +26,12 @@ struct SimLoop::Impl {
   int max_depth = 0;
   int64_t pump_count = 0;
   uint64_t next_seq = 0;
-  uint64_t next_timer_order = 0;
-  uint64_t pass_serial = 0;
   // Scheduled events and posted calls by (due, scheduling order).
   std::map<std::pair<double, uint64_t>, std::function<void()>> events;
-  std::vector<std::shared_ptr<TimerState>> timers;
+  TimerTable timers{[this] { return elapsed; }};
 
   // Seconds since the start date's midnight, which may run past one day.
   double TotalSeconds() const { return start_sod + elapsed; }
-
-  void DropDeadTimers() {
-    std::erase_if(timers, [](const std::shared_ptr<TimerState>& t) { return t->owner == nullptr; });
-  }
-
-  // The due timer to tick next, or null: enabled, not already ticking, and
-  // not yet ticked in this pass.
-  TimerState* NextDueTimer(uint64_t pass) {
-    TimerState* best = nullptr;
-    for (auto& t : timers) {
-      if (!t->owner || !t->enabled || t->running || t->interval_ms <= 0) continue;
-      if (t->due > elapsed || t->last_pass == pass) continue;
-      if (!best || t->due < best->due || (t->due == best->due && t->order < best->order)) {
-        best = t.get();
-      }
-    }
-    return best;
-  }
-
-  void Tick(TimerState* raw) {
-    // Hold the state: the handler may destroy the timer object.
-    std::shared_ptr<TimerState> state;
-    for (auto& t : timers) {
-      if (t.get() == raw) state = t;
-    }
-    state->last_pass = pass_serial;
-    state->due = elapsed + state->interval_ms / 1000.0;
-    std::function<void()> fn = state->owner->on_tick;
-    state->running = true;
-    if (fn) fn();
-    state->running = false;
-  }
 
   // Runs what is ready at the current virtual time: events, posted calls and
   // timer ticks by due time (events first on a tie). Items are taken one at a
@@ -83,23 +39,23 @@ struct SimLoop::Impl {
   // this pass runs waits for a later pass.
   bool RunReady() {
     bool ran = false;
-    const uint64_t pass = ++pass_serial;
+    const uint64_t pass = timers.BeginPass();
     const uint64_t limit = next_seq;
     for (;;) {
       auto ev = events.begin();
       bool event_ready = ev != events.end() && ev->first.first <= elapsed && ev->first.second < limit;
-      TimerState* timer = NextDueTimer(pass);
-      if (!event_ready && !timer) break;
+      const double timer_due = timers.PeekDue(elapsed, pass);
+      const bool timer_ready = std::isfinite(timer_due);
+      if (!event_ready && !timer_ready) break;
       ran = true;
-      if (event_ready && (!timer || ev->first.first <= timer->due)) {
+      if (event_ready && (!timer_ready || ev->first.first <= timer_due)) {
         std::function<void()> fn = std::move(ev->second);
         events.erase(ev);
         fn();
       } else {
-        Tick(timer);
+        timers.TickNext(elapsed, pass);
       }
     }
-    DropDeadTimers();
     return ran;
   }
 
@@ -107,39 +63,10 @@ struct SimLoop::Impl {
   double NextDue() const {
     double next = INFINITY;
     if (!events.empty()) next = events.begin()->first.first;
-    for (auto& t : timers) {
-      if (t->owner && t->enabled && !t->running && t->interval_ms > 0) next = std::min(next, t->due);
-    }
-    return next;
+    return std::min(next, timers.NextDue());
   }
 };
 
-namespace {
-
-class SimTimer : public LoopTimer {
- public:
-  explicit SimTimer(std::shared_ptr<TimerState> state) : state_(std::move(state)) {}
-  ~SimTimer() override { state_->owner = nullptr; }
-
-  void SetInterval(int32_t milliseconds) override {
-    state_->interval_ms = milliseconds;
-    Restart();
-  }
-  int32_t Interval() const override { return state_->interval_ms; }
-  void SetEnabled(bool enabled) override {
-    state_->enabled = enabled;
-    Restart();
-  }
-  bool Enabled() const override { return state_->enabled; }
-
- private:
-  void Restart() {
-    if (state_->clock) state_->due = *state_->clock + state_->interval_ms / 1000.0;
-  }
-  std::shared_ptr<TimerState> state_;
-};
-
-}  // namespace
 
 SimLoop::SimLoop(double start_date) : impl_(new Impl) {
   impl_->start_day = std::floor(start_date);
@@ -148,7 +75,6 @@ SimLoop::SimLoop(double start_date) : impl_(new Impl) {
 }
 
 SimLoop::~SimLoop() {
-  for (auto& t : impl_->timers) t->clock = nullptr;
   delete impl_;
   impl_ = nullptr;
 }
@@ -167,15 +93,7 @@ void SimLoop::Pump(double max_wait_seconds) {
   --s.depth;
 }
 
-std::unique_ptr<LoopTimer> SimLoop::CreateTimer() {
-  auto state = std::make_shared<TimerState>();
-  state->order = impl_->next_timer_order++;
-  state->clock = &impl_->elapsed;
-  auto timer = std::make_unique<SimTimer>(state);
-  state->owner = timer.get();
-  impl_->timers.push_back(state);
-  return timer;
-}
+std::unique_ptr<LoopTimer> SimLoop::CreateTimer() { return impl_->timers.Create(); }
 
 void SimLoop::Post(std::function<void()> fn) { After(0, std::move(fn)); }
 
