@@ -1,0 +1,469 @@
+// The socket control, simulated and on Linux loopback: one contract run on both
+// (listener states, accept, the once-per-arrival ready event, sends, closes),
+// then what only one of them has. Every wait is bounded.
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <vector>
+
+#include "platform/linux/linux_loop.h"
+#include "platform/linux/linux_socket.h"
+#include "platform/sim/sim_socket.h"
+#include "tests/runtime/test_util.h"
+
+namespace varnek {
+namespace {
+
+const Variant kAny = Variant::Missing();
+constexpr double kStart = 46023.5;
+
+// Pumps until pred holds, at most 200 pumps of up to 50 ms.
+template <class P>
+bool PumpUntil(HostLoop& loop, P pred) {
+  for (int i = 0; i < 200 && !pred(); ++i) loop.Pump(0.05);
+  return pred();
+}
+void Settle(HostLoop& loop) {
+  for (int i = 0; i < 5; ++i) loop.Pump(0.01);
+}
+
+// A blocking client socket on the test's thread.
+struct Client {
+  explicit Client(int port, const char* address = "127.0.0.1") {
+    addrinfo hints{}, *ai = nullptr;
+    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+    hints.ai_socktype = SOCK_STREAM;
+    if (getaddrinfo(address, std::to_string(port).c_str(), &hints, &ai) != 0) return;
+    fd = ::socket(ai->ai_family, SOCK_STREAM, 0);
+    connected = ::connect(fd, ai->ai_addr, ai->ai_addrlen) == 0;
+    freeaddrinfo(ai);
+  }
+  ~Client() { ::close(fd); }
+  void Write(const std::string& s) { ASSERT_EQ(::send(fd, s.data(), s.size(), MSG_NOSIGNAL), (ssize_t)s.size()); }
+  // What is readable after waiting up to ms for the first byte; eof once the server closed.
+  std::string ReadSome(int ms = 0) {
+    pollfd p{fd, POLLIN, 0};
+    if (::poll(&p, 1, ms) <= 0) return "";
+    char buf[65536];
+    ssize_t n = ::recv(fd, buf, sizeof buf, MSG_DONTWAIT);
+    eof = eof || n == 0 || (n < 0 && errno == ECONNRESET);
+    return n > 0 ? std::string(buf, static_cast<size_t>(n)) : "";
+  }
+  int fd = -1;
+  bool connected = false, eof = false;
+};
+
+// One implementation's loop, sockets and client peers (bytes as cp1252 units).
+struct SimEnv {
+  SimLoop loop{kStart};
+  SimNetwork net{loop};
+  static constexpr int32_t kPort = 8080;
+  struct Peer {
+    std::shared_ptr<SimPeer> p;
+    void Write(const std::string& s) {
+      auto* b = reinterpret_cast<const unsigned char*>(s.data());
+      p->Write(Text(b, b + s.size()));
+    }
+    void Close() { p->Close(); }
+    std::string Read() { return std::string(p->Received().begin(), p->Received().end()); }
+    bool Ended() { return p->ClosedByServer() || p->Refused(); }
+  };
+  std::unique_ptr<Peer> Connect(int32_t port) { return std::make_unique<Peer>(Peer{net.Connect(port)}); }
+};
+struct LinuxEnv {
+  LinuxLoop loop;
+  LinuxSocketFactory net{loop};
+  static constexpr int32_t kPort = 0;
+  struct Peer : Client {
+    using Client::Client;
+    std::string got;
+    void Close() { ::close(fd), fd = -1; }
+    std::string Read() {
+      for (std::string s; !(s = ReadSome()).empty();) got += s;
+      return got;
+    }
+    bool Ended() { return Read(), eof; }
+  };
+  std::unique_ptr<Peer> Connect(int32_t port) { return std::make_unique<Peer>(port); }
+};
+
+// A listener that gives each connection to the first closed slot.
+template <class Net>
+struct Server {
+  Server(Net& net, int slot_count, int32_t port = 0, Variant address = kAny) {
+    listener = net.Create();
+    listener->on_connection_request = [this](int32_t h) {
+      handles.push_back(h);
+      for (auto& s : slots)
+        if (take && s->State() == kSocketClosed) return s->SetAcceptHandle(h);
+    };
+    listener->Create(address, port);
+    listener->Bind(address, port);
+    listener->Listen();
+    this->port = listener->LocalPort();
+    for (int i = 0; i < slot_count; ++i) {
+      slots.push_back(net.Create());
+      slots.back()->on_receive_ready = [this] { ++ready; };
+      slots.back()->on_done = [this](int32_t op) { done.push_back(op); };
+    }
+  }
+  std::unique_ptr<SocketCtl> listener;
+  std::vector<std::unique_ptr<SocketCtl>> slots;
+  std::vector<int32_t> handles, done;
+  int ready = 0, port = 0;
+  bool take = true;
+};
+
+template <class Env>
+class SocketContract : public testing::Test {
+ protected:
+  Env env;
+  Server<decltype(Env::net)> srv{env.net, 1, Env::kPort};
+  SocketCtl& s = *srv.slots[0];
+  // A peer whose connection the slot has taken.
+  std::unique_ptr<typename Env::Peer> Accepted() {
+    auto peer = env.Connect(srv.port);
+    EXPECT_TRUE(PumpUntil(env.loop, [&] { return s.State() == kSocketConnected; }));
+    return peer;
+  }
+};
+struct EnvName {
+  template <class T>
+  static std::string GetName(int) { return std::is_same_v<T, SimEnv> ? "Sim" : "Linux"; }
+};
+using Envs = testing::Types<SimEnv, LinuxEnv>;
+TYPED_TEST_SUITE(SocketContract, Envs, EnvName);
+
+TYPED_TEST(SocketContract, ListenerStatesPortInUseAndRebindAfterServerClose) {
+  auto& srv = this->srv;
+  EXPECT_EQ(this->s.State(), kSocketClosed);
+  EXPECT_EQ(srv.listener->State(), kSocketListening);
+  EXPECT_EQ(srv.listener->StateText(), u"Listening");
+  auto b = this->env.net.Create();
+  b->Create(kAny, srv.port);
+  EXPECT_EQ(b->State(), kSocketCreated);
+  EXPECT_EQ(FailureOf([&] { b->Bind(kAny, srv.port); }), kSockErrAddressInUse);
+  EXPECT_EQ(FailureOf([&] { srv.listener->Create(kAny, srv.port); }), kSockErrWrongState);
+
+  // The server closes a connection first (TIME_WAIT on Linux); the port rebinds at once.
+  auto peer = this->Accepted();
+  this->s.Close();
+  EXPECT_TRUE(PumpUntil(this->env.loop, [&] { return peer->Ended(); }));
+  peer->Close();
+  Settle(this->env.loop);
+  srv.listener->Close();
+  EXPECT_FALSE(srv.listener->Listening());
+  auto c = this->env.net.Create();
+  c->Create(kAny, srv.port);
+  c->Bind(kAny, srv.port);
+  c->Listen();
+  EXPECT_EQ(c->State(), kSocketListening);
+  c.reset();  // destroyed without Close: frees the port too
+  auto d = this->env.net.Create();
+  d->Create(kAny, srv.port);
+  d->Bind(kAny, srv.port);
+  EXPECT_EQ(d->LocalPort(), srv.port);
+}
+
+TYPED_TEST(SocketContract, AcceptAndReceiveReadyOncePerArrivalUntilReceive) {
+  auto [env, srv, s] = std::tie(this->env, this->srv, this->s);
+  auto peer = this->Accepted();
+  EXPECT_EQ(srv.handles.size(), 1u);
+  EXPECT_EQ(s.RemoteAddress(), u"127.0.0.1");
+  peer->Write("GET / ");
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return srv.ready == 1; }));
+  EXPECT_EQ(s.ReceiveReadyCount(), 6);
+  peer->Write("caf\xE9");
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return s.ReceiveReadyCount() == 10; }));
+  Settle(env.loop);
+  EXPECT_EQ(srv.ready, 1);  // not raised again before Receive
+  s.Receive(kReceiveText);
+  EXPECT_EQ(s.ReceivedData().Type(), VarType::String);
+  EXPECT_EQ(s.ReceivedData().ToText(), Text(u"GET / caf\u00e9"));
+  EXPECT_EQ(s.ReceiveReadyCount(), 0);
+  EXPECT_TRUE(srv.done.empty());  // Done is posted, not run inside Receive
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return !srv.done.empty(); }));
+  EXPECT_EQ(srv.done, std::vector<int32_t>{kOpReceive});
+  peer->Write("more");  // re-armed
+  EXPECT_TRUE(PumpUntil(env.loop, [&] { return srv.ready == 2; }));
+  EXPECT_EQ(FailureOf([&] { env.net.Create()->Receive(kReceiveText); }), kSockErrWrongState);
+
+  // A handle not taken is dropped at once and can no longer be taken.
+  srv.take = false;
+  auto dropped = env.Connect(srv.port);
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return srv.handles.size() == 2 && dropped->Ended(); }));
+  EXPECT_EQ(FailureOf([&] { env.net.Create()->SetAcceptHandle(srv.handles[1]); }), kSockErrInvalidHandle);
+}
+
+TYPED_TEST(SocketContract, SendReportsDoneAndCloseFromBothSides) {
+  auto [env, srv, s] = std::tie(this->env, this->srv, this->s);
+  auto peer = this->Accepted();
+  s.Send(Variant(Text(u"HTTP/1.0 200 OK\r\n")));  // cp1252 bytes, in order, Done(8) each
+  s.Send(Variant(Text(u"caf\u00e9")));
+  EXPECT_TRUE(PumpUntil(env.loop, [&] { return peer->Read() == "HTTP/1.0 200 OK\r\ncaf\xE9" && srv.done.size() == 2; }));
+  EXPECT_EQ(srv.done, (std::vector<int32_t>{kOpSend, kOpSend}));
+  s.Close();  // State 1 at once, one Done(3) however often Close is called
+  EXPECT_EQ(s.State(), kSocketClosed);
+  s.Close();
+  EXPECT_TRUE(PumpUntil(env.loop, [&] { return peer->Ended() && srv.done.size() == 3; }));
+  Settle(env.loop);
+  EXPECT_EQ(srv.done, (std::vector<int32_t>{kOpSend, kOpSend, kOpClose}));
+  EXPECT_EQ(FailureOf([&] { s.Send(Variant(Text(u"x"))); }), kSockErrWrongState);
+
+  auto silent = this->Accepted();  // a silent peer leaves: the slot is free, no event
+  silent->Close();
+  EXPECT_TRUE(PumpUntil(env.loop, [&] { return s.State() == kSocketClosed; }));
+  auto last = this->Accepted();  // writes then leaves: Closing, still readable
+  last->Write("PING");
+  last->Close();
+  EXPECT_TRUE(PumpUntil(env.loop, [&] { return s.State() == kSocketClosing; }));
+  EXPECT_EQ(s.StateText(), u"Closing");
+  EXPECT_EQ(s.ReceiveReadyCount(), 4);
+  s.Receive(kReceiveText);
+  EXPECT_EQ(s.ReceivedData().ToText(), u"PING");
+  s.Close();
+  EXPECT_EQ(s.State(), kSocketClosed);
+  Settle(env.loop);
+  EXPECT_EQ(srv.ready, 1);  // a peer's leaving raises no ready event
+}
+
+TYPED_TEST(SocketContract, HandlerFiredFromACopyMayDestroyItsOwnControl) {
+  auto& srv = this->srv;
+  int fired = 0;
+  std::string big(256, 'x');  // a capture that dies with the handler
+  srv.slots[0]->on_receive_ready = [&srv, &fired, big] {
+    srv.slots[0].reset();
+    fired += static_cast<int>(big.size());
+  };
+  auto peer = this->env.Connect(srv.port);
+  peer->Write("x");
+  EXPECT_TRUE(PumpUntil(this->env.loop, [&] { return fired != 0 && peer->Ended(); }));
+  EXPECT_EQ(fired, 256);
+}
+
+TEST(SimSocket, VirtualTimingOfOffersSendsAndEarlyBytes) {
+  SimLoop loop(kStart);
+  SimNetwork net(loop);
+  Server srv(net, 1, 80);
+  SocketCtl& s = *srv.slots[0];
+  auto p1 = net.Connect(80, 1.0);  // offered at the virtual time of the connect
+  loop.RunFor(0.5);
+  EXPECT_TRUE(srv.handles.empty());
+  loop.RunFor(1.0);
+  ASSERT_EQ(srv.handles, std::vector<int32_t>{p1->Handle()});
+  EXPECT_TRUE(p1->Accepted());
+  s.Send(Variant(Text(u"hi ")));  // arrives later, with its Done
+  EXPECT_EQ(p1->Received(), u"");
+  loop.RunFor(0.05);
+  EXPECT_EQ(p1->Received(), u"hi ");
+  s.Send(Variant(Text(u"bye")));  // in flight at Close: arrives, without its Done
+  s.Close();
+  loop.RunFor(0.1);
+  EXPECT_EQ(p1->Received(), u"hi bye");
+  EXPECT_EQ(srv.done, (std::vector<int32_t>{kOpSend, kOpClose}));
+  auto p3 = net.Connect(81);  // nobody listening
+  srv.listener->Close();
+  auto p4 = net.Connect(80);  // a closed listener offers nothing
+  loop.RunFor(0.1);
+  EXPECT_TRUE(p3->Refused());
+  EXPECT_TRUE(p4->Refused());
+  EXPECT_EQ(srv.handles.size(), 1u);
+
+  // Bytes that came before the handle was taken raise the event after it.
+  Server late(net, 1, 90);
+  auto early = net.Connect(90, 3.0);
+  early->Write(u"early", 3.0);
+  late.listener->on_connection_request = [&](int32_t h) {
+    loop.RunFor(0.5);  // the app pumps before it takes the handle
+    late.slots[0]->SetAcceptHandle(h);
+  };
+  loop.RunFor(2.5);
+  EXPECT_EQ(late.ready, 1);
+  EXPECT_EQ(late.slots[0]->ReceiveReadyCount(), 5);
+}
+
+TEST(SimSocket, OutgoingConnectToScriptedServer) {
+  SimLoop loop(kStart);
+  SimNetwork net(loop);
+  net.Serve(80, [&](std::shared_ptr<SimPeer> p) {
+    p->on_data = [](SimPeer& self) {
+      if (self.Received() == u"GET / HTTP/1.0\r\n\r\n") self.Write(u"HTTP/1.0 200 OK\r\n\r\nok"), self.Close();
+    };
+  });
+  auto c = net.Create();
+  std::vector<int32_t> done;
+  c->on_done = [&](int32_t op) { done.push_back(op); };
+  c->Connect(Variant(Text(u"example.test")), 80);
+  EXPECT_EQ(c->State(), kSocketConnecting);
+  loop.RunFor(0.05);
+  EXPECT_EQ(c->State(), kSocketConnected);
+  EXPECT_EQ(done, std::vector<int32_t>{kOpConnect});
+  c->Send(Variant(Text(u"GET / HTTP/1.0\r\n\r\n")));
+  loop.RunFor(0.1);
+  EXPECT_EQ(c->State(), kSocketClosing);  // the server has answered and gone
+  c->Receive(kReceiveText);
+  EXPECT_EQ(c->ReceivedData().ToText(), u"HTTP/1.0 200 OK\r\n\r\nok");
+  auto d = net.Create();  // nothing served on the port
+  d->Connect(Variant(Text(u"example.test")), 81);
+  loop.RunFor(0.05);
+  EXPECT_EQ(d->State(), kSocketClosed);
+  EXPECT_EQ(d->ErrorText(), u"Connection refused");
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+#define VARNEK_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VARNEK_SANITIZED 1
+#endif
+#endif
+
+TEST(LinuxSocket, OutOfDescriptorsPausesAcceptInsteadOfSpinning) {
+#ifdef VARNEK_SANITIZED
+  GTEST_SKIP() << "needs all descriptors in use; the sanitizers probe memory through a pipe";
+#endif
+  LinuxLoop loop;
+  LinuxSocketFactory f(loop);
+  Server srv(f, 1);
+  Client c(srv.port);
+  ASSERT_TRUE(c.connected);
+  // No descriptor left for accept: the lowest free number becomes the limit.
+  rlimit old{};
+  getrlimit(RLIMIT_NOFILE, &old);
+  int probe = ::dup(0);
+  ASSERT_GE(probe, 0);
+  ::close(probe);
+  rlimit low = old;
+  low.rlim_cur = static_cast<rlim_t>(probe);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+  int pumps = 0;  // 0.3 s of pumps: a listener that keeps waking them would give thousands
+  auto start = std::chrono::steady_clock::now();
+  for (; pumps < 100000 && std::chrono::steady_clock::now() - start < std::chrono::milliseconds(300); ++pumps)
+    loop.Pump(0.05);
+  setrlimit(RLIMIT_NOFILE, &old);
+  EXPECT_TRUE(srv.handles.empty());
+  EXPECT_FALSE(srv.listener->ErrorText().empty());
+  EXPECT_LT(pumps, 50);
+  // With descriptors back, the waiting connection is accepted.
+  ASSERT_TRUE(PumpUntil(loop, [&] { return srv.slots[0]->State() == kSocketConnected; }));
+  EXPECT_EQ(srv.handles.size(), 1u);
+}
+
+TEST(LinuxSocket, SendCompletesWhenAllWrittenAndCloseWaitsForTheQueue) {
+  LinuxLoop loop;
+  LinuxSocketFactory f(loop);
+  Server srv(f, 1);
+  SocketCtl& s = *srv.slots[0];
+  s.SetSendBufferSize(16384);
+  Client c(srv.port);
+  ASSERT_TRUE(PumpUntil(loop, [&] { return s.State() == kSocketConnected; }));
+  s.Send(Variant(Text(2 * 1024 * 1024, u'x')));  // Done(8) only once the client has it all
+  std::string got;
+  for (int i = 0; i < 2000 && got.size() < 2u * 1024 * 1024; ++i) {
+    if (got.size() < 1024 * 1024) {
+      EXPECT_TRUE(srv.done.empty());
+    }
+    loop.Pump(0);
+    got += c.ReadSome(10);
+  }
+  ASSERT_EQ(got.size(), 2u * 1024 * 1024);
+  ASSERT_TRUE(PumpUntil(loop, [&] { return srv.done.size() == 1; }));
+  EXPECT_EQ(srv.done[0], kOpSend);
+
+  // Close with much queued: Closing until the peer has it all, then State 1
+  // and Done(3); the queued Send reports no Done of its own.
+  s.Close();
+  Client c2(srv.port);
+  ASSERT_TRUE(PumpUntil(loop, [&] { return s.State() == kSocketConnected; }));
+  srv.done.clear();
+  s.Send(Variant(Text(1024 * 1024, u'y')));
+  s.Close();
+  EXPECT_EQ(s.State(), kSocketClosing);
+  std::string drained;
+  for (int i = 0; i < 2000 && !c2.eof; ++i) loop.Pump(0), drained += c2.ReadSome(10);
+  EXPECT_EQ(drained.size(), 1024u * 1024u);
+  ASSERT_TRUE(PumpUntil(loop, [&] { return !srv.done.empty(); }));
+  EXPECT_EQ(s.State(), kSocketClosed);
+  EXPECT_EQ(srv.done, std::vector<int32_t>{kOpClose});
+}
+
+TEST(LinuxSocket, PeerHalfClosesOrResets) {
+  LinuxLoop loop;
+  LinuxSocketFactory f(loop);
+  Server srv(f, 1);
+  SocketCtl& s = *srv.slots[0];
+  // The peer writes and shuts its side: Closing, and an answer still goes.
+  Client c(srv.port);
+  c.Write("GET / HTTP/1.0\r\n\r\n");
+  ::shutdown(c.fd, SHUT_WR);
+  ASSERT_TRUE(PumpUntil(loop, [&] { return s.State() == kSocketClosing; }));
+  s.Send(Variant(Text(u"answer")));
+  ASSERT_TRUE(PumpUntil(loop, [&] { return srv.done.size() == 1; }));
+  EXPECT_EQ(c.ReadSome(1000), "answer");
+  EXPECT_EQ(s.State(), kSocketClosing);
+  s.Close();
+
+  // The peer resets the connection: State 1 with the reason, no event.
+  Client r(srv.port);
+  r.Write("partial");
+  ASSERT_TRUE(PumpUntil(loop, [&] { return srv.ready == 2; }));
+  linger abort_close{1, 0};
+  setsockopt(r.fd, SOL_SOCKET, SO_LINGER, &abort_close, sizeof abort_close);
+  ::close(r.fd);
+  r.fd = -1;
+  size_t done_before = srv.done.size();
+  ASSERT_TRUE(PumpUntil(loop, [&] { return s.ReceiveReadyCount(), s.State() == kSocketClosed; }));
+  EXPECT_EQ(s.ErrorText(), u"Connection reset by peer");
+  EXPECT_EQ(srv.done.size(), done_before);
+}
+
+TEST(LinuxSocket, OutgoingConnectAddressesAndIPv6) {
+  LinuxLoop loop;
+  LinuxSocketFactory f(loop);
+  EXPECT_EQ(FailureOf([&] { f.Create()->Bind(kAny, 70000); }), kSockErrAddressInvalid);
+  EXPECT_EQ(FailureOf([&] { f.Create()->Bind(Variant(Text(u"not an address")), 0); }), kSockErrAddressInvalid);
+  Server srv(f, 1);
+  auto out = f.Create();
+  std::vector<int32_t> done;
+  out->on_done = [&](int32_t op) { done.push_back(op); };
+  out->Connect(Variant(Text(u"127.0.0.1")), srv.port);
+  ASSERT_TRUE(PumpUntil(loop, [&] { return !done.empty() && srv.slots[0]->State() == kSocketConnected; }));
+  EXPECT_EQ(done, std::vector<int32_t>{kOpConnect});
+  EXPECT_EQ(out->RemotePort(), srv.port);
+  EXPECT_EQ(srv.slots[0]->LocalPort(), srv.port);
+  srv.slots[0]->Send(Variant(Text(u"HTTP/1.0 200 OK\r\n\r\nok")));
+  srv.slots[0]->Close();
+  ASSERT_TRUE(PumpUntil(loop, [&] { return out->State() == kSocketClosing; }));
+  out->Receive(kReceiveText);
+  EXPECT_EQ(out->ReceivedData().ToText(), u"HTTP/1.0 200 OK\r\n\r\nok");
+  srv.listener->Close();
+  auto refused = f.Create();
+  refused->Connect(Variant(Text(u"127.0.0.1")), srv.port);
+  ASSERT_TRUE(PumpUntil(loop, [&] { return refused->State() == kSocketClosed; }));
+  EXPECT_EQ(refused->ErrorText(), u"Connection refused");
+
+  int probe = ::socket(AF_INET6, SOCK_STREAM, 0);  // an IPv6 listener, where ::1 exists
+  sockaddr_in6 a6{AF_INET6, 0, 0, in6addr_loopback, 0};
+  bool has_v6 = probe >= 0 && ::bind(probe, reinterpret_cast<sockaddr*>(&a6), sizeof a6) == 0;
+  ::close(probe);
+  if (!has_v6) GTEST_SKIP() << "no IPv6 loopback here";
+  Server v6(f, 1, 0, Variant(Text(u"::1")));
+  Client c(v6.port, "::1");
+  ASSERT_TRUE(c.connected);
+  ASSERT_TRUE(PumpUntil(loop, [&] { return v6.slots[0]->State() == kSocketConnected; }));
+  EXPECT_EQ(v6.slots[0]->RemoteAddress(), u"::1");
+}
+
+}  // namespace
+}  // namespace varnek
