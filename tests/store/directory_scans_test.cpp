@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <functional>
 
 #include "platform/date_locale.h"
 #include "platform/linux/linux_date_locale.h"
@@ -13,8 +12,7 @@
 namespace varnek {
 namespace {
 
-class RecordingLabel : public CaptionControl {
- public:
+struct RecordingLabel : CaptionControl {
   void SetCaption(const Text& caption) override {
     captions.push_back(caption);
     if (on_caption) on_caption(caption);
@@ -23,34 +21,31 @@ class RecordingLabel : public CaptionControl {
   std::function<void(const Text&)> on_caption;
 };
 
-class RecordingList : public ListControl {
- public:
+struct RecordingList : ListControl {
   void Clear() override { ++clears, items.clear(); }
   void AddItem(const Text& item) override { items.push_back(item); }
   int clears = 0;
-  std::vector<Text> items;
+  std::vector<Text> items{u"old"};
 };
 
-// Sets a path's modification time to a local date and time.
-void Touch(const std::string& path, int y, int mo, int d, int h, int mi, int s) {
-  struct tm when {};
-  when.tm_year = y - 1900, when.tm_mon = mo - 1, when.tm_mday = d;
-  when.tm_hour = h, when.tm_min = mi, when.tm_sec = s, when.tm_isdst = -1;
-  struct timespec times[2] = {{mktime(&when), 0}, {mktime(&when), 0}};
+// Sets a path's modification time to a local "YYYY-MM-DD hh:mm:ss".
+void Touch(const std::string& path, const char* when) {
+  struct tm t {};
+  strptime(when, "%Y-%m-%d %H:%M:%S", &t);
+  t.tm_isdst = -1;
+  struct timespec times[2] = {{mktime(&t), 0}, {mktime(&t), 0}};
   ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
 }
 
 class ScanTest : public StoreTest {
  protected:
-  // root/r.txt, root/a/a.txt, root/a/b/b.txt, root/a/b/c/c.txt and a log
   void SetUp() override {
     for (const char* f : {"root/r.txt", "root/a/a.txt", "root/a/b/b.txt", "root/a/b/c/c.txt", "root/a/b/c/c.log"})
       WriteBytes(P(f), "x");
   }
   Text R(const char* rest) const { return T("root") + Utf8ToText(rest); }
-  std::vector<Text> Scan(const char* root, const char16_t* pattern, CaptionControl* label = nullptr,
-                         bool dates = false) {
-    store.Disk_ScanRecursiveFiles(T(root), pattern, label, dates);
+  std::vector<Text> Scan(const char* root, const char16_t* mask, CaptionControl* label = nullptr, bool dates = false) {
+    store.Disk_ScanRecursiveFiles(T(root), mask, label, dates);
     return Listed();
   }
   std::vector<Text> Listed() {
@@ -63,13 +58,11 @@ class ScanTest : public StoreTest {
   const std::vector<Text> all_folders{R("/a/b/c"), R("/a/b"), R("/a"), R("")};
 };
 
-TEST_F(ScanTest, PostOrderWalks) {
+TEST_F(ScanTest, PostOrderWalksWithDates) {
   EXPECT_TRUE(store.Disk_ScanRecursiveFiles(T("root/"), u"*.txt"));
   EXPECT_EQ(Listed(), all_txt);
-  EXPECT_EQ(Scan("root", u""), all_folders);  // no pattern: every folder, the root last
-
+  EXPECT_EQ(Scan("root", u""), all_folders);  // no mask: every folder, the root last
   RecordingList list;
-  list.items.push_back(u"old");
   EXPECT_TRUE(store.Disk_ScanRecursiveDirAndOrFiles(&list, T("root/"), u"*.txt"));
   EXPECT_EQ(list.clears, 1);
   EXPECT_EQ(list.items, all_txt);
@@ -77,10 +70,10 @@ TEST_F(ScanTest, PostOrderWalks) {
   EXPECT_EQ(list.items, all_folders);
   EXPECT_TRUE(store.Disk_ScanRecursiveDirAndOrFiles(nullptr, T("root"), u""));  // fails quietly
 
-  Touch(P("root/a/b/c/c.txt"), 2021, 5, 6, 7, 8, 9);
+  Touch(P("root/a/b/c/c.txt"), "2021-05-06 07:08:09");
   EXPECT_EQ(Scan("root/a/b/c", u"c.txt", nullptr, true), std::vector<Text>{R("/a/b/c/c.txt\t20210506070809")});
-  // the root with no pattern carries its date in the default text form, subfolders none
-  Touch(P("root"), 2020, 2, 29, 12, 0, 1);
+  // the root with no mask carries its date in the default text form, subfolders none
+  Touch(P("root"), "2020-02-29 12:00:01");
   auto items = Scan("root", u"", nullptr, true);
   ASSERT_EQ(items.size(), 4u);
   EXPECT_EQ(items[2], R("/a"));
@@ -95,18 +88,18 @@ TEST_F(ScanTest, WhatIsSkippedAndMissing) {
   auto items = Scan("skip", u"*.*");
   std::sort(items.begin(), items.end());
   EXPECT_EQ(items, (std::vector<Text>{T("skip/.hid/in.txt"), T("skip/pagefile.sys")}));
+
   EXPECT_TRUE(store.Disk_ScanRecursiveFiles(T("none"), u"*.txt"));
   EXPECT_TRUE(Listed().empty());
   EXPECT_EQ(Scan("none", u""), std::vector<Text>{T("none")});
   EXPECT_TRUE(Scan("none", u"", nullptr, true).empty());  // no date to read
-
   // a host passing internal_Recursive appends and gets false; an internal call
   // lists no files of its own root
   Scan("root/a/b", u"");
   EXPECT_FALSE(store.Disk_ScanRecursiveFiles(T("root/a/b/c"), u"*.log", nullptr, false, u"x"));
   EXPECT_EQ(Listed(), (std::vector<Text>{R("/a/b/c"), R("/a/b")}));
 
-  FaultyFiles fs(*sim.platform.files);  // a folder that cannot be listed is passed over
+  FaultyFiles fs;  // a folder that cannot be listed is passed over
   fs.unreadable = R("/a/b");
   sim.platform.files = &fs;
   EXPECT_EQ(Scan("root", u"*.txt"), (std::vector<Text>{R("/a/a.txt"), R("/r.txt")}));
@@ -118,11 +111,10 @@ TEST_F(ScanTest, StatusLabelAndReentrantScan) {
   Scan("root", u"*.txt", &label);
   ASSERT_FALSE(label.captions.empty());
   EXPECT_EQ(label.captions.front(), R(""));
-  EXPECT_EQ(label.captions.back(), R("/a"));  // shown for the root's own files
+  EXPECT_EQ(label.captions.back(), R("/a"));  // the first subfolder, shown for the root's own files
   label.captions.clear();
   EXPECT_EQ(Scan("root/a/b/c", u"*.txt", &label), std::vector<Text>{R("/a/b/c/c.txt")});
   EXPECT_EQ(label.captions, std::vector<Text>{R("/a/b/c")});  // no subfolder
-
   // a nested top-level scan replaces the list; c.txt was listed before it
   WriteBytes(P("other/o.txt"), "o");
   int seen = 0;
@@ -133,8 +125,7 @@ TEST_F(ScanTest, StatusLabelAndReentrantScan) {
             (std::vector<Text>{T("other/o.txt"), R("/a/b/b.txt"), R("/a/a.txt"), R("/r.txt")}));
 }
 
-class FixedDates : public DateLocale {
- public:
+struct FixedDates : DateLocale {
   Text ShortDate(int32_t, int32_t, int32_t) override { return text; }
   Text text;
 };
@@ -143,8 +134,8 @@ TEST_F(ScanTest, LocaleDateOrder) {
   FixedDates dates;
   sim.platform.dates = &dates;
   const std::array<const char16_t*, 3> rows[] = {
-      {u"08/25/58", u"mm/dd/yyyy", u"/"},    {u"25.08.1958", u"dd/mm/yyyy", u"."},
-      {u"1958-08-25", u"yyyy/mm/dd", u"-"},  {u"25-Aug-58", u"dd/mm/yyyy", u"-"},
+      {u"08/25/58", u"mm/dd/yyyy", u"/"},   {u"25.08.1958", u"dd/mm/yyyy", u"."},
+      {u"1958-08-25", u"yyyy/mm/dd", u"-"}, {u"25-Aug-58", u"dd/mm/yyyy", u"-"},
       {u"25 ago 1958", u"dd/mm/yyyy", u" "},
   };
   Text separator;

@@ -30,41 +30,24 @@ TEST(LinuxFilesTest, EnumerateAndWholeFileFailures) {
   TempFolder tmp;
   LinuxFileSystem& fs = LinuxFiles();
   WriteBytes(tmp.path() + "/a.txt", "abc");
-  WriteBytes(tmp.path() + "/.hidden.txt", "h");
-  std::filesystem::create_directory(tmp.path() + "/sub");
   std::vector<FileEntry> found;
-  ASSERT_TRUE(fs.Enumerate(tmp / "*", found));  // "." and ".." included
-  std::sort(found.begin(), found.end(), [](auto& a, auto& b) { return a.name < b.name; });
-  std::vector<std::tuple<Text, bool, bool, int64_t>> seen;
-  for (auto& e : found) seen.emplace_back(e.name, e.directory, e.hidden, e.directory ? 0 : e.size);
-  EXPECT_EQ(seen, (std::vector<std::tuple<Text, bool, bool, int64_t>>{
-                      {u".", true, false, 0}, {u"..", true, false, 0}, {u".hidden.txt", false, true, 1},
-                      {u"a.txt", false, false, 3}, {u"sub", true, false, 0}}));
-  EXPECT_GT(found[3].date, 40000.0);  // a date of this century
-  // a plain name is that exact name; a mask ignores case; no match, a missing
-  // folder or a pattern ending in "/" is false
-  EXPECT_TRUE(fs.Enumerate(tmp / "a.txt", found));
-  EXPECT_FALSE(fs.Enumerate(tmp / "A.TXT", found));
-  ASSERT_TRUE(fs.Enumerate(tmp / "A.TX?", found));
-  EXPECT_EQ(found.size(), 1u);
-  EXPECT_FALSE(fs.Enumerate(tmp / "*.doc", found));
-  EXPECT_TRUE(found.empty());
-  EXPECT_FALSE(fs.Enumerate(tmp / "nope/*", found));
-  EXPECT_FALSE(fs.Enumerate(tmp.text() + u"/", found));
-
+  // a plain name is that exact name, a mask ignores case; no match, a missing
+  // folder or a pattern ending in "/" is false with no entries
+  ASSERT_TRUE(fs.Enumerate(tmp / "a.txt", found));
+  EXPECT_EQ(found[0].size, 3);
+  EXPECT_TRUE(fs.Enumerate(tmp / "A.TX?", found));
+  for (const char* pattern : {"A.TXT", "*.doc", "nope/*", ""}) {
+    EXPECT_FALSE(fs.Enumerate(tmp / pattern, found)) << pattern;
+    EXPECT_TRUE(found.empty());
+  }
   EXPECT_RUNTIME_ERROR(fs.ReadAll(tmp / "missing", true), kErrFileNotFound);
   EXPECT_RUNTIME_ERROR(fs.Length(tmp / "missing"), kErrFileNotFound);
   EXPECT_RUNTIME_ERROR(fs.Delete(tmp / "missing"), kErrFileNotFound);
   EXPECT_RUNTIME_ERROR(fs.Copy(tmp / "missing", tmp / "x"), kErrFileNotFound);
   EXPECT_RUNTIME_ERROR(fs.WriteAll(tmp / "no/such/folder.txt", "x"), kErrFileNotFound);
-  EXPECT_RUNTIME_ERROR(fs.Delete(tmp / "sub"), kErrPathFileAccess);
-  EXPECT_FALSE(fs.CreateDirectory(tmp / "sub"));  // already there
-  EXPECT_FALSE(PathExists(tmp.path() + "/x"));
-  Text label;
-  uint32_t serial = 0;
-  EXPECT_TRUE(fs.VolumeInfo(tmp.text(), label, serial));
-  EXPECT_FALSE(fs.VolumeInfo(tmp / "missing", label, serial));
-  EXPECT_FALSE(fs.VolumeInfo(u"C:/", label, serial));
+  EXPECT_FALSE(fs.CreateDirectory(tmp.text()));  // already there
+  EXPECT_RUNTIME_ERROR(fs.Delete(tmp.text()), kErrPathFileAccess);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tmp.path()), {}), 1);  // no "x", no temp
 }
 
 TEST(LinuxFilesTest, ShellOperations) {
@@ -80,14 +63,11 @@ TEST(LinuxFilesTest, ShellOperations) {
   EXPECT_EQ(ReadBytes(tmp.path() + "/dst/b.txt"), "b.txt");
   EXPECT_EQ(ReadBytes(tmp.path() + "/dst/Copy of a.txt"), "a.txt");
   EXPECT_FALSE(PathExists(tmp.path() + "/dst/c.log"));
-  // two sources moved to parallel targets
+  // two sources moved to parallel targets; rename refuses an existing target
   EXPECT_EQ(run(kShellMove, kShellMultiDestFiles, tmp / "src/a.txt" + nul + (tmp / "src/b.txt") + nul + nul,
                 tmp / "m1" + nul + (tmp / "m2") + nul + nul), 0);
   EXPECT_EQ(ReadBytes(tmp.path() + "/m2"), "b.txt");
-  EXPECT_FALSE(PathExists(tmp.path() + "/src/a.txt"));
-  EXPECT_EQ(run(kShellRename, 0, tmp / "m1", tmp / "m2"), 0xB7);  // refuses an existing target
-  EXPECT_EQ(run(kShellRename, 0, tmp / "m1", tmp / "r1"), 0);
-  EXPECT_EQ(ReadBytes(tmp.path() + "/r1"), "a.txt");
+  EXPECT_EQ(run(kShellRename, 0, tmp / "m1", tmp / "m2"), 0xB7);
   EXPECT_EQ(run(kShellDelete, kShellAllowUndo, tmp / "dst", u""), 0);  // with its content
   EXPECT_FALSE(PathExists(tmp.path() + "/dst"));
   EXPECT_EQ(run(kShellDelete, 0, tmp / "gone", u""), 2);

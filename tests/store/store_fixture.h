@@ -11,10 +11,9 @@
 #include <optional>
 #include <set>
 #include <sstream>
-#include <string>
 
 #include "adds/store/storage.h"
-#include "platform/files.h"
+#include "platform/linux/linux_files.h"
 #include "platform/sim/sim_platform.h"
 #include "runtime/convert.h"
 #include "runtime/dates.h"
@@ -27,23 +26,14 @@ class TestStorage : public Storage {
   explicit TestStorage(Platform& p) : AddsCore(p), TextToolkit(p), Storage(p) {}
 };
 
-// A folder under /tmp made with mkdtemp and removed with everything in it.
-class TempFolder {
- public:
-  TempFolder() {
-    std::string pattern = "/tmp/varnek-store-XXXXXX";
-    if (mkdtemp(pattern.data())) path_ = pattern;
-  }
-  ~TempFolder() {
-    std::error_code ignored;
-    if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
-  }
+// A folder made with mkdtemp and removed with everything in it.
+struct TempFolder {
+  std::string path_;
+  TempFolder() : path_("/tmp/varnek-store-XXXXXX") { EXPECT_TRUE(mkdtemp(path_.data())); }
+  ~TempFolder() { std::filesystem::remove_all(path_); }
   const std::string& path() const { return path_; }
   Text text() const { return Utf8ToText(path_); }
   Text operator/(const char* name) const { return Utf8ToText(path_ + "/" + name); }
-
- private:
-  std::string path_;
 };
 
 inline std::string ReadBytes(const std::string& path) {
@@ -60,38 +50,23 @@ inline bool PathExists(const std::string& path) { return std::filesystem::exists
 // The real file system, except: the first deletion of each path is refused
 // (refuse_deletes), folders under `unreadable` cannot be listed, and a set
 // serial replaces the volume's reading.
-class FaultyFiles : public FileSystem {
- public:
-  explicit FaultyFiles(FileSystem& real) : real_(real) {}
-  std::string ReadAll(TextView p, bool r) override { return real_.ReadAll(p, r); }
-  void WriteAll(TextView p, std::string_view b) override { real_.WriteAll(p, b); }
-  void Append(TextView p, std::string_view b) override { real_.Append(p, b); }
-  int64_t Length(TextView p) override { return real_.Length(p); }
-  void Copy(TextView f, TextView t) override { real_.Copy(f, t); }
+struct FaultyFiles : LinuxFileSystem {
   void Delete(TextView p) override {
-    if (refuse_deletes && refused_.insert(Text(p)).second) Fail(kErrPermissionDenied);
-    real_.Delete(p);
+    if (refuse_deletes && refused.insert(Text(p)).second) Fail(kErrPermissionDenied);
+    LinuxFileSystem::Delete(p);
   }
-  bool CreateDirectory(TextView p) override { return real_.CreateDirectory(p); }
-  bool Stat(TextView p, FileEntry& e) override { return real_.Stat(p, e); }
   bool Enumerate(TextView p, std::vector<FileEntry>& o) override {
     if (!unreadable.empty() && p.substr(0, unreadable.size() + 1) == unreadable + u"/") return o.clear(), false;
-    return real_.Enumerate(p, o);
+    return LinuxFileSystem::Enumerate(p, o);
   }
   bool VolumeInfo(TextView p, Text& l, uint32_t& s) override {
-    if (!serial) return real_.VolumeInfo(p, l, s);
-    l = label, s = *serial;
-    return true;
+    if (!serial) return LinuxFileSystem::VolumeInfo(p, l, s);
+    return l = label, s = *serial, true;
   }
-  int32_t ShellOperation(const ShellFileRequest& r) override { return real_.ShellOperation(r); }
-
   bool refuse_deletes = false;
   Text unreadable, label;
   std::optional<uint32_t> serial;
-
- private:
-  FileSystem& real_;
-  std::set<Text> refused_;
+  std::set<Text> refused;
 };
 
 class StoreTest : public ::testing::Test {
@@ -99,7 +74,6 @@ class StoreTest : public ::testing::Test {
   explicit StoreTest(double start = SimPlatform::kDefaultStart) : sim(start), store(sim.platform) {}
   std::string P(const char* name) const { return tmp.path() + "/" + name; }
   Text T(const char* name) const { return tmp / name; }
-
   TempFolder tmp;
   SimPlatform sim;
   TestStorage store;

@@ -7,8 +7,7 @@
 namespace varnek {
 namespace {
 
-constexpr double kDay = 46023.0;  // 2026-01-01
-double At(double seconds_of_day) { return kDay + seconds_of_day / 86400.0; }
+double At(double seconds_of_day) { return 46023.0 + seconds_of_day / 86400.0; }  // on 2026-01-01
 
 CollectionPtr List(std::initializer_list<Variant> items) {
   auto c = Collection::New();
@@ -22,28 +21,26 @@ std::vector<Text> Texts(const Collection& c) {
   return out;
 }
 
-TEST(VariableStore, SettlesTheAddressAndStoresTexts) {
+struct VariableStoreTest : ::testing::Test {
+  explicit VariableStoreTest(double start = SimPlatform::kDefaultStart) : sim(start), store(sim.platform) {}
   SimPlatform sim;
-  VariableStore store(sim.platform);
+  VariableStore store;
+};
+
+TEST_F(VariableStoreTest, SettlesTheAddressAndStoresTexts) {
   Variant got = store.Var_VariableGet(u"Nothing");  // never set: "", a String
   EXPECT_TRUE(got.IsString() && got.ToText().empty());
-
   // empty family and group become the title and "VarnekGlobal", written back
   Variant family = u"", group = u"";
   EXPECT_TRUE(store.Var_VariableSet(u"NumMsg", 17, family, group));
-  EXPECT_EQ(family.ToText(), u"VarnekTest");
-  EXPECT_EQ(group.ToText(), u"VarnekGlobal");
+  EXPECT_EQ(family.ToText() + u"|" + group.ToText(), u"VarnekTest|VarnekGlobal");
   EXPECT_EQ(sim.settings.Get(u"VarnekGlobal", u"VarnekTest", u"NumMsg", u"?"), u"17");
   Variant only_family;  // Empty counts as length 0
   EXPECT_EQ(store.Var_VariableGet(u"NumMsg", only_family).ToText(), u"17");
   EXPECT_EQ(only_family.ToText(), u"VarnekTest");
-
   store.Var_VariableSet(u"Rate", 2.5, u"Paging", u"Other");  // given ones used as they are
   EXPECT_EQ(sim.settings.Get(u"Other", u"Paging", u"Rate", u"?"), u"2.5");
-  EXPECT_EQ(store.Var_VariableGet(u"Rate", u"Paging", u"Other").ToText(), u"2.5");
-  Variant g2 = u"";
-  EXPECT_EQ(store.Var_VariableGet(u"Rate", u"Paging", g2).ToText(), u"");  // the default group
-  EXPECT_EQ(g2.ToText(), u"VarnekGlobal");
+  EXPECT_EQ(store.Var_VariableGet(u"Rate", u"Paging").ToText(), u"");  // the default group
 
   size_t before = sim.settings.Size();  // a Null content or name fails with 94, writing nothing
   EXPECT_RUNTIME_ERROR(store.Var_VariableSet(u"X", Variant::Null()), kErrInvalidUseOfNull);
@@ -51,9 +48,7 @@ TEST(VariableStore, SettlesTheAddressAndStoresTexts) {
   EXPECT_EQ(sim.settings.Size(), before);
 }
 
-TEST(VariableStore, SortFollowsTheModeAndTheListOperations) {
-  SimPlatform sim;
-  VariableStore store(sim.platform);
+TEST_F(VariableStoreTest, SortFollowsTheModeAndDropsKeys) {
   auto sorted = [&](std::initializer_list<Variant> items, int mode) {
     auto c = List(items);
     store.Collection_Sort(*c, mode);
@@ -82,82 +77,74 @@ TEST(VariableStore, SortFollowsTheModeAndTheListOperations) {
   EXPECT_FALSE(c->KeyAt(2).has_value() || c->KeyAt(3).has_value());
 }
 
-TEST(VariableStore, FindIdxKeyMatchesWithoutCaseOrByPrefixPattern) {
-  SimPlatform sim;
-  VariableStore store(sim.platform);
+TEST_F(VariableStoreTest, FindIdxKeyExactOrApproximated) {
   auto c = List({u"alpha", u"Host", u"HOSTNAME", 42});
-  Variant pos = store.Collection_FindIdxKey(*c, u"host");
-  EXPECT_EQ(pos.Type(), VarType::Long);
-  EXPECT_EQ(pos.ToLong(), 2);
-  EXPECT_EQ(store.Collection_FindIdxKey(*c, u"ho", true).ToLong(), 2);
-  EXPECT_EQ(store.Collection_FindIdxKey(*c, u"h?stn", true).ToLong(), 3);  // wildcards in the key
-  EXPECT_EQ(store.Collection_FindIdxKey(*c, 42).ToLong(), 4);              // numbers by their text
-  Variant none = store.Collection_FindIdxKey(*c, u"ho");  // not found: the value -1, no failure
-  EXPECT_EQ(none.Type(), VarType::Integer);
-  EXPECT_EQ(none.ToLong(), -1);
+  auto found = [&](Variant key, bool approx = false) {  // the type and the position
+    Variant pos = store.Collection_FindIdxKey(*c, key, approx);
+    return std::pair{pos.Type(), pos.ToLong()};
+  };
+  EXPECT_EQ(found(u"host"), std::pair(VarType::Long, 2));
+  EXPECT_EQ(found(u"ho"), std::pair(VarType::Integer, -1));  // not found: a value, no failure
+  EXPECT_EQ(found(u"ho", true).second, 2);
+  EXPECT_EQ(found(u"h?stn", true).second, 3);  // wildcards in the key
+  EXPECT_EQ(found(42).second, 4);              // numbers by their text
+  EXPECT_RUNTIME_ERROR(found(u"[a", true), kErrInvalidPattern);
   // an item with no text form fails when reached, not before a match
-  auto with_null = List({u"one", Variant::Null(), u"two"});
-  EXPECT_EQ(store.Collection_FindIdxKey(*with_null, u"ONE").ToLong(), 1);
-  EXPECT_RUNTIME_ERROR(store.Collection_FindIdxKey(*with_null, u"two"), kErrInvalidUseOfNull);
-  EXPECT_RUNTIME_ERROR(store.Collection_FindIdxKey(*c, u"[a", true), kErrInvalidPattern);
+  c = List({u"one", Variant::Null(), u"two"});
+  EXPECT_EQ(found(u"ONE").second, 1);
+  EXPECT_RUNTIME_ERROR(found(u"two"), kErrInvalidUseOfNull);
 }
 
-TEST(VariableStore, PausaWaitsByTheCalendarAndPumps) {
-  SimPlatform sim(At(43200.3));  // 12:00:00.3
-  VariableStore store(sim.platform);
-  int depth_in_handler = -1;
-  sim.loop.After(0.5, [&] { depth_in_handler = sim.loop.PumpDepth(); });
+struct PauseAtNoon : VariableStoreTest {
+  PauseAtNoon() : VariableStoreTest(At(43200.3)) {}  // 12:00:00.3
+};
+
+TEST_F(PauseAtNoon, PausaWaitsByTheCalendarAndTimerByTheClock) {
+  std::vector<int> depths;
+  sim.loop.After(0.5, [&] { depths.push_back(sim.loop.PumpDepth()); });
   EXPECT_TRUE(store.DateTime_Pausa(2).IsEmpty());  // until the target's calendar second begins
   EXPECT_NEAR(sim.loop.Elapsed(), 1.7, 0.01);
-  EXPECT_EQ(depth_in_handler, 1);  // the handler ran inside the pause
   int64_t pumps = sim.loop.PumpCount();
   store.DateTime_Pausa(0);  // zero and negative: no pump
   store.DateTime_Pausa(-5);
+  store.DateTime_PausaTimer(0);
   EXPECT_EQ(sim.loop.PumpCount(), pumps);
 
-  SimPlatform late(At(86399));  // indifferent to midnight
-  VariableStore late_store(late.platform);
-  late_store.DateTime_Pausa(2);
-  EXPECT_NEAR(late.loop.Elapsed(), 2, 0.01);
-  EXPECT_DOUBLE_EQ(late.loop.Now(), kDay + 1 + 1 / 86400.0);
-}
-
-TEST(VariableStore, PausaTimerPumpsUntilTheEnd) {
-  SimPlatform sim(At(43200));
-  VariableStore store(sim.platform);
-  std::vector<int> depths;
   sim.loop.After(0.2, [&] { depths.push_back(sim.loop.PumpDepth()); });
   sim.loop.After(0.6, [&] { depths.push_back(sim.loop.PumpDepth()); });  // after the end
-  EXPECT_TRUE(store.DateTime_PausaTimer(0.5).IsEmpty());
-  EXPECT_NEAR(sim.loop.Elapsed(), 0.5, 0.01);
-  EXPECT_EQ(depths, std::vector<int>{1});
-  store.DateTime_PausaTimer(u"0.25");  // a text interval reads as a number
-  EXPECT_NEAR(sim.loop.Elapsed(), 0.75, 0.01);
-  int64_t pumps = sim.loop.PumpCount();
-  store.DateTime_PausaTimer(0);  // no pump at all
-  EXPECT_EQ(sim.loop.PumpCount(), pumps);
+  EXPECT_TRUE(store.DateTime_PausaTimer(u"0.5").IsEmpty());  // a text interval reads as a number
+  EXPECT_NEAR(sim.loop.Elapsed(), 2.2, 0.01);
+  EXPECT_EQ(depths, (std::vector<int>{1, 1}));  // the handlers ran inside the pauses
   EXPECT_RUNTIME_ERROR(store.DateTime_PausaTimer(Variant::Null()), kErrInvalidUseOfNull);
 }
 
-TEST(VariableStore, PausaTimerAcrossMidnight) {
-  // 23:59:59.5 for 1 s: frozen up to midnight, then pumping until 0.5 of the new day
-  SimPlatform sim(At(86399.5));
-  VariableStore store(sim.platform);
+struct PauseBeforeMidnight : VariableStoreTest {
+  PauseBeforeMidnight() : VariableStoreTest(At(86399)) {}  // 23:59:59
+};
+
+TEST_F(PauseBeforeMidnight, PausaIsIndifferentToMidnight) {
+  store.DateTime_Pausa(2);
+  EXPECT_NEAR(sim.loop.Elapsed(), 2, 0.01);
+  EXPECT_DOUBLE_EQ(sim.loop.Now(), At(86401));
+}
+
+TEST_F(PauseBeforeMidnight, PausaTimerFreezesUntilMidnightThenPumps) {
+  sim.loop.RunFor(0.5);  // 23:59:59.5 for 1 s: frozen up to midnight, then pumping to 0.5
   std::vector<float> ran_at;
   sim.loop.After(0.2, [&] { ran_at.push_back(sim.loop.Timer()); });  // due 23:59:59.7
   sim.loop.After(0.7, [&] { ran_at.push_back(sim.loop.Timer()); });  // due 00:00:00.2
   store.DateTime_PausaTimer(1);
-  EXPECT_NEAR(sim.loop.Elapsed(), 1.0, 0.01);
+  EXPECT_NEAR(sim.loop.Elapsed(), 1.5, 0.01);
   ASSERT_EQ(ran_at.size(), 2u);
   EXPECT_NEAR(ran_at[0], 0.0f, 0.01);  // held until after the wrap
   EXPECT_NEAR(ran_at[1], 0.2f, 0.01);
-  // a handler returning after midnight while the end was late in the day: the
-  // wait runs on until that time of day comes again
-  SimPlatform late(At(86399));
-  VariableStore late_store(late.platform);
-  late.loop.After(0.1, [&] { late.loop.RunFor(2); });
-  late_store.DateTime_PausaTimer(0.9);
-  EXPECT_NEAR(late.loop.Elapsed(), 86400.9, 0.02);
+}
+
+TEST_F(PauseBeforeMidnight, PausaTimerWaitsForTheEndTimeOfDayAgain) {
+  // a handler returns after midnight while the end was late in the day
+  sim.loop.After(0.1, [&] { sim.loop.RunFor(2); });
+  store.DateTime_PausaTimer(0.9);
+  EXPECT_NEAR(sim.loop.Elapsed(), 86400.9, 0.02);
 }
 
 }  // namespace
