@@ -1,28 +1,68 @@
-// String functions: Mid/Left/Right/InStr edges, Replace, Split, Trim, Asc/Chr.
+// cp1252 bytes, UTF-8 and case tables; string functions (Mid/InStr edges, Replace, Split, Trim, Asc/Chr);
+// Variant comparison, StrComp, Concat and the Like operator.
 #include "runtime/strings.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <random>
+
+#include "runtime/compare.h"
+#include "runtime/like.h"
+#include "runtime/text.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {
 namespace {
 
+TEST(Cp1252, EveryByteRoundTripsThroughItsUnitAndCaseMapsWithinItsPair) {
+  std::string all;
+  for (int b = 0; b < 256; ++b) {
+    char16_t u = ByteToUnit(static_cast<uint8_t>(b));
+    EXPECT_TRUE(UnitHasByte(u)) << b;
+    EXPECT_EQ(UnitToByte(u), b) << b;
+    EXPECT_EQ(Asc(Chr(b)), b) << b;
+    EXPECT_TRUE(u == b || (b >= 0x80 && b < 0xA0)) << b;
+    all += static_cast<char>(b);
+    Text up = UCase(Text(1, u)), lo = LCase(Text(1, u));  // back to the same letter in either case
+    EXPECT_EQ(LCase(up), LCase(lo)) << b;
+    EXPECT_EQ(UCase(lo), UCase(up)) << b;
+  }
+  EXPECT_EQ(TextToBytes(BytesToText(all)), all);
+  // bytes 0x80..0x9F: the printable extras and the five C1 pass-throughs
+  EXPECT_EQ(BytesToText("\x80\x8A\x96\x9F"), u"\u20AC\u0160\u2013\u0178");
+  EXPECT_EQ(BytesToText("\x81\x8D\x8F\x90\x9D"), u"\u0081\u008D\u008F\u0090\u009D");
+  // C1 units the code page replaces have no byte of their own
+  EXPECT_FALSE(UnitHasByte(u'\u0080'));
+  EXPECT_EQ(UnitToByte(u'\u0080'), 63);
+  EXPECT_EQ(TextToBytes(u"a\u4E2Db"), "a?b");
+  EXPECT_EQ(UCase(u"abc\u00E9\u00FF\u0161\u0153\u017E"), u"ABC\u00C9\u0178\u0160\u0152\u017D");
+  EXPECT_EQ(LCase(u"ABC\u00C9\u0178\u0160\u0152\u017D"), u"abc\u00E9\u00FF\u0161\u0153\u017E");
+  // non-letters stay: multiplication/division signs, sharp s, digits, punctuation
+  EXPECT_EQ(UCase(u"\u00F7\u00D7\u00DF1[]"), u"\u00F7\u00D7\u00DF1[]");
+  EXPECT_EQ(LCase(u"\u00D7\u00F7@"), u"\u00D7\u00F7@");
+  // Latin Extended-A pairs of both parities, Greek and Cyrillic
+  EXPECT_EQ(UCase(u"\u0101\u013A\u017A\u03B1\u0436\u0451"), u"\u0100\u0139\u0179\u0391\u0416\u0401");
+  EXPECT_EQ(LCase(u"\u0100\u0139\u0179\u0391\u0416\u0401"), u"\u0101\u013A\u017A\u03B1\u0436\u0451");
+}
+
+TEST(Utf8, DecodesAndEncodesWithReplacement) {
+  EXPECT_EQ(Utf8ToText("caf\xC3\xA9\xF0\x9F\x98\x80"), u"caf\u00E9\U0001F600");
+  EXPECT_EQ(TextToUtf8(u"\u00E9\U0001F600"), "\xC3\xA9\xF0\x9F\x98\x80");
+  // invalid input: stray continuation, overlong, encoded surrogate, truncated
+  EXPECT_EQ(Utf8ToText("a\x80z|\xC0\xAF|\xED\xA0\x80|x\xE2\x82"), u"a\uFFFDz|\uFFFD|\uFFFD|x\uFFFD");
+  EXPECT_EQ(TextToUtf8(Text(1, char16_t{0xD800})), "\xEF\xBF\xBD");  // a lone surrogate never leaves as is
+}
+
 TEST(MidLeftRight, EdgesAndFailures) {
   EXPECT_EQ(Mid(u"test", 2, 4), u"est");
   EXPECT_EQ(Mid(u"test", 5), u"");
   EXPECT_EQ(Mid(u"test", 4), u"t");
-  EXPECT_EQ(Mid(u"test", 2, 0), u"");
-  EXPECT_EQ(FailureOf([] { Mid(u"test", 0, 3); }), 5);
-  EXPECT_EQ(FailureOf([] { Mid(u"test", 1, -1); }), 5);
-  EXPECT_EQ(FailureOf([] { Mid(u"test", 0); }), 5);
   EXPECT_EQ(Left(u"test", 10), u"test");
-  EXPECT_EQ(Left(u"test", 0), u"");
   EXPECT_EQ(Right(u"test", 2), u"st");
   EXPECT_EQ(Right(u"test", 9), u"test");
-  EXPECT_EQ(FailureOf([] { Right(u"test", -1); }), 5);
-  EXPECT_EQ(FailureOf([] { Left(u"test", -1); }), 5);
-
+  ExpectFailures({{5, [] { Mid(u"test", 0, 3); }}, {5, [] { Mid(u"test", 1, -1); }}, {5, [] { Right(u"test", -1); }},
+                  {5, [] { Left(u"test", -1); }}});
   Text s = u"abcdef";
   MidAssign(s, 2, -1, u"XYZ");
   EXPECT_EQ(s, u"aXYZef");
@@ -33,41 +73,29 @@ TEST(MidLeftRight, EdgesAndFailures) {
   EXPECT_EQ(FailureOf([&] { MidAssign(s, 7, -1, u"x"); }), 5);
 }
 
-TEST(InStr, ClassicTable) {
-  EXPECT_EQ(InStr(u"abcd", u"bc"), 2);
-  EXPECT_EQ(InStr(3, u"abcd", u"bc"), 0);
-  EXPECT_EQ(InStr(4, u"abcdef", u""), 4);
-  EXPECT_EQ(InStr(20, u"abcdef", u""), 0);
-  EXPECT_EQ(InStr(4, u"", u""), 0);
-  EXPECT_EQ(InStr(2, u"", u"abcd"), 0);
-  EXPECT_EQ(InStr(5, u"abcd", u"bc"), 0);
-  EXPECT_EQ(FailureOf([] { InStr(-20, u"abcd", u"abcd", CompareMode::Text); }), 5);
-  EXPECT_EQ(FailureOf([] { InStr(2, u"abcd", u"x", static_cast<CompareMode>(10)); }), 5);
-  EXPECT_EQ(InStr(1, u"abcABC", u"aB", CompareMode::Text), 1);
-  EXPECT_EQ(InStr(1, u"abcABC", u"aB", CompareMode::Binary), 0);
-  EXPECT_EQ(InStr(1, u"xx\u00C9t\u00E9", u"\u00E9T", CompareMode::Text), 3);
-
-  EXPECT_EQ(InStrRev(u"abcabc", u"bc"), 5);
-  EXPECT_EQ(InStrRev(u"abcabc", u"bc", 4), 2);
-  EXPECT_EQ(InStrRev(u"abcabc", u"bc", 2), 0);  // must end at or before start
-  EXPECT_EQ(InStrRev(u"abcabc", u"BC", -1, CompareMode::Text), 5);
-  EXPECT_EQ(InStrRev(u"abc", u"", 2), 2);
-  EXPECT_EQ(InStrRev(u"abc", u"a", 9), 0);
-  EXPECT_EQ(InStrRev(u"", u"a"), 0);
-  EXPECT_EQ(FailureOf([] { InStrRev(u"abc", u"a", 0); }), 5);
+TEST(InStr, StartsEmptiesAndModes) {
+  constexpr CompareMode B = CompareMode::Binary, T = CompareMode::Text;
+  struct Row { int start; const char16_t *s, *find; CompareMode mode; int want; };
+  const Row rows[] = {{1, u"abcd", u"bc", B, 2}, {3, u"abcd", u"bc", B, 0}, {4, u"abcdef", u"", B, 4},
+                      {20, u"abcdef", u"", B, 0}, {4, u"", u"", B, 0}, {1, u"abcABC", u"aB", T, 1},
+                      {1, u"abcABC", u"aB", B, 0}, {1, u"xx\u00C9t\u00E9", u"\u00E9T", T, 3}};
+  for (const Row& r : rows) EXPECT_EQ(InStr(r.start, r.s, r.find, r.mode), r.want) << "row " << &r - rows;
+  // InStrRev: a match must end at or before start
+  const Row rev[] = {{-1, u"abcabc", u"bc", B, 5}, {4, u"abcabc", u"bc", B, 2}, {2, u"abcabc", u"bc", B, 0},
+                     {-1, u"abcabc", u"BC", T, 5}, {2, u"abc", u"", B, 2}, {9, u"abc", u"a", B, 0}};
+  for (const Row& r : rev) EXPECT_EQ(InStrRev(r.s, r.find, r.start, r.mode), r.want) << "row " << &r - rev;
+  ExpectFailures({{5, [] { InStr(-20, u"abcd", u"abcd", CompareMode::Text); }}, {5, [] { InStrRev(u"abc", u"a", 0); }},
+                  {5, [] { InStr(2, u"abcd", u"x", static_cast<CompareMode>(10)); }}});
 }
 
 TEST(ReplaceSplitJoin, StartCountAndEmptyCases) {
-  EXPECT_EQ(Replace(u"aXbX", u"X", u"-"), u"a-b-");
   EXPECT_EQ(Replace(u"aXbXcX", u"X", u"-", 3), u"b-c-");  // result starts at start
   EXPECT_EQ(Replace(u"aXbXcX", u"X", u"-", 1, 2), u"a-b-cX");
   EXPECT_EQ(Replace(u"axbXc", u"x", u"", 1, -1, CompareMode::Text), u"abc");
   EXPECT_EQ(Replace(u"abc", u"", u"-"), u"abc");
   EXPECT_EQ(Replace(u"abc", u"b", u"-", 4), u"");
   EXPECT_EQ(Replace(u"aaa", u"aa", u"b"), u"ba");
-  EXPECT_EQ(FailureOf([] { Replace(u"abc", u"b", u"", 0); }), 5);
-  EXPECT_EQ(FailureOf([] { Replace(u"abc", u"b", u"", 1, -2); }), 5);
-
+  ExpectFailures({{5, [] { Replace(u"abc", u"b", u"", 0); }}, {5, [] { Replace(u"abc", u"b", u"", 1, -2); }}});
   EXPECT_EQ(Split(u"a b  c"), (std::vector<Text>{u"a", u"b", u"", u"c"}));
   EXPECT_EQ(Split(u"a,b,c", u",", 2), (std::vector<Text>{u"a", u"b,c"}));
   EXPECT_EQ(Split(u"a,b,", u","), (std::vector<Text>{u"a", u"b", u""}));
@@ -76,34 +104,125 @@ TEST(ReplaceSplitJoin, StartCountAndEmptyCases) {
   EXPECT_EQ(Split(u"a b", u""), (std::vector<Text>{u"a b"}));
   EXPECT_EQ(Split(u"aXbxc", u"x", -1, CompareMode::Text), (std::vector<Text>{u"a", u"b", u"c"}));
   EXPECT_EQ(Join({u"a", u"", u"c"}, u"--"), u"a----c");
-  EXPECT_EQ(Join({}, u","), u"");
 }
 
-TEST(SmallFunctions, TrimSpaceReverseAscChr) {
-  EXPECT_EQ(Trim(u"\tx "), u"\tx");
-  EXPECT_EQ(Trim(u"  a b  "), u"a b");
+TEST(SmallFunctions, TrimSpaceAscChr) {
+  EXPECT_EQ(Trim(u"\tx "), u"\tx");  // blanks only
   EXPECT_EQ(Trim(u"\u00A0a\u00A0"), u"\u00A0a\u00A0");
   EXPECT_EQ(LTrim(u"  a "), u"a ");
   EXPECT_EQ(RTrim(u"  a "), u"  a");
-  EXPECT_EQ(Trim(u"   "), u"");
-  EXPECT_EQ(Space(3), u"   ");
-  EXPECT_EQ(String(2, u'z'), u"zz");
-  EXPECT_EQ(FailureOf([] { Space(-1); }), 5);
-  EXPECT_EQ(StrReverse(u"abc"), u"cba");
-  EXPECT_EQ(Len(u"\u20ACx"), 2);
-
-  EXPECT_EQ(Asc(u"A"), 65);
   EXPECT_EQ(Asc(u"test"), 116);
-  EXPECT_EQ(FailureOf([] { Asc(u""); }), 5);
-  EXPECT_EQ(Chr(65), u"A");
   EXPECT_EQ(Chr(128), u"\u20AC");
-  EXPECT_EQ(FailureOf([] { Chr(-1); }), 5);
-  EXPECT_EQ(FailureOf([] { Chr(256); }), 5);
   EXPECT_EQ(AscW(ChrW(0xFFFF)), -1);
-  EXPECT_EQ(ChrW(-1), ChrW(0xFFFF));
   EXPECT_EQ(ChrW(-32768), Text(1, char16_t{0x8000}));
-  EXPECT_EQ(FailureOf([] { ChrW(65536); }), 5);
-  EXPECT_EQ(FailureOf([] { ChrW(-32769); }), 5);
+  ExpectFailures({{5, [] { Space(-1); }}, {5, [] { Asc(u""); }}, {5, [] { Chr(-1); }}, {5, [] { Chr(256); }},
+                  {5, [] { ChrW(65536); }}, {5, [] { ChrW(-32769); }}});
+}
+
+
+TEST(CompareVariants, MixedSubtypesEmptyAndNull) {
+  struct Row { Variant a, b; int want; };
+  const Row rows[] = {
+      {2, 10.5, -1}, {true, -1, 0}, {Currency{15000}, 1.5, 0}, {Date{1.0}, 1, 0}, {u"5", u"4", 1},
+      {u"10", 90, 1}, {90, u"10", -1},  // a number sorts below any text, unconverted
+      {0, Variant(), 0}, {Variant(), u"", 0}, {Variant(), u"a", -1}, {Variant(), -1, 1},
+      {0.1f, 0.1, 0}};  // Single against Double at single precision
+  for (const Row& r : rows) EXPECT_EQ(CompareVariants(r.a, r.b), r.want) << "row " << &r - rows;
+  EXPECT_NE(CompareVariants(Variant(0.1 + 0.2), Variant(0.3)), 0);
+  // Null gives no answer, and an If reads it as False
+  EXPECT_FALSE(CompareVariants(Variant::Null(), Variant(1)) || CompareVariants(Variant(0), Variant::Null()));
+  EXPECT_FALSE(VariantEqual(Variant::Null(), Variant::Null()) || VariantLess(Variant::Null(), Variant(1)));
+  EXPECT_TRUE(VariantEqual(Variant(u"ABC"), Variant(u"abc"), CompareMode::Text));
+  EXPECT_EQ(FailureOf([] { CompareVariants(Variant(1), Variant(std::make_shared<Object>())); }), 13);
+}
+
+TEST(StrCompConcat, BinaryByCodeUnitTextBesideTheBaseLetter) {
+  constexpr CompareMode B = CompareMode::Binary, T = CompareMode::Text;
+  struct Row { const char16_t *a, *b; CompareMode mode; int want; };
+  const Row rows[] = {
+      {u"ABCD", u"abcd", T, 0},  {u"ABCD", u"abcd", B, -1}, {u"ABCD", u"ABC", B, 1},  {u"", u"ABC", T, -1},
+      {u"a", u"B", T, -1},       {u"a", u"B", B, 1},        {u"Z", u"a", B, -1},      {u"z", u"\u00C0", B, -1},
+      {u"\u00E0", u"B", T, -1},  {u"\u00C0", u"\u00E0", T, 0}, {u"e", u"\u00CA", T, -1}, {u"_", u"a", T, -1},
+      {u"9", u"a", T, -1},       {u"\u00E9a", u"eb", T, -1}};  // base letters decide first
+  for (const Row& r : rows) EXPECT_EQ(StrComp(r.a, r.b, r.mode), r.want) << "row " << &r - rows;
+  EXPECT_EQ(StrComp(u"abcd", u"ABCD"), 1);  // binary by default
+  EXPECT_EQ(FailureOf([] { StrComp(u"a", u"b", static_cast<CompareMode>(2)); }), 5);
+  // Concat: a Null side adds nothing, two give Null; numbers join as their text
+  EXPECT_EQ(Concat(Variant(u"ab "), Variant::Null()).RawString(), u"ab ");
+  EXPECT_TRUE(Concat(Variant::Null(), Variant::Null()).IsNull());
+  EXPECT_EQ(Concat(Variant(true), Concat(Variant(1), Variant(2.5))).RawString(), u"True12.5");
+}
+
+TEST(Like, WildcardsBracketsAndCaseByMode) {
+  constexpr CompareMode T = CompareMode::Text;
+  struct Row { const char16_t *s, *p; bool want; CompareMode mode = CompareMode::Binary; };
+  const Row rows[] = {
+      {u"aBBBa", u"a*a", true},  {u"F", u"[!A-Z]", false},  {u"a2a", u"a#a", true},  {u"", u"*", true},
+      {u"aM5b", u"a[L-P]#[!c-e]", true},  {u"CAT123khg", u"B?T*", false},  {u"", u"?", false},
+      {u"abcd", u"abc", false},  {u"abc", u"abcd", false},  {u"a*b", u"a[*]b", true},  {u"axb", u"a[*]b", false},
+      {u"a[xyz", u"a[[]*", true},  {u"a?", u"a[?]", true},  {u"#1", u"[#]#", true},  {u"a]", u"a]", true},
+      {u"!", u"!", true},  {u"-", u"[-a]", true},  {u"-", u"[a-]", true},  {u"-", u"[!-a]", false},
+      {u"ab", u"a[]b", true},  {u"Y", u"[A-CX-Z]", true},  {u"M", u"[A-CX-Z]", false},
+      // case and accents follow the compare mode; ranges ascend in the mode's own order
+      {u"ABC", u"abc", false},  {u"ABC", u"abc", true, T},  {u"a", u"[A-E]", false},  {u"a", u"[A-E]", true, T},
+      {u"\u00C0", u"[A-E]", false},  {u"\u00E0", u"[A-E]", true, T},  {u"e", u"[A-E]", true, T},
+      {u"\u00CA", u"[A-E]", false, T},  {u"\u00EA", u"[A-E]", false, T},  {u"\u00E9X", u"\u00C9?", true, T},
+      {u"m", u"[a-Z]", true, T}};
+  for (const Row& r : rows) EXPECT_EQ(Like(r.s, r.p, r.mode), r.want) << "row " << &r - rows;
+  // an unclosed "[" and a descending range fail
+  ExpectFailures({{93, [] { Like(u"a[xyz", u"a[*"); }}, {93, [] { Like(u"b", u"[Z-A]"); }},
+                  {93, [] { Like(u"m", u"[a-Z]"); }}});
+}
+
+TEST(Like, ManyStarsStayFast) {
+  Text text(5000, u'a'), pattern;
+  for (int i = 0; i < 200; ++i) pattern += u"*a";
+  pattern += u"*b";
+  auto begin = std::chrono::steady_clock::now();
+  EXPECT_FALSE(Like(text, pattern));
+  EXPECT_TRUE(Like(text + u"b", pattern));
+  auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
+  EXPECT_LT(ms.count(), 2000);
+}
+
+// Reference: plain backtracking over the pattern (binary compare), for short inputs.
+bool NaiveLike(TextView s, TextView p) {
+  if (p.empty()) return s.empty();
+  if (p[0] == u'*') {
+    for (size_t k = 0; k <= s.size(); ++k) if (NaiveLike(s.substr(k), p.substr(1))) return true;
+    return false;
+  }
+  if (s.empty()) return false;
+  if (p[0] == u'[') {
+    size_t close = p.find(u']', 1);
+    bool negate = p[1] == u'!';
+    TextView list = p.substr(negate ? 2 : 1, close - (negate ? 2 : 1));
+    bool in = false;
+    for (size_t i = 0; i < list.size(); ++i) {
+      bool range = i + 2 < list.size() && list[i + 1] == u'-';
+      in = in || (range ? s[0] >= list[i] && s[0] <= list[i + 2] : s[0] == list[i]);
+      if (range) i += 2;
+    }
+    return in != negate && NaiveLike(s.substr(1), p.substr(close + 1));
+  }
+  bool one = p[0] == u'?' || (p[0] == u'#' ? (s[0] >= u'0' && s[0] <= u'9') : s[0] == p[0]);
+  return one && NaiveLike(s.substr(1), p.substr(1));
+}
+
+TEST(Like, AgreesWithBacktrackingReference) {
+  std::mt19937 rng(12345);
+  const char16_t text_units[] = u"ab1c";
+  const TextView pieces[] = {u"a", u"b", u"1", u"?", u"*", u"#", u"[ab]", u"[!a]", u"[a-c]", u"**"};
+  int matches = 0;
+  for (int round = 0; round < 4000; ++round) {
+    Text s, p;
+    for (int n = static_cast<int>(rng() % 7); n > 0; --n) s += text_units[rng() % 4];
+    for (int n = static_cast<int>(rng() % 5); n > 0; --n) p += pieces[rng() % 10];
+    bool expected = NaiveLike(s, p);
+    matches += expected;
+    ASSERT_EQ(Like(s, p), expected) << TextToUtf8(s) << " like " << TextToUtf8(p);
+  }
+  EXPECT_GT(matches, 200);  // the sample covers both answers
 }
 
 }  // namespace

@@ -1,48 +1,38 @@
-// URL and Base64 codecs: their required deviations from the strict codecs.
+// URL and Base64 codecs and the control-character aliases, with cross-checks against the literal passes.
 #include <random>
 
 #include "runtime/strings.h"
-
 #include "tests/text/toolkit_fixture.h"
 
 namespace varnek {
 namespace {
 
-TEST_F(ToolkitTest, UrlEncodeEscapesAllButLettersAndDigits) {
-  EXPECT_EQ(CStr(kit.URL_Encode(u"a b-c")), u"a+b%2Dc");
-  EXPECT_EQ(CStr(kit.URL_Encode(u"\r\n\t")), u"%D%A%9");  // short, unpadded forms
-  EXPECT_EQ(CStr(kit.URL_Encode(u"x_y.z~")), u"x%5Fy%2Ez%7E");
-  EXPECT_EQ(CStr(kit.URL_Encode(u"\u00f1\u20ac")), u"%F1%80");  // cp1252 bytes
-  EXPECT_EQ(CStr(kit.URL_Encode(Text(1, u'\0'))), u"%0");
-  EXPECT_EQ(CStr(kit.URL_Encode(u"")), u"");
+struct TextRow { Text in, want; };
+
+TEST_F(ToolkitTest, UrlEncodeEscapesAllButLettersAndDigitsInShortForms) {
+  for (const TextRow& r : {TextRow{u"a b-c", u"a+b%2Dc"}, {u"\r\n\t", u"%D%A%9"}, {u"x_y.z~", u"x%5Fy%2Ez%7E"},
+                           {u"\u00f1\u20ac", u"%F1%80"}, {Text(1, u'\0'), u"%0"}, {u"\u4e2d", u"%3F"}, {u"", u""}}) {
+    EXPECT_EQ(CStr(kit.URL_Encode(r.in)), r.want) << TextToUtf8(r.in);  // by cp1252 byte; no byte reads as "?"
+  }
   EXPECT_EQ(CStr(kit.URL_Encode(42)), u"42");
   EXPECT_EQ(FailureOf([&] { kit.URL_Encode(Variant::Null()); }), kErrInvalidUseOfNull);
 }
 
 TEST_F(ToolkitTest, UrlDecodeMatchesEscapesLiterallyInAscendingPasses) {
-  struct Row {
-    const char16_t* in;
-    const char16_t* want;
-  };
-  const Row rows[] = {
-      {u"a+b%2Dc", u"a b-c"},
-      {u"%2d", u"%2d"},        // lower-case digits stay
-      {u"100%", u"100%"},      {u"%", u"%"}, {u"%4", u"%4"},
-      {u"%A", u"%A"},          // the encoder's one-digit form does not decode
-      {u"%0A%0D", u"\n\r"},
-      {u"%00", u"%00"},        // no pass for 0
-      {u"%2B", u"+"},          // a decoded "+" stays
-      {u"%2541", u"A"},        // 37 frees "%41", decoded at 65
-      {u"%2510", u"%10"},      // pass 16 was already over
-      {u"%2525", u"%25"},      // the freed "%25" is behind the scan of pass 37
-      {u"%%2541", u"%A"},
-      {u"%4%41", u"J"},        // pass 65 frees "%4A", decoded at 74
-      {u"%3%33", u"%33"},      // "3" freed at 51 forms "%33" behind the scan
-      {u"%F1%80%FF", u"\u00f1\u20ac\u00ff"},
-  };
-  for (const Row& r : rows) {
-    EXPECT_EQ(CStr(kit.URL_Decode(r.in)), r.want) << TextToUtf8(r.in);
-  }
+  const TextRow rows[] = {
+      {u"a+b%2Dc", u"a b-c"}, {u"%2d", u"%2d"}, {u"100%", u"100%"}, {u"%", u"%"}, {u"%4", u"%4"},
+      {u"%A", u"%A"},  // lower-case digits and the encoder's one-digit form stay
+      {u"%0A%0D", u"\n\r"}, {u"%00", u"%00"}, {u"%2B", u"+"},  // no pass for 0; a decoded "+" stays
+      {u"%2541", u"A"},    // 37 frees "%41", decoded at 65
+      {u"%2510", u"%10"},  // pass 16 was already over
+      {u"%2525", u"%25"},  // the freed "%25" is behind the scan of pass 37
+      {u"%%2541", u"%A"}, {u"%4%41", u"J"},  // pass 65 frees "%4A", decoded at 74
+      {u"%3%33", u"%33"},  // "3" freed at 51 forms "%33" behind the scan
+      {u"%F1%80%FF", u"\u00f1\u20ac\u00ff"}};
+  for (const TextRow& r : rows) EXPECT_EQ(CStr(kit.URL_Decode(r.in)), r.want) << TextToUtf8(r.in);
+  Text all;  // units of 16 and above survive a round trip
+  for (int b = 16; b < 256; ++b) all += ByteToUnit(static_cast<uint8_t>(b));
+  EXPECT_EQ(CStr(kit.URL_Decode(kit.URL_Encode(all))), all);
 }
 
 // The decoder as the classic code runs it: 255 global Var_Translate passes.
@@ -50,83 +40,78 @@ Text LiteralUrlDecode(TextToolkit& kit, Text s) {
   s = kit.Var_Translate(s, u"+", u" ");
   for (int i = 1; i <= 255; ++i) {
     const char16_t digits[] = u"0123456789ABCDEF";
-    Text escape{u'%', digits[i / 16], digits[i % 16]};
-    s = kit.Var_Translate(s, escape, Chr(i));
+    s = kit.Var_Translate(s, Text{u'%', digits[i / 16], digits[i % 16]}, Chr(i));
   }
   return s;
 }
 
 TEST_F(ToolkitTest, UrlDecodeAgreesWithTheLiteralPasses) {
-  // An alphabet dense in escapes, so that decoded units form new ones.
-  const Text alphabet = u"%%%0123456789ABCDEFa+";
+  const Text alphabet = u"%%%0123456789ABCDEFa+";  // dense in escapes, so decoded units form new ones
   std::mt19937 rng(12345);
   for (int round = 0; round < 3000; ++round) {
     Text s;
-    size_t length = rng() % 24;
-    for (size_t i = 0; i < length; ++i) s += alphabet[rng() % alphabet.size()];
+    for (size_t i = rng() % 24; i > 0; --i) s += alphabet[rng() % alphabet.size()];
     ASSERT_EQ(CStr(kit.URL_Decode(s)), LiteralUrlDecode(kit, s)) << TextToUtf8(s);
   }
 }
 
-TEST_F(ToolkitTest, UrlRoundTripForUnitsOf16AndAbove) {
-  Text all;
-  for (int b = 16; b < 256; ++b) all += ByteToUnit(static_cast<uint8_t>(b));
-  EXPECT_EQ(CStr(kit.URL_Decode(kit.URL_Encode(all))), all);
-}
-
-TEST_F(ToolkitTest, Base64EncodeGoldenValues) {
-  EXPECT_EQ(kit.Base64_Encode(u""), u"");
-  EXPECT_EQ(kit.Base64_Encode(u"a"), u"YQ==");
-  EXPECT_EQ(kit.Base64_Encode(u"ab"), u"YWI=");
-  EXPECT_EQ(kit.Base64_Encode(u"abc"), u"YWJj");
-  EXPECT_EQ(kit.Base64_Encode(u"user:pass"), u"dXNlcjpwYXNz");
-  EXPECT_EQ(kit.Base64_Encode(u"\u00ff\u00fe\u20ac"), u"//6A");  // bytes FF FE 80
-}
-
-TEST_F(ToolkitTest, Base64DecodeIsLenient) {
-  EXPECT_EQ(kit.Base64_Decode(u"YQ=="), u"a");
-  EXPECT_EQ(kit.Base64_Decode(u"YWI="), u"ab");
-  EXPECT_EQ(kit.Base64_Decode(u"dXNlcjpwYXNz"), u"user:pass");
-  EXPECT_EQ(kit.Base64_Decode(u"YQ"), u"");          // short group dropped
+TEST_F(ToolkitTest, Base64GoldenValuesAndLenientDecoding) {
+  for (const TextRow& r : {TextRow{u"", u""}, {u"a", u"YQ=="}, {u"ab", u"YWI="}, {u"abc", u"YWJj"},
+                           {u"user:pass", u"dXNlcjpwYXNz"}, {u"\u00ff\u00fe\u20ac", u"//6A"}}) {  // bytes FF FE 80
+    EXPECT_EQ(kit.Base64_Encode(r.in), r.want) << TextToUtf8(r.in);
+    EXPECT_EQ(kit.Base64_Decode(r.want), r.in) << TextToUtf8(r.want);
+  }
+  EXPECT_EQ(kit.Base64_Encode(u"\u4e2d"), kit.Base64_Encode(u"?"));  // a unit with no byte reads as "?"
+  EXPECT_EQ(kit.Base64_Decode(u"YQ"), u"");  // short group dropped
   EXPECT_EQ(kit.Base64_Decode(u"YWJjYQ"), u"abc");
   EXPECT_EQ(kit.Base64_Decode(u"YW Jj"), kit.Base64_Decode(u"YWAJ"));  // space reads as "A"
   EXPECT_EQ(kit.Base64_Decode(u"YW Jj").size(), 3u);
-  // "=" third with a real fourth: one unit removed, two kept.
-  EXPECT_EQ(kit.Base64_Decode(u"YQ=x"), Text(u"a\0", 2));
-  // "=" reads as 64, shifted out of the first two units: one NUL stays.
-  EXPECT_EQ(kit.Base64_Decode(u"===="), Text(1, u'\0'));
+  EXPECT_EQ(kit.Base64_Decode(u"YQ=x"), Text(u"a\0", 2));  // "=" third with a real fourth: one unit removed
+  EXPECT_EQ(kit.Base64_Decode(u"===="), Text(1, u'\0'));   // "=" reads as 64, shifted out: one NUL stays
   EXPECT_EQ(kit.Base64_Decode(u"YQ==\r\nYQ=="), Text(u"a\0\x06\x10", 4));  // a break shifts all
-  EXPECT_EQ(kit.Base64_Decode(u"//6A"), u"\u00ff\u00fe\u20ac");
-}
-
-TEST_F(ToolkitTest, Base64RoundTripsEveryByte) {
-  Text all;
+  Text all;  // every byte's unit is read back as that byte, in each position of a group
   for (int b = 0; b < 256; ++b) all += ByteToUnit(static_cast<uint8_t>(b));
-  for (size_t cut = 0; cut < 4; ++cut) {
-    Text part = all.substr(cut);
-    EXPECT_EQ(kit.Base64_Decode(kit.Base64_Encode(part)), part);
-  }
+  for (size_t cut = 0; cut < 3; ++cut) EXPECT_EQ(kit.Base64_Decode(kit.Base64_Encode(all.substr(cut))), all.substr(cut));
 }
 
-}  // namespace
-}  // namespace varnek
+TEST_F(ToolkitTest, ControlCharactersAndTheirAliases) {
+  const TextRow to_text[] = {
+      {u"a\r\nb", u"a\u00abCR\u00bb\u00abLF\u00bbb"}, {u"\t", u"\u00abHT\u00bb"},  // never «TAB»
+      {u"\x11\x13", u"\u00abXON\u00bb\u00abXOFF\u00bb"}, {Text(u"a\0b", 3), u"a\u00abNUL\u00bbb"},
+      {u"\x1f \x7f\u0080\u00ff", u"\u00abUS\u00bb \x7f\u0080\u00ff"},  // 127 and above pass
+      {u"\u00abCR\u00bb", u"\u00abCR\u00bb"}, {u"", u""}};  // a literal alias is not escaped
+  for (const TextRow& r : to_text) EXPECT_EQ(kit.Var_ConvierteCharControlToText(r.in), r.want) << TextToUtf8(r.want);
+  const TextRow to_chars[] = {
+      {u"\u00abHT\u00bb\u00abTAB\u00bb", u"\t\t"}, {u"a\u00abNUL\u00bbb", Text(u"a\0b", 3)},
+      {u"\u00abXOFF\u00bb\u00abDC1\u00bb", u"\x13\u00abDC1\u00bb"},  // DC1 is no name here
+      // exact matching: lower case, unknown names and open marks stay
+      {u"\u00abcr\u00bb \u00abCR \u00ab\u00abLF\u00bb", u"\u00abcr\u00bb \u00abCR \u00ab\n"},
+      {u"\u00abSO\u00bb\u00abSOH\u00bb", u"\x0e\x01"}};
+  for (const TextRow& r : to_chars) EXPECT_EQ(kit.Var_ConvierteTextToCharControl(r.in), r.want) << TextToUtf8(r.in);
+  EXPECT_EQ(FailureOf([&] { kit.Var_ConvierteCharControlToText(Variant::Null()); }), kErrInvalidUseOfNull);
+}
 
-namespace varnek {
-namespace {
-
-TEST_F(ToolkitTest, CodecsReadUnitsThroughTheCodePageForAllBytes) {
-  // Each byte's code-page unit is read back as that byte and written as it.
-  for (int b = 0; b < 256; ++b) {
-    Text unit(1, ByteToUnit(static_cast<uint8_t>(b)));
-    Text encoded = kit.Base64_Encode(unit);
-    EXPECT_EQ(kit.Base64_Decode(encoded), unit) << b;
-    char16_t expect_first = u"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/"[b >> 2];
-    EXPECT_EQ(encoded[0], expect_first) << b;
-    EXPECT_EQ(CStr(kit.Var_IntToChar(b, 1)), unit) << b;
+TEST_F(ToolkitTest, AliasSweepsAgreeWithPassByPassReplacing) {
+  std::vector<Text> aliases;
+  for (int code = 0; code < 32; ++code) aliases.push_back(kit.Var_ConvierteCharControlToText(Text(1, char16_t(code))));
+  // both directions as the classic code runs them: Var_Translate per alias
+  auto literal = [&](Text s, bool to_chars) {
+    for (int code = 0; code < 32; ++code) {
+      Text unit(1, char16_t(code));
+      s = to_chars ? kit.Var_Translate(s, aliases[code], unit) : kit.Var_Translate(s, unit, aliases[code]);
+      if (to_chars && code == 9) s = kit.Var_Translate(s, u"\u00abTAB\u00bb", u"\t");
+    }
+    return s;
+  };
+  const std::vector<Text> pieces = {u"\u00ab", u"\u00bb", u"CR", u"LF", u"TAB", u"HT", u"SO",
+                                    u"H",      u"\r",     u"\0", u"x",  u"US",  u"\x1f"};
+  std::mt19937 rng(7);
+  for (int round = 0; round < 2000; ++round) {
+    Text s;
+    for (int i = rng() % 12; i > 0; --i) s += pieces[rng() % pieces.size()];
+    ASSERT_EQ(kit.Var_ConvierteCharControlToText(s), literal(s, false)) << TextToUtf8(s);
+    ASSERT_EQ(kit.Var_ConvierteTextToCharControl(s), literal(s, true)) << TextToUtf8(s);
   }
-  // A unit with no byte in the code page reads as "?" (63).
-  EXPECT_EQ(kit.Base64_Encode(u"\u4e2d"), kit.Base64_Encode(u"?"));
-  EXPECT_EQ(CStr(kit.URL_Encode(u"\u4e2d")), u"%3F");
 }
 
 }  // namespace

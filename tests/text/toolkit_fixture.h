@@ -6,7 +6,7 @@
 #include "adds/text/text_toolkit.h"
 #include "platform/sim/sim_platform.h"
 #include "runtime/convert.h"
-#include "runtime/failure.h"
+#include "tests/runtime/test_util.h"
 
 namespace varnek {
 
@@ -15,16 +15,5 @@ class ToolkitTest : public ::testing::Test {
   SimPlatform sim;
   TextToolkit kit{sim.platform};
 };
-
-// The failure number a statement raises, or 0 when it raises none.
-template <class Statement>
-int FailureOf(Statement&& statement) {
-  try {
-    statement();
-  } catch (const RuntimeError& error) {
-    return error.number();
-  }
-  return 0;
-}
 
 }  // namespace varnek
