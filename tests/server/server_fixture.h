@@ -1,5 +1,4 @@
-// A server on the simulated platform and network, with its reports collected,
-// plus a socket factory whose closes can be made to linger.
+// A server on the simulated platform and network with its reports collected.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,9 +14,8 @@
 
 namespace varnek {
 
-// Reaches the handlers the socket control and the timer normally call.
+// Reaches the handler the watchdog timer normally calls.
 struct HTTPServerTestAccess {
-  static void Done(HTTPServer& s, int16_t slot, int32_t code) { s.SocketX_Done(slot, code); }
   static void Tick(HTTPServer& s) { s.TimerWatchdog_Tick(); }
 };
 
@@ -25,40 +23,124 @@ struct HTTPServerTestAccess {
 
 namespace varnek::testing {
 
-// Wraps the simulated controls; while `linger` is set, a closed control keeps
-// reading State 8 (Closing) for that many virtual seconds after Close.
-class LingeringNetwork : public SocketFactory {
+using Strings = std::vector<std::string>;
+inline const std::string kGet = "GET / HTTP/1.0\r\n\r\n";
+inline std::string Utf8(const Variant& v) { return v.ToUtf8(); }
+inline std::string Utf8(const Text& t) { return TextToUtf8(t); }
+
+// A simulated control that reads State 8 (Closing) for `linger` virtual seconds after Close.
+class LingeringSocket : public SocketCtl {
  public:
-  LingeringNetwork(SimNetwork& net, SimLoop& loop) : net_(net), loop_(loop) {}
-  std::unique_ptr<SocketCtl> Create() override;
-  double linger = 0;
+  LingeringSocket(std::unique_ptr<SocketCtl> inner, SimLoop& loop, const double& linger)
+      : inner_(std::move(inner)), loop_(loop), linger_(linger) {
+    inner_->on_connection_request = [this](int32_t h) {
+      if (on_connection_request) on_connection_request(h);
+    };
+    inner_->on_receive_ready = [this] { if (on_receive_ready) on_receive_ready(); };
+    inner_->on_done = [this](int32_t op) { if (on_done) on_done(op); };
+  }
+
+  int32_t State() const override {
+    const int32_t state = inner_->State();
+    if (state == kSocketClosed && loop_.Elapsed() < closed_until_) return kSocketClosing;
+    return state;
+  }
+  void Close() override {
+    if (inner_->State() != kSocketClosed && linger_ > 0) {
+      closed_until_ = loop_.Elapsed() + linger_;
+      loop_.After(linger_, [] {});  // an event at the moment the close completes
+    }
+    inner_->Close();
+  }
+  void Create(const Variant& a, const Variant& p) override { inner_->Create(a, p); }
+  void Bind(const Variant& a, const Variant& p) override { inner_->Bind(a, p); }
+  void Listen() override { inner_->Listen(); }
+  void Send(const Variant& d) override { inner_->Send(d); }
+  void Receive(int32_t t) override { inner_->Receive(t); }
+  Variant ReceivedData() const override { return inner_->ReceivedData(); }
+  int32_t ReceiveReadyCount() const override { return inner_->ReceiveReadyCount(); }
+  void SetAcceptHandle(int32_t h) override { inner_->SetAcceptHandle(h); }
+  void Connect(const Variant& a, const Variant& p) override { inner_->Connect(a, p); }
+  Text LocalAddress() const override { return inner_->LocalAddress(); }
+  int32_t LocalPort() const override { return inner_->LocalPort(); }
+  void SetLocalPort(int32_t p) override { inner_->SetLocalPort(p); }
+  Text RemoteAddress() const override { return inner_->RemoteAddress(); }
+  int32_t RemotePort() const override { return inner_->RemotePort(); }
+  bool Listening() const override { return inner_->Listening(); }
+  Text StateText() const override { return SocketStateText(State()); }
+  Text ErrorText() const override { return inner_->ErrorText(); }
+  void SetEventMask(int32_t v) override { inner_->SetEventMask(v); }
+  void SetBlocking(bool v) override { inner_->SetBlocking(v); }
+  void SetLingerEnabled(bool v) override { inner_->SetLingerEnabled(v); }
+  void SetLingerMode(int32_t v) override { inner_->SetLingerMode(v); }
+  void SetLingerTime(int32_t v) override { inner_->SetLingerTime(v); }
+  void SetReceiveBufferSize(int32_t v) override { inner_->SetReceiveBufferSize(v); }
+  void SetSendBufferSize(int32_t v) override { inner_->SetSendBufferSize(v); }
+  void SetSocketMode(int32_t v) override { inner_->SetSocketMode(v); }
+  void SetSecureServer(bool v) override { inner_->SetSecureServer(v); }
+  void SetSecureClient(bool v) override { inner_->SetSecureClient(v); }
+  void SetCertificateName(TextView v) override { inner_->SetCertificateName(v); }
+  void SetReuseAddressEnabled(bool v) override { inner_->SetReuseAddressEnabled(v); }
 
  private:
-  SimNetwork& net_;
+  std::unique_ptr<SocketCtl> inner_;
   SimLoop& loop_;
+  const double& linger_;
+  double closed_until_ = -1;
 };
 
-struct ServerFixture : public ::testing::Test {
-  ServerFixture();
-  ~ServerFixture() override;
+// Also the server's socket factory: its controls linger for `linger` seconds.
+struct ServerFixture : public ::testing::Test, public SocketFactory {
+  ServerFixture() {
+    sim.platform.sockets = this;
+    server = std::make_unique<HTTPServer>(sim.platform);
+    server->InternalState = [this](Variant& state, Variant& text) {
+      EXPECT_EQ(Utf8(state), "");
+      reports.push_back(Utf8(text));
+    };
+  }
+  ~ServerFixture() override {
+    linger = 0;
+    server.reset();
+  }
+  std::unique_ptr<SocketCtl> Create() override {
+    return std::make_unique<LingeringSocket>(net.Create(), sim.loop, linger);
+  }
 
   // Starts the server on `port` with `slots` slots and forgets the reports.
-  void Start(int32_t port = 8080, int32_t slots = 5);
-  // A peer that connects at `at` and writes `request` 0.1 s later.
-  std::shared_ptr<SimPeer> Request(const std::string& request, double at = -1, int32_t port = 8080);
-  // The reports that begin with `prefix`, in order.
-  std::vector<std::string> ReportsStartingWith(const std::string& prefix) const;
-  // Index of the first report beginning with `prefix` at or after `from`; -1 if none.
-  int IndexOf(const std::string& prefix, int from = 0) const;
+  void Start(int32_t port = 8080, int32_t slots = 5) {
+    server->ServerPort(port);
+    server->MaxConcurrentConnections(slots);
+    server->ServerOpen(true);
+    ASSERT_TRUE(server->ServerOpen());
+    reports.clear();
+  }
+  // A peer that connects at `at` (default: now) and writes `request` 0.1 s later.
+  std::shared_ptr<SimPeer> Request(const std::string& request, double at = -1) {
+    if (at < 0) at = sim.loop.Elapsed();
+    auto peer = net.Connect(8080, at);
+    peer->Write(BytesToText(request), at + 0.1);
+    return peer;
+  }
+  size_t CountOf(const std::string& prefix) const {
+    size_t n = 0;
+    for (const auto& r : reports) n += r.rfind(prefix, 0) == 0;
+    return n;
+  }
+  // GETReceived answers `answer` (+ the slot number when `slot`), holding it open when `hold`.
+  void AnswerGet(const Text& answer, bool hold = false, bool slot = false) {
+    server->GETReceived = [=, this](Variant&, Variant&, Variant&, Variant& response,
+                                    Variant& idx, Collection&, Collection&) {
+      if (hold) server->Proceso_KeepOpen(idx, true);
+      response = slot ? answer + idx.ToText() : answer;
+    };
+  }
 
   SimPlatform sim;
   SimNetwork net{sim.loop};
-  LingeringNetwork lingering{net, sim.loop};
+  double linger = 0;
   std::unique_ptr<HTTPServer> server;
-  std::vector<std::string> reports;
+  Strings reports;
 };
-
-inline std::string Utf8(const Variant& v) { return v.ToUtf8(); }
-inline std::string Utf8(const Text& t) { return TextToUtf8(t); }
 
 }  // namespace varnek::testing
