@@ -252,6 +252,19 @@ TEST_F(ConnectionTest, WatchdogTimeoutZeroOrNegativeOnRunningServer) {
   EXPECT_EQ(CountOf("Watchdog - Forzando cerrado de motor 1"), 2u);
 }
 
+TEST_F(ConnectionTest, DoneOfOtherOperationsOnlyReports) {
+  Start(8080, 1);
+  auto peer = net.Connect(8080, sim.loop.Elapsed());  // connected, silent
+  sim.loop.RunFor(1.5);
+  ASSERT_EQ(server->CurrentConnections(), 1);
+  reports.clear();
+  HTTPServerTestAccess::Done(*server, 1, 7);
+  HTTPServerTestAccess::Done(*server, 1, 12);  // no name outside 1..9
+  EXPECT_EQ(reports, (Strings{"Evento (1)- Done:ReceiveFrom Now:Connected",
+                              "Evento (1)- Done: Now:Connected"}));
+  EXPECT_EQ(server->CurrentConnections(), 1);
+}
+
 TEST_F(ConnectionTest, CloseThatNeverFinishesEndsTheWaitAfterTenSeconds) {
   Start(8080, 2);
   double receive_reported_at = -1;

@@ -14,9 +14,10 @@
 
 namespace varnek {
 
-// Reaches the handler the watchdog timer normally calls.
+// Reaches the handlers the watchdog timer and the sockets normally call.
 struct HTTPServerTestAccess {
   static void Tick(HTTPServer& s) { s.TimerWatchdog_Tick(); }
+  static void Done(HTTPServer& s, int16_t slot, int32_t code) { s.SocketX_Done(slot, code); }
 };
 
 }  // namespace varnek
