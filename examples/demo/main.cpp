@@ -85,8 +85,8 @@ int main(int argc, char** argv) {
               << " (in use, or above 32767?)\n";
     return 1;
   }
-  std::cout << "varnek-demo serving on http://127.0.0.1:" << options.port << "/ ("
-            << TextToUtf8(server.HintText()) << "), " << options.slots << " slots\n";
+  std::cout << "varnek-demo serving on http://127.0.0.1:" << options.port << "/ and http://[::1]:"
+            << options.port << "/ (" << TextToUtf8(server.HintText()) << "), " << options.slots << " slots\n";
   if (options.defaults_for_admin) {
     std::cout << "/admin is secured for user admin, password admin\n";
   } else {

@@ -10,9 +10,15 @@
 //   listener->Listen();
 //
 // Platform choices, in brief:
-// - A listener with no address (or "" or "0.0.0.0") accepts on every IPv4
-//   address (0.0.0.0); an IPv6 address text ("::", "::1") makes an IPv6-only
-//   listener. Listeners always set SO_REUSEADDR, so a restart finds its port.
+// - A listener with no address (or "") is dual-stack: one IPv6 socket on "::"
+//   with IPV6_V6ONLY off, taking IPv4 and IPv6 peers on the same port. On a
+//   machine without IPv6 it listens on 0.0.0.0 instead. "0.0.0.0" or another
+//   IPv4 text listens on IPv4 only; an IPv6 text ("::", "::1") makes an
+//   IPv6-only listener. Listeners always set SO_REUSEADDR, so a restart finds
+//   its port; a port another listener holds fails as in use (10048).
+// - RemoteAddress of an IPv4 peer reads as dotted IPv4 ("127.0.0.1") even
+//   when it came in on the dual-stack socket. LocalAddress is the machine's
+//   primary IPv4 address whatever the listener's family.
 // - The ConnectionRequest handle is the accepted descriptor. A handle that no
 //   control took with SetAcceptHandle by the time the handler returns is
 //   closed, so the peer sees its connection end at once.

@@ -69,10 +69,13 @@ Text AddressText(const sockaddr_storage& ss, int32_t* port) {
     *port = ntohs(a->sin_port);
   } else if (ss.ss_family == AF_INET6) {
     auto* a = reinterpret_cast<const sockaddr_in6*>(&ss);
-    inet_ntop(AF_INET6, &a->sin6_addr, buf, sizeof buf);
     *port = ntohs(a->sin6_port);
-    std::string s = buf;
-    if (s.rfind("::ffff:", 0) == 0 && s.find('.') != std::string::npos) return Utf8ToText(s.substr(7));
+    // An IPv4 peer of a dual-stack listener: its last four bytes, dotted.
+    if (IN6_IS_ADDR_V4MAPPED(&a->sin6_addr)) {
+      inet_ntop(AF_INET, &a->sin6_addr.s6_addr[12], buf, sizeof buf);
+    } else {
+      inet_ntop(AF_INET6, &a->sin6_addr, buf, sizeof buf);
+    }
   }
   return Utf8ToText(buf);
 }
@@ -80,50 +83,100 @@ Text AddressText(const sockaddr_storage& ss, int32_t* port) {
 
 // --- listener ---------------------------------------------------------------
 
+namespace {
+
+// A socket address to listen on, and whether its IPv6 socket also takes
+// IPv4 peers (they then arrive as IPv4-mapped addresses).
+struct ListenAddress {
+  sockaddr_storage ss{};
+  socklen_t len = 0;
+  bool dual_stack = false;
+};
+
+// "0.0.0.0".
+ListenAddress AnyIPv4(int32_t port) {
+  ListenAddress a;
+  auto* in = reinterpret_cast<sockaddr_in*>(&a.ss);
+  in->sin_family = AF_INET;
+  in->sin_port = htons(static_cast<uint16_t>(port));
+  in->sin_addr.s_addr = htonl(INADDR_ANY);
+  a.len = sizeof(sockaddr_in);
+  return a;
+}
+
+// "::"; dual-stack or IPv6-only.
+ListenAddress AnyIPv6(int32_t port, bool dual_stack) {
+  ListenAddress a;
+  auto* in6 = reinterpret_cast<sockaddr_in6*>(&a.ss);
+  in6->sin6_family = AF_INET6;
+  in6->sin6_port = htons(static_cast<uint16_t>(port));
+  in6->sin6_addr = in6addr_any;
+  a.len = sizeof(sockaddr_in6);
+  a.dual_stack = dual_stack;
+  return a;
+}
+
+// A numeric address text: one with a colon is IPv6, anything else IPv4.
+// False when the text is neither.
+bool ParseListenAddress(const std::string& host, int32_t port, ListenAddress* a) {
+  if (host.find(':') != std::string::npos) {
+    *a = AnyIPv6(port, false);
+    return inet_pton(AF_INET6, host.c_str(), &reinterpret_cast<sockaddr_in6*>(&a->ss)->sin6_addr) == 1;
+  }
+  *a = AnyIPv4(port);
+  return inet_pton(AF_INET, host.c_str(), &reinterpret_cast<sockaddr_in*>(&a->ss)->sin_addr) == 1;
+}
+
+// A non-blocking socket bound to the address with SO_REUSEADDR, or -1 with
+// *err set. An IPv6 socket is IPv6-only unless the address is dual-stack.
+int OpenBound(const ListenAddress& a, int* err) {
+  int fd = ::socket(a.ss.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (fd < 0) {
+    *err = errno;
+    return -1;
+  }
+  int one = 1;
+  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+  if (a.ss.ss_family == AF_INET6) {
+    int v6only = a.dual_stack ? 0 : 1;
+    if (setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &v6only, sizeof v6only) != 0) {
+      *err = errno;
+      CloseFd(fd);
+      return -1;
+    }
+  }
+  if (::bind(fd, reinterpret_cast<const sockaddr*>(&a.ss), a.len) != 0) {
+    *err = errno;
+    CloseFd(fd);
+    return -1;
+  }
+  return fd;
+}
+
+// Every address of both families on one socket; on a machine without IPv6
+// (no AF_INET6 sockets, or "::" cannot be bound) every IPv4 address.
+int OpenBoundAnywhere(int32_t port, int* err) {
+  int fd = OpenBound(AnyIPv6(port, true), err);
+  if (fd < 0 && (*err == EAFNOSUPPORT || *err == EADDRNOTAVAIL)) fd = OpenBound(AnyIPv4(port), err);
+  return fd;
+}
+
+}  // namespace
+
 void LinuxSocket::Bind(const Variant& address, const Variant& port) {
   if (state_ == kSocketClosed) state_ = kSocketCreated;
   if (state_ != kSocketCreated || fd_ >= 0) FailWrongState();
   if (!address.IsMissing()) address_ = address.ToText();
   if (!port.IsMissing()) local_port_ = port.ToLong();
-  if (local_port_ < 0 || local_port_ > 65535) {
+  ListenAddress named;
+  std::string host = TextToBytes(address_);
+  if (local_port_ < 0 || local_port_ > 65535 || (!host.empty() && !ParseListenAddress(host, local_port_, &named))) {
     error_text_ = u"Address is not valid";
     Fail(kSockErrAddressInvalid, "Address is not valid");
   }
-  sockaddr_storage ss{};
-  socklen_t len = 0;
-  std::string host = TextToBytes(address_);
-  if (host.find(':') != std::string::npos) {
-    auto* a = reinterpret_cast<sockaddr_in6*>(&ss);
-    a->sin6_family = AF_INET6;
-    a->sin6_port = htons(static_cast<uint16_t>(local_port_));
-    if (inet_pton(AF_INET6, host.c_str(), &a->sin6_addr) != 1) {
-      error_text_ = u"Address is not valid";
-      Fail(kSockErrAddressInvalid, "Address is not valid");
-    }
-    len = sizeof(sockaddr_in6);
-  } else {
-    auto* a = reinterpret_cast<sockaddr_in*>(&ss);
-    a->sin_family = AF_INET;
-    a->sin_port = htons(static_cast<uint16_t>(local_port_));
-    if (host.empty()) {
-      a->sin_addr.s_addr = htonl(INADDR_ANY);
-    } else if (inet_pton(AF_INET, host.c_str(), &a->sin_addr) != 1) {
-      error_text_ = u"Address is not valid";
-      Fail(kSockErrAddressInvalid, "Address is not valid");
-    }
-    len = sizeof(sockaddr_in);
-  }
-  int fd = ::socket(ss.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  int err = 0;
+  int fd = host.empty() ? OpenBoundAnywhere(local_port_, &err) : OpenBound(named, &err);
   if (fd < 0) {
-    error_text_ = ErrnoText(errno);
-    Fail(kSockErrSystem, TextToUtf8(error_text_));
-  }
-  int one = 1;
-  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-  if (ss.ss_family == AF_INET6) setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &one, sizeof one);
-  if (::bind(fd, reinterpret_cast<sockaddr*>(&ss), len) != 0) {
-    int err = errno;
-    CloseFd(fd);
     error_text_ = ErrnoText(err);
     if (err == EADDRINUSE) Fail(kSockErrAddressInUse, "Address in use");
     Fail(err == EADDRNOTAVAIL ? kSockErrAddressInvalid : kSockErrSystem, TextToUtf8(error_text_));

@@ -1,0 +1,168 @@
+// The Linux socket control's listener with no address: one dual-stack socket
+// that takes IPv4 and IPv6 peers on one port, reports each peer's address in
+// its own family, and still holds its port against a second listener.
+// Loopback only; every wait is bounded.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/linux/linux_loop.h"
+#include "platform/linux/linux_socket.h"
+#include "runtime/failure.h"
+
+namespace varnek {
+namespace {
+
+// At most 200 pumps of up to 20 ms each.
+bool PumpUntil(LinuxLoop& loop, const std::function<bool()>& pred) {
+  for (int i = 0; i < 200 && !pred(); ++i) loop.Pump(0.02);
+  return pred();
+}
+
+int FailureNumber(const std::function<void()>& fn) {
+  try {
+    fn();
+  } catch (const RuntimeError& e) {
+    return e.number();
+  }
+  return 0;
+}
+
+// Whether ::1 can be bound here at all.
+bool HasIPv6Loopback() {
+  int fd = ::socket(AF_INET6, SOCK_STREAM, 0);
+  if (fd < 0) return false;
+  sockaddr_in6 a{};
+  a.sin6_family = AF_INET6;
+  a.sin6_addr = in6addr_loopback;
+  bool ok = ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
+  ::close(fd);
+  return ok;
+}
+
+// A blocking client connected to address:port on loopback; local_port is the
+// client's own port, as the server should see it.
+struct Client {
+  Client(const char* address, int port) {
+    sockaddr_storage ss{};
+    socklen_t len = 0;
+    if (std::string(address).find(':') != std::string::npos) {
+      auto* a = reinterpret_cast<sockaddr_in6*>(&ss);
+      a->sin6_family = AF_INET6;
+      a->sin6_port = htons(static_cast<uint16_t>(port));
+      inet_pton(AF_INET6, address, &a->sin6_addr);
+      len = sizeof *a;
+    } else {
+      auto* a = reinterpret_cast<sockaddr_in*>(&ss);
+      a->sin_family = AF_INET;
+      a->sin_port = htons(static_cast<uint16_t>(port));
+      inet_pton(AF_INET, address, &a->sin_addr);
+      len = sizeof *a;
+    }
+    fd = ::socket(ss.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    connected = fd >= 0 && ::connect(fd, reinterpret_cast<sockaddr*>(&ss), len) == 0;
+    sockaddr_storage self{};
+    socklen_t self_len = sizeof self;
+    if (connected && getsockname(fd, reinterpret_cast<sockaddr*>(&self), &self_len) == 0) {
+      local_port = ntohs(ss.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6*>(&self)->sin6_port
+                                                  : reinterpret_cast<sockaddr_in*>(&self)->sin_port);
+    }
+  }
+  ~Client() {
+    if (fd >= 0) ::close(fd);
+  }
+  int fd = -1;
+  bool connected = false;
+  int local_port = 0;
+};
+
+// A listener on an ephemeral port that hands each connection to a new control.
+struct Listener {
+  Listener(LinuxSocketFactory& f, const Variant& address) : factory(f) {
+    socket = f.Create();
+    socket->on_connection_request = [this](int32_t h) {
+      accepted.push_back(factory.Create());
+      accepted.back()->SetAcceptHandle(h);
+    };
+    socket->Create(address, 0);
+    socket->Bind(address, 0);
+    socket->Listen();
+    port = socket->LocalPort();
+  }
+  LinuxSocketFactory& factory;
+  std::unique_ptr<SocketCtl> socket;
+  std::vector<std::unique_ptr<SocketCtl>> accepted;
+  int port = 0;
+};
+
+TEST(LinuxSocketDualStack, NoAddressTakesIPv4AndIPv6PeersOnOnePort) {
+  const bool v6 = HasIPv6Loopback();
+  // Missing and "" are both "no address".
+  for (const Variant& address : {Variant::Missing(), Variant(Text(u""))}) {
+    SCOPED_TRACE(address.IsMissing() ? "missing address" : "empty address");
+    LinuxLoop loop;
+    LinuxSocketFactory f(loop);
+    Listener l(f, address);
+    ASSERT_EQ(l.socket->State(), kSocketListening);
+    ASSERT_GT(l.port, 0);
+
+    // an IPv4 peer reads as plain dotted IPv4, not IPv4-mapped IPv6
+    Client c4("127.0.0.1", l.port);
+    ASSERT_TRUE(c4.connected);
+    ASSERT_TRUE(PumpUntil(loop, [&] { return l.accepted.size() == 1; }));
+    EXPECT_EQ(l.accepted[0]->State(), kSocketConnected);
+    EXPECT_EQ(l.accepted[0]->RemoteAddress(), u"127.0.0.1");
+    EXPECT_EQ(l.accepted[0]->RemotePort(), c4.local_port);
+
+    // an IPv6 peer on the same port, while the IPv4 one stays connected
+    if (!v6) continue;
+    Client c6("::1", l.port);
+    ASSERT_TRUE(c6.connected);
+    ASSERT_TRUE(PumpUntil(loop, [&] { return l.accepted.size() == 2; }));
+    EXPECT_EQ(l.accepted[1]->RemoteAddress(), u"::1");
+    EXPECT_EQ(l.accepted[1]->RemotePort(), c6.local_port);
+    EXPECT_EQ(l.accepted[0]->State(), kSocketConnected);
+    EXPECT_EQ(l.socket->State(), kSocketListening);
+  }
+  if (!v6) GTEST_SKIP() << "no IPv6 loopback here; only the IPv4 peer was tried";
+}
+
+TEST(LinuxSocketDualStack, PortHeldByAnotherListenerFailsAsInUse) {
+  LinuxLoop loop;
+  LinuxSocketFactory f(loop);
+  Listener first(f, Variant::Missing());
+
+  // a second listener with no address on the same port
+  auto second = f.Create();
+  second->Create(Variant::Missing(), first.port);
+  EXPECT_EQ(FailureNumber([&] { second->Bind(Variant::Missing(), first.port); }), kSockErrAddressInUse);
+  EXPECT_EQ(second->ErrorText(), u"Address in use");
+  EXPECT_FALSE(second->Listening());
+
+  // an IPv4-only listener on that port is refused too: the port is taken for
+  // both families, not only for IPv6
+  auto v4 = f.Create();
+  EXPECT_EQ(FailureNumber([&] { v4->Bind(Variant(Text(u"0.0.0.0")), first.port); }), kSockErrAddressInUse);
+
+  // the other way round: a plain IPv4 listener holds a port, and a listener
+  // with no address must not slip past it on IPv6
+  Listener ipv4(f, Variant(Text(u"127.0.0.1")));
+  auto late = f.Create();
+  EXPECT_EQ(FailureNumber([&] { late->Bind(Variant::Missing(), ipv4.port); }), kSockErrAddressInUse);
+
+  // the first listener is unharmed and still accepts
+  Client c("127.0.0.1", first.port);
+  ASSERT_TRUE(c.connected);
+  EXPECT_TRUE(PumpUntil(loop, [&] { return first.accepted.size() == 1; }));
+}
+
+}  // namespace
+}  // namespace varnek
