@@ -1,5 +1,5 @@
 // Whole-file routines of Storage: read, save, append, rename, counting,
-// folder paths, generated names, the log and the volume readings.
+// folder paths, the volume readings and the log.
 #include <unistd.h>
 
 #include "tests/store/store_fixture.h"
@@ -70,8 +70,7 @@ TEST_F(BinaryFilesTest, RenameCopiesVerifiesAndDeletes) {
   // the first try fails, the second deletes, but the failure stays pending:
   // all ten count as failed and the copy is rolled back
   FaultyFiles flaky;
-  flaky.refuse_deletes = true;
-  sim.platform.files = &flaky;
+  flaky.refuse_deletes = true, sim.platform.files = &flaky;
   WriteBytes(P("old.txt"), "abc");
   EXPECT_FALSE(store.File_Renombrar(T("old.txt"), T("new.txt")));
   EXPECT_FALSE(PathExists(P("old.txt")) || PathExists(P("new.txt")));
@@ -88,8 +87,7 @@ TEST_F(BinaryFilesTest, VolumeLabelAndSerial) {
   }
   fake.serial = 32768u * 65535u;  // the high half overflows 16 bits
   EXPECT_RUNTIME_ERROR(store.Disk_GetLabel(), kErrOverflow);
-  fake.serial = 1;
-  fake.label = u"A_VERY_LONG_LABEL";  // the 14-unit buffer keeps 13
+  fake.serial = 1, fake.label = u"A_VERY_LONG_LABEL";  // the 14-unit buffer keeps 13
   EXPECT_EQ(store.Disk_GetLabel(), u"A_VERY_LONG_L");
 }
 
