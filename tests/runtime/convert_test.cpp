@@ -1,5 +1,4 @@
-// The classic conversions: rounding and overflow, CStr digits, Str, Hex, Val, IsNumeric, CBool, CCur,
-// Int/Fix; Format patterns for dates and numbers; readings that follow the C library locale.
+// The classic conversions (rounding, overflow, digits, Str/Hex/Val, IsNumeric), Format, locale readings.
 #include "runtime/convert.h"
 #include "runtime/int16.h"
 
@@ -15,7 +14,7 @@ namespace {
 
 struct TextRow { Variant in; const char16_t* out; };
 
-TEST(IntegerConversions, RoundHalfToEvenThenRangeCheck) {
+TEST(IntegerConversions, RoundHalfToEvenThenRangeCheckAndArithmeticLimits) {
   struct Row { Variant in; int out; };
   const Row rows[] = {
       {0.5, 0}, {1.5, 2}, {2.5, 2}, {3.5, 4}, {-0.5, 0}, {-1.5, -2}, {-36.5, -36}, {0.6, 1}, {-0.6, -1},
@@ -34,9 +33,6 @@ TEST(IntegerConversions, RoundHalfToEvenThenRangeCheck) {
                   {6, [] { CDbl(Variant(u"1e999")); }}, {94, [] { CLng(Variant::Null()); }},
                   {13, [] { CInt(Variant(u"")); }}, {13, [] { CInt(Variant(u"TRUE")); }},
                   {13, [] { CInt(Variant(u"abc")); }}, {13, [] { CInt(Variant(u"1e")); }}});
-}
-
-TEST(IntegerArithmetic, SixteenAndThirtyTwoBitLimits) {
   EXPECT_EQ(AddInt16(32766, 1), 32767);
   EXPECT_EQ(MulInt16(-128, 256), -32768);
   EXPECT_EQ(MulInt32(-65536, 32768), INT32_MIN);
@@ -45,12 +41,12 @@ TEST(IntegerArithmetic, SixteenAndThirtyTwoBitLimits) {
                   {6, [] { MulInt32(2000 * 365, 3000); }}, {6, [] { ToInt32(int64_t{INT32_MIN} - 1); }}});
 }
 
-TEST(CStr, FifteenOrSevenDigitsAndOtherSubtypes) {
+TEST(CStrStrHexVal, DigitRulesLeadingBlankWidthsBySubtypeAndHexWrap) {
   const TextRow rows[] = {
       {3.141592653589793, u"3.14159265358979"}, {999999999999999.0, u"999999999999999"}, {1e15, u"1E+15"},
       {1.2e15, u"1.2E+15"}, {5.6789e-11, u"0.000000000056789"}, {5.6789e-12, u"5.6789E-12"},
-      {0.1 + 0.2, u"0.3"}, {-2.5, u"-2.5"}, {0.0, u"0"}, {100.0, u"100"}, {1e100, u"1E+100"},
-      {-1e-20, u"-1E-20"}, {3.14159265f, u"3.141593"}, {1234.56789f, u"1234.568"}, {1e8f, u"1E+08"},
+      {0.1 + 0.2, u"0.3"}, {-2.5, u"-2.5"}, {100.0, u"100"}, {1e100, u"1E+100"}, {-1e-20, u"-1E-20"},
+      {3.14159265f, u"3.141593"}, {1234.56789f, u"1234.568"}, {1e8f, u"1E+08"},
       {true, u"True"}, {false, u"False"}, {Variant(), u""}, {-32768, u"-32768"},
       {Currency{12345000}, u"1234.5"}, {Currency{-1}, u"-0.0001"},
       {Currency{INT64_MIN}, u"-922337203685477.5808"}, {Date{38053.0}, u"2004-03-07"},
@@ -58,9 +54,6 @@ TEST(CStr, FifteenOrSevenDigitsAndOtherSubtypes) {
       {Date{-657434.0}, u"0100-01-01"}};
   for (const TextRow& r : rows) EXPECT_EQ(CStr(r.in), r.out) << "row " << &r - rows;
   EXPECT_EQ(FailureOf([] { CStr(Variant::Null()); }), 94);
-}
-
-TEST(StrHexOctVal, ClassicForms) {
   const TextRow strs[] = {{459, u" 459"}, {-459.65, u"-459.65"}, {0.12, u" .12"}, {-0.5, u"-.5"}, {0, u" 0"}};
   for (const TextRow& r : strs) EXPECT_EQ(Str(r.in), r.out) << "row " << &r - strs;
   // the width follows the subtype: an int that fits is Integer
@@ -80,14 +73,13 @@ TEST(StrHexOctVal, ClassicForms) {
   EXPECT_EQ(FailureOf([] { Val(u"50.5%"); }), 13);
 }
 
-
 struct FormatRow { Variant in; const char16_t *pattern, *out; };
 
 void ExpectFormats(std::initializer_list<FormatRow> rows) {
   for (const FormatRow& r : rows) EXPECT_EQ(Format(r.in, r.pattern), r.out) << TextToUtf8(r.pattern);
 }
 
-TEST(FormatDates, TokensAndTheMinuteRule) {
+TEST(Format, DateTokensTheMinuteRuleAndNumberPlaceholders) {
   Variant d(Date{DateFromParts(2004, 3, 7, 14, 5, 9)});
   Variant noon(Date{2.525});  // 1900-01-01 12:36:00
   ExpectFormats({{d, u"dd-mm-yyyy hh:nn:ss", u"07-03-2004 14:05:09"}, {d, u"yy m d h n s", u"04 3 7 14 5 9"},
@@ -98,16 +90,11 @@ TEST(FormatDates, TokensAndTheMinuteRule) {
                  // m after h means minutes, once; a d token cancels; mm before ss stays month
                  {noon, u"dd mm yyyy hh:mm:ss", u"01 01 1900 12:36:00"}, {noon, u"mm :mm:ss", u"01 :01:00"},
                  {noon, u"hh:mm :ss:mm", u"12:36 :00:01"}, {noon, u"hh:dd :mm:mm", u"12:01 :01:01"},
-                 {noon, u"dd :mm:nn", u"01 :01:36"},
-                 // texts and numbers read as dates
-                 {u"2004-03-07 14:05:09", u"dd/mm/yy", u"07/03/04"}, {u"39697.11", u"mm-dd-yy", u"09-06-08"},
+                 {noon, u"dd :mm:nn", u"01 :01:36"}, {u"2004-03-07 14:05:09", u"dd/mm/yy", u"07/03/04"},
+                 {u"39697.11", u"mm-dd-yy", u"09-06-08"},  // texts and numbers read as dates
                  {u"not a date", u"yyyy", u"not a date"}});
-  // what Format writes with names, CDate reads back
-  EXPECT_EQ(CDate(Variant(Format(d, u"d mmmm yyyy hh:nn:ss"))).serial, d.RawDate().serial);
+  EXPECT_EQ(CDate(Variant(Format(d, u"d mmmm yyyy hh:nn:ss"))).serial, d.RawDate().serial);  // read back
   EXPECT_EQ(CDate(Variant(Format(d, u"mmm d, yyyy h:nn:ss AM/PM"))).serial, d.RawDate().serial);
-}
-
-TEST(FormatNumbers, PlaceholdersRoundingAndSections) {
   ExpectFormats({{5, u"00", u"05"}, {1234, u"00", u"1234"}, {0, u"#", u""}, {12, u"#", u"12"}, {2.5, u"0", u"3"},
                  {-2.5, u"0", u"-3"}, {3.14159, u"0.00", u"3.14"}, {0.125, u"0.00", u"0.13"}, {1.005, u"0.00", u"1.01"},
                  {1234567.891, u"#,##0.00", u"1,234,567.89"}, {0.5, u"#,##0.00", u"0.50"},
@@ -144,12 +131,10 @@ TEST(Conversions, IsNumericCBoolCCurIntFix) {
   EXPECT_EQ(Int(Variant(-1.5f)).Type(), VarType::Single);  // the subtype stays
   EXPECT_EQ(Int(Variant(Currency{-15000})).RawCurrency().scaled, -20000);
   EXPECT_EQ(Fix(Variant(Currency{-15000})).RawCurrency().scaled, -10000);
-  EXPECT_EQ(Int(Variant(u"2.5")).RawDouble(), 2);
   EXPECT_TRUE(Int(Variant::Null()).IsNull());
 }
 
-// Readings that follow the C library locale: marks and short-date order. Switches the process
-// locale for one test and restores "C" after it; skipped where the locale is not installed.
+// Switches the process locale for one test and restores "C"; a locale not installed skips the test.
 struct LocaleScope {
   explicit LocaleScope(const char* name) : ok(std::setlocale(LC_ALL, name) != nullptr) {}
   ~LocaleScope() { std::setlocale(LC_ALL, "C"); }

@@ -1,4 +1,4 @@
-// Dates: serials, parts, DateAdd/DateDiff, negative dates, text forms.
+// Dates: serials, fields, DateAdd/DateDiff, negative dates, text forms.
 #include "runtime/dates.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 namespace varnek {
 namespace {
 
-TEST(DateSerial, SerialsNormalisingAndTwoDigitYears) {
+TEST(DateSerial, NormalisingTwoDigitYearsPartsAndNegativeDates) {
   struct Row { int y, m, d; double want; };
   const Row rows[] = {
       {2004, 3, 7, 38053}, {1899, 12, 30, 0}, {100, 1, 1, -657434}, {9999, 12, 31, 2958465},
@@ -27,9 +27,6 @@ TEST(DateSerial, SerialsNormalisingAndTwoDigitYears) {
   EXPECT_EQ(DateToHostText(TimeSerial(-1, 0, 0)), u"1899-12-29 23:00:00");
   ExpectFailures({{5, [] { DateSerial(10000, 1, 1); }}, {5, [] { DateSerial(100, 1, 0); }},
                   {5, [] { TimeSerial(24 * 3000000, 0, 0); }}});
-}
-
-TEST(DateParts, PartsWeekdayAndNegativeDates) {
   double d = DateFromParts(2004, 3, 7, 14, 5, 9);
   EXPECT_EQ(Year(d) * 10000 + Month(d) * 100 + Day(d), 20040307);
   EXPECT_EQ(Hour(d) * 10000 + Minute(d) * 100 + Second(d), 140509);
@@ -37,25 +34,25 @@ TEST(DateParts, PartsWeekdayAndNegativeDates) {
   EXPECT_EQ(Weekday(0), 7);  // 1899-12-30, a Saturday
   EXPECT_EQ(Weekday(-1), 6);
   EXPECT_EQ(DateFromParts(1899, 12, 29, 6, 0, 0), -1.25);
-  // the day part counts back, the fraction is still the time; rounding to the second carries
-  struct Row { double serial; const char16_t* text; };
-  const Row rows[] = {{-49192.24, u"1765-04-24 05:45:36"}, {-1.25, u"1899-12-29 06:00:00"},
-                      {2958465.99, u"9999-12-31 23:45:36"}, {-657434.5, u"0100-01-01 12:00:00"},
-                      {0.9999999, u"1899-12-31 00:00:00"}};
-  for (const Row& r : rows) EXPECT_EQ(DateToHostText(r.serial), r.text) << r.serial;
+  // the whole days count back, the fraction is still the time; rounding to the second carries
+  struct HostRow { double serial; const char16_t* text; };
+  const HostRow hosts[] = {{-49192.24, u"1765-04-24 05:45:36"}, {-1.25, u"1899-12-29 06:00:00"},
+                           {2958465.99, u"9999-12-31 23:45:36"}, {-657434.5, u"0100-01-01 12:00:00"},
+                           {0.9999999, u"1899-12-31 00:00:00"}};
+  for (const HostRow& r : hosts) EXPECT_EQ(DateToHostText(r.serial), r.text) << r.serial;
   ExpectFailures({{6, [] { Year(2958466.0); }}, {6, [] { DateToHostText(1e300); }},
                   {5, [] { DateAdd(u"d", 1, 2958465.5); }}});
 }
 
 TEST(DateAddDiff, MonthEndsBoundariesAndIntervals) {
-  EXPECT_EQ(DateAdd(u"m", 1, DateSerial(1995, 1, 31)), DateSerial(1995, 2, 28));
-  EXPECT_EQ(DateAdd(u"m", 1, DateSerial(1996, 1, 31)), DateSerial(1996, 2, 29));
-  EXPECT_EQ(DateAdd(u"yyyy", 1, DateSerial(2000, 2, 29)), DateSerial(2001, 2, 28));
-  EXPECT_EQ(DateAdd(u"q", -1, DateSerial(2000, 5, 31)), DateSerial(2000, 2, 29));
-  EXPECT_EQ(DateAdd(u"ww", -1, DateSerial(2000, 1, 1)), DateSerial(1999, 12, 25));
-  EXPECT_EQ(DateAdd(u"D", 2.5, DateSerial(2000, 1, 1)), DateSerial(2000, 1, 3));  // 2.5 -> 2
-  EXPECT_EQ(DateAdd(u"y", 1, 0), 1);  // day of year and weekday step one day
-  EXPECT_EQ(DateAdd(u"w", 1, 0), 1);
+  const auto D = DateSerial;
+  // month ends clamp; a fraction of the number is cut; day of year and weekday step one day
+  struct AddRow { const char16_t* interval; double number, date, want; };
+  const AddRow adds[] = {{u"m", 1, D(1995, 1, 31), D(1995, 2, 28)}, {u"m", 1, D(1996, 1, 31), D(1996, 2, 29)},
+                         {u"yyyy", 1, D(2000, 2, 29), D(2001, 2, 28)}, {u"q", -1, D(2000, 5, 31), D(2000, 2, 29)},
+                         {u"ww", -1, D(2000, 1, 1), D(1999, 12, 25)}, {u"D", 2.5, D(2000, 1, 1), D(2000, 1, 3)},
+                         {u"y", 1, 0, 1}, {u"w", 1, 0, 1}};
+  for (const AddRow& r : adds) EXPECT_EQ(DateAdd(r.interval, r.number, r.date), r.want) << "row " << &r - adds;
   EXPECT_EQ(DateToHostText(DateAdd(u"h", 25, DateSerial(2000, 1, 1) + 0.5)), u"2000-01-02 13:00:00");
   EXPECT_EQ(DateToHostText(DateAdd(u"n", -1, DateSerial(2000, 1, 1))), u"1999-12-31 23:59:00");
   // time of day survives a month step, also on negative dates
@@ -64,14 +61,12 @@ TEST(DateAddDiff, MonthEndsBoundariesAndIntervals) {
   ExpectFailures({{5, [] { DateAdd(u"k", 1, 0); }}, {5, [] { DateAdd(u"yyyy", -1900, 0); }},
                   {5, [] { DateDiff(u"x", 0, 1); }}});
 
-  double sat = DateSerial(2004, 3, 6), sun = DateSerial(2004, 3, 7);
+  double sat = D(2004, 3, 6), sun = D(2004, 3, 7);
   struct Row { const char16_t* interval; double from, to; int64_t want; };
   const Row rows[] = {
-      {u"yyyy", DateSerial(2004, 12, 31), DateSerial(2005, 1, 1), 1},
-      {u"YYYY", DateSerial(2005, 1, 1), DateSerial(2004, 12, 31), -1},
-      {u"m", DateSerial(2004, 1, 31), DateSerial(2004, 2, 1), 1},
-      {u"q", DateSerial(2004, 3, 31), DateSerial(2004, 4, 1), 1},
-      {u"d", DateSerial(2004, 1, 1) + 0.9, DateSerial(2004, 1, 2) + 0.1, 1},
+      {u"yyyy", D(2004, 12, 31), D(2005, 1, 1), 1}, {u"YYYY", D(2005, 1, 1), D(2004, 12, 31), -1},
+      {u"m", D(2004, 1, 31), D(2004, 2, 1), 1}, {u"q", D(2004, 3, 31), D(2004, 4, 1), 1},
+      {u"d", D(2004, 1, 1) + 0.9, D(2004, 1, 2) + 0.1, 1},
       {u"n", TimeSerial(10, 0, 59), TimeSerial(10, 1, 0), 1}, {u"n", TimeSerial(10, 0, 0), TimeSerial(10, 0, 59), 0},
       {u"h", TimeSerial(10, 59, 0), TimeSerial(11, 1, 0), 1}, {u"s", TimeSerial(10, 0, 0), TimeSerial(9, 59, 0), -60},
       // "ww" counts Sundays crossed; "w" whole weeks

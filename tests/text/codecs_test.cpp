@@ -9,16 +9,13 @@ namespace {
 
 struct TextRow { Text in, want; };
 
-TEST_F(ToolkitTest, UrlEncodeEscapesAllButLettersAndDigitsInShortForms) {
+TEST_F(ToolkitTest, UrlEncodesInShortFormsAndDecodesInAscendingLiteralPasses) {
   for (const TextRow& r : {TextRow{u"a b-c", u"a+b%2Dc"}, {u"\r\n\t", u"%D%A%9"}, {u"x_y.z~", u"x%5Fy%2Ez%7E"},
                            {u"\u00f1\u20ac", u"%F1%80"}, {Text(1, u'\0'), u"%0"}, {u"\u4e2d", u"%3F"}, {u"", u""}}) {
     EXPECT_EQ(CStr(kit.URL_Encode(r.in)), r.want) << TextToUtf8(r.in);  // by cp1252 byte; no byte reads as "?"
   }
   EXPECT_EQ(CStr(kit.URL_Encode(42)), u"42");
   EXPECT_EQ(FailureOf([&] { kit.URL_Encode(Variant::Null()); }), kErrInvalidUseOfNull);
-}
-
-TEST_F(ToolkitTest, UrlDecodeMatchesEscapesLiterallyInAscendingPasses) {
   const TextRow rows[] = {
       {u"a+b%2Dc", u"a b-c"}, {u"%2d", u"%2d"}, {u"100%", u"100%"}, {u"%", u"%"}, {u"%4", u"%4"},
       {u"%A", u"%A"},  // lower-case digits and the encoder's one-digit form stay
@@ -62,16 +59,19 @@ TEST_F(ToolkitTest, Base64GoldenValuesAndLenientDecoding) {
     EXPECT_EQ(kit.Base64_Decode(r.want), r.in) << TextToUtf8(r.want);
   }
   EXPECT_EQ(kit.Base64_Encode(u"\u4e2d"), kit.Base64_Encode(u"?"));  // a unit with no byte reads as "?"
-  EXPECT_EQ(kit.Base64_Decode(u"YQ"), u"");  // short group dropped
-  EXPECT_EQ(kit.Base64_Decode(u"YWJjYQ"), u"abc");
-  EXPECT_EQ(kit.Base64_Decode(u"YW Jj"), kit.Base64_Decode(u"YWAJ"));  // space reads as "A"
-  EXPECT_EQ(kit.Base64_Decode(u"YW Jj").size(), 3u);
-  EXPECT_EQ(kit.Base64_Decode(u"YQ=x"), Text(u"a\0", 2));  // "=" third with a real fourth: one unit removed
-  EXPECT_EQ(kit.Base64_Decode(u"===="), Text(1, u'\0'));   // "=" reads as 64, shifted out: one NUL stays
-  EXPECT_EQ(kit.Base64_Decode(u"YQ==\r\nYQ=="), Text(u"a\0\x06\x10", 4));  // a break shifts all
+  // lenient decoding: a short group is dropped; "=" third with a real fourth removes one unit; "=" reads as
+  // 64, shifted out of the first two units so that one NUL stays; a line break shifts all; a space reads as "A"
+  for (const TextRow& r : {TextRow{u"YQ", u""}, {u"YWJjYQ", u"abc"}, {u"YQ=x", Text(u"a\0", 2)},
+                           {u"====", Text(1, u'\0')}, {u"YQ==\r\nYQ==", Text(u"a\0\x06\x10", 4)},
+                           {u"YW Jj", kit.Base64_Decode(u"YWAJ")}}) {
+    EXPECT_EQ(kit.Base64_Decode(r.in), r.want) << TextToUtf8(r.in);
+  }
+  EXPECT_EQ(kit.Base64_Decode(u"YWAJ").size(), 3u);
   Text all;  // every byte's unit is read back as that byte, in each position of a group
   for (int b = 0; b < 256; ++b) all += ByteToUnit(static_cast<uint8_t>(b));
-  for (size_t cut = 0; cut < 3; ++cut) EXPECT_EQ(kit.Base64_Decode(kit.Base64_Encode(all.substr(cut))), all.substr(cut));
+  for (size_t cut = 0; cut < 3; ++cut) {
+    EXPECT_EQ(kit.Base64_Decode(kit.Base64_Encode(all.substr(cut))), all.substr(cut)) << cut;
+  }
 }
 
 TEST_F(ToolkitTest, ControlCharactersAndTheirAliases) {
@@ -103,12 +103,12 @@ TEST_F(ToolkitTest, AliasSweepsAgreeWithPassByPassReplacing) {
     }
     return s;
   };
-  const std::vector<Text> pieces = {u"\u00ab", u"\u00bb", u"CR", u"LF", u"TAB", u"HT", u"SO",
-                                    u"H",      u"\r",     u"\0", u"x",  u"US",  u"\x1f"};
+  const Text pieces[] = {u"\u00ab", u"\u00bb", u"CR", u"LF", u"TAB", u"HT",  u"SO",
+                         u"H",      u"\r",     u"x",  u"US", u"\x1f", Text(1, u'\0')};
   std::mt19937 rng(7);
   for (int round = 0; round < 2000; ++round) {
     Text s;
-    for (int i = rng() % 12; i > 0; --i) s += pieces[rng() % pieces.size()];
+    for (int i = rng() % 12; i > 0; --i) s += pieces[rng() % std::size(pieces)];
     ASSERT_EQ(kit.Var_ConvierteCharControlToText(s), literal(s, false)) << TextToUtf8(s);
     ASSERT_EQ(kit.Var_ConvierteTextToCharControl(s), literal(s, true)) << TextToUtf8(s);
   }
