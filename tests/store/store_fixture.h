@@ -8,9 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <optional>
 #include <set>
-#include <sstream>
 
 #include "adds/store/storage.h"
 #include "platform/linux/linux_files.h"
@@ -21,8 +19,7 @@
 
 namespace varnek {
 
-class TestStorage : public Storage {
- public:
+struct TestStorage : Storage {
   explicit TestStorage(Platform& p) : AddsCore(p), TextToolkit(p), Storage(p) {}
 };
 
@@ -37,9 +34,8 @@ struct TempFolder {
 };
 
 inline std::string ReadBytes(const std::string& path) {
-  std::ostringstream out;
-  out << std::ifstream(path, std::ios::binary).rdbuf();
-  return out.str();
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 inline void WriteBytes(const std::string& path, const std::string& bytes) {
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
@@ -48,8 +44,7 @@ inline void WriteBytes(const std::string& path, const std::string& bytes) {
 inline bool PathExists(const std::string& path) { return std::filesystem::exists(path); }
 
 // The real file system, except: the first deletion of each path is refused
-// (refuse_deletes), folders under `unreadable` cannot be listed, and a set
-// serial replaces the volume's reading.
+// (refuse_deletes) and folders under `unreadable` cannot be listed.
 struct FaultyFiles : LinuxFileSystem {
   void Delete(TextView p) override {
     if (refuse_deletes && refused.insert(Text(p)).second) Fail(kErrPermissionDenied);
@@ -59,13 +54,8 @@ struct FaultyFiles : LinuxFileSystem {
     if (!unreadable.empty() && p.substr(0, unreadable.size() + 1) == unreadable + u"/") return o.clear(), false;
     return LinuxFileSystem::Enumerate(p, o);
   }
-  bool VolumeInfo(TextView p, Text& l, uint32_t& s) override {
-    if (!serial) return LinuxFileSystem::VolumeInfo(p, l, s);
-    return l = label, s = *serial, true;
-  }
   bool refuse_deletes = false;
-  Text unreadable, label;
-  std::optional<uint32_t> serial;
+  Text unreadable;
   std::set<Text> refused;
 };
 

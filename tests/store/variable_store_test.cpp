@@ -36,8 +36,7 @@ struct PauseBeforeMidnight : VariableStoreTest {
 TEST_F(VariableStoreTest, SettlesTheAddressAndStoresTexts) {
   Variant got = store.Var_VariableGet(u"Nothing");  // never set: "", a String
   EXPECT_TRUE(got.IsString() && got.ToText().empty());
-  // empty family and group become the title and "VarnekGlobal", written back
-  Variant family = u"", group = u"";
+  Variant family = u"", group = u"";  // empty family and group become the title and "VarnekGlobal", written back
   EXPECT_TRUE(store.Var_VariableSet(u"NumMsg", 17, family, group));
   EXPECT_EQ(family.ToText() + u"|" + group.ToText(), u"VarnekTest|VarnekGlobal");
   EXPECT_EQ(sim.settings.Get(u"VarnekGlobal", u"VarnekTest", u"NumMsg", u"?"), u"17");
@@ -89,8 +88,7 @@ TEST_F(VariableStoreTest, FindIdxKeyExactOrApproximated) {
   EXPECT_EQ(found(u"h?stn", true).second, 3);  // wildcards in the key
   EXPECT_EQ(found(42).second, 4);              // numbers by their text
   EXPECT_RUNTIME_ERROR(found(u"[a", true), kErrInvalidPattern);
-  // an item with no text form fails when reached, not before a match
-  c = List({u"one", Variant::Null(), u"two"});
+  c = List({u"one", Variant::Null(), u"two"});  // an item with no text form fails when reached, not before a match
   EXPECT_EQ(found(u"ONE").second, 1);
   EXPECT_RUNTIME_ERROR(found(u"two"), kErrInvalidUseOfNull);
 }
@@ -101,8 +99,7 @@ TEST_F(PauseAtNoon, PausaWaitsByTheCalendarAndTimerByTheClock) {
   EXPECT_TRUE(store.DateTime_Pausa(2).IsEmpty());  // until the target's calendar second begins
   EXPECT_NEAR(sim.loop.Elapsed(), 1.7, 0.01);
   int64_t pumps = sim.loop.PumpCount();
-  store.DateTime_Pausa(0);  // zero and negative: no pump
-  store.DateTime_Pausa(-5);
+  for (int delay : {0, -5}) store.DateTime_Pausa(delay);  // zero and negative: no pump
   store.DateTime_PausaTimer(0);
   EXPECT_EQ(sim.loop.PumpCount(), pumps);
 
@@ -116,7 +113,6 @@ TEST_F(PauseAtNoon, PausaWaitsByTheCalendarAndTimerByTheClock) {
 
 TEST_F(PauseBeforeMidnight, PausaIsIndifferentToMidnight) {
   store.DateTime_Pausa(2);
-  EXPECT_NEAR(sim.loop.Elapsed(), 2, 0.01);
   EXPECT_DOUBLE_EQ(sim.loop.Now(), At(86401));
 }
 
