@@ -88,5 +88,39 @@ TEST_F(AppLogTest, WritesTheDaysFileAndPumpsOnce) {
   EXPECT_EQ(CStr(store.File_FileNameFromDateTime()), u"2004030709050300");
 }
 
+// A volume whose label and serial the test chooses.
+struct ChosenVolume : LinuxFileSystem {
+  bool VolumeInfo(TextView, Text& l, uint32_t& s) override {
+    l = label;
+    s = serial;
+    return true;
+  }
+  Text label;
+  uint32_t serial = 1;
+};
+
+TEST_F(BinaryFilesTest, VolumeLabelAndSerialKeepTheirQuirks) {
+  Variant drive = u"Q";  // no such drive: 14 blanks, and the argument normalised
+  EXPECT_EQ(store.Disk_GetLabel(drive), Text(14, u' '));
+  EXPECT_EQ(CStr(drive), u"Q:/");
+  ChosenVolume volume;
+  sim.platform.files = &volume;
+  // The low half unpadded; the divisor is 65535, so -1 carries into the high half.
+  for (auto [serial, text] : {std::pair{0x123400FFu, u"1234FF"}, {0x0001FFFFu, u"2FFFF"},
+                              {0xFFFFFFFFu, u"FFFFFFFF"}, {0x7FFEFFFFu, u"7FFFFFFF"}}) {
+    volume.serial = serial;
+    EXPECT_EQ(store.Disk_GetSerial(), text) << std::hex << serial;
+  }
+  volume.serial = 32768u * 65535u;  // the high half overflows 16 bits, for both
+  EXPECT_RUNTIME_ERROR(store.Disk_GetSerial(), kErrOverflow);
+  EXPECT_RUNTIME_ERROR(store.Disk_GetLabel(), kErrOverflow);
+  volume.serial = 1;
+  volume.label = u"   ";
+  EXPECT_EQ(store.Disk_GetLabel(), u"(no label)");
+  volume.label = u"A_VERY_LONG_LABEL";  // the 14-unit buffer keeps 13
+  EXPECT_EQ(store.Disk_GetLabel(), u"A_VERY_LONG_L");
+}
+
+
 }  // namespace
 }  // namespace varnek
