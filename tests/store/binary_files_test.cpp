@@ -121,6 +121,5 @@ TEST_F(BinaryFilesTest, VolumeLabelAndSerialKeepTheirQuirks) {
   EXPECT_EQ(store.Disk_GetLabel(), u"A_VERY_LONG_L");
 }
 
-
 }  // namespace
 }  // namespace varnek
