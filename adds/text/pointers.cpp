@@ -15,9 +15,11 @@ int64_t TextToolkit::Var_ObjectToPointer(const Variant& Object) {
 
 int64_t TextToolkit::Var_StringToPointer(const Variant& sString) {
   if (sString.IsString()) return reinterpret_cast<int64_t>(sString.RawString().data());
-  // The classic call converts into a temporary: its address is stale on return.
+  // The classic call converts into a temporary: its address is stale on return,
+  // and kept so on purpose.
   Text temporary = CStr(sString);
-  return reinterpret_cast<int64_t>(temporary.data());
+  const void* stale = temporary.data();
+  return static_cast<int64_t>(reinterpret_cast<uintptr_t>(stale));
 }
 
 int32_t TextToolkit::Var_PointerToLong(int64_t Address) {
