@@ -6,6 +6,7 @@
 #include "runtime/casemap.h"
 #include "runtime/convert.h"
 #include "runtime/failure.h"
+#include "runtime/number_text.h"
 
 namespace varnek {
 namespace {
@@ -17,18 +18,9 @@ int Cmp(T a, T b) {
 
 // Numeric value of a number subtype or Empty, as a double.
 double NumberOf(const Variant& v) {
-  switch (v.Type()) {
-    case VarType::Empty: return 0;
-    case VarType::Integer: return v.RawInteger();
-    case VarType::Long: return v.RawLong();
-    case VarType::Single: return v.RawSingle();
-    case VarType::Double: return v.RawDouble();
-    case VarType::Currency: return static_cast<double>(v.RawCurrency().scaled) / 10000.0;
-    case VarType::Date: return v.RawDate().serial;
-    case VarType::Boolean: return v.RawBoolean() ? -1 : 0;
-    case VarType::Byte: return v.RawByte();
-    default: Fail(kErrTypeMismatch);
-  }
+  double value = 0;
+  if (!NumberSubtypeValue(v, value)) Fail(kErrTypeMismatch);
+  return value;
 }
 
 int CompareNumbers(const Variant& a, const Variant& b) {

@@ -38,19 +38,10 @@ double TextToDouble(TextView text) {
 
 // The value as a double for the integer and float conversions.
 double NumericValue(const Variant& v) {
-  switch (v.Type()) {
-    case VarType::Empty: return 0;
-    case VarType::Integer: return v.RawInteger();
-    case VarType::Long: return v.RawLong();
-    case VarType::Single: return v.RawSingle();
-    case VarType::Double: return v.RawDouble();
-    case VarType::Currency: return static_cast<double>(v.RawCurrency().scaled) / 10000.0;
-    case VarType::Date: return v.RawDate().serial;
-    case VarType::Boolean: return v.RawBoolean() ? -1 : 0;
-    case VarType::Byte: return v.RawByte();
-    case VarType::String: return TextToDouble(v.RawString());
-    default: FailForSubtype(v);
-  }
+  double value = 0;
+  if (NumberSubtypeValue(v, value)) return value;
+  if (v.IsString()) return TextToDouble(v.RawString());
+  FailForSubtype(v);
 }
 
 // Rounds a currency's scaled value to whole units, ties to even.
@@ -193,7 +184,12 @@ bool CBool(const Variant& v) {
   }
 }
 
-Variant Int(const Variant& v) {
+namespace {
+
+// Int and Fix: the whole part by floor (Int) or toward zero (Fix), keeping the
+// subtype; integer subtypes come back as they are.
+Variant WholePart(const Variant& v, bool floor) {
+  auto whole = [floor](double x) { return floor ? std::floor(x) : std::trunc(x); };
   switch (v.Type()) {
     case VarType::Null: return Variant::Null();
     case VarType::Empty: return Variant::Integer(0);
@@ -201,31 +197,21 @@ Variant Int(const Variant& v) {
     case VarType::Long:
     case VarType::Byte: return v;
     case VarType::Boolean: return Variant::Integer(v.RawBoolean() ? -1 : 0);
-    case VarType::Single: return Variant(std::floor(v.RawSingle()));
+    case VarType::Single: return Variant(static_cast<float>(whole(v.RawSingle())));
     case VarType::Currency: {
-      int64_t s = v.RawCurrency().scaled;
-      int64_t q = s / 10000 - ((s % 10000 < 0) ? 1 : 0);
+      const int64_t s = v.RawCurrency().scaled;
+      const int64_t q = s / 10000 - ((floor && s % 10000 < 0) ? 1 : 0);
       return Variant(Currency{q * 10000});
     }
-    case VarType::Date: return Variant(Date{std::floor(v.RawDate().serial)});
-    default: return Variant(std::floor(NumericValue(v)));
+    case VarType::Date: return Variant(Date{whole(v.RawDate().serial)});
+    default: return Variant(whole(NumericValue(v)));
   }
 }
 
-Variant Fix(const Variant& v) {
-  switch (v.Type()) {
-    case VarType::Null: return Variant::Null();
-    case VarType::Empty: return Variant::Integer(0);
-    case VarType::Integer:
-    case VarType::Long:
-    case VarType::Byte: return v;
-    case VarType::Boolean: return Variant::Integer(v.RawBoolean() ? -1 : 0);
-    case VarType::Single: return Variant(std::trunc(v.RawSingle()));
-    case VarType::Currency: return Variant(Currency{v.RawCurrency().scaled / 10000 * 10000});
-    case VarType::Date: return Variant(Date{std::trunc(v.RawDate().serial)});
-    default: return Variant(std::trunc(NumericValue(v)));
-  }
-}
+}  // namespace
+
+Variant Int(const Variant& v) { return WholePart(v, true); }
+Variant Fix(const Variant& v) { return WholePart(v, false); }
 
 // Str drops the zero before the decimal mark: Str(0.12) is " .12".
 Text Str(const Variant& v) {

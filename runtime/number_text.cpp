@@ -190,4 +190,19 @@ ParseStatus ParseNumberText(TextView text, ParsedNumber& out) {
   return ParseStatus::Ok;
 }
 
+bool NumberSubtypeValue(const Variant& v, double& out) {
+  switch (v.Type()) {
+    case VarType::Empty: out = 0; return true;
+    case VarType::Integer: out = v.RawInteger(); return true;
+    case VarType::Long: out = v.RawLong(); return true;
+    case VarType::Single: out = v.RawSingle(); return true;
+    case VarType::Double: out = v.RawDouble(); return true;
+    case VarType::Currency: out = static_cast<double>(v.RawCurrency().scaled) / 10000.0; return true;
+    case VarType::Date: out = v.RawDate().serial; return true;
+    case VarType::Boolean: out = v.RawBoolean() ? -1 : 0; return true;
+    case VarType::Byte: out = v.RawByte(); return true;
+    default: return false;
+  }
+}
+
 }  // namespace varnek

@@ -21,6 +21,10 @@ Text RealToText(double value, int digits, char16_t mark);
 // Currency with up to four decimals, trailing zeros dropped.
 Text CurrencyToText(Currency value, char16_t mark);
 
+// The value of a number subtype (Integer .. Byte, Boolean as -1/0, Currency,
+// Date) or Empty (0) as a double; false for any other subtype.
+bool NumberSubtypeValue(const Variant& v, double& out);
+
 // Result of reading a number from text.
 enum class ParseStatus { Ok, NotNumber, Overflow };
 struct ParsedNumber {
