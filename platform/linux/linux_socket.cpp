@@ -69,7 +69,7 @@ void LinuxSocket::Connect(const Variant& address, const Variant& port) {
     return;
   }
   int one = 1;
-  if (reuse_address_) setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+  if (settings().reuse_address) setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
   int rcc;
   do {
     rcc = ::connect(fd, found->ai_addr, found->ai_addrlen);
@@ -242,7 +242,7 @@ void LinuxSocket::ReleaseFd(bool graceful) {
   if (watched_) loop_.Unwatch(fd_);
   watched_ = false;
   if (graceful) {
-    if (linger_enabled_ && linger_time_ == 0) {
+    if (settings().linger_enabled && settings().linger_time == 0) {
       linger lg{1, 0};
       setsockopt(fd_, SOL_SOCKET, SO_LINGER, &lg, sizeof lg);
     } else {
@@ -263,8 +263,9 @@ void LinuxSocket::ReleaseFd(bool graceful) {
 
 void LinuxSocket::ApplyOptions() {
   if (fd_ < 0 || state_ == kSocketListening) return;
-  if (receive_buffer_ > 0) setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &receive_buffer_, sizeof receive_buffer_);
-  if (send_buffer_ > 0) setsockopt(fd_, SOL_SOCKET, SO_SNDBUF, &send_buffer_, sizeof send_buffer_);
+  const int32_t receive = settings().receive_buffer, send = settings().send_buffer;
+  if (receive > 0) setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &receive, sizeof receive);
+  if (send > 0) setsockopt(fd_, SOL_SOCKET, SO_SNDBUF, &send, sizeof send);
 }
 
 // --- events -----------------------------------------------------------------

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/linux/linux_socket.h"
+#include "platform/socket_settings.h"
 
 namespace varnek::linux_socket {
 
@@ -34,7 +35,7 @@ void CloseFd(int fd);
 // Address text of a socket address (IPv4-mapped IPv6 reads as IPv4); sets *port.
 Text AddressText(const sockaddr_storage& ss, int32_t* port);
 
-class LinuxSocket : public SocketCtl {
+class LinuxSocket : public SocketWithSettings {
  public:
   explicit LinuxSocket(LinuxSocketFactory& factory) : factory_(factory), loop_(factory.loop()) {}
   ~LinuxSocket() override {
@@ -71,19 +72,9 @@ class LinuxSocket : public SocketCtl {
   Text StateText() const override { return SocketStateText(state_); }
   Text ErrorText() const override { return error_text_; }
 
-  // Stored; buffer sizes and linger reach the descriptor when it exists.
-  void SetEventMask(int32_t mask) override { event_mask_ = mask; }
-  void SetBlocking(bool blocking) override { blocking_ = blocking; }
-  void SetLingerEnabled(bool enabled) override { linger_enabled_ = enabled; ApplyOptions(); }
-  void SetLingerMode(int32_t mode) override { linger_mode_ = mode; }
-  void SetLingerTime(int32_t seconds) override { linger_time_ = seconds; ApplyOptions(); }
-  void SetReceiveBufferSize(int32_t size) override { receive_buffer_ = size; ApplyOptions(); }
-  void SetSendBufferSize(int32_t size) override { send_buffer_ = size; ApplyOptions(); }
-  void SetSocketMode(int32_t mode) override { socket_mode_ = mode; }
-  void SetSecureServer(bool secure) override { secure_server_ = secure; }
-  void SetSecureClient(bool secure) override { secure_client_ = secure; }
-  void SetCertificateName(TextView name) override { certificate_ = Text(name); }
-  void SetReuseAddressEnabled(bool enabled) override { reuse_address_ = enabled; }
+  // Settings are kept by the base; buffer sizes and linger reach the
+  // descriptor when it exists.
+  void SettingsChanged() override { ApplyOptions(); }
 
  private:
   bool Connection() const { return fd_ >= 0 && (state_ == kSocketConnected || state_ == kSocketClosing); }
@@ -126,11 +117,6 @@ class LinuxSocket : public SocketCtl {
   bool accept_paused_ = false;
   Variant received_data_;
   Text error_text_;
-  int32_t event_mask_ = 0, linger_mode_ = 0, linger_time_ = 0;
-  int32_t receive_buffer_ = 0, send_buffer_ = 0, socket_mode_ = 0;
-  bool blocking_ = true, linger_enabled_ = false, secure_server_ = false;
-  bool secure_client_ = false, reuse_address_ = false;
-  Text certificate_;
 };
 
 }  // namespace varnek::linux_socket

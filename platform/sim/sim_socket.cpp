@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "platform/socket_settings.h"
 #include "runtime/failure.h"
 
 namespace varnek {
@@ -26,7 +27,7 @@ void Fire(const Fn& handler, Args... args) {
 
 // One control. Its connection, when it has one, is the peer it points at and
 // that points back (peer->control_ == this).
-class SimSocket : public SocketCtl {
+class SimSocket : public SocketWithSettings {
  public:
   explicit SimSocket(SimNetwork& net) : net_(net) {}
   ~SimSocket() override {
@@ -167,19 +168,7 @@ class SimSocket : public SocketCtl {
   Text StateText() const override { return SocketStateText(state_); }
   Text ErrorText() const override { return error_text_; }
 
-  // Settings are stored only: nothing in the simulation depends on them.
-  void SetEventMask(int32_t mask) override { event_mask_ = mask; }
-  void SetBlocking(bool blocking) override { blocking_ = blocking; }
-  void SetLingerEnabled(bool enabled) override { linger_enabled_ = enabled; }
-  void SetLingerMode(int32_t mode) override { linger_mode_ = mode; }
-  void SetLingerTime(int32_t seconds) override { linger_time_ = seconds; }
-  void SetReceiveBufferSize(int32_t size) override { receive_buffer_ = size; }
-  void SetSendBufferSize(int32_t size) override { send_buffer_ = size; }
-  void SetSocketMode(int32_t mode) override { socket_mode_ = mode; }
-  void SetSecureServer(bool secure) override { secure_server_ = secure; }
-  void SetSecureClient(bool secure) override { secure_client_ = secure; }
-  void SetCertificateName(TextView name) override { certificate_ = Text(name); }
-  void SetReuseAddressEnabled(bool enabled) override { reuse_address_ = enabled; }
+  // Settings are kept by the base only: nothing here depends on them.
 
   // Bytes from the peer are waiting: tell the app once until it Receives.
   void PeerData() {
@@ -255,11 +244,6 @@ class SimSocket : public SocketCtl {
   bool received_any_ = false;
   Variant received_data_;
   Text error_text_;
-  int32_t event_mask_ = 0, linger_mode_ = 0, linger_time_ = 0;
-  int32_t receive_buffer_ = 0, send_buffer_ = 0, socket_mode_ = 0;
-  bool blocking_ = true, linger_enabled_ = false, secure_server_ = false;
-  bool secure_client_ = false, reuse_address_ = false;
-  Text certificate_;
 };
 
 // --- SimPeer ----------------------------------------------------------------
