@@ -1,6 +1,8 @@
 // The demo host's pages and the chat channel poller.
 #include "examples/demo/demo_host.h"
 
+#include "examples/demo/demo_pages.h"
+
 #include "runtime/convert.h"
 #include "runtime/failure.h"
 #include "runtime/strings.h"
@@ -39,8 +41,9 @@ Text HtmlEscape(const Text& text) {
   return out;
 }
 
-DemoHost::DemoHost(HTTPServer& server, std::function<void(const std::string&)> log)
-    : server_(server) {
+DemoHost::DemoHost(HTTPServer& server, std::function<void(const std::string&)> log,
+                   Options options)
+    : server_(server), options_(std::move(options)) {
   server_.InternalState = [log](Variant&, Variant& text) { log(text.ToUtf8()); };
   server_.GETReceived = [this](Variant& url, Variant& ip, Variant&, Variant& response,
                                Variant& idx, Collection& names, Collection& values) {
@@ -74,8 +77,11 @@ Text DemoHost::IndexPage() {
       u"<ul>\r\n"
       u"<li><a href=\"/echo?x=1\">Echo of a GET</a></li>\r\n"
       u"<li><a href=\"/admin/\">Secured page</a></li>\r\n"
-      u"<li><a href=\"/chat\">Raw chat channel</a></li>\r\n"
-      u"</ul>\r\n";
+      u"<li><a href=\"/chat\">Raw chat channel</a></li>\r\n";
+  for (const Page& p : RegisteredPages()) {
+    page += u"<li><a href=\"" + HtmlEscape(p.path) + u"\">" + HtmlEscape(p.title) + u"</a></li>\r\n";
+  }
+  page += u"</ul>\r\n";
   return page + CStr(server_.html_GenericEnd());
 }
 
@@ -120,6 +126,8 @@ void DemoHost::OnGet(Variant& url, Variant& ip, Variant& response, Variant& idx,
     response = CStr(server_.http_Header(e200_OK, eTextHTML)) + u"chat open\r\n";
     chats_.insert(slot);
     chat_timer_->SetEnabled(true);
+  } else {
+    ServeRegisteredPage(url, ip, response, idx, names, values, nullptr, nullptr);
   }
   // Anything else: Response stays empty and the 404 page goes out.
 }
@@ -128,7 +136,20 @@ void DemoHost::OnPost(Variant& url, Variant& ip, Collection& pnames, Collection&
                       Variant& response, Variant& idx, Collection& names, Collection& values) {
   if (StartsWith(url.ToText(), u"/echo")) {
     response = Framed(e200_OK, EchoPage(url, ip, idx, names, values, &pnames, &pvalues));
+  } else {
+    ServeRegisteredPage(url, ip, response, idx, names, values, &pnames, &pvalues);
   }
+}
+
+bool DemoHost::ServeRegisteredPage(const Variant& url, const Variant& ip, Variant& response,
+                                   const Variant& idx, const Collection& names,
+                                   const Collection& values, const Collection* pnames,
+                                   const Collection* pvalues) {
+  const Page* page = FindPage(url.ToText());
+  if (!page) return false;
+  PageRequest request{*this, options_, url, ip, idx, names, values, pnames, pvalues, response};
+  page->handler(request);
+  return true;
 }
 
 void DemoHost::OnGeneric(Variant& raw, Variant& response) {

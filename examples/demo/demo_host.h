@@ -5,6 +5,7 @@
 #include <memory>
 #include <set>
 
+#include "examples/demo/demo_options.h"
 #include "platform/host_loop.h"
 #include "server/http_server.h"
 
@@ -12,8 +13,15 @@ namespace varnek::demo {
 
 class DemoHost {
  public:
-  // Wires the server's events; `log` gets every InternalState text.
-  DemoHost(HTTPServer& server, std::function<void(const std::string&)> log);
+  // Wires the server's events; `log` gets every InternalState text. Pages
+  // registered in demo_pages.h are served after the built-in ones.
+  DemoHost(HTTPServer& server, std::function<void(const std::string&)> log,
+           Options options = {});
+
+  HTTPServer& server() { return server_; }
+  const Options& options() const { return options_; }
+  // A whole answer: the server's header for `code` as text/html, then `body`.
+  Text Framed(int32_t code, const Text& body);
 
   // Pages, public for tests of their text.
   Text IndexPage();
@@ -30,9 +38,13 @@ class DemoHost {
   void OnGeneric(Variant& raw, Variant& response);
   // Polls the chat channels for text; runs on a 100 ms timer while any is open.
   void PollChats();
-  Text Framed(int32_t code, const Text& body);
+  // Hands the request to a registered page; false if none has the path.
+  bool ServeRegisteredPage(const Variant& url, const Variant& ip, Variant& response,
+                           const Variant& idx, const Collection& names, const Collection& values,
+                           const Collection* pnames, const Collection* pvalues);
 
   HTTPServer& server_;
+  Options options_;
   std::unique_ptr<LoopTimer> chat_timer_;
   std::set<int16_t> chats_;
 };

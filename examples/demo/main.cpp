@@ -71,7 +71,7 @@ int main(int argc, char** argv) {
   });
 
   HTTPServer server(platform);
-  demo::DemoHost host(server, Log);
+  demo::DemoHost host(server, Log, options);
   for (const auto& user : options.users) server.UsersAdd(user.c_str());
   for (const auto& path : options.secure) server.SecurePathAdd(path.c_str());
   server.ServerPort(options.port);
