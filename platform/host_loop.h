@@ -2,8 +2,10 @@
 // and the clock. One thread, no locks: every wait in the logic is a pump, and
 // handlers run nested inside other handlers' waits.
 //
-//   // wait up to `end` on the seconds-since-midnight clock, serving events:
-//   while (loop.Timer() < end) loop.Pump(end - loop.Timer());
+//   // wait until `end` on the seconds-since-midnight clock, serving events:
+//   loop.PumpUntilTimer(end);
+//   // or until a condition holds, at most 10 s:
+//   loop.PumpUntilTimer(loop.Timer() + 10, [&] { return socket.State() == 1; });
 #pragma once
 
 #include <cstdint>
@@ -37,6 +39,20 @@ class HostLoop {
   virtual void Pump(double max_wait_seconds) = 0;
   // One pass without blocking: the classic DoEvents.
   void DoEvents() { Pump(0); }
+
+  // The one wait every routine uses: pumps until `done()` is true, each pass
+  // blocking no longer than `max_block()` seconds (<= 0: a pass that does not
+  // block). Both are read again after every pass, since handlers ran.
+  void PumpUntil(const std::function<bool()>& done, const std::function<double()>& max_block) {
+    while (!done()) Pump(max_block());
+  }
+  // Pumps until Timer() reaches `end` (seconds since midnight) or `done()`
+  // is true. Like the classic "Do While Timer < end: DoEvents", an `end`
+  // past midnight is not reached before the clock wraps.
+  void PumpUntilTimer(double end, const std::function<bool()>& done = {}) {
+    PumpUntil([&] { return Timer() >= end || (done && done()); },
+              [&] { return end - Timer(); });
+  }
 
   virtual std::unique_ptr<LoopTimer> CreateTimer() = 0;
   // Runs fn on a later pass of the loop.

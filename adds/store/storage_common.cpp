@@ -37,7 +37,7 @@ void Storage::PauseSeconds(double seconds) {
     end -= 86400;
     while (loop().Timer() > end) loop().Freeze(0.01);
   }
-  while (loop().Timer() < end) loop().Pump(end - loop().Timer());
+  loop().PumpUntilTimer(end);
 }
 
 }  // namespace varnek
