@@ -12,10 +12,20 @@
 //   call) and reports on_done(kOpReceive) on a later pass.
 // - Close on a socket that is not closed reports on_done(kOpClose); Close on a
 //   closed socket does nothing.
-// - When the peer closes: a connection that never carried a byte from the
-//   peer and has nothing in flight goes straight to kSocketClosed; otherwise
-//   it becomes kSocketClosing, what waits can still be received and an answer
-//   still be sent, until the app calls Close. No event reports a peer's close.
+// - The control reads what arrives into its own buffer at once, so
+//   ReceiveReadyCount grows for as long as the peer sends, up to
+//   kMaxWaitingBytes. One byte more and the connection fails (below) with
+//   ErrorText "Message too long": a request is at most that large.
+// - When the peer stops sending (its FIN: a close, or a half-close with
+//   shutdown(SHUT_WR) as `nc -N` does): a connection that never carried a
+//   byte from the peer and has nothing in flight goes straight to
+//   kSocketClosed. Otherwise an accepted connection stays kSocketConnected:
+//   what waits can still be received, and the answer still goes out, until
+//   the app closes it or the connection can no longer carry data (a send
+//   meets the peer's reset: a failure, below). An outgoing connection (Connect)
+//   becomes kSocketClosing instead: its server has answered and gone, and a
+//   client reads the end of the answer by that State. No event reports a
+//   peer's close.
 // - A failure of the connection (reset, refused) makes State kSocketClosed
 //   with ErrorText set and no Done.
 // - Create, Bind and Listen complete at once and report no Done; a failing
@@ -41,8 +51,12 @@ enum SocketState : int32_t {
   kSocketConnected = 4,
   kSocketListening = 5,
   kSocketConnecting = 6, // outgoing connection in progress
-  kSocketClosing = 8,    // the peer has closed, or Close waits for output to drain
+  kSocketClosing = 8,    // an outgoing connection's server has closed, or Close waits for output
 };
+
+// The most a connection holds for the app between two Receives: 16 MiB. The
+// byte past it fails the connection (State 1, ErrorText "Message too long").
+constexpr int32_t kMaxWaitingBytes = 16 * 1024 * 1024;
 
 // Readable form of a State value, as StateText gives it.
 inline const char16_t* SocketStateText(int32_t state) {

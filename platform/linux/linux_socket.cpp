@@ -28,7 +28,8 @@ void LinuxSocket::Adopt(int fd) {
   fd_ = fd;
   state_ = kSocketConnected;
   armed_ = true;
-  peer_eof_ = hung_up_ = received_any_ = closing_ = false;
+  peer_eof_ = hung_up_ = received_any_ = closing_ = outgoing_ = false;
+  in_.clear();
   out_.clear();
   send_ends_.clear();
   written_ = 0;
@@ -78,6 +79,7 @@ void LinuxSocket::Connect(const Variant& address, const Variant& port) {
   freeaddrinfo(found);
   if (rcc == 0) {
     Adopt(fd);
+    outgoing_ = true;
     PostDone(kOpConnect);
   } else if (err == EINPROGRESS) {
     fd_ = fd;
@@ -100,52 +102,8 @@ void LinuxSocket::OnConnectDone() {
     return;
   }
   Adopt(fd_);
+  outgoing_ = true;
   Fire(on_done, kOpConnect);
-}
-
-int32_t LinuxSocket::ReceiveReadyCount() const {
-  if (!Connection()) return 0;
-  int count = 0;
-  if (ioctl(fd_, FIONREAD, &count) != 0) return 0;
-  return count;
-}
-
-void LinuxSocket::Receive(int32_t /*type*/) {
-  if (!Connection()) FailWrongState();
-  // What waits now is taken, and no more: a peer that keeps sending cannot
-  // hold the host inside this call. With nothing waiting, one read tells
-  // whether the peer has closed.
-  const size_t waiting = static_cast<size_t>(std::max(ReceiveReadyCount(), 0));
-  std::string bytes;
-  char buf[16384];
-  for (;;) {
-    if (waiting > 0 && bytes.size() >= waiting) break;
-    size_t want = waiting > 0 ? std::min(sizeof buf, waiting - bytes.size()) : sizeof buf;
-    ssize_t n = ::recv(fd_, buf, want, 0);
-    if (n > 0) {
-      bytes.append(buf, static_cast<size_t>(n));
-      if (waiting == 0) break;
-      continue;
-    }
-    if (n == 0) {
-      peer_eof_ = true;
-      break;
-    }
-    if (errno == EINTR) continue;
-    if (errno != EAGAIN && errno != EWOULDBLOCK) {
-      int err = errno;
-      received_data_ = Variant(BytesToText(bytes));
-      Broken(err);
-      return;
-    }
-    break;
-  }
-  if (!bytes.empty()) received_any_ = true;
-  received_data_ = Variant(BytesToText(bytes));
-  armed_ = true;
-  if (peer_eof_) PeerClosed();
-  if (fd_ >= 0) UpdateWatch();
-  PostDone(kOpReceive);
 }
 
 void LinuxSocket::Send(const Variant& data) {
@@ -181,18 +139,6 @@ int LinuxSocket::CompletedSends() {
     ++done;
   }
   return done;
-}
-
-// The peer shut its side. See platform/socket.h for the rule.
-void LinuxSocket::PeerClosed() {
-  peer_eof_ = true;
-  if (closing_) return;
-  if (!received_any_ && ReceiveReadyCount() == 0 && out_.empty()) {
-    ReleaseFd(false);
-    state_ = kSocketClosed;
-  } else if (state_ == kSocketConnected) {
-    state_ = kSocketClosing;
-  }
 }
 
 void LinuxSocket::Broken(int err) {
@@ -257,6 +203,7 @@ void LinuxSocket::ReleaseFd(bool graceful) {
   }
   CloseFd(fd_);
   fd_ = -1;
+  std::string().swap(in_);
   out_.clear();
   send_ends_.clear();
 }
@@ -271,8 +218,9 @@ void LinuxSocket::ApplyOptions() {
 // --- events -----------------------------------------------------------------
 
 // Interest follows the state: the listener wants readers; a connection wants
-// input only while armed (and while there is input or an end to notice),
-// output while bytes are queued or a connect is in progress.
+// input until the peer's end of stream (every arrival is read into in_ at
+// once, so the level-triggered watch never spins), output while bytes are
+// queued or a connect is in progress.
 void LinuxSocket::UpdateWatch() {
   if (fd_ < 0 || hung_up_) return;
   uint32_t events = 0;
@@ -281,8 +229,7 @@ void LinuxSocket::UpdateWatch() {
   } else if (state_ == kSocketConnecting) {
     events = EPOLLOUT;
   } else {
-    if (armed_ && !closing_ && (!peer_eof_ || ReceiveReadyCount() > 0)) events |= EPOLLIN;
-    if (!peer_eof_) events |= EPOLLRDHUP;
+    if (!closing_ && !peer_eof_) events |= EPOLLIN | EPOLLRDHUP;
     if (!out_.empty()) events |= EPOLLOUT;
   }
   if (!watched_) {
@@ -322,29 +269,18 @@ void LinuxSocket::OnIo(uint32_t events) {
     sends_done = CompletedSends();
   }
   bool fire_ready = false;
-  if (events & EPOLLIN) {
-    int32_t count = ReceiveReadyCount();
-    if (count > 0) {
-      received_any_ = true;
-      if (armed_) {
-        armed_ = false;
-        fire_ready = true;
-      }
-    } else {
-      peer_eof_ = true;  // readable with nothing to read: end of stream
+  if (events & (EPOLLIN | EPOLLRDHUP | EPOLLHUP)) {
+    // A hang-up is reported on every pass until unwatched: take all there is.
+    const size_t budget = events & EPOLLHUP ? static_cast<size_t>(kMaxWaitingBytes) + 1 : kReadBudget;
+    const size_t before = in_.size();
+    if (!ReadIncoming(budget)) return;  // failed: State 1, no event
+    if (in_.size() > before && armed_) {
+      armed_ = false;
+      fire_ready = true;
     }
   }
-  if (events & (EPOLLRDHUP | EPOLLHUP)) peer_eof_ = true;
-  if (events & EPOLLHUP) {
-    // Both directions are gone and epoll would report it on every pass:
-    // stop watching; what is unread stays readable.
-    hung_up_ = true;
-    loop_.Unwatch(fd_);
-    watched_ = false;
-    out_.clear();
-    send_ends_.clear();
-  }
   if (peer_eof_) PeerClosed();
+  if (events & EPOLLHUP) HungUp();
   if (closing_ && out_.empty()) {
     FinishClose();
     return;
@@ -360,19 +296,6 @@ void LinuxSocket::PostDone(int32_t op) {
   std::weak_ptr<bool> alive = alive_;
   loop_.Post([this, alive, op] {
     if (!alive.expired()) Fire(on_done, op);
-  });
-}
-
-// Fires on_receive_ready for bytes that wait while the descriptor is not
-// watched for them (taken over with data already there, or hung up).
-void LinuxSocket::PostReadyCheck() {
-  std::weak_ptr<bool> alive = alive_;
-  loop_.Post([this, alive] {
-    if (alive.expired() || !armed_ || !Connection() || ReceiveReadyCount() == 0) return;
-    if (!hung_up_) return;  // a watched descriptor reports it by itself
-    armed_ = false;
-    received_any_ = true;
-    Fire(on_receive_ready);
   });
 }
 

@@ -22,9 +22,13 @@
 // - The ConnectionRequest handle is the accepted descriptor. A handle that no
 //   control took with SetAcceptHandle by the time the handler returns is
 //   closed, so the peer sees its connection end at once.
-// - on_receive_ready is re-armed by Receive only: the descriptor is watched
-//   level-triggered, and watching it while the app has not read would wake
-//   every nested pump and spin.
+// - Every arrival is read into the control's buffer at once (at most 256 KiB
+//   per readiness event, so one fast peer does not hold the loop), which
+//   keeps the level-triggered watch from waking pumps again for the same
+//   bytes. on_receive_ready is re-armed by Receive only.
+// - The peer's FIN (close or half-close) ends the watch for input; an
+//   accepted connection stays Connected, and learns that the peer is gone
+//   for good from the reset its next send meets (EPOLLERR).
 // - on_done is posted when the operation itself completes it (Receive, Close,
 //   an immediate Send or Connect); I/O readiness reports it straight from the
 //   loop's dispatch. Either way it never runs inside the operation's call.

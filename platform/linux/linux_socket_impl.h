@@ -23,6 +23,9 @@ void Fire(const Fn& handler, Args... args) {
 
 constexpr double kCloseDrainSeconds = 10.0;
 constexpr int kAcceptBatch = 64;
+// Bytes one readiness event moves from the kernel into the control's buffer:
+// a fast peer gets its share, and the loop still serves everybody else.
+constexpr size_t kReadBudget = 256 * 1024;
 // Out of descriptors, accept fails while the listener stays readable: stop
 // watching it for this long instead of spinning.
 constexpr int32_t kAcceptRetryMs = 100;
@@ -80,11 +83,14 @@ class LinuxSocket : public SocketWithSettings {
   bool Connection() const { return fd_ >= 0 && (state_ == kSocketConnected || state_ == kSocketClosing); }
   void OnIo(uint32_t events);
   void OnListenerReadable();
+  void OfferAccepted(int fd);
   void PauseAccepting();
   void OnConnectDone();
   bool WriteSome();          // false when the connection broke
   int CompletedSends();      // sends whose bytes have all been written
+  bool ReadIncoming(size_t budget);  // false when the connection failed
   void PeerClosed();
+  void HungUp();
   void Broken(int err);      // the connection failed: State 1, no Done
   void FinishClose();
   void ReleaseFd(bool graceful);
@@ -92,7 +98,6 @@ class LinuxSocket : public SocketWithSettings {
   void ApplyOptions();
   void Adopt(int fd);
   void PostDone(int32_t op);
-  void PostReadyCheck();
 
   LinuxSocketFactory& factory_;
   LinuxLoop& loop_;
@@ -105,9 +110,11 @@ class LinuxSocket : public SocketWithSettings {
   Text remote_address_;
   int32_t remote_port_ = 0;
   bool armed_ = true;         // on_receive_ready may fire
-  bool peer_eof_ = false;     // the peer has shut its side
+  bool peer_eof_ = false;     // the peer has shut its side (its FIN was read)
   bool hung_up_ = false;      // both directions are gone; no longer watched
   bool received_any_ = false;
+  bool outgoing_ = false;     // made by Connect rather than taken from a listener
+  std::string in_;            // bytes read from the kernel, not yet Received
   bool closing_ = false;      // Close waits for the output queue
   std::string out_;           // bytes not yet written
   uint64_t written_ = 0;      // bytes written since the connection began

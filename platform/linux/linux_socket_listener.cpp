@@ -49,6 +49,7 @@ Text ErrnoText(int err) {
     case ENETUNREACH: return u"Network is unreachable";
     case EHOSTUNREACH: return u"Host is unreachable";
     case EACCES: return u"Permission denied";
+    case EMSGSIZE: return u"Message too long";
     default: return Utf8ToText(std::strerror(err));
   }
 }
@@ -211,13 +212,20 @@ void LinuxSocket::OnListenerReadable() {
       }
       return;
     }
-    auto& offered = factory_.offered();
-    offered.insert(fd);
-    Fire(on_connection_request, fd);
-    // A handle nobody took is closed; the peer sees the connection end.
-    if (offered.erase(fd)) CloseFd(fd);
+    OfferAccepted(fd);
     if (alive.expired()) return;
   }
+}
+
+// One accepted connection, offered in ConnectionRequest: the whole life of
+// the offer is this call, so the handle nobody took by the end of the handler
+// is closed and the peer sees its connection end. Nothing here nests: each
+// pending connection gets its own call from the accept loop above.
+void LinuxSocket::OfferAccepted(int fd) {
+  LinuxSocketFactory& factory = factory_;  // the handler may destroy this control
+  factory.offered().insert(fd);
+  Fire(on_connection_request, fd);
+  if (factory.offered().erase(fd)) CloseFd(fd);
 }
 
 void LinuxSocket::PauseAccepting() {
@@ -242,8 +250,7 @@ void LinuxSocket::SetAcceptHandle(int32_t handle) {
   if (!offered.count(handle)) Fail(kSockErrInvalidHandle, "Invalid handle");
   if (state_ != kSocketClosed || fd_ >= 0) FailWrongState();
   offered.erase(handle);
-  Adopt(handle);
-  PostReadyCheck();  // bytes may have come before the handle was taken
+  Adopt(handle);  // bytes that came before are readable: the watch reports them
 }
 
 }  // namespace linux_socket

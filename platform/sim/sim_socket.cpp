@@ -133,7 +133,7 @@ class SimSocket : public SocketWithSettings {
     std::shared_ptr<SimPeer> peer = it->second;
     net_.offered_.erase(it);
     Attach(peer);
-    if (peer->closed_by_peer_) PeerClosed();
+    if (peer->StoppedSending()) PeerClosed();
     if (!peer->to_control_.empty()) PostReadyCheck();
   }
 
@@ -152,6 +152,7 @@ class SimSocket : public SocketWithSettings {
       }
       std::shared_ptr<SimPeer> peer(new SimPeer(net_, 0));
       Attach(peer);
+      outgoing_ = true;
       remote_port_ = remote;
       auto on_accept = server->second;
       Fire(on_done, kOpConnect);
@@ -171,24 +172,33 @@ class SimSocket : public SocketWithSettings {
   // Settings are kept by the base only: nothing here depends on them.
 
   // Bytes from the peer are waiting: tell the app once until it Receives.
+  // Past the most a connection holds, the connection fails instead.
   void PeerData() {
     if (!peer_ || peer_->to_control_.empty()) return;
     if (state_ != kSocketConnected && state_ != kSocketClosing) return;
+    if (peer_->to_control_.size() > static_cast<size_t>(kMaxWaitingBytes)) {
+      error_text_ = u"Message too long";
+      peer_->ControlClosed();
+      Detach();
+      state_ = kSocketClosed;
+      return;
+    }
     received_any_ = true;
     if (!armed_) return;
     armed_ = false;
     Fire(on_receive_ready);
   }
 
-  // The peer has closed. A connection that never carried a byte and has
-  // nothing in flight is simply over (State 1); otherwise it is Closing, so
-  // that what waits can still be read and an answer still be sent.
+  // The peer has stopped sending. A connection that never carried a byte and
+  // has nothing in flight is simply over (State 1); an accepted one stays
+  // Connected, so that what waits can still be read and the answer still
+  // goes out; an outgoing one reads Closing (its server has answered).
   void PeerClosed() {
-    if (!peer_) return;
+    if (!peer_ || state_ != kSocketConnected) return;
     if (!received_any_ && peer_->to_control_.empty() && pending_.empty()) {
       Detach();
       state_ = kSocketClosed;
-    } else {
+    } else if (outgoing_) {
       state_ = kSocketClosing;
     }
   }
@@ -200,6 +210,7 @@ class SimSocket : public SocketWithSettings {
     peer->accepted_ = true;
     state_ = kSocketConnected;
     armed_ = true;
+    outgoing_ = false;
     received_any_ = !peer->to_control_.empty();
     remote_port_ = 50000 + (peer->handle_ % 10000);
     received_data_ = Variant();
@@ -242,6 +253,7 @@ class SimSocket : public SocketWithSettings {
   std::vector<Text> pending_;  // sends on their way, oldest first
   bool armed_ = true;
   bool received_any_ = false;
+  bool outgoing_ = false;
   Variant received_data_;
   Text error_text_;
 };
@@ -251,7 +263,7 @@ class SimSocket : public SocketWithSettings {
 void SimPeer::Write(TextView data, double at) {
   std::shared_ptr<SimPeer> self = shared_from_this();
   net_.At(at, [self, text = Text(data)] {
-    if (self->closed_by_peer_ || self->closed_by_control_ || self->refused_) return;
+    if (self->StoppedSending() || self->closed_by_control_ || self->refused_) return;
     self->to_control_ += text;
     if (self->control_) self->control_->PeerData();
   });
@@ -263,6 +275,15 @@ void SimPeer::Close(double at) {
     if (self->closed_by_peer_) return;
     self->closed_by_peer_ = true;
     if (self->closed_at_ < 0) self->closed_at_ = self->net_.loop().Elapsed();
+    if (self->control_) self->control_->PeerClosed();
+  });
+}
+
+void SimPeer::ShutdownWrite(double at) {
+  std::shared_ptr<SimPeer> self = shared_from_this();
+  net_.At(at, [self] {
+    if (self->StoppedSending()) return;
+    self->write_shut_ = true;
     if (self->control_) self->control_->PeerClosed();
   });
 }

@@ -34,8 +34,11 @@ class SimPeer : public std::enable_shared_from_this<SimPeer> {
  public:
   // Bytes (one unit a byte) reach the control at virtual time `at`.
   void Write(TextView data, double at = -1);
-  // The peer closes at `at`; the control sees it by its State.
+  // The peer closes at `at`: it neither sends nor reads any more, so the
+  // control's next Send after it breaks the connection.
   void Close(double at = -1);
+  // The peer stops sending at `at` (a half-close) but still reads answers.
+  void ShutdownWrite(double at = -1);
 
   // Everything the control has sent so far, in order.
   const Text& Received() const { return received_; }
@@ -48,6 +51,8 @@ class SimPeer : public std::enable_shared_from_this<SimPeer> {
   // The control closed the connection.
   bool ClosedByServer() const { return closed_by_control_; }
   bool ClosedByPeer() const { return closed_by_peer_; }
+  // The peer sends no more: it closed or half-closed.
+  bool StoppedSending() const { return closed_by_peer_ || write_shut_; }
   // Virtual time (Elapsed) of the first byte received and of the close.
   double FirstByteAt() const { return first_byte_at_; }
   double ClosedAt() const { return closed_at_; }
@@ -71,6 +76,7 @@ class SimPeer : public std::enable_shared_from_this<SimPeer> {
   bool refused_ = false;
   bool closed_by_control_ = false;
   bool closed_by_peer_ = false;
+  bool write_shut_ = false;
   double first_byte_at_ = -1;
   double closed_at_ = -1;
 };

@@ -76,6 +76,9 @@ struct SimEnv {
       p->Write(Text(b, b + s.size()));
     }
     void Close() { p->Close(); }
+    void ShutdownWrite() { p->ShutdownWrite(); }
+    // The peer writes `s` while the control's loop runs.
+    bool WriteAll(HostLoop&, const std::string& s) { return Write(s), true; }
     std::string Read() { return std::string(p->Received().begin(), p->Received().end()); }
     bool Ended() { return p->ClosedByServer() || p->Refused(); }
   };
@@ -89,6 +92,20 @@ struct LinuxEnv {
     using Client::Client;
     std::string got;
     void Close() { ::close(fd), fd = -1; }
+    void ShutdownWrite() { ::shutdown(fd, SHUT_WR); }
+    // Writes without blocking the thread that pumps the loop; false when the
+    // server ended the connection first or 30 s passed.
+    bool WriteAll(HostLoop& loop, const std::string& s) {
+      const auto start = std::chrono::steady_clock::now();
+      for (size_t sent = 0; sent < s.size();) {
+        if (std::chrono::steady_clock::now() - start > std::chrono::seconds(30)) return false;
+        const ssize_t n = ::send(fd, s.data() + sent, s.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n > 0) sent += static_cast<size_t>(n);
+        else if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) return false;
+        else loop.Pump(0.005);
+      }
+      return true;
+    }
     std::string Read() {
       for (std::string s; !(s = ReadSome()).empty();) got += s;
       return got;
@@ -224,18 +241,89 @@ TYPED_TEST(SocketContract, SendReportsDoneAndCloseFromBothSides) {
   auto silent = this->Accepted();  // a silent peer leaves: the slot is free, no event
   silent->Close();
   EXPECT_TRUE(PumpUntil(env.loop, [&] { return s.State() == kSocketClosed; }));
-  auto last = this->Accepted();  // writes then leaves: Closing, still readable
+  auto last = this->Accepted();  // writes then leaves: still connected and readable
   last->Write("PING");
   last->Close();
-  EXPECT_TRUE(PumpUntil(env.loop, [&] { return s.State() == kSocketClosing; }));
-  EXPECT_EQ(s.StateText(), u"Closing");
-  EXPECT_EQ(s.ReceiveReadyCount(), 4);
+  EXPECT_TRUE(PumpUntil(env.loop, [&] { return s.ReceiveReadyCount() == 4; }));
+  Settle(env.loop);
+  EXPECT_EQ(s.StateText(), u"Connected");
   s.Receive(kReceiveText);
   EXPECT_EQ(s.ReceivedData().ToText(), u"PING");
   s.Close();
   EXPECT_EQ(s.State(), kSocketClosed);
   Settle(env.loop);
   EXPECT_EQ(srv.ready, 1);  // a peer's leaving raises no ready event
+}
+
+TYPED_TEST(SocketContract, PeerThatStopsSendingStillGetsItsAnswer) {
+  auto [env, srv, s] = std::tie(this->env, this->srv, this->s);
+  // Request, then a half-close (`nc -N`): Connected throughout, the answer goes out.
+  auto peer = this->Accepted();
+  peer->Write("GET / HTTP/1.0\r\n\r\n");
+  peer->ShutdownWrite();
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return s.ReceiveReadyCount() == 18; }));
+  Settle(env.loop);
+  EXPECT_EQ(s.State(), kSocketConnected);
+  s.Receive(kReceiveText);
+  EXPECT_EQ(s.ReceivedData().ToText(), u"GET / HTTP/1.0\r\n\r\n");
+  Settle(env.loop);
+  EXPECT_EQ(s.State(), kSocketConnected);
+  s.Send(Variant(Text(u"HTTP/1.0 200 OK\r\n\r\nanswer")));
+  EXPECT_TRUE(PumpUntil(env.loop, [&] {
+    return peer->Read() == "HTTP/1.0 200 OK\r\n\r\nanswer" && srv.done.size() == 2;
+  }));
+  EXPECT_EQ(srv.done, (std::vector<int32_t>{kOpReceive, kOpSend}));
+  EXPECT_EQ(s.State(), kSocketConnected);
+  s.Close();
+  EXPECT_TRUE(PumpUntil(env.loop, [&] { return peer->Ended(); }));
+
+  // A peer that half-closes without a byte is simply gone.
+  auto silent = this->Accepted();
+  silent->ShutdownWrite();
+  EXPECT_TRUE(PumpUntil(env.loop, [&] { return s.State() == kSocketClosed; }));
+
+  // A peer that wrote and closed for good: still Connected, until an answer
+  // meets its reset; then State 1 with the reason.
+  auto gone = this->Accepted();
+  gone->Write("x");
+  gone->Close();
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return s.ReceiveReadyCount() == 1; }));
+  Settle(env.loop);
+  EXPECT_EQ(s.State(), kSocketConnected);
+  for (int k = 0; k < 20 && s.State() == kSocketConnected; ++k) {
+    s.Send(Variant(Text(u"late")));
+    Settle(env.loop);
+  }
+  EXPECT_EQ(s.State(), kSocketClosed);
+  EXPECT_FALSE(s.ErrorText().empty());
+}
+
+TYPED_TEST(SocketContract, WaitingBytesGrowUpToTheMaximumThenTheConnectionFails) {
+  auto [env, srv, s] = std::tie(this->env, this->srv, this->s);
+  s.SetReceiveBufferSize(16384);  // as the server sets it: the kernel queue is small
+  auto peer = this->Accepted();
+  // 100 KB, more than the kernel queue holds: the count reaches all of it,
+  // one ready event, and one Receive takes it whole.
+  std::string body(100 * 1024, 'b');
+  for (size_t k = 0; k < body.size(); k += 997) body[k] = static_cast<char>('a' + k % 26);
+  ASSERT_TRUE(peer->WriteAll(env.loop, body));
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return s.ReceiveReadyCount() == 100 * 1024; }));
+  EXPECT_EQ(srv.ready, 1);
+  s.Receive(kReceiveText);
+  EXPECT_EQ(TextToBytes(s.ReceivedData().ToText()), body);
+  EXPECT_EQ(s.ReceiveReadyCount(), 0);
+
+  // Exactly the maximum waits; one byte more fails the connection, no Done.
+  ASSERT_TRUE(peer->WriteAll(env.loop, std::string(kMaxWaitingBytes, 'm')));
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return s.ReceiveReadyCount() == kMaxWaitingBytes; }));
+  EXPECT_EQ(s.State(), kSocketConnected);
+  peer->WriteAll(env.loop, "!");  // the server may have ended it by the time this returns
+  EXPECT_TRUE(PumpUntil(env.loop, [&] { return s.State() == kSocketClosed; }));
+  EXPECT_EQ(s.ErrorText(), u"Message too long");
+  EXPECT_EQ(s.ReceiveReadyCount(), 0);
+  EXPECT_TRUE(PumpUntil(env.loop, [&] { return peer->Ended(); }));
+  Settle(env.loop);
+  EXPECT_EQ(srv.done, std::vector<int32_t>{kOpReceive});  // nothing for the failure
 }
 
 TYPED_TEST(SocketContract, HandlerFiredFromACopyMayDestroyItsOwnControl) {
@@ -398,26 +486,15 @@ TEST(LinuxSocket, SendCompletesWhenAllWrittenAndCloseWaitsForTheQueue) {
   EXPECT_EQ(srv.done, std::vector<int32_t>{kOpClose});
 }
 
-TEST(LinuxSocket, PeerHalfClosesOrResets) {
+TEST(LinuxSocket, PeerResets) {
   LinuxLoop loop;
   LinuxSocketFactory f(loop);
   Server srv(f, 1);
   SocketCtl& s = *srv.slots[0];
-  // The peer writes and shuts its side: Closing, and an answer still goes.
-  Client c(srv.port);
-  c.Write("GET / HTTP/1.0\r\n\r\n");
-  ::shutdown(c.fd, SHUT_WR);
-  ASSERT_TRUE(PumpUntil(loop, [&] { return s.State() == kSocketClosing; }));
-  s.Send(Variant(Text(u"answer")));
-  ASSERT_TRUE(PumpUntil(loop, [&] { return srv.done.size() == 1; }));
-  EXPECT_EQ(c.ReadSome(1000), "answer");
-  EXPECT_EQ(s.State(), kSocketClosing);
-  s.Close();
-
   // The peer resets the connection: State 1 with the reason, no event.
   Client r(srv.port);
   r.Write("partial");
-  ASSERT_TRUE(PumpUntil(loop, [&] { return srv.ready == 2; }));
+  ASSERT_TRUE(PumpUntil(loop, [&] { return srv.ready == 1; }));
   linger abort_close{1, 0};
   setsockopt(r.fd, SOL_SOCKET, SO_LINGER, &abort_close, sizeof abort_close);
   ::close(r.fd);

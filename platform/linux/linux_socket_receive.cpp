@@ -1,0 +1,113 @@
+// The Linux socket control's incoming side: bytes move from the kernel into
+// the control's own buffer as they arrive (so the count the app watches keeps
+// growing, whatever the kernel's queue holds), Receive hands the buffer over,
+// and the peer's end of sending is told apart from the end of the connection.
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "platform/linux/linux_socket_impl.h"
+
+namespace varnek::linux_socket {
+
+namespace {
+
+constexpr size_t kMaxWaiting = static_cast<size_t>(kMaxWaitingBytes);
+
+}  // namespace
+
+// Reads what the kernel holds into in_: at most `budget` bytes, and never
+// more than one byte past kMaxWaitingBytes, which fails the connection.
+// Reading the end of the stream sets peer_eof_. False when the connection
+// failed (State 1, ErrorText set, in_ dropped).
+bool LinuxSocket::ReadIncoming(size_t budget) {
+  size_t taken = 0;
+  while (taken < budget && !peer_eof_) {
+    const size_t room = kMaxWaiting + 1 - in_.size();
+    const size_t want = std::min({budget - taken, room, size_t{65536}});
+    const size_t old = in_.size();
+    in_.resize(old + want);  // read straight into the buffer: no large stack array
+    const ssize_t n = ::recv(fd_, in_.data() + old, want, 0);
+    in_.resize(old + static_cast<size_t>(std::max<ssize_t>(n, 0)));
+    if (n > 0) {
+      taken += static_cast<size_t>(n);
+      received_any_ = true;
+      if (in_.size() > kMaxWaiting) {
+        Broken(EMSGSIZE);  // the close with unread bytes resets: the peer learns at once
+        return false;
+      }
+      continue;
+    }
+    if (n == 0) {
+      peer_eof_ = true;
+      break;
+    }
+    if (errno == EINTR) continue;
+    if (errno == EAGAIN || errno == EWOULDBLOCK) break;
+    Broken(errno);
+    return false;
+  }
+  return true;
+}
+
+int32_t LinuxSocket::ReceiveReadyCount() const {
+  if (!Connection()) return 0;
+  return static_cast<int32_t>(in_.size());
+}
+
+void LinuxSocket::Receive(int32_t /*type*/) {
+  if (!Connection()) FailWrongState();
+  // What the kernel holds now joins the buffer, and no more, and never past
+  // the maximum: a peer that keeps sending cannot hold the host inside this
+  // call. With nothing there, one read tells whether the peer has stopped.
+  int kernel = 0;
+  if (ioctl(fd_, FIONREAD, &kernel) != 0) kernel = 0;
+  const size_t budget =
+      std::min(static_cast<size_t>(std::max(kernel, 1)), kMaxWaiting - in_.size());
+  if (budget > 0 && !ReadIncoming(budget)) {
+    received_data_ = Variant(Text());
+    return;  // failed: State 1, no Done
+  }
+  received_data_ = Variant(BytesToText(in_));
+  std::string().swap(in_);  // a large request leaves no large buffer behind
+  armed_ = true;
+  if (peer_eof_) PeerClosed();
+  if (fd_ >= 0) UpdateWatch();
+  PostDone(kOpReceive);
+}
+
+// The peer has stopped sending. See platform/socket.h for the rule: a silent
+// peer is simply gone; an accepted connection stays connected for the answer;
+// an outgoing one reads Closing.
+void LinuxSocket::PeerClosed() {
+  peer_eof_ = true;
+  if (closing_ || state_ != kSocketConnected) return;
+  if (!received_any_ && in_.empty() && out_.empty()) {
+    ReleaseFd(false);
+    state_ = kSocketClosed;
+  } else if (outgoing_) {
+    state_ = kSocketClosing;
+  }
+}
+
+// Both directions are gone without an error: nothing can be sent any more.
+// What waits can still be received (Closing) until the app closes; with
+// nothing waiting the connection is simply over.
+void LinuxSocket::HungUp() {
+  hung_up_ = true;
+  if (watched_) loop_.Unwatch(fd_);
+  watched_ = false;
+  out_.clear();
+  send_ends_.clear();
+  if (closing_) return;
+  if (in_.empty()) {
+    ReleaseFd(false);
+    state_ = kSocketClosed;
+  } else {
+    state_ = kSocketClosing;
+  }
+}
+
+}  // namespace varnek::linux_socket
