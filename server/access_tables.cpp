@@ -5,6 +5,7 @@
 #include "runtime/like.h"
 #include "runtime/strings.h"
 #include "server/http_server.h"
+#include "server/secure_path_rule.h"
 
 namespace varnek {
 
@@ -77,14 +78,18 @@ Variant HTTPServer::SecurePathDelete(int16_t Index) {
 
 int16_t HTTPServer::SecurePathCount() { return CountOf(secure_paths_); }
 
+bool SecurePathMatches(TextView path, TextView entry) {
+  return Like(UCase(path), UCase(entry) + u"*");
+}
+
 bool HTTPServer::SecurePathFindIfIsIn(const Variant& RequestPath) {
   bool found = false;
   Text path;
-  if (!Resume([&] { path = UCase(CStr(RequestPath)); })) return false;
+  if (!Resume([&] { path = CStr(RequestPath); })) return false;
   Collection& paths = List(secure_paths_);
   for (int32_t k = 1; k <= paths.Count() && !found; ++k) {
     // An entry holding an unclosed "[" fails its own comparison only.
-    Resume([&] { found = Like(path, UCase(CStr(paths.Item(k))) + u"*"); });
+    Resume([&] { found = SecurePathMatches(path, CStr(paths.Item(k))); });
   }
   return found;
 }

@@ -4,8 +4,8 @@
 #include "examples/demo/demo_pages.h"
 
 #include "runtime/convert.h"
-#include "runtime/failure.h"
 #include "runtime/strings.h"
+#include "server/secure_path_rule.h"
 
 namespace varnek::demo {
 
@@ -43,8 +43,11 @@ Text HtmlEscape(const Text& text) {
 
 DemoHost::DemoHost(HTTPServer& server, std::function<void(const std::string&)> log,
                    Options options)
-    : server_(server), options_(std::move(options)) {
-  server_.InternalState = [log](Variant&, Variant& text) { log(text.ToUtf8()); };
+    : server_(server), options_(std::move(options)), chats_(server) {
+  server_.InternalState = [this, log](Variant&, Variant& text) {
+    chats_.NoteReport(text.ToText());
+    log(text.ToUtf8());
+  };
   server_.GETReceived = [this](Variant& url, Variant& ip, Variant&, Variant& response,
                                Variant& idx, Collection& names, Collection& values) {
     OnGet(url, ip, response, idx, names, values);
@@ -57,9 +60,6 @@ DemoHost::DemoHost(HTTPServer& server, std::function<void(const std::string&)> l
   server_.GENERICReceived = [this](Variant&, Variant& raw, Variant& response, Variant&) {
     OnGeneric(raw, response);
   };
-  chat_timer_ = server_.loop().CreateTimer();
-  chat_timer_->SetInterval(100);
-  chat_timer_->on_tick = [this] { PollChats(); };
 }
 
 Text DemoHost::Framed(int32_t code, const Text& body) {
@@ -117,15 +117,10 @@ void DemoHost::OnGet(Variant& url, Variant& ip, Variant& response, Variant& idx,
     response = Framed(e200_OK, IndexPage());
   } else if (StartsWith(path, u"/echo")) {
     response = Framed(e200_OK, EchoPage(url, ip, idx, names, values, nullptr, nullptr));
-  } else if (StartsWith(path, u"/admin")) {
+  } else if (SecurePathMatches(path, u"/admin")) {  // as the server's check: "/ADMIN/" too
     response = Framed(e200_OK, AdminPage());
   } else if (path == u"/chat/") {
-    // The slot stays open as a raw channel, polled by PollChats.
-    const int16_t slot = idx.ToInteger();
-    server_.Proceso_KeepOpen(idx, true);
-    response = CStr(server_.http_Header(e200_OK, eTextHTML)) + u"chat open\r\n";
-    chats_.insert(slot);
-    chat_timer_->SetEnabled(true);
+    response = chats_.Open(idx.ToInteger());  // the slot stays open as a raw channel
   } else {
     ServeRegisteredPage(url, ip, response, idx, names, values, nullptr, nullptr);
   }
@@ -154,35 +149,6 @@ bool DemoHost::ServeRegisteredPage(const Variant& url, const Variant& ip, Varian
 
 void DemoHost::OnGeneric(Variant& raw, Variant& response) {
   if (StartsWith(raw.ToText(), u"PING")) response = u"PONG\r\n";
-}
-
-void DemoHost::PollChats() {
-  for (auto it = chats_.begin(); it != chats_.end();) {
-    const int16_t slot = *it;
-    const Variant index = Variant::Integer(slot);
-    if (server_.ProcesoStatus_Code(index) != kSocketConnected) {
-      it = chats_.erase(it);
-      continue;
-    }
-    Text text;
-    Resume([&] { text = server_.Proceso_Receive(index).ToText(); });
-    if (text.empty()) {
-      ++it;
-      continue;
-    }
-    Text word = text;
-    while (!word.empty() && (word.back() == u'\n' || word.back() == u'\r')) word.pop_back();
-    if (word == u"bye") {
-      // The Done of this last send closes the connection.
-      server_.Proceso_KeepOpen(index, false);
-      Resume([&] { server_.Proceso_Send(index, u"bye\r\n"); });
-      it = chats_.erase(it);
-    } else {
-      Resume([&] { server_.Proceso_Send(index, u"echo: " + text); });
-      ++it;
-    }
-  }
-  if (chats_.empty()) chat_timer_->SetEnabled(false);
 }
 
 }  // namespace varnek::demo

@@ -3,8 +3,8 @@
 #pragma once
 
 #include <memory>
-#include <set>
 
+#include "examples/demo/chat_channels.h"
 #include "examples/demo/demo_options.h"
 #include "platform/host_loop.h"
 #include "server/http_server.h"
@@ -36,8 +36,6 @@ class DemoHost {
   void OnPost(Variant& url, Variant& ip, Collection& pnames, Collection& pvalues,
               Variant& response, Variant& idx, Collection& names, Collection& values);
   void OnGeneric(Variant& raw, Variant& response);
-  // Polls the chat channels for text; runs on a 100 ms timer while any is open.
-  void PollChats();
   // Hands the request to a registered page; false if none has the path.
   bool ServeRegisteredPage(const Variant& url, const Variant& ip, Variant& response,
                            const Variant& idx, const Collection& names, const Collection& values,
@@ -45,8 +43,7 @@ class DemoHost {
 
   HTTPServer& server_;
   Options options_;
-  std::unique_ptr<LoopTimer> chat_timer_;
-  std::set<int16_t> chats_;
+  ChatChannels chats_;
 };
 
 // Escapes &, <, >, and " for HTML text.

@@ -12,6 +12,7 @@
 
 #include "examples/demo/demo_host.h"
 #include "examples/demo/demo_options.h"
+#include "examples/demo/file_limit.h"
 #include "platform/linux/linux_loop.h"
 
 namespace {
@@ -44,6 +45,8 @@ int main(int argc, char** argv) {
     std::cerr << demo::Usage();
     return error.empty() ? 0 : 2;
   }
+  const std::string limit_note = demo::RaiseOpenFileLimit(options.slots);
+  if (!limit_note.empty()) std::cerr << "varnek-demo: " << limit_note << "\n";
 
   // SIGINT and SIGTERM arrive as readable data on a descriptor in the loop;
   // nothing runs in a signal handler.

@@ -2,151 +2,20 @@
 // (pumped on the test's thread) answering raw sockets, curl and python, and the
 // demo host (VARNEK_DEMO_PATH) met by curl, raw clients and headless Chromium.
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <signal.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <future>
-#include <random>
 #include <sstream>
 #include <string>
 #include <thread>
-#include <vector>
 
-#include "platform/linux/linux_loop.h"
-#include "runtime/convert.h"
-#include "runtime/strings.h"
-#include "server/http_server.h"
+#include "tests/integration/e2e_support.h"
 
 namespace varnek {
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-double SecondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-// A blocking TCP client on loopback whose reads end at a deadline.
-class RawClient {
- public:
-  ~RawClient() { ::close(fd_); }
-  bool Connect(int port) {
-    fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(static_cast<uint16_t>(port));
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return ::connect(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
-  }
-  bool Send(const std::string& bytes) {
-    return ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
-           static_cast<ssize_t>(bytes.size());
-  }
-  // Reads until `marker` (when not empty), the server's close, or `seconds` pass.
-  std::string ReadUntil(const std::string& marker, double seconds = 5.0) {
-    const auto start = Clock::now();
-    std::string out;
-    char buf[65536];
-    while (!closed_ && (marker.empty() || out.find(marker) == std::string::npos)) {
-      pollfd p{fd_, POLLIN, 0};
-      const double left = seconds - SecondsSince(start);
-      if (left <= 0 || ::poll(&p, 1, static_cast<int>(left * 1000) + 1) <= 0) break;
-      const ssize_t n = ::recv(fd_, buf, sizeof buf, 0);
-      if (n > 0) out.append(buf, static_cast<size_t>(n));
-      else closed_ = true;  // end of stream or reset
-    }
-    return out;
-  }
-  std::string ReadAll(double seconds = 5.0) { return ReadUntil("", seconds); }
-  bool PeerClosed() const { return closed_; }
-
- private:
-  int fd_ = -1;
-  bool closed_ = false;
-};
-
-// Connects, sends and reads until the server closes or the limit ("" if none).
-std::string RawExchange(int port, const std::string& request, double seconds = 5.0) {
-  RawClient c;
-  if (!c.Connect(port) || !c.Send(request)) return "";
-  return c.ReadAll(seconds);
-}
-
-// Runs a command line under `timeout` (it kills its process group); its stdout.
-std::string RunCommand(const std::string& command, double seconds = 10.0) {
-  std::string output;
-  FILE* pipe = ::popen(("timeout -k 2 " + std::to_string(seconds) + " " + command).c_str(), "r");
-  char buf[4096];
-  for (size_t n; pipe && (n = fread(buf, 1, sizeof buf, pipe)) > 0;) output.append(buf, n);
-  if (pipe) ::pclose(pipe);
-  return output;
-}
-
-// Runs `client` (which bounds its own waits) on a thread while this one pumps `loop`.
-template <class Fn>
-auto RunClientWhilePumping(HostLoop& loop, Fn client, double max_seconds = 20.0) {
-  auto future = std::async(std::launch::async, std::move(client));
-  const auto start = Clock::now();
-  while (future.wait_for(std::chrono::seconds(0)) != std::future_status::ready &&
-         SecondsSince(start) < max_seconds) {
-    loop.Pump(0.02);
-  }
-  return future.get();
-}
-
-const std::string kGetHello = "GET /hello HTTP/1.0\r\n\r\n";
-
-class ServerE2ETest : public ::testing::Test {
- protected:
-  ServerE2ETest() : server(LinuxPlatform()) {
-    server.InternalState = [this](Variant&, Variant& text) { reports.push_back(text.ToUtf8()); };
-    server.GETReceived = [this](Variant& url, Variant&, Variant&, Variant& response, Variant&,
-                                Collection&, Collection&) {
-      if (url.ToText() == u"/hello/") {
-        response = CStr(server.http_Header(e200_OK, eTextHTML, 5)) + u"hello";
-      }
-    };
-    server.POSTReceived = [this](Variant&, Variant&, Collection& names, Collection& values,
-                                 Variant&, Variant& response, Variant&, Collection&,
-                                 Collection&) {
-      Text body;
-      for (int32_t k = 1; k <= names.Count(); ++k) {
-        body += names.Item(k).ToText() + u"=[" + values.Item(k).ToText() + u"]\n";
-      }
-      response = CStr(server.http_Header(e200_OK, eTextHTML, Len(body))) + body;
-    };
-  }
-
-  // Ports above 32767 do not start; pick below and retry when one is taken.
-  void Start(int32_t slots = 3) {
-    std::mt19937 random(std::random_device{}());
-    for (int attempt = 0; attempt < 20 && !server.ServerOpen(); ++attempt) {
-      port = 20000 + static_cast<int>(random() % 12000);
-      server.ServerPort(port);
-      server.MaxConcurrentConnections(slots);
-      server.ServerOpen(true);
-    }
-    ASSERT_TRUE(server.ServerOpen());
-  }
-  std::string Exchange(const std::string& request) {
-    return RunClientWhilePumping(server.loop(), [&] { return RawExchange(port, request); });
-  }
-  std::string Command(const std::string& command) {
-    return RunClientWhilePumping(server.loop(), [&] { return RunCommand(command, 8.0); });
-  }
-
-  HTTPServer server;
-  int port = 0;
-  std::vector<std::string> reports;
-};
+using namespace e2e;
 
 TEST_F(ServerE2ETest, FallbacksExactAndHostAnswersToCurlAndPython) {
   Start();
@@ -184,67 +53,6 @@ TEST_F(ServerE2ETest, AllSlotsBusyGivesNoBytesAtAll) {
   EXPECT_EQ(seen, "Server - Solici;Server - Asigna;Server - Solici;");
 }
 
-class DemoProcess {
- public:
-  ~DemoProcess() { Stop(); }
-
-  // Starts on a free port below 32768, waits until it accepts; a child that exits is retried.
-  bool Start(std::vector<std::string> extra = {}, const std::string& log_path = "/dev/null") {
-    std::mt19937 random(std::random_device{}());
-    for (int attempt = 0; attempt < 10; ++attempt) {
-      std::string port = std::to_string(port_ = 20000 + static_cast<int>(random() % 12000));
-      std::vector<char*> args{const_cast<char*>("varnek-demo"), const_cast<char*>("--port"),
-                              port.data()};
-      for (auto& e : extra) args.push_back(e.data());
-      args.push_back(nullptr);
-      if ((pid_ = fork()) == 0) {
-        if (freopen("/dev/null", "w", stdout) && freopen(log_path.c_str(), "w", stderr)) {
-          execv(VARNEK_DEMO_PATH, args.data());
-        }
-        _exit(127);
-      }
-      for (int k = 0; k < 60 && waitpid(pid_, nullptr, WNOHANG) == 0; ++k) {
-        if (RawClient().Connect(port_)) return true;
-        usleep(50000);
-      }
-      Stop();
-    }
-    return false;
-  }
-  // SIGTERM, then at most 15 s for the exit; the exit status, or -1.
-  int Stop() {
-    if (pid_ <= 0) return -1;
-    kill(pid_, SIGTERM);
-    int status = -1;
-    for (int k = 0; k < 750 && waitpid(pid_, &status, WNOHANG) == 0; ++k) usleep(20000);
-    if (kill(pid_, 0) == 0 && waitpid(pid_, nullptr, WNOHANG) == 0) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, nullptr, 0);
-    }
-    pid_ = -1;
-    return status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  int port() const { return port_; }
-
- private:
-  pid_t pid_ = -1;
-  int port_ = 0;
-};
-
-class DemoHostTest : public ::testing::Test {
- protected:
-  void TearDown() override { unlink(log_path.c_str()); }
-  std::string Curl(const std::string& args, const std::string& path) {
-    return RunCommand("curl -s -m 5 " + args + " http://127.0.0.1:" +
-                          std::to_string(demo.port()) + path, 8.0);
-  }
-  std::string Code(const std::string& args, const std::string& path) {
-    return Curl("-o /dev/null -w '%{http_code}' " + args, path);
-  }
-
-  std::string log_path = "/tmp/varnek-demo-log-" + std::to_string(getpid());
-  DemoProcess demo;
-};
 
 TEST_F(DemoHostTest, PagesSecuredAreaAndEcho) {
   ASSERT_TRUE(demo.Start({}, log_path));

@@ -1,0 +1,177 @@
+// Clients as they come on a real network, on 127.0.0.1 with every wait
+// bounded: a client that half-closes after its request, a POST larger than
+// the kernel's queue, one past the most a request may hold, a crowd of silent
+// connections against few slots, and the demo host's open-file limit and
+// secured path.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/integration/e2e_support.h"
+
+namespace varnek {
+namespace {
+using namespace e2e;
+
+// Counts what reached the host, and answers a POST with the length of its raw text.
+class RealClientsTest : public ServerE2ETest {
+ protected:
+  RealClientsTest() {
+    server.POSTReceived = [this](Variant&, Variant&, Collection&, Collection&, Variant& raw,
+                                 Variant& response, Variant&, Collection&, Collection&) {
+      ++posts;
+      const Text body = u"length " + CStr(Variant::Long(Len(CStr(raw))));
+      response = CStr(server.http_Header(e200_OK, eTextHTML, Len(body))) + body;
+    };
+    server.GENERICReceived = [this](Variant&, Variant&, Variant&, Variant&) { ++generic; };
+  }
+  int posts = 0, generic = 0;
+};
+
+TEST_F(RealClientsTest, HalfClosedClientGetsTheWholeAnswer) {
+  Start();
+  const std::string answer = RunClientWhilePumping(server.loop(), [&] {
+    RawClient c;
+    if (!c.Connect(port) || !c.Send(kGetHello)) return std::string("no connect");
+    c.ShutdownWrite();  // as `nc -N` does after its input
+    return c.ReadAll(5.0);
+  });
+  EXPECT_EQ(answer, "HTTP/1.0 200\r\nServer: Varnek\r\nContent-Length: 5\r\n"
+                    "Content-Type: text/html\r\n\r\nhello");
+}
+
+TEST_F(RealClientsTest, PostOf100KBArrivesWholeAsOneRequest) {
+  Start();
+  const std::string head = "POST /big HTTP/1.0\r\nContent-Length: 102400\r\n\r\n";
+  std::string body = "a=";
+  while (body.size() < 102400) body += "0123456789abcdef";
+  body.resize(102400);
+  const std::string answer = RunClientWhilePumping(server.loop(), [&] {
+    RawClient c;
+    if (!c.Connect(port) || !c.Send(head)) return std::string("no connect");
+    // In pieces, as a slow client writes: each gap is well under the half-second settle.
+    for (size_t at = 0; at < body.size(); at += 25600) {
+      if (!c.Send(body.substr(at, 25600))) return std::string("send failed");
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    return c.ReadAll(10.0);
+  }, 30.0);
+  const std::string expected = "length " + std::to_string(head.size() + body.size());
+  EXPECT_NE(answer.find("\r\n\r\n" + expected), std::string::npos) << answer.substr(0, 200);
+  EXPECT_EQ(posts, 1);
+  EXPECT_EQ(generic, 0);
+}
+
+TEST_F(RealClientsTest, RequestPastTheMaximumEndsItsConnectionAndTheServerGoesOn) {
+  Start(1);
+  struct Outcome {
+    std::string reply;
+    bool closed = false;
+  };
+  const Outcome outcome = RunClientWhilePumping(server.loop(), [&] {
+    Outcome o;
+    RawClient c;
+    if (!c.Connect(port)) return o;
+    c.Send(std::string(kMaxWaitingBytes + 1024 * 1024, 'x'));  // fails once the server resets
+    o.reply = c.ReadAll(5.0);
+    o.closed = c.PeerClosed();
+    return o;
+  }, 60.0);
+  EXPECT_TRUE(outcome.closed);
+  EXPECT_EQ(outcome.reply, "");
+  EXPECT_EQ(posts + generic, 0);
+  EXPECT_EQ(Exchange(kGetHello).substr(0, 12), "HTTP/1.0 200");  // the one slot serves again
+}
+
+// Descriptors the process holds now.
+int OpenDescriptors(pid_t pid) {
+  std::error_code error;
+  int count = 0;
+  for (auto it = std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error);
+       !error && it != std::filesystem::directory_iterator(); it.increment(error)) {
+    ++count;
+  }
+  return count;
+}
+
+TEST_F(DemoHostTest, SilentCrowdAgainstFewSlotsThenServesAgain) {
+  ASSERT_TRUE(demo.Start({"--slots", "20"}));
+  const int baseline = OpenDescriptors(demo.pid());
+  ASSERT_GT(baseline, 0);
+  std::vector<std::unique_ptr<RawClient>> crowd;
+  for (int k = 0; k < 500; ++k) {
+    crowd.push_back(std::make_unique<RawClient>());
+    ASSERT_TRUE(crowd.back()->Connect(demo.port())) << k;
+  }
+  // Twenty take the slots; the demo closes every other one at once.
+  int ended = 0;
+  const auto start = Clock::now();
+  while (ended < 480 && SecondsSince(start) < 30) {
+    ended = 0;
+    for (auto& c : crowd) ended += c->ClosedNow();
+    if (ended < 480) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  EXPECT_EQ(ended, 480);
+  EXPECT_EQ(waitpid(demo.pid(), nullptr, WNOHANG), 0) << "the demo is gone";
+  EXPECT_LE(OpenDescriptors(demo.pid()), baseline + 20);
+  crowd.clear();  // they leave: the slots are free again
+  std::string code;
+  for (int k = 0; k < 50 && code != "200"; ++k) {
+    code = Code("", "/");
+    if (code != "200") std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  EXPECT_EQ(code, "200");
+  EXPECT_LE(OpenDescriptors(demo.pid()), baseline + 1);
+}
+
+TEST_F(DemoHostTest, OpenFileLimitRaisedToTheHardLimitOrReported) {
+  rlimit own{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &own), 0);
+  if (own.rlim_max == RLIM_INFINITY || own.rlim_max < 512) GTEST_SKIP() << "hard limit unsuitable";
+  demo.SetFileLimit(256, own.rlim_max);
+  ASSERT_TRUE(demo.Start({"--slots", "5"}, log_path));
+  std::ifstream limits("/proc/" + std::to_string(demo.pid()) + "/limits");
+  std::string line;
+  while (std::getline(limits, line) && line.rfind("Max open files", 0) != 0) {
+  }
+  std::istringstream fields(line.substr(std::string("Max open files").size()));
+  std::string soft, hard;
+  fields >> soft >> hard;
+  EXPECT_EQ(soft, std::to_string(own.rlim_max));
+  EXPECT_EQ(hard, std::to_string(own.rlim_max));
+  EXPECT_EQ(demo.Stop(), 0);
+  std::stringstream quiet;
+  quiet << std::ifstream(log_path).rdbuf();
+  EXPECT_EQ(quiet.str().find("open-file limit"), std::string::npos) << quiet.str();
+
+  demo.SetFileLimit(64, 64);  // below twice --slots: said at start, and the demo still serves
+  ASSERT_TRUE(demo.Start({"--slots", "100"}, log_path));
+  EXPECT_EQ(Code("", "/"), "200");
+  EXPECT_EQ(demo.Stop(), 0);
+  std::stringstream log;
+  log << std::ifstream(log_path).rdbuf();
+  EXPECT_NE(log.str().find("varnek-demo: the open-file limit is 64 (hard limit), less than twice "
+                           "--slots (200)"),
+            std::string::npos)
+      << log.str();
+}
+
+TEST_F(DemoHostTest, SecuredPathMatchedWithoutRegardToCaseAsTheServerDoes) {
+  ASSERT_TRUE(demo.Start());
+  EXPECT_EQ(Code("", "/ADMIN/"), "401");
+  EXPECT_NE(Curl("-u admin:admin", "/ADMIN/").find("You passed"), std::string::npos);
+  EXPECT_NE(Curl("-u admin:admin", "/Admin/x").find("You passed"), std::string::npos);
+  EXPECT_EQ(Code("-u admin:admin", "/other/"), "404");
+}
+
+}  // namespace
+}  // namespace varnek
