@@ -326,6 +326,25 @@ TYPED_TEST(SocketContract, WaitingBytesGrowUpToTheMaximumThenTheConnectionFails)
   EXPECT_EQ(srv.done, std::vector<int32_t>{kOpReceive});  // nothing for the failure
 }
 
+TYPED_TEST(SocketContract, PendingConnectionsAreOfferedOneAfterAnotherWithoutNesting) {
+  auto [env, srv, s] = std::tie(this->env, this->srv, this->s);
+  srv.take = false;
+  std::vector<int> depths;
+  srv.listener->on_connection_request = [&](int32_t h) {
+    srv.handles.push_back(h);
+    depths.push_back(env.loop.PumpDepth());
+  };
+  std::vector<std::unique_ptr<typename TypeParam::Peer>> crowd;
+  for (int k = 0; k < 300; ++k) crowd.push_back(env.Connect(srv.port));
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return srv.handles.size() == 300; }));
+  // Every offer runs at the loop's own level: none inside another.
+  EXPECT_EQ(*std::max_element(depths.begin(), depths.end()), 1);
+  // Not taken: each is closed, so every peer sees its end.
+  EXPECT_TRUE(PumpUntil(env.loop, [&] {
+    return std::all_of(crowd.begin(), crowd.end(), [](auto& p) { return p->Ended(); });
+  }));
+}
+
 TYPED_TEST(SocketContract, HandlerFiredFromACopyMayDestroyItsOwnControl) {
   auto& srv = this->srv;
   int fired = 0;
