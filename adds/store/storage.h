@@ -12,6 +12,8 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
+#include <utility>
 #include <vector>
 
 #include "adds/adds_core.h"
@@ -153,7 +155,10 @@ class Storage : public virtual TextToolkit {
   // Post-order walk from pFilePath: each subtree's entries before its folder's
   // own, the root's last. With a pattern: plain files (not hidden) matching
   // it, with TAB and the 14-digit date when asked; without: folders. Folders
-  // named PAGEFILE.SYS are not walked. Pumps the host loop at every folder.
+  // named PAGEFILE.SYS are not walked. A symbolic link to a folder is listed
+  // as the folder the classic enumeration shows, but never walked (a link
+  // back to a parent would nest for ever), and no folder (device and inode)
+  // is walked twice in one scan. Pumps the host loop at every folder.
   // Resume: unreadable folders are passed over. True at top level, false
   // when internal_Recursive is given (which appends to the current list).
   bool Disk_ScanRecursiveFiles(const Variant& pFilePath, Text FilePattern,
@@ -176,10 +181,15 @@ class Storage : public virtual TextToolkit {
     Text Value;
   };
   class ScanSink;
+  class ScanSeenScope;
 
   FileSystem& files() const;
   ProfileStore& profiles() const;
 
+  // File_ReadBinary that tells a failed read (false, content "") from a
+  // file that was read or that step 1 found absent (true): read-modify-write
+  // routines never save over a file they could not read.
+  bool ReadWhole(const Variant& Filename, bool ReadOnly, Text& content);
   // Splits at the last "/" as reverse, cut, reverse back; false without "/".
   bool SplitPath(const Text& filename, Text& folder, Text& name);
   // DateTime_PausaTimer's sub-second wait, pumping the host loop.
@@ -202,7 +212,8 @@ class Storage : public virtual TextToolkit {
   std::vector<IniBufferEntry> ini_buffer_;
   int32_t ini_buffer_upper_ = -1;
   int16_t ini_buffer_count_ = 0;
-  uint32_t rnd_state_ = 0x50000;  // the classic generator's initial seed
+  uint32_t rnd_state_ = 0x50000;
+  std::set<std::pair<uint64_t, uint64_t>> scan_seen_;  // folders walked by the current scan  // the classic generator's initial seed
 };
 
 }  // namespace varnek

@@ -22,6 +22,18 @@ int32_t Find(int32_t start, TextView text, TextView needle) {
   return at == TextView::npos ? 0 : static_cast<int32_t>(at + 1);
 }
 
+Text CutBefore(const Text& text, size_t& offset, TextView separator) {
+  if (offset >= text.size()) return Text();
+  TextView rest = TextView(text).substr(offset);
+  // A separator starting at position kMaxInt16 + 1 or later can't be stored.
+  TextView window = rest.substr(0, static_cast<size_t>(kMaxInt16) - 1 + separator.size());
+  size_t at = window.find(separator);
+  if (at == TextView::npos) return Text();
+  Text piece(rest.substr(0, at));
+  offset = std::min(text.size(), offset + at + separator.size());
+  return piece;
+}
+
 bool ReplaceAll(Text& text, TextView from, TextView to) {
   size_t at = text.find(from);
   if (at == Text::npos) return false;
@@ -102,12 +114,14 @@ Text TextToolkit::Var_GetPart(Variant& StartStrg, const Variant& Delimiter,
   Guarded([&] {
     Text delimiter = CStr(Delimiter);
     Text source = CStr(StartStrg);
-    int32_t found = text::Find(1, source, delimiter);
-    if (found == 0) return;
+    if (source.empty()) return;
     // The walk of the 16-bit position overflows before reaching a delimiter
-    // that starts past 32767.
-    if (!FitsInt16(found)) Fail(kErrOverflow);
-    size_t p = static_cast<size_t>(found);
+    // that starts past 32767, which the guarded mode turns into "" with the
+    // text untouched, as when there is none: so the search stops there.
+    size_t window = static_cast<size_t>(text::kMaxInt16) - 1 + delimiter.size();
+    size_t at = TextView(source).substr(0, window).find(delimiter);
+    if (at == TextView::npos) return;
+    size_t p = at + 1;
     piece = source.substr(0, p);
     size_t after = p - 1 + delimiter.size();
     StartStrg = Variant(after < source.size() ? source.substr(after) : Text());

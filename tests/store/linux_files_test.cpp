@@ -33,7 +33,7 @@ TEST(LinuxFilesTest, EnumerateAndWholeFileFailures) {
   EXPECT_RUNTIME_ERROR(fs.Length(tmp / "missing"), kErrFileNotFound);
   EXPECT_RUNTIME_ERROR(fs.Delete(tmp / "missing"), kErrFileNotFound);
   EXPECT_RUNTIME_ERROR(fs.Copy(tmp / "missing", tmp / "x"), kErrFileNotFound);
-  EXPECT_RUNTIME_ERROR(fs.WriteAll(tmp / "no/such/folder.txt", "x"), kErrFileNotFound);
+  EXPECT_RUNTIME_ERROR(fs.WriteAll(tmp / "no/such/folder.txt", "x"), kErrPathNotFound);
   EXPECT_RUNTIME_ERROR(fs.Delete(tmp.text()), kErrPathFileAccess);
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tmp.path()), {}), 1);  // no "x", no temp
 }
