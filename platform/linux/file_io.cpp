@@ -3,6 +3,8 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <pwd.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -127,6 +129,16 @@ std::string FolderOf(const std::string& path) {
 std::string BaseOf(const std::string& path) {
   size_t slash = path.rfind('/');
   return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::string DataHome() {
+  if (const char* xdg = getenv("XDG_DATA_HOME"); xdg && *xdg == '/') return xdg;
+  const char* home = getenv("HOME");
+  if (!home || !*home) {
+    passwd* pw = getpwuid(getuid());
+    home = pw ? pw->pw_dir : "/tmp";
+  }
+  return std::string(home) + "/.local/share";
 }
 
 double LocalDateFromTime(long long seconds_since_epoch) {

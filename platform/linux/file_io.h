@@ -49,6 +49,11 @@ bool ReadFile(const std::string& path, std::string& out);
 std::string FolderOf(const std::string& path);
 std::string BaseOf(const std::string& path);
 
+// The per-user data folder: $XDG_DATA_HOME when it is an absolute path, else
+// $HOME/.local/share (the home folder from the password database when $HOME
+// is unset).
+std::string DataHome();
+
 // A modification time as a classic local date (days since 1899-12-30).
 double LocalDateFromTime(long long seconds_since_epoch);
 
