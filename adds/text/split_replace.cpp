@@ -215,19 +215,18 @@ Variant TextToolkit::Var_Reverse(const Variant& sSource) {
 Variant TextToolkit::Var_CountChar(const Variant& TmpCadena, const Variant& tmpStrToFind) {
   Text hay = CStr(TmpCadena);
   Text needle = CStr(tmpStrToFind);
-  int32_t count = 0;
-  size_t i = 0;
-  while (i < hay.size()) {
-    if (hay.compare(i, needle.size(), needle) == 0 && i + needle.size() <= hay.size()) {
-      // The 16-bit count: an empty needle matches forever and overflows here.
-      if (count == text::kMaxInt16) Fail(kErrOverflow);
-      ++count;
-      i += needle.size();
-    } else {
-      ++i;
-    }
+  if (needle.empty()) {
+    // The classic loop never advances past an empty needle and its count
+    // grows without end; it fails here instead of hanging the host.
+    if (hay.empty()) return Variant::Integer(0);
+    Fail(kErrOverflow);
   }
-  return Variant::Integer(static_cast<int16_t>(count));
+  // Non-overlapping matches, walked over the whole text. The count is a
+  // Variant: Integer while it fits 16 bits, Long above, as its + 1 would give.
+  int64_t count = 0;
+  for (size_t at = hay.find(needle); at != Text::npos; at = hay.find(needle, at + needle.size())) ++count;
+  if (count <= text::kMaxInt16) return Variant::Integer(static_cast<int16_t>(count));
+  return Variant::Long(static_cast<int32_t>(count));
 }
 
 Text TextToolkit::Var_TrimNull(Text StrIn) {
