@@ -2,10 +2,7 @@
 // values and the section lister on large files, a record file of 1,500
 // records, a scan of a tree of 10,000 files, and appends under SIGKILL.
 #include <benchmark/benchmark.h>
-#include <signal.h>
 #include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -15,6 +12,7 @@
 #include "adds/store/storage.h"
 #include "platform/platform.h"
 #include "runtime/convert.h"
+#include "tests/store/child_process.h"
 
 namespace varnek {
 namespace {
@@ -178,23 +176,13 @@ void BM_KilledAppends(benchmark::State& state) {
   for (auto _ : state) {
     std::filesystem::remove(path);
     for (int run = 0; run < 100; ++run) {
-      int ready[2];
-      if (pipe(ready) != 0) std::abort();
-      pid_t child = fork();
-      if (child == 0) {
+      KillWhenReady([&](int ready) {
         BenchStorage store(LinuxPlatform());
         for (int i = 0; i < 20000; ++i) {
           store.FileDB_Agregar(Utf8ToText(path), Text(300, u'a'), u"b");
-          if (i == run % 50) (void)!write(ready[1], "r", 1);
+          if (i == run % 50) (void)!write(ready, "r", 1);
         }
-        _exit(0);
-      }
-      char c;
-      close(ready[1]);
-      (void)!read(ready[0], &c, 1);
-      close(ready[0]);
-      kill(child, SIGKILL);
-      waitpid(child, nullptr, 0);
+      });
     }
     std::ifstream in(path, std::ios::binary);
     std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());

@@ -131,15 +131,17 @@ std::string BaseOf(const std::string& path) {
   return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-std::string DataHome() {
-  if (const char* xdg = getenv("XDG_DATA_HOME"); xdg && *xdg == '/') return xdg;
+std::string XdgFolder(const char* variable, const char* under_home) {
+  if (const char* xdg = getenv(variable); xdg && *xdg == '/') return xdg;
   const char* home = getenv("HOME");
   if (!home || !*home) {
     passwd* pw = getpwuid(getuid());
     home = pw ? pw->pw_dir : "/tmp";
   }
-  return std::string(home) + "/.local/share";
+  return std::string(home) + "/" + under_home;
 }
+
+std::string DataHome() { return XdgFolder("XDG_DATA_HOME", ".local/share"); }
 
 double LocalDateFromTime(long long seconds_since_epoch) {
   time_t t = static_cast<time_t>(seconds_since_epoch);

@@ -49,9 +49,10 @@ bool ReadFile(const std::string& path, std::string& out);
 std::string FolderOf(const std::string& path);
 std::string BaseOf(const std::string& path);
 
-// The per-user data folder: $XDG_DATA_HOME when it is an absolute path, else
-// $HOME/.local/share (the home folder from the password database when $HOME
-// is unset).
+// A per-user base folder: $<variable> when it is an absolute path, else
+// $HOME/<under_home> (the home folder from the password database when $HOME
+// is unset). DataHome() is XdgFolder("XDG_DATA_HOME", ".local/share").
+std::string XdgFolder(const char* variable, const char* under_home);
 std::string DataHome();
 
 // A modification time as a classic local date (days since 1899-12-30).

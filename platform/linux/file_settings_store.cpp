@@ -5,7 +5,6 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <pwd.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -122,17 +121,9 @@ std::string FolderName(TextView group) {
   return out;
 }
 
-std::string DefaultRoot() {
-  if (const char* xdg = getenv("XDG_CONFIG_HOME"); xdg && *xdg == '/') return xdg;
-  const char* home = getenv("HOME");
-  if (!home || !*home) {
-    passwd* pw = getpwuid(getuid());
-    home = pw ? pw->pw_dir : "/tmp";
-  }
-  return std::string(home) + "/.config";
-}
+std::string DefaultRoot() { return linux_io::XdgFolder("XDG_CONFIG_HOME", ".config"); }
 
-// mkdir -p for the group folder; fails as above.
+// mkdir -p for the group folder; fails with the classic file numbers.
 void MakeFolders(const std::string& path) {
   for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
     std::string part = path.substr(0, slash);

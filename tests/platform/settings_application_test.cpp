@@ -10,7 +10,7 @@
 
 #include "platform/linux/file_settings_store.h"
 #include "platform/linux/linux_application.h"
-#include "tests/store/as_nobody.h"
+#include "tests/store/child_process.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

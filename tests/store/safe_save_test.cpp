@@ -9,7 +9,7 @@
 #include <sys/un.h>
 
 #include "platform/linux/file_settings_store.h"
-#include "tests/store/as_nobody.h"
+#include "tests/store/child_process.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {
@@ -163,23 +163,12 @@ TEST_F(SafeSaveTest, LeftoversOfKilledSavesGoWithTheNextSave) {
   const std::string a(1 << 20, 'A'), b((1 << 20) + 777, 'B');
   store.File_SaveBinary(T("big.bin"), BytesToText(a));
   for (int round = 0; round < 4; ++round) {
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
-    pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
+    KillWhenReady([&](int ready) {
       for (int i = 0; i < 400; ++i) {
         LinuxFiles().WriteAll(T("big.bin"), i % 2 ? a : b);
-        if (i == round) (void)!write(ready[1], "r", 1);
+        if (i == round) (void)!write(ready, "r", 1);
       }
-      _exit(0);
-    }
-    char c;
-    close(ready[1]);
-    (void)!read(ready[0], &c, 1);
-    close(ready[0]);
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
+    });
     std::string got = ReadBytes(P("big.bin"));
     EXPECT_TRUE(got == a || got == b) << "round " << round << ": " << got.size() << " bytes";
   }
@@ -229,23 +218,12 @@ TEST_F(SafeSaveTest, KilledAppendsLeaveWholeRecords) {
   const Text field(300, u'a');
   const std::string record = std::string(300, 'a') + "\xF4" "b\xF4\xF5";
   for (int run = 0; run < 10; ++run) {
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
-    pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
+    KillWhenReady([&](int ready) {
       for (int i = 0; i < 20000; ++i) {
         store.FileDB_Agregar(T("h.db"), field, u"b");
-        if (i == run * 7) (void)!write(ready[1], "r", 1);
+        if (i == run * 7) (void)!write(ready, "r", 1);
       }
-      _exit(0);
-    }
-    char c;
-    close(ready[1]);
-    (void)!read(ready[0], &c, 1);
-    close(ready[0]);
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
+    });
   }
   std::string all = ReadBytes(P("h.db"));
   ASSERT_FALSE(all.empty());

@@ -1,9 +1,11 @@
-// Runs a piece of a test as an ordinary user: a forked child that drops to
-// user and group 65534 when the tests run as root (root passes every
-// permission check), and that hands a text back to the parent through a pipe.
+// Pieces of a test run in a forked child: as an ordinary user (user and group
+// 65534 when the tests run as root, since root passes every permission
+// check), handing a text back through a pipe; or killed with SIGKILL at a
+// moment the child itself announces.
 #pragma once
 
 #include <grp.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -39,6 +41,27 @@ inline std::string AsNobody(const std::function<std::string()>& body) {
   waitpid(child, &status, 0);
   if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return "child failed";
   return out;
+}
+
+// Runs body(ready) in a child, waits until the child writes a byte to the
+// descriptor ready (or ends), then kills it with SIGKILL and reaps it.
+inline void KillWhenReady(const std::function<void(int ready)>& body) {
+  int fds[2];
+  if (pipe(fds) != 0) return;
+  pid_t child = fork();
+  if (child < 0) return;
+  if (child == 0) {
+    close(fds[0]);
+    body(fds[1]);
+    _exit(0);
+  }
+  close(fds[1]);
+  char byte;
+  ssize_t ignored = read(fds[0], &byte, 1);
+  (void)ignored;
+  close(fds[0]);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
 }
 
 }  // namespace varnek
