@@ -5,8 +5,16 @@
 // Paths are Text; on Linux they travel to the kernel as UTF-8 and the
 // separator is "/". Failures of the whole-file operations are RuntimeErrors
 // with the classic file numbers (53 file not found, 76 path not found, 75
-// path/file access error, 70 permission denied), so the resume routines of
-// Adds can swallow them statement by statement.
+// path/file access error, 70 permission denied, 61 disk full), so the resume
+// routines of Adds can swallow them statement by statement.
+//
+// Rules every implementation keeps:
+//   - only regular files are read or written as files: a folder, pipe,
+//     socket or device fails at once (75), never waits;
+//   - a whole-file write behaves like the truncating write: a file the caller
+//     may not write fails (70) and keeps its content; links are followed and
+//     mode and owner kept; where it is safe the write is atomic;
+//   - an append is one write of the whole record.
 //
 //   std::vector<FileEntry> found;
 //   if (fs.Enumerate(u"/tmp/x/*.txt", found)) { ... }
@@ -74,7 +82,8 @@ class FileSystem {
   // The whole file as bytes. read_only false opens for reading and writing
   // (a file that may not be written is still read) and creates a missing file
   // empty, unless its name holds "*" or "?"; read_only true fails with 53 on a
-  // missing one. A folder, pipe, socket or device fails at once with 75.
+  // missing one. A folder, pipe, socket or device fails at once with 75; a
+  // file too big for memory with 7, before it is read.
   virtual std::string ReadAll(TextView path, bool read_only) = 0;
   // Replaces the file with the bytes as the truncating write would, atomic
   // where that is safe (the Linux rules: platform/linux/safe_replace.h). A file

@@ -54,8 +54,10 @@ class ProfileStore {
   // is rewritten in place as "key=value", a new key goes after the section's
   // last line, a new section at the end of the file; every other byte stays.
   // No value deletes the key, no key deletes the section (true even when it
-  // was not there). No section, or a file that cannot be written (a missing
-  // folder), gives false. The file is replaced atomically.
+  // was not there). No section, a file that is there but cannot be read, or
+  // one that cannot be written (a missing folder, no permission), gives false
+  // and leaves the file as it was. The file is replaced as
+  // FileSystem::WriteAll replaces one.
   virtual bool WriteString(OptionalText section, OptionalText key, OptionalText value,
                            TextView file) = 0;
 };

@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <new>
+
 #include "platform/linux/file_io.h"
 #include "platform/linux/safe_replace.h"
 #include "runtime/failure.h"
@@ -68,7 +70,13 @@ std::string LinuxFileSystem::ReadAll(TextView path, bool read_only) {
   if (fd < 0) FailFromErrno(target);
   FdCloser closer(fd);
   std::string bytes;
-  if (!linux_io::ReadFd(fd, bytes)) FailFromErrno();
+  bool read;
+  try {
+    read = linux_io::ReadFd(fd, bytes);
+  } catch (const std::bad_alloc&) {
+    Fail(kErrOutOfMemory);  // the file does not fit in memory
+  }
+  if (!read) FailFromErrno();
   return bytes;
 }
 
