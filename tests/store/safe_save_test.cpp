@@ -44,7 +44,7 @@ TEST_F(SafeSaveTest, FilesTheUserMayNotWriteStayAsTheyWere) {
   WriteBytes(P("none.ini"), kIni);
   WriteBytes(P("rec.db"), "x\xF4y\xF4\xF5");
   chmod(P("ro.ini").c_str(), 0444);
-  chmod(P("none.ini").c_str(), 0);
+  chmod(P("none.ini").c_str(), 0200);  // may be written, not read
   GiveToNobody({"ro.ini", "none.ini", "rec.db"});
   std::string got = AsNobody([&] {
     std::string r;
