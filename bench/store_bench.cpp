@@ -1,14 +1,18 @@
-// Storage measurements: INI reads through the cache and from the file, a
-// record file of 1,500 records, and a scan of a tree of 10,000 files.
+// Storage measurements: INI reads through the cache and from the file, long
+// values and the section lister on large files, a record file of 1,500
+// records, a scan of a tree of 10,000 files, and appends under SIGKILL.
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
 #include "adds/store/storage.h"
 #include "platform/platform.h"
+#include "runtime/convert.h"
+#include "tests/store/child_process.h"
 
 namespace varnek {
 namespace {
@@ -112,6 +116,86 @@ void BM_ScanRecursiveFiles10000(benchmark::State& state) {
   state.SetLabel("111 folders, 10,000 files, Linux loop pumping");
 }
 BENCHMARK(BM_ScanRecursiveFiles10000)->Unit(benchmark::kMillisecond);
+
+// A file of `bytes` units of a deterministic junk that holds "[", "]", CR
+// and LF as often as random bytes would.
+void WriteJunk(const std::string& path, size_t bytes, const std::string& head = {}) {
+  std::string junk = head;
+  junk.reserve(bytes);
+  uint32_t state = 12345;
+  while (junk.size() < bytes) {
+    state = state * 1103515245u + 12345u;
+    junk += static_cast<char>(state >> 24);
+  }
+  std::ofstream(path, std::ios::binary) << junk;
+}
+
+// INI_GetString of one long value, the cache purged: the value is read once.
+void BM_IniGetStringLongValue(benchmark::State& state) {
+  BenchStorage store(LinuxPlatform());
+  const size_t length = static_cast<size_t>(state.range(0));
+  std::ofstream(Folder() + "/long.ini", std::ios::binary) << "[s]\r\nk=" << std::string(length, 'v') << "\r\n";
+  store.INI_SetFileName(InFolder("long.ini"));
+  size_t got = 0;
+  for (auto _ : state) {
+    store.INI_PurgeBuffer();
+    got = store.INI_GetString(u"s", u"k", u"").size();
+  }
+  if (got != length) state.SkipWithError("the value did not come back whole");
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(length));
+}
+BENCHMARK(BM_IniGetStringLongValue)->Arg(1 << 20)->Arg(50 << 20)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// INI_ListAppName over 100 MB of junk, and over 20 MB that starts with 8,000
+// sections.
+void BM_IniListAppName(benchmark::State& state) {
+  BenchStorage store(LinuxPlatform());
+  const size_t megabytes = static_cast<size_t>(state.range(0));
+  std::string head;
+  if (state.range(1)) {
+    for (int i = 0; i < 8000; ++i) head += "[section" + std::to_string(i) + "]\r\nk=v\r\n";
+  }
+  WriteJunk(Folder() + "/junk.ini", megabytes << 20, head);
+  store.INI_SetFileName(InFolder("junk.ini"));
+  size_t names = 0;
+  for (auto _ : state) {
+    Text list = CStr(store.INI_ListAppName());
+    names = static_cast<size_t>(std::count(list.begin(), list.end(), u'\t'));
+  }
+  state.counters["names"] = static_cast<double>(names);
+  state.SetLabel(std::to_string(megabytes) + " MB" + (state.range(1) ? ", 8,000 sections first" : " of junk"));
+}
+BENCHMARK(BM_IniListAppName)->Args({100, 0})->Args({20, 1})->Unit(benchmark::kMillisecond)->Iterations(2);
+
+// 100 children append records until each is killed; a torn record is one
+// whose bytes are not the record written.
+void BM_KilledAppends(benchmark::State& state) {
+  const std::string record = std::string(300, 'a') + "\xF4" "b\xF4\xF5";
+  const std::string path = Folder() + "/killed.db";
+  size_t torn = 0, records = 0;
+  for (auto _ : state) {
+    std::filesystem::remove(path);
+    for (int run = 0; run < 100; ++run) {
+      KillWhenReady([&](int ready) {
+        BenchStorage store(LinuxPlatform());
+        for (int i = 0; i < 20000; ++i) {
+          store.FileDB_Agregar(Utf8ToText(path), Text(300, u'a'), u"b");
+          if (i == run % 50) (void)!write(ready, "r", 1);
+        }
+      });
+    }
+    std::ifstream in(path, std::ios::binary);
+    std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    torn = all.size() % record.size() != 0;
+    records = all.size() / record.size();
+    for (size_t at = 0; at + record.size() <= all.size(); at += record.size())
+      torn += all.compare(at, record.size(), record) != 0;
+  }
+  state.counters["kills"] = 100;
+  state.counters["records"] = static_cast<double>(records);
+  state.counters["torn"] = static_cast<double>(torn);
+}
+BENCHMARK(BM_KilledAppends)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 }  // namespace
 }  // namespace varnek

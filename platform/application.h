@@ -11,7 +11,11 @@ class Application {
   virtual ~Application() = default;
   // The application's title; on Linux the program's file name.
   virtual Text Title() = 0;
-  // The folder of the executable, without a trailing "/".
+  // The application's folder, without a trailing "/": where its log, INI and
+  // history files go. On Linux that is the executable's folder when the
+  // process may write there; otherwise (a program installed under /usr/bin)
+  // the per-application data folder $XDG_DATA_HOME/<title> (by default
+  // ~/.local/share/<title>), made on first use.
   virtual Text Path() = 0;
   // The arguments after the program name, joined by single blanks, as the
   // classic Command$ gives them.

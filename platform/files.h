@@ -5,8 +5,16 @@
 // Paths are Text; on Linux they travel to the kernel as UTF-8 and the
 // separator is "/". Failures of the whole-file operations are RuntimeErrors
 // with the classic file numbers (53 file not found, 76 path not found, 75
-// path/file access error, 70 permission denied), so the resume routines of
-// Adds can swallow them statement by statement.
+// path/file access error, 70 permission denied, 61 disk full), so the resume
+// routines of Adds can swallow them statement by statement.
+//
+// Rules every implementation keeps:
+//   - only regular files are read or written as files: a folder, pipe,
+//     socket or device fails at once (75), never waits;
+//   - a whole-file write behaves like the truncating write: a file the caller
+//     may not write fails (70) and keeps its content; links are followed and
+//     mode and owner kept; where it is safe the write is atomic;
+//   - an append is one write of the whole record.
 //
 //   std::vector<FileEntry> found;
 //   if (fs.Enumerate(u"/tmp/x/*.txt", found)) { ... }
@@ -29,6 +37,9 @@ struct FileEntry {
   bool system = false;     // no Linux counterpart: always false
   double date = 0;         // last modification, as a classic local date
   int64_t size = 0;
+  bool link = false;       // the name is a symbolic link (the rest describes its target)
+  uint64_t device = 0;     // device and inode of what the name leads to:
+  uint64_t inode = 0;      // equal pairs are one and the same file or folder
 };
 
 // The shell's file-operation request: operation code, "from" and "to" lists
@@ -68,18 +79,25 @@ class FileSystem {
  public:
   virtual ~FileSystem() = default;
 
-  // The whole file as bytes. read_only false opens for reading and writing and
-  // creates a missing file empty; read_only true fails with 53 on a missing one.
+  // The whole file as bytes. read_only false opens for reading and writing
+  // (a file that may not be written is still read) and creates a missing file
+  // empty, unless its name holds "*" or "?"; read_only true fails with 53 on a
+  // missing one. A folder, pipe, socket or device fails at once with 75; a
+  // file too big for memory with 7, before it is read.
   virtual std::string ReadAll(TextView path, bool read_only) = 0;
-  // Replaces the file with the bytes atomically (temp file in the same folder,
-  // fsync, rename): a crash leaves the old or the new content, whole.
+  // Replaces the file with the bytes as the truncating write would, atomic
+  // where that is safe (the Linux rules: platform/linux/safe_replace.h). A file
+  // the caller may not write fails with 70 and is left as it was.
   virtual void WriteAll(TextView path, std::string_view bytes) = 0;
-  // Appends the bytes, creating the file if need be.
+  // Appends the bytes in one write to a descriptor opened for appending, so a
+  // killed process leaves the whole record or none; creates the file if need
+  // be. A pipe or device fails with 75.
   virtual void Append(TextView path, std::string_view bytes) = 0;
   // FileLen: the length in bytes; fails with 53 when the file is missing.
   virtual int64_t Length(TextView path) = 0;
-  // FileCopy: copies the bytes over any existing target; fails with 53 on a
-  // missing source and 76/75 on a target that cannot be written.
+  // FileCopy: copies the bytes over any existing target, which is replaced as
+  // WriteAll does; fails with 53 on a missing source and 76/75/70 on a target
+  // that cannot be written.
   virtual void Copy(TextView from, TextView to) = 0;
   // Kill: deletes one file; fails with 53 when it is missing.
   virtual void Delete(TextView path) = 0;

@@ -37,12 +37,27 @@ class ProfileStore {
   virtual int32_t GetString(OptionalText section, OptionalText key, OptionalText default_value,
                             Text& buffer, TextView file) = 0;
 
+  // What GetString writes for a section and key into a buffer big enough for
+  // it, before its NUL: the value, else the default with its trailing blanks
+  // cut, whatever the length. This version grows a buffer until the answer
+  // fits; stores that can answer in one reading of the file override it.
+  virtual Text GetValue(TextView section, TextView key, OptionalText default_value, TextView file) {
+    Text buffer;
+    for (;;) {
+      buffer.assign(buffer.size() * 2 + 512, u' ');
+      int32_t count = GetString(section, key, default_value, buffer, file);
+      if (static_cast<size_t>(count) + 1 < buffer.size()) return buffer.substr(0, static_cast<size_t>(count));
+    }
+  }
+
   // Writes like the classic WritePrivateProfileString: an existing key's line
   // is rewritten in place as "key=value", a new key goes after the section's
   // last line, a new section at the end of the file; every other byte stays.
   // No value deletes the key, no key deletes the section (true even when it
-  // was not there). No section, or a file that cannot be written (a missing
-  // folder), gives false. The file is replaced atomically.
+  // was not there). No section, a file that is there but cannot be read, or
+  // one that cannot be written (a missing folder, no permission), gives false
+  // and leaves the file as it was. The file is replaced as
+  // FileSystem::WriteAll replaces one.
   virtual bool WriteString(OptionalText section, OptionalText key, OptionalText value,
                            TextView file) = 0;
 };

@@ -6,10 +6,12 @@
 //            routine returns what it had assigned so far.
 //   resume:  Resume([&]{ statement; }); per statement that can fail; a failure
 //            skips that statement only.
-// Only RuntimeError is swallowed; programming errors (std::logic_error,
-// std::bad_alloc, ...) are never caught here.
+// RuntimeError is swallowed, and so is std::bad_alloc, which the failure modes
+// take as failure 7 (Out of memory) like the classic runtime did; programming
+// errors (std::logic_error, ...) are never caught here.
 #pragma once
 
+#include <new>
 #include <stdexcept>
 #include <string>
 
@@ -28,7 +30,10 @@ enum ErrorNumber : int {
   kErrBadFileNameOrNumber = 52,
   kErrFileNotFound = 53,
   kErrFileAlreadyOpen = 55,
+  kErrDeviceIO = 57,
+  kErrDiskFull = 61,
   kErrInputPastEnd = 62,
+  kErrTooManyFiles = 67,
   kErrPermissionDenied = 70,
   kErrPathFileAccess = 75,
   kErrPathNotFound = 76,
@@ -72,6 +77,8 @@ bool Resume(Statement&& statement) {
     return true;
   } catch (const RuntimeError&) {
     return false;
+  } catch (const std::bad_alloc&) {
+    return false;
   }
 }
 
@@ -84,6 +91,8 @@ bool Guarded(Body&& body) {
     return true;
   } catch (const RuntimeError&) {
     return false;
+  } catch (const std::bad_alloc&) {
+    return false;
   }
 }
 
@@ -95,6 +104,9 @@ bool Guarded(Body&& body, OnFailure&& on_failure) {
     return true;
   } catch (const RuntimeError& error) {
     on_failure(error);
+    return false;
+  } catch (const std::bad_alloc&) {
+    on_failure(RuntimeError(kErrOutOfMemory));
     return false;
   }
 }

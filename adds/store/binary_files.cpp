@@ -11,6 +11,12 @@ namespace varnek {
 
 Text Storage::File_ReadBinary(const Variant& Filename, bool ReadOnly) {
   Text result;
+  ReadWhole(Filename, ReadOnly, result);
+  return result;
+}
+
+bool Storage::ReadWhole(const Variant& Filename, bool ReadOnly, Text& content) {
+  content.clear();
   bool absent = false;
   Resume([&] {
     Text folder, name;
@@ -19,9 +25,8 @@ Text Storage::File_ReadBinary(const Variant& Filename, bool ReadOnly) {
       absent = File_ContarArchivos(source, name) == 0;
     }
   });
-  if (absent) return result;
-  Resume([&] { result = BytesToText(files().ReadAll(CStr(Filename), ReadOnly)); });
-  return result;
+  if (absent) return true;
+  return Resume([&] { content = BytesToText(files().ReadAll(CStr(Filename), ReadOnly)); });
 }
 
 bool Storage::File_SaveBinary(const Variant& Filename, const Variant& Content) {

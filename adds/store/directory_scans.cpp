@@ -19,6 +19,25 @@ class Storage::ScanSink {
   virtual void Recurse(const Text& folder) = 0;
 };
 
+// A top-level scan starts with no folder seen and gives the set back as it
+// found it, so a re-entrant scan started while pumping leaves the outer one's.
+class Storage::ScanSeenScope {
+ public:
+  ScanSeenScope(Storage& self, bool top) : self_(self), top_(top) {
+    if (top_) saved_.swap(self_.scan_seen_);
+  }
+  ~ScanSeenScope() {
+    if (top_) saved_.swap(self_.scan_seen_);
+  }
+  ScanSeenScope(const ScanSeenScope&) = delete;
+  ScanSeenScope& operator=(const ScanSeenScope&) = delete;
+
+ private:
+  Storage& self_;
+  bool top_;
+  std::set<std::pair<uint64_t, uint64_t>> saved_;
+};
+
 namespace {
 
 void ShowCaption(CaptionControl* label, const Text& caption) {
@@ -43,15 +62,23 @@ bool Storage::ScanWalk(ScanSink& sink, const Text& path, const Text& pattern, Ca
                        bool with_dates, bool top) {
   loop().DoEvents();
   std::vector<Text> folders{path};
+  // Which subfolders are walked: not symbolic links to folders, and no
+  // folder (device and inode) a second time in one top-level scan.
+  std::vector<bool> walk{true};
   Resume([&] { ShowCaption(label, path); });
   loop().DoEvents();
   Resume([&] {
+    FileEntry self;
+    if (files().Stat(path, self)) scan_seen_.insert({self.device, self.inode});
     std::vector<FileEntry> found;
     files().Enumerate(path + u"/*", found);
     for (const FileEntry& entry : found) {
       if (entry.name == u"." || entry.name == u".." || UCase(entry.name) == u"PAGEFILE.SYS")
         continue;
-      if (entry.directory) folders.push_back(path + u"/" + entry.name);
+      if (!entry.directory) continue;
+      folders.push_back(path + u"/" + entry.name);
+      walk.push_back(!entry.link && !scan_seen_.count({entry.device, entry.inode}));
+      if (walk.back()) scan_seen_.insert({entry.device, entry.inode});
     }
   });
   loop().DoEvents();
@@ -69,9 +96,10 @@ bool Storage::ScanWalk(ScanSink& sink, const Text& path, const Text& pattern, Ca
   };
 
   for (size_t i = 1; i < folders.size(); ++i) {
-    Resume([&] { sink.Recurse(folders[i]); });
+    // A folder that is not walked adds nothing but, listing folders, itself.
+    if (walk[i]) Resume([&] { sink.Recurse(folders[i]); });
     if (!pattern.empty()) {
-      own_files(folders[i]);
+      if (walk[i]) own_files(folders[i]);
     } else {
       Resume([&] { sink.Add(folders[i]); });
     }
@@ -122,6 +150,7 @@ bool Storage::Disk_ScanRecursiveFiles(const Variant& pFilePath, Text FilePattern
     if (!path.empty() && path.back() == u'/') path.pop_back();
   }
   ToCollection sink(*this, FilePattern, StatusLabel, WithDateTime);
+  ScanSeenScope seen(*this, top);
   return ScanWalk(sink, path, FilePattern, StatusLabel, WithDateTime, top);
 }
 
@@ -160,6 +189,7 @@ bool Storage::Disk_ScanRecursiveDirAndOrFiles(ListControl* ListControlDestino, c
     if (!path.empty() && path.back() == u'/') path.pop_back();
   }
   ToList sink(*this, ListControlDestino, pattern, StatusLabel);
+  ScanSeenScope seen(*this, top);
   return ScanWalk(sink, path, pattern, StatusLabel, false, top);
 }
 

@@ -1,5 +1,6 @@
 // The INI store: one current file, read through a cache of 40-unit keys.
 #include "adds/store/storage.h"
+#include "adds/text/text_internal.h"
 #include "platform/profile.h"
 #include "runtime/compare.h"
 #include "runtime/convert.h"
@@ -58,16 +59,13 @@ Text Storage::IniBuffer_Find(const Text& section, const Text& key) const {
 }
 
 int32_t Storage::IniFile_Read(const Text& section, const Text& key, const Text& def, Text& value) {
-  // Grow the buffer by 512 until the value no longer fills it: a value that
-  // fits leaves the buffer's last unit a space.
-  Text buffer;
-  int32_t count = 0;
-  do {
-    buffer += Space(512);
-    count = profiles().GetString(TextView(WithNul(section)), TextView(WithNul(key)),
-                                 TextView(WithNul(def)), buffer, ini_file_name_);
-  } while (buffer.back() != u' ');
-  value = Trim(Ini_CutAtNull(buffer));
+  // The classic loop grows a buffer by 512 until the value no longer fills
+  // it, reading the file again each time; its result is the whole value, so
+  // the value is read once, whatever its length.
+  Text whole = profiles().GetValue(TextView(WithNul(section)), TextView(WithNul(key)),
+                                   TextView(WithNul(def)), ini_file_name_);
+  int32_t count = static_cast<int32_t>(whole.size());
+  value = Trim(Ini_CutAtNull(whole));
 
   if (ini_buffer_upper_ < 0) {  // never purged: the first bounds are 0 to 20
     ini_buffer_upper_ = kCacheStep;
@@ -102,11 +100,14 @@ int16_t Storage::INI_PutString(Text pstrAppName, Text pstrKeyName, Text pstrValu
 }
 
 Variant Storage::INI_ListAppName() {
-  Variant text = File_ReadBinary(INI_FileName);
+  // Var_GetPart(text, "[", True), then Var_GetPart(text, "]", True), walked
+  // with an offset into the text instead of cutting copies of the rest.
+  Text text = File_ReadBinary(INI_FileName);
+  size_t offset = 0;
   Text names;
   for (;;) {
-    Var_GetPart(text, u"[", true);
-    Text name = Var_GetPart(text, u"]", true);
+    text::CutBefore(text, offset, u"[");
+    Text name = text::CutBefore(text, offset, u"]");
     if (name.empty()) break;
     names += name + u"\t";
   }
@@ -114,7 +115,13 @@ Variant Storage::INI_ListAppName() {
 }
 
 Variant Storage::INI_DeleteAppName(const Variant& nAppName) {
-  Variant text = File_ReadBinary(INI_FileName);
+  Text content;
+  // A file that is there but cannot be read is never written over.
+  if (!ReadWhole(INI_FileName, false, content)) {
+    INI_PurgeBuffer();
+    return Variant(true);
+  }
+  Variant text = content;
   Variant header = Concat(Concat(Variant(u"["), nAppName), Variant(u"]"));
   Text before = Var_GetPart(text, header, true);
   Text body = Var_GetPart(text, u"[", true);

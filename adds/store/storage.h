@@ -3,15 +3,20 @@
 //
 // Paths on Linux: the separator is "/" and every rule the routines keep for a
 // separator applies to "/"; an absolute path's root prefix is "/". The
-// application's folder is the executable's folder (Application::Path), so
-// App_Log writes <folder>/Log/yyyy-mm/dd.log and DB_InitSource reads
-// <folder>/DB.ini. File content is one unit a byte through cp1252.
+// application's folder is Application::Path: the executable's folder, or
+// $XDG_DATA_HOME/<program> when that one may not be written; App_Log writes
+// <folder>/Log/yyyy-mm/dd.log and DB_InitSource reads <folder>/DB.ini. File
+// content is one unit a byte through cp1252. Whole files are saved by the
+// platform's safe replace (FileSystem::WriteAll): links, mode and owner kept,
+// files the caller may not write left as they were.
 //
 //   adds.File_SaveBinary(u"/tmp/x/y.txt", u"abc");   // makes /tmp/x
 //   adds.File_ReadBinary(u"/tmp/x/y.txt");           // "abc"
 #pragma once
 
 #include <cstdint>
+#include <set>
+#include <utility>
 #include <vector>
 
 #include "adds/adds_core.h"
@@ -37,14 +42,17 @@ class Storage : public virtual TextToolkit {
 
   // The whole file as text. A path with a folder part whose file is not found
   // by File_ContarArchivos gives "" and touches nothing; otherwise the file is
-  // opened read-write unless ReadOnly, so a bare missing name is created
-  // empty. Resume: any failure gives "".
+  // opened read-write unless ReadOnly (a file that may not be written is still
+  // read), so a bare missing name is created empty, unless it holds "*" or
+  // "?". Resume: any failure gives "", at once for a pipe, socket or device.
   Text File_ReadBinary(const Variant& Filename, bool ReadOnly = false);
   // Replaces the file with Content (no line end added), making its folders
-  // first. The replacement is atomic. Resume; always true.
+  // first, atomic where that is safe. Resume; always true, also when the file
+  // could not be written (it is then left as it was).
   bool File_SaveBinary(const Variant& Filename, const Variant& Content);
-  // Appends Content, creating the file and its folders. ExitIfNotExist is not
-  // read. Resume; always true.
+  // Appends Content in one write, creating the file and its folders; a killed
+  // process leaves it whole or not at all. ExitIfNotExist is not read.
+  // Resume; always true.
   bool File_AppendBinary(const Variant& Filename, const Variant& Content,
                          bool ExitIfNotExist = false);
   // Appends "[dd-mm-yyyy HH:MM:SS]" TAB op TAB description CR LF to the day's
@@ -67,8 +75,9 @@ class Storage : public virtual TextToolkit {
   bool File_Renombrar(const Variant& FileNameWithPath, const Variant& NewFileNameWithPath);
   // The shell's move (1), copy (2), delete (3) or rename (4) of NUL-separated
   // lists; pCaracteristicas are the 16-bit flags (one above 32767 overflows
-  // and is dropped). The window is not used. True when the operation gave 0.
-  // Resume.
+  // and is dropped). The window is not used and nothing is ever asked; with
+  // allow-undo (0x40) a delete moves to the desktop's trash, without it the
+  // items are gone for good. True when the operation gave 0. Resume.
   bool File_Operacion(const Variant& ParentWindow, int32_t pFuncion, int32_t pCaracteristicas,
                       const Variant& pFrom, const Variant& pTo);
   // Counts the entries of sSourcePath (which gets a trailing "/") matching
@@ -104,7 +113,8 @@ class Storage : public virtual TextToolkit {
   void INI_SetLastFileName();
   // The value of a key through the cache. A cached "" is no hit, and a missing
   // key caches its default, which later calls then get whatever default they
-  // pass. With no file set: the trimmed default. Open.
+  // pass. With no file set: the trimmed default. A value of any length is read
+  // from the file once. Open.
   Text INI_GetString(Text pstrAppName, Text pstrKeyName, Text pstrDefault);
   // Writes one key (the cache keeps its old answer); 0 when no file is set,
   // a name is blank or the write failed, 1 otherwise. Open.
@@ -114,7 +124,8 @@ class Storage : public virtual TextToolkit {
   // list, and brackets inside values count. Open.
   Variant INI_ListAppName();
   // Cuts "[name]" (case as given) and its body out of the file's text; a
-  // missing section empties a file that begins with "[". Open; always true.
+  // missing section empties a file that begins with "[". A file that is there
+  // but cannot be read is not saved. Open; always true.
   Variant INI_DeleteAppName(const Variant& nAppName);
 
   // The cache's state, for tests and diagnostics.
@@ -153,7 +164,10 @@ class Storage : public virtual TextToolkit {
   // Post-order walk from pFilePath: each subtree's entries before its folder's
   // own, the root's last. With a pattern: plain files (not hidden) matching
   // it, with TAB and the 14-digit date when asked; without: folders. Folders
-  // named PAGEFILE.SYS are not walked. Pumps the host loop at every folder.
+  // named PAGEFILE.SYS are not walked. A symbolic link to a folder is listed
+  // as the folder the classic enumeration shows, but never walked (a link
+  // back to a parent would nest for ever), and no folder (device and inode)
+  // is walked twice in one scan. Pumps the host loop at every folder.
   // Resume: unreadable folders are passed over. True at top level, false
   // when internal_Recursive is given (which appends to the current list).
   bool Disk_ScanRecursiveFiles(const Variant& pFilePath, Text FilePattern,
@@ -176,10 +190,15 @@ class Storage : public virtual TextToolkit {
     Text Value;
   };
   class ScanSink;
+  class ScanSeenScope;
 
   FileSystem& files() const;
   ProfileStore& profiles() const;
 
+  // File_ReadBinary that tells a failed read (false, content "") from a
+  // file that was read or that step 1 found absent (true): read-modify-write
+  // routines never save over a file they could not read.
+  bool ReadWhole(const Variant& Filename, bool ReadOnly, Text& content);
   // Splits at the last "/" as reverse, cut, reverse back; false without "/".
   bool SplitPath(const Text& filename, Text& folder, Text& name);
   // DateTime_PausaTimer's sub-second wait, pumping the host loop.
@@ -202,7 +221,8 @@ class Storage : public virtual TextToolkit {
   std::vector<IniBufferEntry> ini_buffer_;
   int32_t ini_buffer_upper_ = -1;
   int16_t ini_buffer_count_ = 0;
-  uint32_t rnd_state_ = 0x50000;  // the classic generator's initial seed
+  uint32_t rnd_state_ = 0x50000;
+  std::set<std::pair<uint64_t, uint64_t>> scan_seen_;  // folders walked by the current scan  // the classic generator's initial seed
 };
 
 }  // namespace varnek

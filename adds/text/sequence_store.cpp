@@ -10,19 +10,10 @@ namespace varnek {
 
 namespace {
 
-// Var_GetPart(rest, separator, True) on rest = content[offset..], without
-// copying rest: the piece before the separator, offset moved past it. A
-// separator missing, or starting past the 16-bit limit of the walk, gives ""
-// and leaves offset alone; so does a Null separator (held as nullptr).
+// text::CutBefore, with a Null separator (held as nullptr) cutting nothing.
 Text CutRecord(const Text& content, size_t& offset, const Text* separator) {
-  if (separator == nullptr || offset >= content.size()) return Text();
-  size_t at = separator->empty() ? offset : content.find(*separator, offset);
-  if (at == Text::npos) return Text();
-  size_t p = at - offset + 1;  // 1-based position within rest
-  if (p > static_cast<size_t>(text::kMaxInt16)) return Text();
-  Text piece = content.substr(offset, p - 1);
-  offset = std::min(content.size(), at + separator->size());
-  return piece;
+  if (separator == nullptr) return Text();
+  return text::CutBefore(content, offset, *separator);
 }
 
 // The field separator the first record suggests: whichever of "=", TAB and

@@ -22,6 +22,18 @@ int32_t Find(int32_t start, TextView text, TextView needle) {
   return at == TextView::npos ? 0 : static_cast<int32_t>(at + 1);
 }
 
+Text CutBefore(const Text& text, size_t& offset, TextView separator) {
+  if (offset >= text.size()) return Text();
+  TextView rest = TextView(text).substr(offset);
+  // A separator starting at position kMaxInt16 + 1 or later can't be stored.
+  TextView window = rest.substr(0, static_cast<size_t>(kMaxInt16) - 1 + separator.size());
+  size_t at = window.find(separator);
+  if (at == TextView::npos) return Text();
+  Text piece(rest.substr(0, at));
+  offset = std::min(text.size(), offset + at + separator.size());
+  return piece;
+}
+
 bool ReplaceAll(Text& text, TextView from, TextView to) {
   size_t at = text.find(from);
   if (at == Text::npos) return false;
@@ -102,12 +114,14 @@ Text TextToolkit::Var_GetPart(Variant& StartStrg, const Variant& Delimiter,
   Guarded([&] {
     Text delimiter = CStr(Delimiter);
     Text source = CStr(StartStrg);
-    int32_t found = text::Find(1, source, delimiter);
-    if (found == 0) return;
+    if (source.empty()) return;
     // The walk of the 16-bit position overflows before reaching a delimiter
-    // that starts past 32767.
-    if (!FitsInt16(found)) Fail(kErrOverflow);
-    size_t p = static_cast<size_t>(found);
+    // that starts past 32767, which the guarded mode turns into "" with the
+    // text untouched, as when there is none: so the search stops there.
+    size_t window = static_cast<size_t>(text::kMaxInt16) - 1 + delimiter.size();
+    size_t at = TextView(source).substr(0, window).find(delimiter);
+    if (at == TextView::npos) return;
+    size_t p = at + 1;
     piece = source.substr(0, p);
     size_t after = p - 1 + delimiter.size();
     StartStrg = Variant(after < source.size() ? source.substr(after) : Text());
@@ -201,19 +215,18 @@ Variant TextToolkit::Var_Reverse(const Variant& sSource) {
 Variant TextToolkit::Var_CountChar(const Variant& TmpCadena, const Variant& tmpStrToFind) {
   Text hay = CStr(TmpCadena);
   Text needle = CStr(tmpStrToFind);
-  int32_t count = 0;
-  size_t i = 0;
-  while (i < hay.size()) {
-    if (hay.compare(i, needle.size(), needle) == 0 && i + needle.size() <= hay.size()) {
-      // The 16-bit count: an empty needle matches forever and overflows here.
-      if (count == text::kMaxInt16) Fail(kErrOverflow);
-      ++count;
-      i += needle.size();
-    } else {
-      ++i;
-    }
+  if (needle.empty()) {
+    // The classic loop never advances past an empty needle and its count
+    // grows without end; it fails here instead of hanging the host.
+    if (hay.empty()) return Variant::Integer(0);
+    Fail(kErrOverflow);
   }
-  return Variant::Integer(static_cast<int16_t>(count));
+  // Non-overlapping matches, walked over the whole text. The count is a
+  // Variant: Integer while it fits 16 bits, Long above, as its + 1 would give.
+  int64_t count = 0;
+  for (size_t at = hay.find(needle); at != Text::npos; at = hay.find(needle, at + needle.size())) ++count;
+  if (count <= text::kMaxInt16) return Variant::Integer(static_cast<int16_t>(count));
+  return Variant::Long(static_cast<int32_t>(count));
 }
 
 Text TextToolkit::Var_TrimNull(Text StrIn) {

@@ -18,6 +18,12 @@ inline size_t FindFrom(TextView text, TextView needle, size_t from) {
   return text.find(needle, from);
 }
 
+// Var_GetPart(rest, separator, True) on rest = text[offset..], without
+// copying rest: the piece before the separator, offset moved past it. A
+// separator that is missing, or starts past the 16-bit limit of the walk,
+// gives "" and leaves offset alone; the search never looks past that limit.
+Text CutBefore(const Text& text, size_t& offset, TextView separator);
+
 // Every occurrence of from (non-empty) replaced by to in one left-to-right
 // sweep; text put in is never looked at again. Returns false when nothing was
 // found (text is then untouched).

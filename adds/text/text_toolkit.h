@@ -60,9 +60,10 @@ class TextToolkit : public virtual AddsCore {
   // The units in reverse order. Open (Null fails with 94).
   Variant Var_Reverse(const Variant& sSource);
 
-  // Non-overlapping occurrences of tmpStrToFind in TmpCadena as an Integer.
-  // The count is a 16-bit working variable: an empty needle never advances,
-  // so the count runs past 32767 and fails with 6 (Overflow). Open.
+  // Non-overlapping occurrences of tmpStrToFind in the whole of TmpCadena,
+  // whatever its length: an Integer while the count fits 16 bits, a Long
+  // above, as the Variant count's + 1 gives. An empty needle in a non-empty
+  // text, whose classic loop never ends, fails with 6 (Overflow). Open.
   Variant Var_CountChar(const Variant& TmpCadena, const Variant& tmpStrToFind);
 
   // Cuts at the first NUL; only a text without NUL is trimmed of spaces. Open.

@@ -95,6 +95,9 @@ int main(int argc, char** argv) {
   } else {
     for (const auto& path : options.secure) std::cout << "secured: " << path << "\n";
   }
+  // The application's folder: the executable's, or the per-user data folder
+  // when that one may not be written (an installed program).
+  std::cout << "log, INI and history files go to " << TextToUtf8(platform.app->Path()) << "/\n";
   std::cout << "Ctrl-C stops it." << std::endl;
 
   while (!stop) loop->Pump(3600);

@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <pwd.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -14,29 +15,51 @@ namespace varnek::linux_io {
 
 std::string PathBytes(TextView path) { return TextToUtf8(path); }
 
-int ClassicFileError(int errno_value) {
+int ClassicFileError(int errno_value, const std::string& path) {
   switch (errno_value) {
-    case ENOENT:
-      return kErrFileNotFound;
+    case ENOENT: {
+      if (path.empty()) return kErrFileNotFound;
+      struct stat st {};
+      std::string folder = FolderOf(path);
+      bool folder_there = stat(folder.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+      return folder_there ? kErrFileNotFound : kErrPathNotFound;
+    }
     case ENOTDIR:
+    case ELOOP:
       return kErrPathNotFound;
     case EACCES:
     case EPERM:
     case EROFS:
       return kErrPermissionDenied;
+    case EBUSY:
+    case ETXTBSY:
+      return kErrFileAlreadyOpen;
     case ENOSPC:
-      return 61;  // Disk full
+    case EDQUOT:
+      return kErrDiskFull;
     case ENAMETOOLONG:
     case EINVAL:
       return kErrBadFileNameOrNumber;
+    case EMFILE:
+    case ENFILE:
+      return kErrTooManyFiles;
+    case EIO:
+      return kErrDeviceIO;
+    case ENOMEM:
+      return kErrOutOfMemory;
     default:
       return kErrPathFileAccess;
   }
 }
 
-void FailFromErrno() { Fail(ClassicFileError(errno)); }
+void FailFromErrno(const std::string& path) { Fail(ClassicFileError(errno, path)); }
 
 bool ReadFd(int fd, std::string& out) {
+  // A regular file's size is known: one allocation, and a file too big for
+  // memory fails here at once rather than after reading most of it.
+  struct stat st {};
+  if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0)
+    out.reserve(out.size() + static_cast<size_t>(st.st_size));
   char chunk[65536];
   for (;;) {
     ssize_t n = read(fd, chunk, sizeof chunk);
@@ -61,8 +84,32 @@ bool WriteFd(int fd, std::string_view bytes) {
   return true;
 }
 
+int OpenRegular(const std::string& path, int flags) {
+  int fd;
+  do {
+    fd = open(path.c_str(), flags | O_NONBLOCK | O_CLOEXEC, 0666);
+  } while (fd < 0 && errno == EINTR);
+  if (fd < 0) return -1;
+  struct stat st {};
+  int error = 0;
+  if (fstat(fd, &st) != 0) {
+    error = errno;
+  } else if (S_ISDIR(st.st_mode)) {
+    error = EISDIR;
+  } else if (!S_ISREG(st.st_mode)) {
+    error = ENODEV;  // a pipe, socket or device: its read could wait for ever
+  }
+  if (error != 0) {
+    close(fd);
+    errno = error;
+    return -1;
+  }
+  fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+  return fd;
+}
+
 bool ReadFile(const std::string& path, std::string& out) {
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  int fd = OpenRegular(path, O_RDONLY);
   if (fd < 0) return false;
   out.clear();
   bool ok = ReadFd(fd, out);
@@ -72,9 +119,6 @@ bool ReadFile(const std::string& path, std::string& out) {
   return ok;
 }
 
-namespace {
-
-// The folder part of a path ("." for a bare name, "/" for a root entry).
 std::string FolderOf(const std::string& path) {
   size_t slash = path.rfind('/');
   if (slash == std::string::npos) return ".";
@@ -82,45 +126,22 @@ std::string FolderOf(const std::string& path) {
   return path.substr(0, slash);
 }
 
-mode_t DefaultMode() {
-  mode_t mask = umask(0);
-  umask(mask);
-  return 0666 & ~mask;
-}
-
-}  // namespace
-
-bool ReplaceFileAtomically(const std::string& path, std::string_view bytes) {
-  std::string folder = FolderOf(path);
+std::string BaseOf(const std::string& path) {
   size_t slash = path.rfind('/');
-  std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
-  std::string temp = folder + "/." + base + ".tmpXXXXXX";
-  int fd = mkostemp(temp.data(), O_CLOEXEC);
-  if (fd < 0) return false;
-  struct stat old {};
-  mode_t mode = stat(path.c_str(), &old) == 0 ? (old.st_mode & 07777) : DefaultMode();
-  bool ok = fchmod(fd, mode) == 0 && WriteFd(fd, bytes) && fsync(fd) == 0;
-  int saved = errno;
-  if (close(fd) != 0 && ok) {
-    ok = false;
-    saved = errno;
-  }
-  if (ok && rename(temp.c_str(), path.c_str()) != 0) {
-    ok = false;
-    saved = errno;
-  }
-  if (!ok) {
-    unlink(temp.c_str());
-    errno = saved;
-    return false;
-  }
-  int dir = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (dir >= 0) {
-    fsync(dir);  // makes the rename itself durable; a failure here changes nothing
-    close(dir);
-  }
-  return true;
+  return slash == std::string::npos ? path : path.substr(slash + 1);
 }
+
+std::string XdgFolder(const char* variable, const char* under_home) {
+  if (const char* xdg = getenv(variable); xdg && *xdg == '/') return xdg;
+  const char* home = getenv("HOME");
+  if (!home || !*home) {
+    passwd* pw = getpwuid(getuid());
+    home = pw ? pw->pw_dir : "/tmp";
+  }
+  return std::string(home) + "/" + under_home;
+}
+
+std::string DataHome() { return XdgFolder("XDG_DATA_HOME", ".local/share"); }
 
 double LocalDateFromTime(long long seconds_since_epoch) {
   time_t t = static_cast<time_t>(seconds_since_epoch);

@@ -1,6 +1,7 @@
-// Small POSIX file helpers shared by the Linux file and profile services:
-// EINTR and partial transfers handled once, errno mapped to classic numbers,
-// and the atomic replacement of a file.
+// Small POSIX file helpers shared by the Linux file, profile and settings
+// services: EINTR and partial transfers handled once, the one map from errno
+// to classic file numbers, and whole-file reads that refuse anything but a
+// regular file.
 #pragma once
 
 #include <string>
@@ -13,23 +14,46 @@ namespace varnek::linux_io {
 // The path as the kernel takes it: UTF-8.
 std::string PathBytes(TextView path);
 
-// The classic file error number of an errno value (53, 76, 75, 70, 61, ...).
-int ClassicFileError(int errno_value);
+// The classic file error number of an errno value:
+//   ENOENT                 53 file not found, or 76 path not found when the
+//                          path's folder is missing too (path given)
+//   ENOTDIR, ELOOP         76 path not found
+//   EACCES, EPERM, EROFS   70 permission denied
+//   EBUSY, ETXTBSY         55 file already open
+//   ENOSPC, EDQUOT         61 disk full
+//   ENAMETOOLONG, EINVAL   52 bad file name or number
+//   EMFILE, ENFILE         67 too many files
+//   EIO                    57 device I/O error
+//   ENOMEM                  7 out of memory
+//   anything else          75 path/file access error (a folder, a pipe, ...)
+int ClassicFileError(int errno_value, const std::string& path = {});
 // Fails with the classic number of the current errno.
-[[noreturn]] void FailFromErrno();
+[[noreturn]] void FailFromErrno(const std::string& path = {});
 
-// Whole-fd transfers; false with errno set on failure.
+// Whole-fd transfers; false with errno set on failure. WriteFd hands the
+// bytes to one write() and only loops when the kernel took a part of them.
 bool ReadFd(int fd, std::string& out);
 bool WriteFd(int fd, std::string_view bytes);
 
-// Reads a whole file; false with errno set when it cannot be opened or read.
+// Opens a file for reading (flags O_RDONLY or O_RDWR, maybe O_CREAT) without
+// ever blocking, and checks what it is: a folder fails with EISDIR, a pipe,
+// socket or device with ENODEV, at once. The descriptor, or -1 with errno set.
+int OpenRegular(const std::string& path, int flags);
+
+// Reads a whole regular file; false with errno set when it cannot be opened
+// or read, or is not a regular file.
 bool ReadFile(const std::string& path, std::string& out);
 
-// Replaces the file's content atomically: a temp file in the same folder,
-// written and fsynced, then renamed over the target, and the folder fsynced.
-// An existing file keeps its permission bits. False with errno set on failure;
-// the target is then untouched and no temp file remains.
-bool ReplaceFileAtomically(const std::string& path, std::string_view bytes);
+// The folder part of a path ("." for a bare name, "/" for a root entry) and
+// the last part.
+std::string FolderOf(const std::string& path);
+std::string BaseOf(const std::string& path);
+
+// A per-user base folder: $<variable> when it is an absolute path, else
+// $HOME/<under_home> (the home folder from the password database when $HOME
+// is unset). DataHome() is XdgFolder("XDG_DATA_HOME", ".local/share").
+std::string XdgFolder(const char* variable, const char* under_home);
+std::string DataHome();
 
 // A modification time as a classic local date (days since 1899-12-30).
 double LocalDateFromTime(long long seconds_since_epoch);

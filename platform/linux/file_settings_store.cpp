@@ -1,20 +1,20 @@
 // The INI-style per-user settings files: parsing that keeps every line it does
-// not change, and the atomic replace of a whole file.
+// not change; files are replaced through linux_io::ReplaceFile.
 #include "platform/linux/file_settings_store.h"
 
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <pwd.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <iterator>
+#include <sstream>
 #include <optional>
 #include <vector>
 
+#include "platform/linux/file_io.h"
+#include "platform/linux/safe_replace.h"
 #include "runtime/failure.h"
 
 namespace varnek {
@@ -44,9 +44,13 @@ size_t FindUnescaped(std::string_view text, char c) {
   return std::string_view::npos;
 }
 
-std::vector<Line> ReadLines(const std::string& path) {
-  std::vector<Line> lines;
-  std::ifstream in(path, std::ios::binary);
+// The file's lines; a missing file has none. False when the file is there but
+// cannot be read: then nothing may be written back over it.
+bool ReadLines(const std::string& path, std::vector<Line>& lines) {
+  lines.clear();
+  std::string content;
+  if (!linux_io::ReadFile(path, content)) return errno == ENOENT;
+  std::istringstream in(std::move(content));
   std::string raw;
   while (std::getline(in, raw)) {
     if (!raw.empty() && raw.back() == '\r') raw.pop_back();  // edited elsewhere
@@ -68,7 +72,7 @@ std::vector<Line> ReadLines(const std::string& path) {
     }
     lines.push_back(std::move(line));
   }
-  return lines;
+  return true;
 }
 
 // Index of the entry `name` in section `family`, and the index after which a
@@ -117,76 +121,14 @@ std::string FolderName(TextView group) {
   return out;
 }
 
-std::string DefaultRoot() {
-  if (const char* xdg = getenv("XDG_CONFIG_HOME"); xdg && *xdg == '/') return xdg;
-  const char* home = getenv("HOME");
-  if (!home || !*home) {
-    passwd* pw = getpwuid(getuid());
-    home = pw ? pw->pw_dir : "/tmp";
-  }
-  return std::string(home) + "/.config";
-}
+std::string DefaultRoot() { return linux_io::XdgFolder("XDG_CONFIG_HOME", ".config"); }
 
-[[noreturn]] void FailWithErrno(int error) {
-  switch (error) {
-    case EACCES:
-    case EPERM:
-    case EROFS:
-      Fail(kErrPermissionDenied);
-    case ENOENT:
-    case ENOTDIR:
-      Fail(kErrPathNotFound);
-    case ENOSPC:
-    case EDQUOT:
-      Fail(61);  // Disk full
-    default:
-      Fail(kErrPathFileAccess);
-  }
-}
-
-// mkdir -p for the group folder; fails as above.
+// mkdir -p for the group folder; fails with the classic file numbers.
 void MakeFolders(const std::string& path) {
   for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
     std::string part = path.substr(0, slash);
-    if (mkdir(part.c_str(), 0700) != 0 && errno != EEXIST) FailWithErrno(errno);
+    if (mkdir(part.c_str(), 0700) != 0 && errno != EEXIST) linux_io::FailFromErrno(part);
     if (slash == std::string::npos) break;
-  }
-}
-
-bool WriteAll(int fd, const std::string& data) {
-  size_t done = 0;
-  while (done < data.size()) {
-    ssize_t n = write(fd, data.data() + done, data.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    done += static_cast<size_t>(n);
-  }
-  return true;
-}
-
-// Replaces `path` by `content` atomically: temporary file, fsync, rename,
-// then fsync of the folder so the rename itself is durable.
-void ReplaceFile(const std::string& folder, const std::string& path, const std::string& content) {
-  std::string temp = path + ".XXXXXX";
-  int fd = mkstemp(temp.data());
-  if (fd < 0) FailWithErrno(errno);
-  fchmod(fd, 0600);
-  if (!WriteAll(fd, content) || fsync(fd) != 0) {
-    int error = errno;
-    close(fd);
-    unlink(temp.c_str());
-    FailWithErrno(error);
-  }
-  close(fd);
-  if (rename(temp.c_str(), path.c_str()) != 0) {
-    int error = errno;
-    unlink(temp.c_str());
-    FailWithErrno(error);
-  }
-  int dir = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (dir >= 0) {
-    fsync(dir);
-    close(dir);
   }
 }
 
@@ -217,7 +159,8 @@ std::string FileSettingsStore::GroupFile(TextView group) const {
 }
 
 Text FileSettingsStore::Get(TextView group, TextView family, TextView name, TextView default_value) {
-  std::vector<Line> lines = ReadLines(GroupFile(group));
+  std::vector<Line> lines;
+  ReadLines(GroupFile(group), lines);
   Lookup found = Find(lines, family, name);
   return found.entry ? lines[*found.entry].value : Text(default_value);
 }
@@ -226,7 +169,8 @@ void FileSettingsStore::Set(TextView group, TextView family, TextView name, Text
   const std::string path = GroupFile(group);
   const std::string folder = path.substr(0, path.rfind('/'));
   MakeFolders(folder);
-  std::vector<Line> lines = ReadLines(path);
+  std::vector<Line> lines;
+  if (!ReadLines(path, lines)) linux_io::FailFromErrno(path);
   Lookup found = Find(lines, family, name);
   std::string entry = Escape(name) + "=" + Escape(value);
   if (found.entry) {
@@ -239,7 +183,7 @@ void FileSettingsStore::Set(TextView group, TextView family, TextView name, Text
   }
   std::string content;
   for (const Line& line : lines) content += line.raw + "\n";
-  ReplaceFile(folder, path, content);
+  if (!linux_io::ReplaceFile(path, content, 0600)) linux_io::FailFromErrno(path);
 }
 
 std::string FileSettingsStore::Escape(TextView field) {

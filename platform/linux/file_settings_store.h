@@ -9,9 +9,10 @@
 // "\r" for line breaks, "\=", "\[", "\]", "\;" and "\#" for the characters the
 // layout uses. Nothing is trimmed. Lines starting with ";" or "#" are comments.
 // Group, family and name match without regard to case; a group folder is
-// found by the same rule. Every write replaces the whole file atomically
-// (temporary file in the same folder, fsync, rename), so a crash leaves the old
-// file or the new one, never half of one.
+// found by the same rule. Every write replaces the whole file through
+// linux_io::ReplaceFile (platform/linux/safe_replace.h): atomic where that is
+// safe, mode, owner and links kept; a new file gets mode 0600. A file that is
+// there but cannot be read is never written over.
 #pragma once
 
 #include <string>
@@ -29,8 +30,9 @@ class FileSettingsStore : public SettingsStore {
   // Reads the file afresh each time; a missing or unreadable file gives the
   // default.
   Text Get(TextView group, TextView family, TextView name, TextView default_value) override;
-  // Fails with 70 (permission denied), 76 (path not found), 61 (disk full) or
-  // 75 (path/file access error) when the folder or file cannot be written.
+  // Fails with the classic file numbers of linux_io::ClassicFileError (70
+  // permission denied, 76 path not found, 61 disk full, 75 path/file access
+  // error, ...) when the folder or file cannot be read or written.
   void Set(TextView group, TextView family, TextView name, TextView value) override;
 
   // The file that holds a group (made or not), for tests and tools.

@@ -1,8 +1,11 @@
-// The program's name, folder and arguments from /proc/self. File names are
-// taken as UTF-8.
+// The program's name, folder and arguments from /proc/self, and the folder
+// its files go to. File names are taken as UTF-8.
 #include "platform/linux/linux_application.h"
 
+#include "platform/linux/file_io.h"
+
 #include <limits.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -45,8 +48,10 @@ std::string BaseName(const std::string& path) {
 
 }  // namespace
 
+LinuxApplication::LinuxApplication(std::string executable) : executable_(std::move(executable)) {}
+
 Text LinuxApplication::Title() {
-  std::string exe = ExecutablePath();
+  std::string exe = executable_.empty() ? ExecutablePath() : executable_;
   if (exe.empty()) {
     std::vector<std::string> args = Arguments();
     if (!args.empty()) exe = args.front();
@@ -55,7 +60,20 @@ Text LinuxApplication::Title() {
 }
 
 Text LinuxApplication::Path() {
-  std::string exe = ExecutablePath();
+  Text folder = ProgramFolder();
+  if (access(TextToUtf8(folder).c_str(), W_OK) == 0) return folder;
+  // Installed where the process may not write: the per-application data
+  // folder instead, so the log and the INI files are not lost.
+  std::string data = linux_io::DataHome() + "/" + TextToUtf8(Title());
+  for (size_t slash = data.find('/', 1);; slash = data.find('/', slash + 1)) {
+    mkdir(data.substr(0, slash).c_str(), 0700);  // existing levels are fine
+    if (slash == std::string::npos) break;
+  }
+  return Utf8ToText(data);
+}
+
+Text LinuxApplication::ProgramFolder() {
+  std::string exe = executable_.empty() ? ExecutablePath() : executable_;
   size_t slash = exe.rfind('/');
   if (slash == std::string::npos) {
     // No /proc: the working folder is the best answer left.

@@ -7,7 +7,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <new>
+
 #include "platform/linux/file_io.h"
+#include "platform/linux/safe_replace.h"
 #include "runtime/failure.h"
 
 namespace varnek {
@@ -26,16 +29,16 @@ FileEntry EntryFromStat(TextView name, const struct stat& st) {
   e.hidden = !name.empty() && name[0] == u'.' && name != u"." && name != u"..";
   e.date = linux_io::LocalDateFromTime(st.st_mtim.tv_sec);
   e.size = st.st_size;
+  e.device = static_cast<uint64_t>(st.st_dev);
+  e.inode = static_cast<uint64_t>(st.st_ino);
   return e;
 }
 
-// Opens for the whole-file operations, failing with the classic numbers.
-int OpenOrFail(TextView path, int flags) {
-  int fd;
-  do {
-    fd = open(PathBytes(path).c_str(), flags | O_CLOEXEC, 0666);
-  } while (fd < 0 && errno == EINTR);
-  if (fd < 0) FailFromErrno();
+// Opens a regular file for reading (see linux_io::OpenRegular).
+int OpenRegularOrFail(TextView path, int flags) {
+  std::string bytes = PathBytes(path);
+  int fd = linux_io::OpenRegular(bytes, flags);
+  if (fd < 0) FailFromErrno(bytes);
   return fd;
 }
 
@@ -53,45 +56,74 @@ class FdCloser {
 }  // namespace
 
 std::string LinuxFileSystem::ReadAll(TextView path, bool read_only) {
-  int fd = OpenOrFail(path, read_only ? O_RDONLY : (O_RDWR | O_CREAT));
+  // A read-write open creates a missing file, but never one whose name holds
+  // a wildcard: the classic open could not make such a name.
+  size_t slash = path.rfind(u'/');
+  TextView name = slash == TextView::npos ? path : path.substr(slash + 1);
+  bool may_create = !read_only && !HasWildcard(name);
+  std::string target = PathBytes(path);
+  int fd = linux_io::OpenRegular(target, read_only ? O_RDONLY : (O_RDWR | (may_create ? O_CREAT : 0)));
+  // As the classic binary open without an access clause, a file that may not
+  // be written is still read.
+  if (fd < 0 && !read_only && (errno == EACCES || errno == EPERM || errno == EROFS))
+    fd = linux_io::OpenRegular(target, O_RDONLY);
+  if (fd < 0) FailFromErrno(target);
   FdCloser closer(fd);
   std::string bytes;
-  if (!linux_io::ReadFd(fd, bytes)) FailFromErrno();
+  bool read;
+  try {
+    read = linux_io::ReadFd(fd, bytes);
+  } catch (const std::bad_alloc&) {
+    Fail(kErrOutOfMemory);  // the file does not fit in memory
+  }
+  if (!read) FailFromErrno();
   return bytes;
 }
 
 void LinuxFileSystem::WriteAll(TextView path, std::string_view bytes) {
   if (path.empty()) Fail(kErrBadFileNameOrNumber);
-  if (!linux_io::ReplaceFileAtomically(PathBytes(path), bytes)) FailFromErrno();
+  std::string target = PathBytes(path);
+  if (!linux_io::ReplaceFile(target, bytes)) FailFromErrno(target);
 }
 
 void LinuxFileSystem::Append(TextView path, std::string_view bytes) {
-  int fd = OpenOrFail(path, O_WRONLY | O_APPEND | O_CREAT);
+  // O_APPEND and one write() per record: a process killed mid-way leaves the
+  // whole record or none of it. A pipe or device is refused rather than
+  // waited on.
+  std::string target = PathBytes(path);
+  int fd;
+  do {
+    fd = open(target.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0666);
+  } while (fd < 0 && errno == EINTR);
+  if (fd < 0) FailFromErrno(target);
   FdCloser closer(fd);
-  if (!linux_io::WriteFd(fd, bytes)) FailFromErrno();
+  struct stat st {};
+  if (fstat(fd, &st) != 0) FailFromErrno(target);
+  if (!S_ISREG(st.st_mode)) Fail(kErrPathFileAccess);
+  if (!linux_io::WriteFd(fd, bytes)) FailFromErrno(target);
 }
 
 int64_t LinuxFileSystem::Length(TextView path) {
   struct stat st {};
-  if (stat(PathBytes(path).c_str(), &st) != 0) FailFromErrno();
+  std::string p = PathBytes(path);
+  if (stat(p.c_str(), &st) != 0) FailFromErrno(p);
   return st.st_size;
 }
 
 void LinuxFileSystem::Copy(TextView from, TextView to) {
-  int in = OpenOrFail(from, O_RDONLY);
+  int in = OpenRegularOrFail(from, O_RDONLY);
   FdCloser close_in(in);
   std::string bytes;
   if (!linux_io::ReadFd(in, bytes)) FailFromErrno();
-  int out = OpenOrFail(to, O_WRONLY | O_CREAT | O_TRUNC);
-  FdCloser close_out(out);
-  if (!linux_io::WriteFd(out, bytes)) FailFromErrno();
+  std::string target = PathBytes(to);
+  if (!linux_io::ReplaceFile(target, bytes)) FailFromErrno(target);
 }
 
 void LinuxFileSystem::Delete(TextView path) {
   std::string p = PathBytes(path);
   struct stat st {};
   if (lstat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) Fail(kErrPathFileAccess);
-  if (unlink(p.c_str()) != 0) FailFromErrno();
+  if (unlink(p.c_str()) != 0) FailFromErrno(p);
 }
 
 bool LinuxFileSystem::CreateDirectory(TextView path) {
@@ -123,8 +155,11 @@ bool LinuxFileSystem::Enumerate(TextView pattern, std::vector<FileEntry>& out) {
     // a read-write open create a second file beside the one found.)
     struct stat st {};
     std::string full = folder_bytes + "/" + PathBytes(mask);
-    if (stat(full.c_str(), &st) != 0) return false;
+    if (lstat(full.c_str(), &st) != 0) return false;
+    bool link = S_ISLNK(st.st_mode);
+    if (link) stat(full.c_str(), &st);
     out.push_back(EntryFromStat(mask, st));
+    out.back().link = link;
     return true;
   }
 
@@ -135,9 +170,11 @@ bool LinuxFileSystem::Enumerate(TextView pattern, std::vector<FileEntry>& out) {
     Text name = Utf8ToText(d->d_name);
     if (!MaskMatches(mask, name)) continue;
     struct stat st {};
-    if (fstatat(dfd, d->d_name, &st, 0) != 0 && fstatat(dfd, d->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0)
-      continue;  // vanished since readdir
+    if (fstatat(dfd, d->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;  // vanished since readdir
+    bool link = S_ISLNK(st.st_mode);
+    if (link) fstatat(dfd, d->d_name, &st, 0);  // a dangling link stays a link
     out.push_back(EntryFromStat(name, st));
+    out.back().link = link;
   }
   closedir(dir);
   return !out.empty();

@@ -25,9 +25,11 @@ class LinuxFileSystem : public FileSystem {
   // statfs file-system id.
   bool VolumeInfo(TextView path, Text& label, uint32_t& serial) override;
   // Move, copy, delete and rename of NUL-separated lists with wildcards.
-  // There is no one to ask, so it never confirms: existing targets are
-  // replaced, missing target folders are made. Undo (the recycle bin) has no
-  // counterpart: deleting deletes. With "rename on collision" a copy onto an
+  // There is no one to ask, so it never confirms, whatever the flags:
+  // existing targets are replaced, missing target folders are made. A delete
+  // with "allow undo" moves the items to the desktop's trash
+  // ($XDG_DATA_HOME/Trash, freedesktop.org layout, with .trashinfo files);
+  // without it, deleting deletes. With "rename on collision" a copy onto an
   // existing name becomes "Copy of <name>" ("Copy (2) of <name>", ...).
   int32_t ShellOperation(const ShellFileRequest& request) override;
 };

@@ -6,6 +6,7 @@
 
 #include "platform/linux/file_io.h"
 #include "platform/linux/profile_file.h"
+#include "platform/linux/safe_replace.h"
 
 namespace varnek {
 
@@ -30,6 +31,14 @@ bool LoadText(TextView file, Text& text) {
   return true;
 }
 
+// The key's value, else the default cut at its NUL and its trailing blanks.
+Text ValueOrDefault(const ProfileText& ini, TextView section, TextView key, OptionalText default_value) {
+  if (std::optional<Text> value = ini.Find(section, key)) return std::move(*value);
+  TextView fallback = default_value ? CString(*default_value) : TextView();
+  while (!fallback.empty() && fallback.back() == u' ') fallback.remove_suffix(1);
+  return Text(fallback);
+}
+
 }  // namespace
 
 int32_t LinuxProfileStore::GetString(OptionalText section, OptionalText key,
@@ -42,10 +51,14 @@ int32_t LinuxProfileStore::GetString(OptionalText section, OptionalText key,
   ProfileText ini(loaded ? std::move(text) : Text());
   if (!section) return FillProfileList(ini.Sections(), buffer);
   if (!key) return FillProfileList(ini.Keys(*section), buffer);
-  if (std::optional<Text> value = ini.Find(*section, *key)) return FillProfileBuffer(*value, buffer);
-  TextView fallback = default_value ? CString(*default_value) : TextView();
-  while (!fallback.empty() && fallback.back() == u' ') fallback.remove_suffix(1);
-  return FillProfileBuffer(fallback, buffer);
+  return FillProfileBuffer(ValueOrDefault(ini, *section, *key, default_value), buffer);
+}
+
+Text LinuxProfileStore::GetValue(TextView section, TextView key, OptionalText default_value, TextView file) {
+  Text text;
+  bool loaded = LoadText(CString(file), text);
+  ProfileText ini(loaded ? std::move(text) : Text());
+  return ValueOrDefault(ini, CString(section), CString(key), default_value);
 }
 
 bool LinuxProfileStore::WriteString(OptionalText section, OptionalText key, OptionalText value,
@@ -65,7 +78,7 @@ bool LinuxProfileStore::WriteString(OptionalText section, OptionalText key, Opti
     changed = ini.Set(*section, CString(*key), CString(*value));
   }
   if (!changed) return true;
-  return linux_io::ReplaceFileAtomically(linux_io::PathBytes(path), TextToBytes(ini.text()));
+  return linux_io::ReplaceFile(linux_io::PathBytes(path), TextToBytes(ini.text()));
 }
 
 LinuxProfileStore& LinuxProfiles() {

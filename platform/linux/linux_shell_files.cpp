@@ -8,6 +8,7 @@
 #include <system_error>
 #include <vector>
 
+#include "platform/linux/desktop_trash.h"
 #include "platform/linux/file_io.h"
 #include "platform/linux/linux_files.h"
 
@@ -135,9 +136,16 @@ int32_t DeleteAll(FileSystem& files, const ShellFileRequest& r) {
   int32_t code = ExpandSources(files, SplitList(r.from), (r.flags & kShellFilesOnly) != 0, sources);
   if (code != kOk) return code;
   if (sources.empty()) return kInvalidRequest;
+  // With "allow undo" the items go to the desktop's trash; without it they
+  // are deleted for good. No confirmation is ever asked.
+  bool to_trash = (r.flags & kShellAllowUndo) != 0;
   for (const fs::path& p : sources) {
     std::error_code ec;
-    fs::remove_all(p, ec);
+    if (to_trash) {
+      ec = linux_io::MoveToTrash(p.string());
+    } else {
+      fs::remove_all(p, ec);
+    }
     if (ec) return CodeOf(ec);
   }
   return kOk;

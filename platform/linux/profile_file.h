@@ -72,6 +72,8 @@ class LinuxProfileStore : public ProfileStore {
  public:
   int32_t GetString(OptionalText section, OptionalText key, OptionalText default_value,
                     Text& buffer, TextView file) override;
+  // One reading of the file, whatever the value's length.
+  Text GetValue(TextView section, TextView key, OptionalText default_value, TextView file) override;
   bool WriteString(OptionalText section, OptionalText key, OptionalText value,
                    TextView file) override;
 };

@@ -10,6 +10,7 @@
 
 #include "platform/linux/file_settings_store.h"
 #include "platform/linux/linux_application.h"
+#include "tests/store/child_process.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {
@@ -96,6 +97,41 @@ TEST(LinuxApplication, DescribesTheRunningProgram) {
   const std::vector<std::string> argv = testing::internal::GetArgvs();
   for (size_t i = 1; i < argv.size(); ++i) joined += (i > 1 ? " " : "") + argv[i];
   EXPECT_EQ(app.CommandLine(), Utf8ToText(joined));
+}
+
+TEST(FileSettingsStore, AFileThatCannotBeReadIsNeverWrittenOver) {
+  TempRoot root;
+  FileSettingsStore store(root.path);
+  store.Set(u"G", u"F", u"a", u"1");
+  const std::string file = store.GroupFile(u"G");
+  for (const std::string& p : {root.path, root.path + "/G", file}) (void)!chown(p.c_str(), kNobody, kNobody);
+  chmod(file.c_str(), 0200);  // writable, not readable
+  std::string got = AsNobody([&] {
+    return std::to_string(FailureOf([&] { store.Set(u"G", u"F", u"b", u"2"); })) + "|" +
+           TextToUtf8(store.Get(u"G", u"F", u"a", u"d"));
+  });
+  EXPECT_EQ(got, "70|d");
+  EXPECT_EQ(ReadFile(file), "[F]\na=1\n");
+}
+
+TEST(LinuxApplication, FilesGoToTheDataFolderWhenTheProgramFolderIsReadOnly) {
+  TempRoot root;
+  fs::create_directories(root.path + "/bin");
+  fs::create_directories(root.path + "/data");
+  (void)!chown(root.path.c_str(), kNobody, kNobody);
+  (void)!chown((root.path + "/data").c_str(), kNobody, kNobody);
+  chmod((root.path + "/bin").c_str(), 0555);
+  const char* saved = getenv("XDG_DATA_HOME");
+  std::string saved_value = saved ? saved : "";
+  setenv("XDG_DATA_HOME", (root.path + "/data").c_str(), 1);
+  LinuxApplication installed(root.path + "/bin/prog");
+  std::string got = AsNobody([&] { return TextToUtf8(installed.Path()) + "|" + TextToUtf8(installed.ProgramFolder()); });
+  LinuxApplication writable(root.path + "/data/prog");  // a folder it may write: the program's own
+  EXPECT_EQ(AsNobody([&] { return TextToUtf8(writable.Path()); }), root.path + "/data");
+  if (saved) setenv("XDG_DATA_HOME", saved_value.c_str(), 1); else unsetenv("XDG_DATA_HOME");
+  EXPECT_EQ(got, root.path + "/data/prog|" + root.path + "/bin");
+  EXPECT_TRUE(fs::is_directory(root.path + "/data/prog"));  // made on first use
+  chmod((root.path + "/bin").c_str(), 0755);
 }
 
 }  // namespace

@@ -88,6 +88,43 @@ TEST_F(ScanTest, WhatIsSkippedAndMissing) {
   EXPECT_EQ(Scan("root", u""), (std::vector<Text>{R("/a/b"), R("/a"), R("")}));
 }
 
+TEST_F(ScanTest, LinksToFoldersAreListedButNeverWalked) {
+  // links back to the root and to its parent would nest for ever; a link to a
+  // folder elsewhere would list that folder's files under a second name
+  WriteBytes(P("elsewhere/e.txt"), "x");
+  ASSERT_EQ(symlink(".", P("root/a/self").c_str()), 0);
+  ASSERT_EQ(symlink("..", P("root/a/up").c_str()), 0);
+  ASSERT_EQ(symlink(P("elsewhere").c_str(), P("root/far").c_str()), 0);
+  ASSERT_EQ(symlink("r.txt", P("root/r-link.txt").c_str()), 0);  // a link to a file is a file
+  auto files = Scan("root", u"*.txt");
+  std::sort(files.begin(), files.end());
+  auto expected = all_txt;
+  expected.push_back(R("/r-link.txt"));
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(files, expected);
+  auto folders = Scan("root", u"");  // each link once, as the folder the enumeration shows
+  EXPECT_EQ(folders.size(), all_folders.size() + 3);
+  EXPECT_EQ(std::count(folders.begin(), folders.end(), R("/a/up")), 1);
+  EXPECT_EQ(folders.back(), R(""));
+
+  // a folder reached a second way (as through a bind mount: here the links
+  // pass for folders) is walked once, by device and inode
+  struct LinksAsFolders : LinuxFileSystem {
+    bool Enumerate(TextView p, std::vector<FileEntry>& o) override {
+      bool found = LinuxFileSystem::Enumerate(p, o);
+      for (FileEntry& e : o) e.link = false;
+      return found;
+    }
+  } mounts;
+  sim.platform.files = &mounts;
+  files = Scan("root", u"*.txt");
+  std::sort(files.begin(), files.end());
+  expected.push_back(R("/far/e.txt"));  // not seen before: walked
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(files, expected);
+  EXPECT_EQ(Scan("root", u"").size(), all_folders.size() + 3);
+}
+
 TEST_F(ScanTest, StatusLabelAndReentrantScan) {
   RecordingLabel label;
   Scan("root", u"*.txt", &label);

@@ -1,5 +1,6 @@
 // The INI store of Storage: the current file, the cache and its kept quirks,
 // and the text-level listing and deletion of sections.
+#include "platform/linux/profile_file.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {
@@ -49,6 +50,39 @@ TEST_F(IniStoreTest, CacheKeepsItsQuirks) {
   EXPECT_RUNTIME_ERROR(Get(u"s", u"k"), kErrOverflow);
 }
 
+// The profile store of the tests: the Linux one, counting how it is asked;
+// with `grow` it answers GetValue with the interface's growing-buffer loop.
+struct CountingProfiles : ProfileStore {
+  int32_t GetString(OptionalText s, OptionalText k, OptionalText d, Text& b, TextView f) override {
+    ++buffers;
+    return LinuxProfiles().GetString(s, k, d, b, f);
+  }
+  Text GetValue(TextView s, TextView k, OptionalText d, TextView f) override {
+    ++values;
+    return grow ? ProfileStore::GetValue(s, k, d, f) : LinuxProfiles().GetValue(s, k, d, f);
+  }
+  bool WriteString(OptionalText s, OptionalText k, OptionalText v, TextView f) override {
+    return LinuxProfiles().WriteString(s, k, v, f);
+  }
+  bool grow = false;
+  int buffers = 0, values = 0;
+};
+
+TEST_F(IniStoreTest, ALongValueIsReadOnce) {
+  CountingProfiles counting;
+  sim.platform.profiles = &counting;
+  Text value(100000, u'v');
+  value[50000] = u'\0';  // cut at its NUL, as the buffer's reading does
+  Use("long.ini", "[s]\r\nk= " + TextToBytes(value) + " \r\n");
+  EXPECT_EQ(Get(u"s", u"k"), Text(50000, u'v'));
+  EXPECT_EQ(counting.values + counting.buffers, 1);
+  counting.grow = true;  // the growing loop gives the same, in many reads
+  store.INI_PurgeBuffer();
+  EXPECT_EQ(Get(u"s", u"k"), Text(50000, u'v'));
+  EXPECT_EQ(Get(u"s", u"missing", u"  dflt  "), u"dflt");
+  EXPECT_GT(counting.buffers, 5);
+}
+
 TEST_F(IniStoreTest, ListsAndDeletesSectionsOnTheText) {
   Use("l.ini", "x=[v]\r\n[a]\r\n[]\r\n[c]\r\n");  // brackets in values count; "[]" ends
   EXPECT_EQ(CStr(store.INI_ListAppName()), u"v\ta\t");
@@ -62,6 +96,12 @@ TEST_F(IniStoreTest, ListsAndDeletesSectionsOnTheText) {
     EXPECT_TRUE(CBool(store.INI_DeleteAppName(Utf8ToText(section))));
     EXPECT_EQ(ReadBytes(P("d.ini")), after) << before << " - " << section;
   }
+  // a "[" or "]" that starts past unit 32767 of what is left is not found (at
+  // 32767 it is)
+  Use("far.ini", "[a]" + std::string(32767, 'x') + "[b]\r\n");
+  EXPECT_EQ(CStr(store.INI_ListAppName()), u"a\t");
+  Use("near.ini", "[a]" + std::string(32766, 'x') + "[b]\r\n");
+  EXPECT_EQ(CStr(store.INI_ListAppName()), u"a\tb\t");
   store.INI_SetFileName(T("sub/none.ini"));  // a missing file lists nothing, makes no folder
   EXPECT_EQ(CStr(store.INI_ListAppName()), u"");
   EXPECT_FALSE(PathExists(P("sub")));

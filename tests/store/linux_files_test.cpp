@@ -6,6 +6,8 @@
 #include <chrono>
 #include <thread>
 
+#include "platform/linux/file_io.h"
+#include "platform/linux/file_settings_store.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {
@@ -33,9 +35,32 @@ TEST(LinuxFilesTest, EnumerateAndWholeFileFailures) {
   EXPECT_RUNTIME_ERROR(fs.Length(tmp / "missing"), kErrFileNotFound);
   EXPECT_RUNTIME_ERROR(fs.Delete(tmp / "missing"), kErrFileNotFound);
   EXPECT_RUNTIME_ERROR(fs.Copy(tmp / "missing", tmp / "x"), kErrFileNotFound);
-  EXPECT_RUNTIME_ERROR(fs.WriteAll(tmp / "no/such/folder.txt", "x"), kErrFileNotFound);
+  EXPECT_RUNTIME_ERROR(fs.WriteAll(tmp / "no/such/folder.txt", "x"), kErrPathNotFound);
   EXPECT_RUNTIME_ERROR(fs.Delete(tmp.text()), kErrPathFileAccess);
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tmp.path()), {}), 1);  // no "x", no temp
+}
+
+TEST(LinuxFilesTest, OneMapOfSystemErrorsWithTheirDescriptions) {
+  TempFolder tmp;
+  const std::pair<int, int> rows[] = {
+      {ENOTDIR, kErrPathNotFound}, {ELOOP, kErrPathNotFound},     {EACCES, kErrPermissionDenied},
+      {EROFS, kErrPermissionDenied}, {ETXTBSY, kErrFileAlreadyOpen}, {ENOSPC, kErrDiskFull},
+      {EDQUOT, kErrDiskFull},       {ENAMETOOLONG, kErrBadFileNameOrNumber}, {EMFILE, kErrTooManyFiles},
+      {EIO, kErrDeviceIO},          {ENOMEM, kErrOutOfMemory},     {EISDIR, kErrPathFileAccess},
+  };
+  for (auto [error, number] : rows) EXPECT_EQ(linux_io::ClassicFileError(error), number) << error;
+  // a missing file is 53 where its folder exists, 76 where that is missing too
+  EXPECT_EQ(linux_io::ClassicFileError(ENOENT, tmp.path() + "/none"), kErrFileNotFound);
+  EXPECT_EQ(linux_io::ClassicFileError(ENOENT, tmp.path() + "/no/none"), kErrPathNotFound);
+  EXPECT_EQ(linux_io::ClassicFileError(ENOENT), kErrFileNotFound);
+  for (auto [number, text] : {std::pair{52, "Bad file name or number"}, {53, "File not found"},
+                              {55, "File already open"}, {61, "Disk full"}, {62, "Input past end of file"}})
+    EXPECT_EQ(TextToUtf8(FailureText(RuntimeError(number))), "Error: (" + std::to_string(number) + ") " + text);
+  // the settings store and the files give one number for one cause
+  std::ofstream(tmp.path() + "/plain") << "x";
+  FileSettingsStore under_file(tmp.path() + "/plain/sub");
+  EXPECT_RUNTIME_ERROR(under_file.Set(u"G", u"F", u"N", u"v"), kErrPathNotFound);
+  EXPECT_RUNTIME_ERROR(LinuxFiles().WriteAll(tmp / "plain/sub/x", "v"), kErrPathNotFound);
 }
 
 // A child saves two contents of different lengths in turn and is killed at

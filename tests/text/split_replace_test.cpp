@@ -27,6 +27,12 @@ TEST_F(ToolkitTest, GetPartKeepsOneDelimiterUnitConsumesInputAndStopsAt32767) {
   Variant s = Text(32766, u'x') + u",tail";  // delimiter at 32767
   EXPECT_EQ(kit.Var_GetPart(s, u",", true).size(), 32766u);
   EXPECT_EQ(CStr(s), u"tail");
+  Variant two = Text(32766, u'x') + u"ab";  // a delimiter that starts at 32767 is found whole
+  EXPECT_EQ(kit.Var_GetPart(two, u"ab").size(), 32767u);
+  EXPECT_EQ(CStr(two), u"");
+  Variant over = Text(32767, u'x') + u",";  // at 32768: not
+  EXPECT_EQ(kit.Var_GetPart(over, u","), u"");
+  EXPECT_EQ(CStr(over).size(), 32768u);
   Text past = u"x" + Text(40000, u'y') + u",";  // delimiter at 40002
   Variant p = past;
   EXPECT_EQ(kit.Var_GetPart(p, u","), u"");
@@ -77,11 +83,24 @@ TEST_F(ToolkitTest, SmallStringRoutinesAndPointers) {
   EXPECT_EQ(CStr(kit.Var_Reverse(123)), u"321");
   EXPECT_EQ(CLng(kit.Var_CountChar(u"aaa", u"aa")), 1);  // non-overlapping
   EXPECT_EQ(CLng(kit.Var_CountChar(u"a,b,,c", u",")), 3);
+  EXPECT_EQ(kit.Var_CountChar(u"", u"").Type(), VarType::Integer);
+  {  // long texts: counted to the end, an Integer up to 32767 and a Long above
+    Text ab;
+    for (int i = 0; i < 40000; ++i) ab += u"ab";
+    Variant count = kit.Var_CountChar(ab, u"ba");
+    EXPECT_EQ(count.Type(), VarType::Long);
+    EXPECT_EQ(CLng(count), 39999);
+    EXPECT_EQ(CLng(kit.Var_CountChar(ab + u"X", u"X")), 1);  // a match past unit 32767 is found
+    Text exact(32767, u'x');
+    EXPECT_EQ(kit.Var_CountChar(exact, u"x").Type(), VarType::Integer);
+    EXPECT_EQ(kit.Var_CountChar(exact + u"x", u"x").Type(), VarType::Long);
+    EXPECT_EQ(CLng(kit.Var_CountChar(exact + u"x", u"x")), 32768);
+  }
   EXPECT_EQ(kit.Var_TrimNull(Text(u"  a\0b", 5)), u"  a");  // only a text without NUL is trimmed
   EXPECT_EQ(kit.Var_TrimNull(u"  a  "), u"a");
   EXPECT_EQ(kit.Var_StrZToStr(u"abc"), u"ab");  // the last unit goes whatever it is
   ExpectFailures({{kErrInvalidUseOfNull, [&] { kit.Var_Reverse(Variant::Null()); }},
-                  {kErrOverflow, [&] { kit.Var_CountChar(u"abc", u""); }},  // an empty needle overflows the count
+                  {kErrOverflow, [&] { kit.Var_CountChar(u"abc", u""); }},  // an empty needle would never end
                   {kErrInvalidCall, [&] { kit.Var_StrZToStr(u""); }},
                   {kErrInvalidCall, [&] { kit.Var_StringNormalizeLen(u"7", 3, u""); }}});
   // normalising lengths: the flag is the side padded on, and on cutting the side kept

@@ -1,0 +1,67 @@
+// Pieces of a test run in a forked child: as an ordinary user (user and group
+// 65534 when the tests run as root, since root passes every permission
+// check), handing a text back through a pipe; or killed with SIGKILL at a
+// moment the child itself announces.
+#pragma once
+
+#include <grp.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+#include <string>
+
+namespace varnek {
+
+inline constexpr uid_t kNobody = 65534;
+
+// The child's text, or "child failed" when it could not drop its rights or
+// did not end normally.
+inline std::string AsNobody(const std::function<std::string()>& body) {
+  int fds[2];
+  if (pipe(fds) != 0) return "no pipe";
+  pid_t child = fork();
+  if (child < 0) return "no fork";
+  if (child == 0) {
+    close(fds[0]);
+    if (geteuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0))
+      _exit(3);
+    std::string out = body();
+    ssize_t ignored = write(fds[1], out.data(), out.size());
+    (void)ignored;
+    _exit(0);
+  }
+  close(fds[1]);
+  std::string out;
+  char chunk[4096];
+  for (ssize_t n; (n = read(fds[0], chunk, sizeof chunk)) > 0;) out.append(chunk, static_cast<size_t>(n));
+  close(fds[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return "child failed";
+  return out;
+}
+
+// Runs body(ready) in a child, waits until the child writes a byte to the
+// descriptor ready (or ends), then kills it with SIGKILL and reaps it.
+inline void KillWhenReady(const std::function<void(int ready)>& body) {
+  int fds[2];
+  if (pipe(fds) != 0) return;
+  pid_t child = fork();
+  if (child < 0) return;
+  if (child == 0) {
+    close(fds[0]);
+    body(fds[1]);
+    _exit(0);
+  }
+  close(fds[1]);
+  char byte;
+  ssize_t ignored = read(fds[0], &byte, 1);
+  (void)ignored;
+  close(fds[0]);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+}
+
+}  // namespace varnek

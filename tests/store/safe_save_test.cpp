@@ -1,0 +1,276 @@
+// Saves that never lose a file: files and folders the user may not write,
+// links, owners and modes, leftovers of killed saves, special files, appends
+// under SIGKILL, wildcard names, and out of memory as failure 7.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include "platform/linux/file_settings_store.h"
+#include "tests/store/child_process.h"
+#include "tests/store/store_fixture.h"
+
+namespace varnek {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kIni = "[a]\r\nk=1\r\n[b]\r\nk=2\r\n";
+
+struct SafeSaveTest : StoreTest {
+  // The folder and the named files belong to the ordinary user (no-ops when
+  // the tests do not run as root: the files are the user's already).
+  void GiveToNobody(std::initializer_list<const char*> names) {
+    (void)!chown(tmp.path().c_str(), kNobody, kNobody);
+    for (const char* name : names) (void)!chown(P(name).c_str(), kNobody, kNobody);
+  }
+  std::vector<std::string> Names() const {
+    std::vector<std::string> names;
+    for (const auto& e : fs::directory_iterator(tmp.path())) names.push_back(e.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+  struct stat Stat(const char* name) const {
+    struct stat st {};
+    EXPECT_EQ(lstat(P(name).c_str(), &st), 0) << name;
+    return st;
+  }
+};
+
+TEST_F(SafeSaveTest, FilesTheUserMayNotWriteStayAsTheyWere) {
+  WriteBytes(P("ro.ini"), kIni);
+  WriteBytes(P("none.ini"), kIni);
+  WriteBytes(P("rec.db"), "x\xF4y\xF4\xF5");
+  chmod(P("ro.ini").c_str(), 0444);
+  chmod(P("none.ini").c_str(), 0200);  // may be written, not read
+  GiveToNobody({"ro.ini", "none.ini", "rec.db"});
+  std::string got = AsNobody([&] {
+    std::string r;
+    // the save reports true as it always does, but writes nothing
+    r += store.File_SaveBinary(T("ro.ini"), u"x") ? "T" : "F";
+    store.FileDB_Grabar(T("ro.ini"), store.ARRAY_Load(T("rec.db")));
+    store.INI_SetFileName(T("ro.ini"));
+    r += std::to_string(store.INI_PutString(u"a", u"k", u"9"));  // the write failed
+    r += TextToUtf8(store.INI_GetString(u"b", u"k", u"d"));      // still readable
+    store.INI_DeleteAppName(u"a");  // read through the read-only fallback, save refused
+    store.INI_SetFileName(T("none.ini"));
+    r += TextToUtf8(store.INI_GetString(u"b", u"k", u"d"));  // unreadable: the default
+    store.INI_DeleteAppName(u"a");  // the read failed: nothing is saved
+    r += std::to_string(store.INI_PutString(u"a", u"k", u"9"));
+    return r;
+  });
+  EXPECT_EQ(got, "T02d0");
+  EXPECT_EQ(ReadBytes(P("ro.ini")), kIni);
+  chmod(P("none.ini").c_str(), 0644);
+  EXPECT_EQ(ReadBytes(P("none.ini")), kIni);
+  EXPECT_EQ(Names(), (std::vector<std::string>{"none.ini", "rec.db", "ro.ini"}));  // no temporary file left
+}
+
+TEST_F(SafeSaveTest, AWritableFileInAnUnwritableFolderIsWrittenInPlace) {
+  WriteBytes(P("f.txt"), "old content");
+  WriteBytes(P("s.ini"), kIni);
+  GiveToNobody({"f.txt", "s.ini"});
+  chmod(tmp.path().c_str(), 0555);
+  std::string got = AsNobody([&] {
+    std::string r;
+    store.File_SaveBinary(T("f.txt"), u"new");
+    store.INI_SetFileName(T("s.ini"));
+    r += std::to_string(store.INI_PutString(u"b", u"k", u"3"));
+    store.INI_SetFileName(T("new.ini"));  // a new file needs the folder: refused
+    r += std::to_string(store.INI_PutString(u"b", u"k", u"3"));
+    return r;
+  });
+  chmod(tmp.path().c_str(), 0700);
+  EXPECT_EQ(got, "10");
+  EXPECT_EQ(ReadBytes(P("f.txt")), "new");
+  EXPECT_EQ(ReadBytes(P("s.ini")), "[a]\r\nk=1\r\n[b]\r\nk=3\r\n");
+  EXPECT_EQ(Names(), (std::vector<std::string>{"f.txt", "s.ini"}));
+  EXPECT_EQ(Stat("f.txt").st_uid, geteuid() == 0 ? kNobody : geteuid());
+}
+
+TEST_F(SafeSaveTest, LinksModesAndOwnersAreKept) {
+  WriteBytes(P("target.txt"), "old");
+  ASSERT_EQ(symlink("target.txt", P("link.txt").c_str()), 0);
+  ASSERT_EQ(symlink(P("link.txt").c_str(), P("chain.txt").c_str()), 0);
+  ASSERT_EQ(symlink("made.txt", P("dangling.txt").c_str()), 0);
+  store.File_SaveBinary(T("chain.txt"), u"through two links");
+  EXPECT_TRUE(S_ISLNK(Stat("link.txt").st_mode) && S_ISLNK(Stat("chain.txt").st_mode));
+  EXPECT_EQ(ReadBytes(P("target.txt")), "through two links");
+  store.File_SaveBinary(T("dangling.txt"), u"made");  // the link's target is made
+  EXPECT_TRUE(S_ISLNK(Stat("dangling.txt").st_mode));
+  EXPECT_EQ(ReadBytes(P("made.txt")), "made");
+  store.INI_SetFileName(T("link.txt"));  // the profile writer uses the same rules
+  EXPECT_EQ(store.INI_PutString(u"s", u"k", u"v"), 1);
+  EXPECT_TRUE(S_ISLNK(Stat("link.txt").st_mode));
+  EXPECT_EQ(ReadBytes(P("target.txt")), "through two links\r\n[s]\r\nk=v\r\n");
+
+  // both names of a hard link see the new content, one inode
+  WriteBytes(P("h1"), "old");
+  ASSERT_EQ(link(P("h1").c_str(), P("h2").c_str()), 0);
+  store.File_SaveBinary(T("h2"), u"shared");
+  EXPECT_EQ(ReadBytes(P("h1")), "shared");
+  EXPECT_EQ(Stat("h1").st_ino, Stat("h2").st_ino);
+
+  // mode (set-group-id bit included) and, when root saves another user's file, owner
+  WriteBytes(P("m.txt"), "old");
+  chmod(P("m.txt").c_str(), 02640);
+  bool root = geteuid() == 0;
+  if (root) {
+    ASSERT_EQ(chown(P("m.txt").c_str(), kNobody, kNobody), 0);
+    chmod(P("m.txt").c_str(), 02640);  // chown cleared the set-group-id bit
+  }
+  store.File_SaveBinary(T("m.txt"), u"new");
+  EXPECT_EQ(ReadBytes(P("m.txt")), "new");
+  EXPECT_EQ(Stat("m.txt").st_mode & 07777, 02640u);
+  if (root) {
+    EXPECT_EQ(Stat("m.txt").st_uid, kNobody);
+    EXPECT_EQ(Stat("m.txt").st_gid, kNobody);
+  }
+
+  // the settings store replaces its files the same way
+  FileSettingsStore settings(tmp.path() + "/cfg");
+  settings.Set(u"G", u"F", u"a", u"1");
+  std::string file = settings.GroupFile(u"G");
+  fs::rename(file, P("real.ini"));
+  ASSERT_EQ(symlink(P("real.ini").c_str(), file.c_str()), 0);
+  chmod(P("real.ini").c_str(), 0640);
+  settings.Set(u"G", u"F", u"b", u"2");
+  EXPECT_TRUE(fs::is_symlink(file));
+  EXPECT_EQ(ReadBytes(P("real.ini")), "[F]\na=1\nb=2\n");
+  EXPECT_EQ(Stat("real.ini").st_mode & 0777, 0640u);
+}
+
+TEST_F(SafeSaveTest, LeftoversOfKilledSavesGoWithTheNextSave) {
+  pid_t gone = fork();  // a process id that has ended
+  if (gone == 0) _exit(0);
+  ASSERT_GT(gone, 0);
+  waitpid(gone, nullptr, 0);
+  const std::string dead = std::to_string(gone);
+  for (const std::string& name : std::vector<std::string>{
+           ".f.txt.varnek-save-" + dead + "-abcDEF", ".f.txt.varnek-save-1-abcDEF",
+           ".g.txt.varnek-save-" + dead + "-abcDEF", ".f.txt.varnek-keep-" + dead + "-abcDEF"})
+    WriteBytes(P(name.c_str()), "partial");
+  store.File_SaveBinary(T("f.txt"), u"x");
+  // the dead process's temporary file of f.txt goes; a live process's, another
+  // file's and a kept old content stay
+  EXPECT_EQ(Names(), (std::vector<std::string>{".f.txt.varnek-keep-" + dead + "-abcDEF",
+                                               ".f.txt.varnek-save-1-abcDEF",
+                                               ".g.txt.varnek-save-" + dead + "-abcDEF", "f.txt"}));
+
+  // a child killed while saving leaves old or new whole; the next save cleans up
+  const std::string a(1 << 20, 'A'), b((1 << 20) + 777, 'B');
+  store.File_SaveBinary(T("big.bin"), BytesToText(a));
+  for (int round = 0; round < 4; ++round) {
+    KillWhenReady([&](int ready) {
+      for (int i = 0; i < 400; ++i) {
+        LinuxFiles().WriteAll(T("big.bin"), i % 2 ? a : b);
+        if (i == round) (void)!write(ready, "r", 1);
+      }
+    });
+    std::string got = ReadBytes(P("big.bin"));
+    EXPECT_TRUE(got == a || got == b) << "round " << round << ": " << got.size() << " bytes";
+  }
+  store.File_SaveBinary(T("big.bin"), u"done");
+  for (const std::string& name : Names()) EXPECT_EQ(name.find(".big.bin."), std::string::npos) << name;
+}
+
+TEST_F(SafeSaveTest, PipesSocketsAndDevicesFailAtOnce) {
+  alarm(60);  // a read that waits would otherwise hang the whole suite
+  ASSERT_EQ(mkfifo(P("fifo").c_str(), 0600), 0);
+  int sock = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  std::string sock_path = P("sock");
+  ASSERT_LT(sock_path.size(), sizeof addr.sun_path);
+  memcpy(addr.sun_path, sock_path.c_str(), sock_path.size());
+  ASSERT_EQ(bind(sock, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+  for (const char* name : {"fifo", "sock"}) {
+    EXPECT_EQ(store.File_ReadBinary(T(name)), u"") << name;
+    EXPECT_EQ(store.File_ReadBinary(T(name), true), u"") << name;
+    EXPECT_RUNTIME_ERROR(LinuxFiles().ReadAll(T(name), false), kErrPathFileAccess);
+    EXPECT_RUNTIME_ERROR(LinuxFiles().Append(T(name), "x"), kErrPathFileAccess);
+    EXPECT_RUNTIME_ERROR(LinuxFiles().WriteAll(T(name), "x"), kErrPathFileAccess);
+  }
+  EXPECT_RUNTIME_ERROR(LinuxFiles().ReadAll(u"/dev/zero", true), kErrPathFileAccess);
+  EXPECT_TRUE(store.FileDB_Leer(u"/dev/zero").IsEmpty());
+  store.INI_SetFileName(T("fifo"));
+  EXPECT_EQ(store.INI_GetString(u"a", u"k", u"d"), u"d");
+  EXPECT_EQ(store.INI_PutString(u"a", u"k", u"v"), 0);
+  EXPECT_TRUE(S_ISFIFO(Stat("fifo").st_mode));  // never replaced by a regular file
+  close(sock);
+  alarm(0);
+}
+
+TEST_F(SafeSaveTest, AWildcardNameIsNeverCreated) {
+  WriteBytes(P("d/a.txt"), "a");
+  EXPECT_EQ(store.File_ReadBinary(T("d/*.txt")), u"");
+  EXPECT_EQ(store.File_ReadBinary(T("d/a?txt")), u"");
+  EXPECT_EQ(std::distance(fs::directory_iterator(P("d")), {}), 1);
+  WriteBytes(P("d/*.log"), "literal");  // a file that has such a name is read
+  EXPECT_EQ(store.File_ReadBinary(T("d/*.log")), u"literal");
+}
+
+// A child appends records until it is killed; every record in the file must
+// be whole. The bench runs the same 100 times.
+TEST_F(SafeSaveTest, KilledAppendsLeaveWholeRecords) {
+  const Text field(300, u'a');
+  const std::string record = std::string(300, 'a') + "\xF4" "b\xF4\xF5";
+  for (int run = 0; run < 10; ++run) {
+    KillWhenReady([&](int ready) {
+      for (int i = 0; i < 20000; ++i) {
+        store.FileDB_Agregar(T("h.db"), field, u"b");
+        if (i == run * 7) (void)!write(ready, "r", 1);
+      }
+    });
+  }
+  std::string all = ReadBytes(P("h.db"));
+  ASSERT_FALSE(all.empty());
+  size_t torn = all.size() % record.size() != 0;
+  for (size_t at = 0; at + record.size() <= all.size(); at += record.size())
+    torn += all.compare(at, record.size(), record) != 0;
+  EXPECT_EQ(torn, 0u);
+}
+
+bool UnderAddressSanitizer() {
+#if defined(__SANITIZE_ADDRESS__)
+  return true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+  return true;
+#endif
+#endif
+  return false;
+}
+
+TEST_F(SafeSaveTest, OutOfMemoryIsFailureSeven) {
+  if (UnderAddressSanitizer()) GTEST_SKIP() << "the sanitizer reserves more address space than the limit";
+  // a sparse file of 4 GB: reading it needs more memory than the child may have
+  {
+    int fd = open(P("huge.bin").c_str(), O_WRONLY | O_CREAT, 0600);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(ftruncate(fd, 4LL << 30), 0);
+    close(fd);
+  }
+  WriteBytes(P("ok.txt"), "fine");
+  GiveToNobody({"huge.bin", "ok.txt"});
+  std::string got = AsNobody([&] {
+    rlimit limit{1LL << 30, 1LL << 30};
+    if (setrlimit(RLIMIT_AS, &limit) != 0) return std::string("no limit");
+    std::string r;
+    r += Resume([] { std::string big(3LL << 30, 'x'); }) ? "swallowed? no|" : "resume|";
+    int number = 0;
+    Guarded([] { std::vector<char> big(3LL << 30); }, [&](const RuntimeError& e) { number = e.number(); });
+    r += std::to_string(number) + "|";
+    r += TextToUtf8(FailureText(RuntimeError(number))) + "|";
+    r += std::to_string(FailureNumber([&] { LinuxFiles().ReadAll(T("huge.bin"), true); })) + "|";
+    r += store.File_ReadBinary(T("huge.bin"), true).empty() ? "empty|" : "read|";
+    r += TextToUtf8(store.File_ReadBinary(T("ok.txt"), true));  // the process goes on
+    return r;
+  });
+  EXPECT_EQ(got, "resume|7|Error: (7) Out of memory|7|empty|fine");
+}
+
+}  // namespace
+}  // namespace varnek

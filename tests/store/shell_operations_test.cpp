@@ -1,0 +1,112 @@
+// The shell's file operations through File_Operacion (copy, move, rename,
+// delete, the trash of "allow undo") and the generated file names.
+#include <regex>
+
+#include "tests/store/store_fixture.h"
+
+namespace varnek {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct ShellOperationsTest : StoreTest {
+  bool Op(int32_t function, int32_t flags, const Text& from, const Text& to = Text()) {
+    return store.File_Operacion(Variant(), function, flags, from, to);
+  }
+  // Two names as a NUL-separated list.
+  Text List(const char* a, const char* b) { return T(a) + u'\0' + T(b) + u'\0' + u'\0'; }
+};
+
+TEST_F(ShellOperationsTest, CopyMoveRenameAndDelete) {
+  for (auto [name, bytes] : {std::pair{"d/a.txt", "a"}, {"d/b.txt", "bb"}, {"d/c.log", "c"}, {"d/sub/s.txt", "s"}})
+    WriteBytes(P(name), bytes);
+
+  // copy: a mask of several files goes into a folder that is made
+  EXPECT_TRUE(Op(kShellCopy, kShellNoConfirmation, T("d/*.txt"), T("out")));
+  EXPECT_EQ(ReadBytes(P("out/a.txt")) + ReadBytes(P("out/b.txt")), "abb");
+  EXPECT_TRUE(PathExists(P("d/a.txt")));
+  EXPECT_FALSE(PathExists(P("out/c.log")));
+  // onto an existing name: replaced, or with "rename on collision" a free copy name
+  WriteBytes(P("d/a.txt"), "A2");
+  EXPECT_TRUE(Op(kShellCopy, 0, T("d/a.txt"), T("out")));
+  EXPECT_EQ(ReadBytes(P("out/a.txt")), "A2");
+  EXPECT_TRUE(Op(kShellCopy, kShellRenameOnCollision, T("d/a.txt"), T("out")));
+  EXPECT_TRUE(Op(kShellCopy, kShellRenameOnCollision, T("d/a.txt"), T("out")));
+  EXPECT_TRUE(PathExists(P("out/Copy of a.txt")) && PathExists(P("out/Copy (2) of a.txt")));
+  // one target per source
+  EXPECT_TRUE(Op(kShellCopy, kShellMultiDestFiles, List("d/a.txt", "d/b.txt"), List("m/1", "m/2")));
+  EXPECT_EQ(ReadBytes(P("m/1")) + ReadBytes(P("m/2")), "A2bb");
+  EXPECT_FALSE(Op(kShellCopy, kShellMultiDestFiles, List("d/a.txt", "d/b.txt"), T("m/3")));  // counts differ
+
+  // move and rename
+  EXPECT_TRUE(Op(kShellMove, 0, T("d/c.log"), T("moved/c2.log")));
+  EXPECT_FALSE(PathExists(P("d/c.log")));
+  EXPECT_EQ(ReadBytes(P("moved/c2.log")), "c");
+  EXPECT_TRUE(Op(kShellRename, 0, T("m/1"), T("m/one")));
+  EXPECT_FALSE(Op(kShellRename, 0, T("m/2"), T("m/one")));  // the new name exists
+  EXPECT_FALSE(Op(kShellRename, 0, T("m/none"), T("m/x")));
+  EXPECT_EQ(ReadBytes(P("m/one")) + ReadBytes(P("m/2")), "A2bb");
+
+  // delete: "files only" leaves the subfolder; a missing source or an unknown
+  // operation fails and deletes nothing
+  EXPECT_FALSE(Op(kShellDelete, 0, List("d/a.txt", "d/missing.txt")));
+  EXPECT_TRUE(PathExists(P("d/a.txt")));
+  EXPECT_FALSE(Op(9, 0, T("d/a.txt")));
+  EXPECT_TRUE(Op(kShellDelete, kShellFilesOnly | kShellNoConfirmation, T("d/*")));
+  EXPECT_EQ(std::distance(fs::directory_iterator(P("d")), {}), 1);
+  EXPECT_TRUE(Op(kShellDelete, 0, T("d/sub")));  // a folder goes with its content
+  EXPECT_FALSE(PathExists(P("d/sub")));
+}
+
+TEST_F(ShellOperationsTest, AllowUndoMovesToTheTrashWithoutAsking) {
+  const char* saved = getenv("XDG_DATA_HOME");
+  std::string saved_value = saved ? saved : "";
+  setenv("XDG_DATA_HOME", P("data").c_str(), 1);
+  const std::string trash = P("data/Trash");
+  for (const char* name : {"d/x.txt", "d/my file.txt", "d/folder/in.txt"}) WriteBytes(P(name), name);
+
+  EXPECT_TRUE(Op(kShellDelete, kShellAllowUndo, T("d/x.txt")));
+  EXPECT_FALSE(PathExists(P("d/x.txt")));
+  EXPECT_EQ(ReadBytes(trash + "/files/x.txt"), "d/x.txt");
+  std::string info = ReadBytes(trash + "/info/x.txt.trashinfo");
+  EXPECT_TRUE(std::regex_match(info, std::regex("\\[Trash Info\\]\nPath=" + P("d/x.txt") +
+                                                "\nDeletionDate=\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\n")))
+      << info;
+  WriteBytes(P("d/x.txt"), "second");  // the same name again gets a free one
+  EXPECT_TRUE(Op(kShellDelete, kShellAllowUndo | kShellSilent, T("d/x.txt")));
+  EXPECT_EQ(ReadBytes(trash + "/files/x.txt.2"), "second");
+  EXPECT_TRUE(PathExists(trash + "/info/x.txt.2.trashinfo"));
+  EXPECT_TRUE(Op(kShellDelete, kShellAllowUndo, T("d/my file.txt")));  // the path is percent-encoded
+  EXPECT_NE(ReadBytes(trash + "/info/my file.txt.trashinfo").find("/d/my%20file.txt\n"), std::string::npos);
+  EXPECT_TRUE(Op(kShellDelete, kShellAllowUndo, T("d/folder")));  // a folder goes whole
+  EXPECT_EQ(ReadBytes(trash + "/files/folder/in.txt"), "d/folder/in.txt");
+
+  // without the flag, or with flags past 16 bits (dropped), deletion is for good
+  WriteBytes(P("d/y.txt"), "y");
+  WriteBytes(P("d/z.txt"), "z");
+  EXPECT_TRUE(Op(kShellDelete, 0, T("d/y.txt")));
+  EXPECT_TRUE(Op(kShellDelete, 0x10000 | kShellAllowUndo, T("d/z.txt")));
+  EXPECT_FALSE(PathExists(P("d/y.txt")) || PathExists(P("d/z.txt")));
+  EXPECT_EQ(std::distance(fs::directory_iterator(trash + "/files"), {}), 4);
+  if (saved) setenv("XDG_DATA_HOME", saved_value.c_str(), 1); else unsetenv("XDG_DATA_HOME");
+}
+
+TEST_F(ShellOperationsTest, GeneratedNames) {
+  Text name = store.File_RandomFileName(u"txt") + store.File_RandomFileName(u".txt");
+  EXPECT_TRUE(std::regex_match(TextToUtf8(name), std::regex("([A-Z]{8}\\.txt){2}"))) << TextToUtf8(name);
+  EXPECT_EQ(store.File_RandomFileName(u"").back(), u'.');
+  // with a folder: "/" is added and a name already there is drawn again (the
+  // clock stands still on the simulated loop, so a fresh Storage draws the
+  // same first name)
+  Text first = TestStorage(sim.platform).File_RandomFileName(u"dat");
+  WriteBytes(TextToUtf8(tmp / "" + first), "taken");
+  Variant folder = tmp.text();
+  Text drawn = TestStorage(sim.platform).File_RandomFileName(u"dat", folder);
+  EXPECT_EQ(CStr(folder), tmp.text() + u"/");
+  EXPECT_NE(drawn, first);
+  EXPECT_TRUE(std::regex_match(TextToUtf8(drawn), std::regex("[A-Z]{8}\\.dat")));
+  EXPECT_EQ(CStr(store.File_FileNameFromDateTime()).size(), 16u);
+}
+
+}  // namespace
+}  // namespace varnek
