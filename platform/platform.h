@@ -15,6 +15,7 @@ class DateLocale;     // platform/date_locale.h
 class SystemReadings; // platform/system_readings.h
 class NetworkClock;   // platform/network_clock.h
 class MessageBox;     // platform/message_box.h
+class NetworkShares;  // platform/network_shares.h
 
 struct Platform {
   HostLoop* loop = nullptr;
@@ -27,6 +28,7 @@ struct Platform {
   SystemReadings* readings = nullptr;
   NetworkClock* network_clock = nullptr;
   MessageBox* messages = nullptr;
+  NetworkShares* shares = nullptr;
   // Further services (files, profiles, comm, ...) are added here as members,
   // each with its own interface header.
 };

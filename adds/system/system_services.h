@@ -133,6 +133,43 @@ class SystemServices : public virtual AddsCore {
   // Shows "Falta completar este código" through the platform's message box
   // (stderr on Linux) and returns the zero date. The argument is not used.
   Date NET_TIME(const Variant& unused = Variant::Missing());
+
+  // ---- Network shares and messages (network_shares.cpp) ---------------------
+
+  // The last walk: a header line, then one line per entry, five fields by
+  // tabs: class, provider, remote name, local name, comment. Null before the
+  // first NET_UpdateRecursos.
+  CollectionPtr NET_Recursos;
+
+  // Empties NET_Recursos (pumping the host loop after each removal), walks
+  // the browse tree below Raiz (a provider when Uso is 6, else a remote
+  // name; "" the top) and puts the header in front when anything was
+  // listed. Each entry adds one line: its own when its class is known, else
+  // again the last line made at its level ("" before any). Containers are
+  // walked on the spot, at most 32 levels deep. On Linux the tree is empty
+  // (see platform/linux/linux_network_shares.h). May pump. Open.
+  bool NET_UpdateRecursos(const Text& Raiz, int32_t Uso);
+  // Maps DriveLetter (cut to its first unit, which the caller keeps) onto
+  // UNCPath with no password. False when either is empty or the mapping
+  // fails. On Linux: mount.cifs onto <drive root>/<letter>. Open.
+  bool NET_ShareConnect(const Variant& UNCPath, Text& DriveLetter);
+  // Unmaps DriveLetter (cut the same way). The platform's force flag is
+  // passed reversed on purpose: Force True asks for the polite release.
+  // False when the letter is empty or the release fails. Open.
+  bool NET_ShareDisconnect(Variant& DriveLetter, bool Force);
+  // The universal name of FileSpec. A path on no share is looked up among
+  // this machine's disk shares (ignoring case, the first whose path begins
+  // FileSpec wins): "\\" machine "\" share, then FileSpec from the
+  // position equal to the share path's length, so its last unit repeats
+  // ("C:\Data" gives "...\Dataa\x"); with none, FileSpec itself. Any other
+  // failure gives "". Open.
+  Text NET_GetUncName(const Text& FileSpec);
+  // Sends nothing and gives False, always: the classic routine kept its
+  // success flag to itself, and Linux has no message service to send to.
+  bool NET_BroadcastMessage(const Text& UserOrMachine, const Text& pFromName, const Text& Message);
+
+ private:
+  void netResourceWalk(const Text& Raiz, int32_t Uso, int depth);
 };
 
 // The pure part of NET_TIMEFormatDateTime: `now` is the fallback.

@@ -6,7 +6,9 @@
 #include "platform/linux/linux_application.h"
 #include "platform/linux/linux_date_locale.h"
 #include "platform/linux/linux_files.h"
+#include "platform/linux/linux_command_runner.h"
 #include "platform/linux/linux_loop.h"
+#include "platform/linux/linux_network_shares.h"
 #include "platform/linux/linux_network_clock.h"
 #include "platform/linux/linux_socket.h"
 #include "platform/linux/linux_system_readings.h"
@@ -31,6 +33,7 @@ Platform& LinuxPlatform() {
     p->readings = new LinuxSystemReadings;
     p->network_clock = new LinuxNetworkClock(*loop);
     p->messages = new StderrMessageBox;
+    p->shares = new LinuxNetworkShares(*new LinuxCommandRunner);
     return p;
   }();
   return *platform;

@@ -8,6 +8,7 @@
 
 #include "platform/platform.h"
 #include "platform/message_box.h"
+#include "platform/sim/fake_network_shares.h"
 #include "platform/sim/fixed_application.h"
 #include "platform/sim/fixed_system_readings.h"
 #include "platform/sim/memory_settings_store.h"
@@ -33,6 +34,7 @@ struct SimPlatform {
   FixedSystemReadings readings;
   SimNetworkClock network_clock{loop};
   RecordedMessages messages;
+  FakeNetworkShares shares;
   // Points at the members above; sockets stay null until a simulated socket
   // factory is set.
   Platform platform;
