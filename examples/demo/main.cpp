@@ -13,6 +13,7 @@
 #include "examples/demo/demo_host.h"
 #include "examples/demo/demo_options.h"
 #include "platform/linux/linux_loop.h"
+#include "platform/linux/linux_network_clock.h"
 
 namespace {
 
@@ -61,6 +62,9 @@ int main(int argc, char** argv) {
   Platform& platform = LinuxPlatform();
   auto* loop = dynamic_cast<LinuxLoop*>(platform.loop);
   if (!loop) return 1;
+  if (auto* clock = dynamic_cast<LinuxNetworkClock*>(platform.network_clock); clock && options.time_port) {
+    clock->set_port(static_cast<uint16_t>(options.time_port));
+  }
   bool stop = false;
   loop->Watch(signal_fd, EPOLLIN, [&](uint32_t) {
     signalfd_siginfo info{};
