@@ -5,7 +5,6 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -19,56 +18,28 @@
 #include <thread>
 #include <vector>
 
+#include "tests/platform/sntp_responder.h"
+
 namespace {
 
-constexpr int64_t kServerUnix = 1779013230;  // 2026-05-17 10:20:30 UTC
-
-// A UDP socket on 127.0.0.1 and a free port; closed by the owner.
-int BindLoopbackUdp(uint16_t& port) {
-  int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  sockaddr_in a{};
-  a.sin_family = AF_INET;
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-  socklen_t len = sizeof a;
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
-  port = ntohs(a.sin_port);
-  return fd;
-}
-
-// Answers SNTP requests with kServerUnix from a thread, for at most 60 s.
-class SntpResponder {
+// The loopback SNTP responder, its loop pumped on a thread for at most 60 s.
+class ThreadedSntp {
  public:
-  SntpResponder() : fd_(BindLoopbackUdp(port)), thread_([this] { Serve(); }) {}
-  ~SntpResponder() {
+  explicit ThreadedSntp(varnek::SntpResponder::Mode mode = varnek::SntpResponder::kAnswer)
+      : responder_(loop_, mode) {}
+  ~ThreadedSntp() {
     stop_ = true;
-    thread_.join();
-    ::close(fd_);
+    pumper_.join();
   }
-  uint16_t port = 0;
+  uint16_t port() const { return responder_.port; }
 
  private:
-  void Serve() {
-    for (int turns = 0; turns < 600 && !stop_; ++turns) {
-      pollfd p{fd_, POLLIN, 0};
-      if (::poll(&p, 1, 100) <= 0) continue;
-      unsigned char in[64], out[48] = {};
-      sockaddr_in peer{};
-      socklen_t len = sizeof peer;
-      if (::recvfrom(fd_, in, sizeof in, 0, reinterpret_cast<sockaddr*>(&peer), &len) < 48) continue;
-      out[0] = 0x24;
-      out[1] = 1;
-      uint64_t stamp = (static_cast<uint64_t>(kServerUnix) + 2208988800ull) << 32 | 0x40000000u;
-      for (int i = 0; i < 8; ++i) {
-        out[24 + i] = in[40 + i];
-        out[32 + i] = out[40 + i] = static_cast<unsigned char>(stamp >> (56 - 8 * i));
-      }
-      ::sendto(fd_, out, sizeof out, 0, reinterpret_cast<sockaddr*>(&peer), len);
-    }
-  }
-  int fd_;
+  varnek::LinuxLoop loop_;
+  varnek::SntpResponder responder_;
   std::atomic<bool> stop_{false};
-  std::thread thread_;
+  std::thread pumper_{[this] {
+    for (int turns = 0; turns < 600 && !stop_; ++turns) loop_.Pump(0.1);
+  }};
 };
 
 std::string Shell(const std::string& command) {
@@ -136,11 +107,11 @@ class Demo {
 bool Has(const std::string& page, const std::string& part) { return page.find(part) != std::string::npos; }
 
 TEST(SystemPage, ShowsReadingsArgumentsAndTheServersClock) {
-  SntpResponder sntp;
-  Demo demo({"--time-server", "127.0.0.1", "--time-port", std::to_string(sntp.port)});
+  ThreadedSntp sntp;
+  Demo demo({"--time-server", "127.0.0.1", "--time-port", std::to_string(sntp.port())});
   std::string page = demo.Get("/system");
   ASSERT_FALSE(page.empty());
-  time_t at = kServerUnix;
+  time_t at = varnek::kSntpServerUnix;
   tm local{};
   localtime_r(&at, &local);
   char expected[32];
@@ -151,7 +122,7 @@ TEST(SystemPage, ShowsReadingsArgumentsAndTheServersClock) {
         std::string("Total physical (Win_Memoria, KB)</td><td>"),
         "Clock of 127.0.0.1</td><td>" + std::string(expected) + "</td>",
         "Command line (position 0)</td><td>--port " + demo.port + " --time-server 127.0.0.1 --time-port " +
-            std::to_string(sntp.port) + "</td>",
+            std::to_string(sntp.port()) + "</td>",
         std::string("Argument 1 (cut by &quot;--&quot;)</td><td></td>"),
         "Argument 2 (cut by &quot;--&quot;)</td><td>-port " + demo.port + "</td>",
         std::string("Argument 3 (cut by &quot;--&quot;)</td><td>-time-server 127.0.0.1</td>")}) {
@@ -171,12 +142,10 @@ TEST(SystemPage, LocalClockByDefaultAndNoAnswerFromASilentServer) {
     std::strftime(today, sizeof today, "%Y-%m-%d", &local);
     EXPECT_TRUE(Has(page, std::string("Local clock</td><td>") + today)) << page;
   }
-  uint16_t silent_port = 0;
-  int silent = BindLoopbackUdp(silent_port);  // bound, never answers
-  Demo demo({"--time-server", "127.0.0.1", "--time-port", std::to_string(silent_port)});
+  ThreadedSntp silent(varnek::SntpResponder::kSilent);
+  Demo demo({"--time-server", "127.0.0.1", "--time-port", std::to_string(silent.port())});
   std::string page = demo.Get("/system");
   EXPECT_TRUE(Has(page, "Clock of 127.0.0.1</td><td>no answer (1899-12-30 00:00:00)</td>")) << page;
-  ::close(silent);
 }
 
 }  // namespace
