@@ -159,10 +159,11 @@ class SystemServices : public virtual AddsCore {
   bool NET_ShareDisconnect(Variant& DriveLetter, bool Force);
   // The universal name of FileSpec. A path on no share is looked up among
   // this machine's disk shares (ignoring case, the first whose path begins
-  // FileSpec wins): "\\" machine "\" share, then FileSpec from the
-  // position equal to the share path's length, so its last unit repeats
-  // ("C:\Data" gives "...\Dataa\x"); with none, FileSpec itself. Any other
-  // failure gives "". Open.
+  // FileSpec wins): two backslashes, the machine, a backslash, the share,
+  // then FileSpec from the position equal to the share path's length, so
+  // its last unit repeats (share path "C:/Data", FileSpec "C:/Data/x" gives
+  // "//HOST/DATAa/x" with backslashes). With no winner, FileSpec itself. Any
+  // other failure gives "". Open.
   Text NET_GetUncName(const Text& FileSpec);
   // Sends nothing and gives False, always: the classic routine kept its
   // success flag to itself, and Linux has no message service to send to.
