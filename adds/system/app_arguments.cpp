@@ -2,10 +2,9 @@
 // process's own command line.
 #include "adds/system/app_arguments.h"
 
-#include "adds/system/system_services.h"
-
 #include <vector>
 
+#include "adds/system/system_services.h"
 #include "runtime/convert.h"
 #include "runtime/failure.h"
 #include "runtime/int16.h"
@@ -34,7 +33,6 @@ Variant AppArgumentsOf(const Variant& Position, const Text& Separator, const Tex
   return result;
 }
 
-
 Variant SystemServices::App_Arguments(const Variant& Position) {
   Variant separator = Variant::Missing();
   return App_Arguments(Position, separator);
@@ -43,9 +41,8 @@ Variant SystemServices::App_Arguments(const Variant& Position) {
 Variant SystemServices::App_Arguments(const Variant& Position, Variant& Separator,
                                       const Variant& SourceString) {
   if (Separator.IsMissing() || Separator.IsEmpty()) Separator = Text(u"/");
-  Text source = (SourceString.IsMissing() || SourceString.IsEmpty())
-                    ? platform().app->CommandLine()
-                    : CStr(SourceString);
+  Text source = (SourceString.IsMissing() || SourceString.IsEmpty()) ? platform().app->CommandLine()
+                                                                     : CStr(SourceString);
   return AppArgumentsOf(Position, CStr(Separator), source);
 }
 

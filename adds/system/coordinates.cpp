@@ -20,7 +20,9 @@ double Checked(double value) {
   return value;
 }
 
-double Difference(const Variant& end, const Variant& start) { return Checked(CDbl(end) - CDbl(start)); }
+double Difference(const Variant& end, const Variant& start) {
+  return Checked(CDbl(end) - CDbl(start));
+}
 double Square(double value) { return Checked(value * value); }
 double Divide(double dividend, double divisor) {
   if (divisor == 0) Fail(dividend == 0 ? kErrOverflow : kErrDivisionByZero);
@@ -62,7 +64,8 @@ Variant Coordenadas2D_AnguloEntrePuntosRadianes(const Variant& PosIniX, const Va
 Variant Coordenadas2D_AnguloEntrePuntosGrados(const Variant& PosIniX, const Variant& PosIniY,
                                               const Variant& PosEndX, const Variant& PosEndY) {
   Variant result;
-  bool failed = !Resume([&] { result = PlaneAngle(PosIniX, PosIniY, PosEndX, PosEndY) * 180 / kPiForDegrees; });
+  bool failed = !Resume(
+      [&] { result = PlaneAngle(PosIniX, PosIniY, PosEndX, PosEndY) * 180 / kPiForDegrees; });
   if (failed) result = 365;
   return result;
 }

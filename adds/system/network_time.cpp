@@ -2,9 +2,9 @@
 // and the unfinished NET_TIME.
 #include <optional>
 
+#include "adds/system/system_services.h"
 #include "platform/message_box.h"
 #include "platform/network_clock.h"
-#include "adds/system/system_services.h"
 #include "runtime/convert.h"
 #include "runtime/date_math.h"
 #include "runtime/dates.h"

@@ -40,9 +40,12 @@ Variant SystemServices::POWER_Percent() { return Variant::Byte(PowerStatus.batte
 
 int16_t SystemServices::POWER_Source() {
   switch (PowerStatus.ac_line_status) {
-    case 0: return 0;
-    case 1: return 1;
-    default: return 2;
+    case 0:
+      return 0;
+    case 1:
+      return 1;
+    default:
+      return 2;
   }
 }
 
@@ -55,10 +58,11 @@ Date SystemServices::POWER_DurationPredicted() {
     when[k] = LinearFromDate(PowerHistory[k].when.serial);
     if (p[k] == 0) return result;
   }
-  double gap = DateFromLinear(((when[1] - when[2]) + (when[2] - when[3]) + (when[3] - when[4]) +
-                               (when[4] - when[5])) / 4);
+  double gap = DateFromLinear(
+      ((when[1] - when[2]) + (when[2] - when[3]) + (when[3] - when[4]) + (when[4] - when[5])) / 4);
   double step = std::fabs((std::abs(p[1] - p[2]) + std::abs(p[2] - p[3]) + std::abs(p[3] - p[4]) +
-                           std::abs(p[4] - p[5])) / 4.0);
+                           std::abs(p[4] - p[5])) /
+                          4.0);
   if (p[1] < p[2] && p[2] < p[3] && p[3] < p[4] && p[4] < p[5]) {
     double t = (Hour(gap) * 60.0 + Minute(gap)) * 60.0 + Second(gap);
     double n = t * (p[1] / step);
@@ -79,11 +83,20 @@ Variant SystemServices::Win_Memoria(int32_t sSolicitud) {
   MemoryStatus memory = platform().readings->ReadMemoryStatus();
   uint64_t bytes = 0;
   switch (sSolicitud) {
-    case 0: bytes = memory.total_phys; break;
-    case 1: bytes = memory.avail_phys; break;
-    case 2: bytes = memory.total_virtual; break;
-    case 3: bytes = memory.avail_virtual; break;
-    default: return Variant::Long(0);
+    case 0:
+      bytes = memory.total_phys;
+      break;
+    case 1:
+      bytes = memory.avail_phys;
+      break;
+    case 2:
+      bytes = memory.total_virtual;
+      break;
+    case 3:
+      bytes = memory.avail_virtual;
+      break;
+    default:
+      return Variant::Long(0);
   }
   auto figure = static_cast<int32_t>(ClassicMemoryFigure(bytes));
   return Variant::Long(figure / 1024);

@@ -26,7 +26,8 @@ class EmptyEnumeration : public ResourceEnumeration {
 std::string Unescape(const std::string& field) {
   std::string out;
   for (size_t i = 0; i < field.size(); ++i) {
-    if (field[i] == '\\' && i + 3 < field.size() && std::isdigit(static_cast<unsigned char>(field[i + 1]))) {
+    if (field[i] == '\\' && i + 3 < field.size() &&
+        std::isdigit(static_cast<unsigned char>(field[i + 1]))) {
       out += static_cast<char>(std::stoi(field.substr(i + 1, 3), nullptr, 8));
       i += 3;
     } else {
@@ -54,8 +55,9 @@ bool MountOf(const std::string& mountinfo, const std::string& path, Mount& found
     while (dash < f.size() && f[dash] != "-") ++dash;
     if (f.size() < 5 || dash + 2 >= f.size()) continue;
     std::string point = Unescape(f[4]);
-    bool inside = point == "/" || path == point ||
-                  (path.rfind(point, 0) == 0 && path.size() > point.size() && path[point.size()] == '/');
+    bool inside =
+        point == "/" || path == point ||
+        (path.rfind(point, 0) == 0 && path.size() > point.size() && path[point.size()] == '/');
     if (inside && (!any || point.size() >= best)) {
       found = {point, f[dash + 1], Unescape(f[dash + 2])};
       best = point.size();
@@ -88,13 +90,17 @@ std::string LinuxNetworkShares::DriveFolder(const Text& local) const {
       !std::isalpha(static_cast<unsigned char>(local[0]))) {
     return {};
   }
-  return paths_.drive_root + "/" + static_cast<char>(std::toupper(static_cast<unsigned char>(local[0])));
+  return paths_.drive_root + "/" +
+         static_cast<char>(std::toupper(static_cast<unsigned char>(local[0])));
 }
 
-int32_t LinuxNetworkShares::AddConnection(const Text& remote, const Text& password, const Text& local) {
+int32_t LinuxNetworkShares::AddConnection(const Text& remote, const Text& password,
+                                          const Text& local) {
   std::string unc = TextToUtf8(remote);
-  for (char& c : unc) if (c == '\\') c = '/';
-  if (unc.size() < 5 || unc.rfind("//", 0) != 0 || unc.find('/', 2) == std::string::npos) return kBadNetName;
+  for (char& c : unc)
+    if (c == '\\') c = '/';
+  if (unc.size() < 5 || unc.rfind("//", 0) != 0 || unc.find('/', 2) == std::string::npos)
+    return kBadNetName;
   std::string folder = DriveFolder(local);
   if (folder.empty()) return kBadDevice;
   std::error_code ec;
@@ -116,7 +122,8 @@ int32_t LinuxNetworkShares::GetUniversalName(const Text& path, Text& universal) 
     std::string folder = DriveFolder(path.substr(0, 2));
     if (folder.empty()) return kBadDevice;
     std::string rest = p.substr(2);
-    for (char& c : rest) if (c == '\\') c = '/';
+    for (char& c : rest)
+      if (c == '\\') c = '/';
     p = folder + (rest.empty() || rest[0] == '/' ? rest : "/" + rest);
   }
   if (p.empty() || p[0] != '/') return kBadDevice;
@@ -124,7 +131,8 @@ int32_t LinuxNetworkShares::GetUniversalName(const Text& path, Text& universal) 
   if (!MountOf(paths_.mountinfo, p, m)) return kNotConnected;
   if (m.type != "cifs" && m.type != "smb3" && m.type != "smbfs") return kNotConnected;
   std::string unc = m.source + (m.point == "/" ? p : p.substr(m.point.size()));
-  for (char& c : unc) if (c == '/') c = '\\';
+  for (char& c : unc)
+    if (c == '/') c = '\\';
   universal = Utf8ToText(unc);
   return 0;
 }
@@ -155,7 +163,8 @@ std::vector<ShareInfo> LinuxNetworkShares::LocalShares() {
     std::string key = Lower(Trimmed(line.substr(0, eq)));
     std::string value = Trimmed(line.substr(eq + 1));
     if (key == "path") current.path = Utf8ToText(value);
-    if ((key == "printable" || key == "print ok") && (Lower(value) == "yes" || value == "1" || Lower(value) == "true")) {
+    if ((key == "printable" || key == "print ok") &&
+        (Lower(value) == "yes" || value == "1" || Lower(value) == "true")) {
       current.type = 1;
     }
   }

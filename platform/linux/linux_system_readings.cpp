@@ -118,8 +118,8 @@ std::optional<int32_t> LinuxSystemReadings::ReadCpuUsage() {
   last_idle_ = idle;
   if (dtotal == 0) return 0;
   didle = std::min(didle, dtotal);
-  return static_cast<int32_t>(std::lround(100.0 * static_cast<double>(dtotal - didle) /
-                                          static_cast<double>(dtotal)));
+  return static_cast<int32_t>(
+      std::lround(100.0 * static_cast<double>(dtotal - didle) / static_cast<double>(dtotal)));
 }
 
 }  // namespace varnek

@@ -1,9 +1,8 @@
 // The demo host's "/system" page met by curl: readings, the self-refresh, the
 // process's arguments and the clock of an SNTP responder on 127.0.0.1, of
 // the local machine, and of a server that does not answer.
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -58,7 +57,8 @@ class Demo {
     // The server's port is a 16-bit Integer: pick a free one below 32768.
     uint16_t probe_port = 0;
     for (int attempt = 0; attempt < 50 && probe_port == 0; ++attempt) {
-      uint16_t candidate = static_cast<uint16_t>(20000 + (getpid() * 7919 + attempt * 104729) % 12000);
+      uint16_t candidate =
+          static_cast<uint16_t>(20000 + (getpid() * 7919 + attempt * 104729) % 12000);
       int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
       sockaddr_in a{};
       a.sin_family = AF_INET;
@@ -104,7 +104,9 @@ class Demo {
   pid_t pid_ = -1;
 };
 
-bool Has(const std::string& page, const std::string& part) { return page.find(part) != std::string::npos; }
+bool Has(const std::string& page, const std::string& part) {
+  return page.find(part) != std::string::npos;
+}
 
 TEST(SystemPage, ShowsReadingsArgumentsAndTheServersClock) {
   ThreadedSntp sntp;
@@ -117,12 +119,13 @@ TEST(SystemPage, ShowsReadingsArgumentsAndTheServersClock) {
   char expected[32];
   std::strftime(expected, sizeof expected, "%Y-%m-%d %H:%M:%S", &local);
   for (const std::string& part :
-       {std::string("<meta http-equiv=\"refresh\" content=\"10\">"), std::string("Battery level (%)"),
-        std::string("Power source</td><td>"), std::string("CPU use (%)</td><td>"),
+       {std::string("<meta http-equiv=\"refresh\" content=\"10\">"),
+        std::string("Battery level (%)"), std::string("Power source</td><td>"),
+        std::string("CPU use (%)</td><td>"),
         std::string("Total physical (Win_Memoria, KB)</td><td>"),
         "Clock of 127.0.0.1</td><td>" + std::string(expected) + "</td>",
-        "Command line (position 0)</td><td>--port " + demo.port + " --time-server 127.0.0.1 --time-port " +
-            std::to_string(sntp.port()) + "</td>",
+        "Command line (position 0)</td><td>--port " + demo.port +
+            " --time-server 127.0.0.1 --time-port " + std::to_string(sntp.port()) + "</td>",
         std::string("Argument 1 (cut by &quot;--&quot;)</td><td></td>"),
         "Argument 2 (cut by &quot;--&quot;)</td><td>-port " + demo.port + "</td>",
         std::string("Argument 3 (cut by &quot;--&quot;)</td><td>-time-server 127.0.0.1</td>")}) {

@@ -2,7 +2,6 @@
 // both (answers come later, once; both server spellings; silence gives
 // nothing; the local clock), then what only the Linux client has.
 #include <gtest/gtest.h>
-
 #include <time.h>
 
 #include <chrono>
@@ -27,9 +26,7 @@ struct LinuxRig {
   double local_now() { return static_cast<double>(::time(nullptr)); }
 };
 struct SimRig {
-  SimRig() {
-    clock.servers[u"timehost"] = TimeOfDayFromUnix(kSntpServerUnix, 250, 0);
-  }
+  SimRig() { clock.servers[u"timehost"] = TimeOfDayFromUnix(kSntpServerUnix, 250, 0); }
   SimLoop loop{46023.5};  // 2026-01-01 12:00:00
   SimNetworkClock clock{loop};
   Text good = u"timehost", silent = u"nobody";
@@ -83,7 +80,8 @@ TYPED_TEST(NetworkClockContract, ServersLocalClockAndSilence) {
 
 // ---- Linux only -------------------------------------------------------------
 
-std::optional<TimeOfDayInfo> AskLinux(LinuxLoop& loop, LinuxNetworkClock& clock, const Text& server) {
+std::optional<TimeOfDayInfo> AskLinux(LinuxLoop& loop, LinuxNetworkClock& clock,
+                                      const Text& server) {
   std::optional<TimeOfDayInfo> answer;
   bool answered = false;
   clock.Query(server, [&](std::optional<TimeOfDayInfo> t) {

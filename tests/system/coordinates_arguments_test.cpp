@@ -13,8 +13,11 @@ namespace varnek {
 namespace {
 
 TEST(Coordinates, PointOnEllipseRunsClockwiseFromTheTop) {
-  struct Case { double degree; int32_t x, y; } cases[] = {
-      {0, 100, 50}, {90, 150, 100}, {180, 100, 150}, {270, 50, 100}, {45, 135, 65}, {-90, 50, 100}};
+  struct Case {
+    double degree;
+    int32_t x, y;
+  } cases[] = {{0, 100, 50},   {90, 150, 100}, {180, 100, 150},
+               {270, 50, 100}, {45, 135, 65},  {-90, 50, 100}};
   for (const Case& c : cases) {
     int32_t x = -1, y = -1;
     Coordenadas2D_GradosToXY(100, 100, c.degree, 50, 50, x, y);
@@ -43,7 +46,8 @@ TEST(Coordinates, PlaneAnglesHaveNoQuadrantAndTheDegreeFormFallsBackTo365) {
   EXPECT_EQ(CLng(vertical), 365);
   EXPECT_EQ(CLng(Coordenadas2D_AnguloEntrePuntosGrados(0, 0, 0, 0)), 365);
   EXPECT_EQ(CLng(Coordenadas2D_AnguloEntrePuntosGrados(u"a", 0, 1, 1)), 365);
-  EXPECT_EQ(CLng(Coordenadas2D_AnguloEntrePuntosGrados(-1.7e308, 0, 1.7e308, 1)), 365);  // dx overflows
+  EXPECT_EQ(CLng(Coordenadas2D_AnguloEntrePuntosGrados(-1.7e308, 0, 1.7e308, 1)),
+            365);  // dx overflows
 
   ExpectFailures({
       {kErrDivisionByZero, [] { Coordenadas2D_AnguloEntrePuntosRadianes(0, 0, 0, 5); }},
@@ -70,7 +74,8 @@ TEST(Coordinates, DistancesAndElevationKeepTheirQuirks) {
       // Huge coordinates: the squares leave the Double range.
       {kErrOverflow, [] { Coordenadas2D_DistanciaEntrePuntos(0, 0, 1e200, 0); }},
       {kErrOverflow, [] { Coordenadas3D_DistanciaEntrePuntos(0, 0, 0, 0, 0, 1e160); }},
-      {kErrOverflow, [] {
+      {kErrOverflow,
+       [] {
          int32_t x, y;
          Coordenadas2D_GradosToXY(2147483600, 0, 90, 100, 0, x, y);
        }},

@@ -15,10 +15,12 @@
 namespace varnek {
 namespace {
 
-NetResource Entry(int display, int type, int usage, Text remote, Text local = {}, Text comment = {}) {
+NetResource Entry(int display, int type, int usage, Text remote, Text local = {},
+                  Text comment = {}) {
   NetResource e;
   e.display_type = display, e.type = type, e.usage = usage;
-  e.remote_name = std::move(remote), e.local_name = std::move(local), e.comment = std::move(comment);
+  e.remote_name = std::move(remote), e.local_name = std::move(local),
+  e.comment = std::move(comment);
   e.provider = u"Net";
   return e;
 }
@@ -112,7 +114,8 @@ TEST(NetworkShares, DriveLettersUniversalNamesAndMessages) {
   EXPECT_EQ(adds.NET_GetUncName(u"Z:\\a.txt"), u"");
   // A local path: the first disk share whose path begins it, ignoring case.
   sim.shares.universal_status = NetworkShares::kNotConnected;
-  sim.shares.local_shares = {{u"LASER", 1, u"C:\\"}, {u"DATA", 0, u"C:\\Data"}, {u"CDRIVE", 0, u"C:\\"}};
+  sim.shares.local_shares = {
+      {u"LASER", 1, u"C:\\"}, {u"DATA", 0, u"C:\\Data"}, {u"CDRIVE", 0, u"C:\\"}};
   EXPECT_EQ(adds.NET_GetUncName(u"c:\\data\\x.txt"), u"\\\\SIMHOST\\DATAa\\x.txt");  // "a" repeats
   EXPECT_EQ(adds.NET_GetUncName(u"C:\\Temp\\y"), u"\\\\SIMHOST\\CDRIVE\\Temp\\y");
   EXPECT_EQ(adds.NET_GetUncName(u"D:\\z"), u"D:\\z");
@@ -126,10 +129,12 @@ class LinuxSharesTest : public ::testing::Test {
  protected:
   void SetUp() override {
     root = std::filesystem::temp_directory_path() /
-           ("varnek-shares-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+           ("varnek-shares-" +
+            std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
     std::filesystem::remove_all(root);
     std::filesystem::create_directories(root);
-    paths = {(root / "drives").string(), (root / "smb.conf").string(), (root / "mountinfo").string()};
+    paths = {(root / "drives").string(), (root / "smb.conf").string(),
+             (root / "mountinfo").string()};
   }
   void TearDown() override { std::filesystem::remove_all(root); }
 
@@ -155,10 +160,10 @@ TEST_F(LinuxSharesTest, MountsThroughTheHelpersAndReadsMountsAndShares) {
                                                    {"umount", "-f", z},
                                                    {"umount", z}}));
 
-  std::ofstream(paths.mountinfo)
-      << "22 1 8:1 / / rw,relatime - ext4 /dev/sda1 rw\n"
-      << "40 22 0:50 / " << z << " rw - cifs //srv/pub rw,vers=3.0\n"
-      << "41 22 0:51 / " << root.string() << "/with\\040space rw - smb3 //srv/other\\040share rw\n";
+  std::ofstream(paths.mountinfo) << "22 1 8:1 / / rw,relatime - ext4 /dev/sda1 rw\n"
+                                 << "40 22 0:50 / " << z << " rw - cifs //srv/pub rw,vers=3.0\n"
+                                 << "41 22 0:51 / " << root.string()
+                                 << "/with\\040space rw - smb3 //srv/other\\040share rw\n";
   Text unc;
   EXPECT_EQ(shares.GetUniversalName(u"Z:\\docs\\a.txt", unc), 0);
   EXPECT_EQ(unc, u"\\\\srv\\pub\\docs\\a.txt");
@@ -169,10 +174,11 @@ TEST_F(LinuxSharesTest, MountsThroughTheHelpersAndReadsMountsAndShares) {
   EXPECT_EQ(shares.GetUniversalName(u"relative", unc), 1200);
   EXPECT_EQ(shares.GetUniversalName(u"", unc), 1200);
 
-  std::ofstream(paths.samba_config) << "[global]\n  workgroup = HOME\n  path = /nope\n"
-                                       "; a comment\n[Public]\n  comment = all\n  path = /srv/public\n"
-                                       "[homes]\n path = /home\n[laser]\n path = /var/spool\n"
-                                       "  printable = Yes\n[nopath]\n  comment = x\n";
+  std::ofstream(paths.samba_config)
+      << "[global]\n  workgroup = HOME\n  path = /nope\n"
+         "; a comment\n[Public]\n  comment = all\n  path = /srv/public\n"
+         "[homes]\n path = /home\n[laser]\n path = /var/spool\n"
+         "  printable = Yes\n[nopath]\n  comment = x\n";
   std::vector<ShareInfo> local = shares.LocalShares();
   ASSERT_EQ(local.size(), 2u);
   EXPECT_EQ(local[0].name, u"Public");
@@ -197,7 +203,8 @@ TEST_F(LinuxSharesTest, AddsOnTheLinuxSourcesWalksNothingAndNamesLocalPaths) {
 
   std::ofstream(paths.mountinfo) << "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n";
   std::ofstream(paths.samba_config) << "[srv]\npath = /srv\n";
-  EXPECT_EQ(adds.NET_GetUncName(u"/SRV/files/x"), u"\\\\" + shares.MachineName() + u"\\srvV/files/x");
+  EXPECT_EQ(adds.NET_GetUncName(u"/SRV/files/x"),
+            u"\\\\" + shares.MachineName() + u"\\srvV/files/x");
   EXPECT_EQ(adds.NET_GetUncName(u"/home/x"), u"/home/x");
 }
 

@@ -1,7 +1,6 @@
 // Network time: the logic's arithmetic and names on virtual time, and the
 // Linux SNTP client against a responder on 127.0.0.1 in the same loop.
 #include <gtest/gtest.h>
-
 #include <time.h>
 
 #include "adds/adds.h"
@@ -25,7 +24,7 @@ TimeOfDayInfo Tod(int year, int month, int day, int hours, int mins, int secs, i
 TEST(NetworkTime, ServerClockBecomesLocalTimeWithTheZoneCarried) {
   SimPlatform sim;
   Adds adds(sim.platform);
-  sim.network_clock.servers[u"WEST"] = Tod(2026, 3, 1, 0, 30, 5, 60);     // UTC-1
+  sim.network_clock.servers[u"WEST"] = Tod(2026, 3, 1, 0, 30, 5, 60);       // UTC-1
   sim.network_clock.servers[u"EAST"] = Tod(2026, 12, 31, 23, 30, 0, -120);  // UTC+2
   sim.network_clock.servers[u"HUGE"] = Tod(40000, 1, 1, 0, 0, 0, 0);
   EXPECT_EQ(DateToHostText(adds.NET_GetRemoteDateTime(u"WEST").serial), u"2026-02-28 23:30:05");
@@ -87,7 +86,8 @@ TEST(NetworkTime, AnSntpServersClockAsLocalTime) {
   localtime_r(&at, &local);
   double expected = DateFromParts(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
                                   local.tm_hour, local.tm_min, local.tm_sec);
-  EXPECT_EQ(DateToHostText(adds.NET_GetRemoteDateTime(u"127.0.0.1").serial), DateToHostText(expected));
+  EXPECT_EQ(DateToHostText(adds.NET_GetRemoteDateTime(u"127.0.0.1").serial),
+            DateToHostText(expected));
   EXPECT_EQ(responder.requests, 1);
 }
 

@@ -101,10 +101,10 @@ TEST(SystemReadings, MemoryKeepsTheSigned32BitDivisionAndLoadPumpsOnce) {
   SimPlatform sim;
   Adds adds(sim.platform);
   sim.readings.memory = {1536ull << 20, 3ull << 30, 5ull << 30, 0xFFFFFE00ull};
-  EXPECT_EQ(CLng(adds.Win_Memoria(0)), 1572864);    // 1.5 GB
-  EXPECT_EQ(CLng(adds.Win_Memoria(1)), -1048576);   // 3 GB reads negative
-  EXPECT_EQ(CLng(adds.Win_Memoria(2)), 0);          // past 4 GB: 0xFFFFFFFF, -1 \ 1024
-  EXPECT_EQ(CLng(adds.Win_Memoria(3)), 0);          // -512 truncates towards zero
+  EXPECT_EQ(CLng(adds.Win_Memoria(0)), 1572864);   // 1.5 GB
+  EXPECT_EQ(CLng(adds.Win_Memoria(1)), -1048576);  // 3 GB reads negative
+  EXPECT_EQ(CLng(adds.Win_Memoria(2)), 0);         // past 4 GB: 0xFFFFFFFF, -1 \ 1024
+  EXPECT_EQ(CLng(adds.Win_Memoria(3)), 0);         // -512 truncates towards zero
   sim.readings.memory.avail_virtual = 0xFFFFF800ull;
   EXPECT_EQ(CLng(adds.Win_Memoria(3)), -2);
   EXPECT_EQ(CLng(adds.Win_Memoria(7)), 0);
@@ -134,7 +134,9 @@ class FakeSysfs : public ::testing::Test {
     std::filesystem::create_directories(path.parent_path());
     std::ofstream(path) << text << "\n";
   }
-  SystemPowerStatus Read() { return LinuxSystemReadings((root / "power").string()).ReadPowerStatus(); }
+  SystemPowerStatus Read() {
+    return LinuxSystemReadings((root / "power").string()).ReadPowerStatus();
+  }
 
   std::filesystem::path root;
 };
@@ -143,7 +145,8 @@ TEST_F(FakeSysfs, PowerSupplyClassReadsLineAndLevel) {
   // No supplies at all, and no folder at all: both unknown.
   EXPECT_EQ(Read().ac_line_status, 255);
   EXPECT_EQ(Read().battery_life_percent, 255);
-  EXPECT_EQ(LinuxSystemReadings((root / "absent").string()).ReadPowerStatus().battery_life_percent, 255);
+  EXPECT_EQ(LinuxSystemReadings((root / "absent").string()).ReadPowerStatus().battery_life_percent,
+            255);
 
   // A desktop: mains only.
   Write("AC/type", "Mains");
@@ -182,8 +185,11 @@ TEST_F(FakeSysfs, PowerSupplyClassReadsLineAndLevel) {
   std::filesystem::remove_all(root / "power/AC");
   std::filesystem::remove_all(root / "power/ucsi-source-psy-USBC000:001");
   Write("BAT0/capacity", "64");
-  for (auto [status, line] : {std::pair{"Charging", 1}, {"Full", 1}, {"Not charging", 1},
-                              {"Discharging", 0}, {"Unknown", 255}}) {
+  for (auto [status, line] : {std::pair{"Charging", 1},
+                              {"Full", 1},
+                              {"Not charging", 1},
+                              {"Discharging", 0},
+                              {"Unknown", 255}}) {
     Write("BAT0/status", status);
     EXPECT_EQ(Read().ac_line_status, line) << status;
   }
