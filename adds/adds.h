@@ -9,14 +9,17 @@
 #include "adds/adds_core.h"
 #include "adds/store/storage.h"
 #include "adds/store/variable_store.h"
+#include "adds/system/system_services.h"
 #include "adds/text/text_toolkit.h"
 
 namespace varnek {
 
-class Adds : public virtual TextToolkit, public VariableStore, public Storage {
+class Adds : public virtual TextToolkit, public VariableStore, public Storage,
+             public SystemServices {
  public:
   explicit Adds(Platform& platform = LinuxPlatform())
-      : AddsCore(platform), TextToolkit(platform), VariableStore(platform), Storage(platform) {}
+      : AddsCore(platform), TextToolkit(platform), VariableStore(platform), Storage(platform),
+        SystemServices(platform) {}
 };
 
 }  // namespace varnek

@@ -12,6 +12,10 @@ class SocketFactory;  // platform/socket.h
 class FileSystem;     // platform/files.h
 class ProfileStore;   // platform/profile.h
 class DateLocale;     // platform/date_locale.h
+class SystemReadings; // platform/system_readings.h
+class NetworkClock;   // platform/network_clock.h
+class MessageBox;     // platform/message_box.h
+class NetworkShares;  // platform/network_shares.h
 
 struct Platform {
   HostLoop* loop = nullptr;
@@ -21,6 +25,10 @@ struct Platform {
   FileSystem* files = nullptr;
   ProfileStore* profiles = nullptr;
   DateLocale* dates = nullptr;
+  SystemReadings* readings = nullptr;
+  NetworkClock* network_clock = nullptr;
+  MessageBox* messages = nullptr;
+  NetworkShares* shares = nullptr;
   // Further services (files, profiles, comm, ...) are added here as members,
   // each with its own interface header.
 };

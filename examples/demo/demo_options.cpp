@@ -21,6 +21,7 @@ bool ToInt(const std::string& text, int low, int high, int& out) {
 std::string Usage() {
   return "usage: varnek-demo [--port N] [--slots N] [--watchdog SECONDS] [--welcome TEXT]\n"
          "                   [--user NAME:PASS]... [--secure PATH]...\n"
+         "                   [--time-server HOST] [--time-port N]\n"
          "Without --user and --secure, /admin is secured for admin:admin.\n";
 }
 
@@ -48,6 +49,10 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
     } else if (flag == "--user") {
       ok = value.find(':') != std::string::npos;
       options.users.push_back(value);
+    } else if (flag == "--time-server") {
+      options.time_server = value;
+    } else if (flag == "--time-port") {
+      ok = ToInt(value, 1, 65535, options.time_port);
     } else if (flag == "--secure") {
       options.secure.push_back(value);
     } else {

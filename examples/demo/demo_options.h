@@ -14,6 +14,8 @@ struct Options {
   std::vector<std::string> users;    // NAME:PASS
   std::vector<std::string> secure;   // path prefixes
   bool defaults_for_admin = false;   // no --user/--secure given: /admin for admin:admin
+  std::string time_server;           // the /system page's clock; "" the local one
+  int time_port = 0;                 // its UDP port; 0 the standard 123
 };
 
 // Parses argv. Returns false and fills `error` on an unknown or malformed flag.

@@ -14,6 +14,7 @@
 #include "examples/demo/demo_options.h"
 #include "examples/demo/file_limit.h"
 #include "platform/linux/linux_loop.h"
+#include "platform/linux/linux_network_clock.h"
 
 namespace {
 
@@ -64,6 +65,8 @@ int main(int argc, char** argv) {
   Platform& platform = LinuxPlatform();
   auto* loop = dynamic_cast<LinuxLoop*>(platform.loop);
   if (!loop) return 1;
+  auto* clock = dynamic_cast<LinuxNetworkClock*>(platform.network_clock);
+  if (clock && options.time_port) clock->set_port(static_cast<uint16_t>(options.time_port));
   bool stop = false;
   loop->Watch(signal_fd, EPOLLIN, [&](uint32_t) {
     signalfd_siginfo info{};

@@ -6,9 +6,14 @@
 #include "platform/linux/linux_application.h"
 #include "platform/linux/linux_date_locale.h"
 #include "platform/linux/linux_files.h"
+#include "platform/linux/linux_command_runner.h"
 #include "platform/linux/linux_loop.h"
+#include "platform/linux/linux_network_shares.h"
+#include "platform/linux/linux_network_clock.h"
 #include "platform/linux/linux_socket.h"
+#include "platform/linux/linux_system_readings.h"
 #include "platform/linux/profile_file.h"
+#include "platform/linux/stderr_message_box.h"
 #include "platform/platform.h"
 
 namespace varnek {
@@ -25,6 +30,10 @@ Platform& LinuxPlatform() {
     p->files = &LinuxFiles();
     p->profiles = &LinuxProfiles();
     p->dates = &LinuxDates();
+    p->readings = new LinuxSystemReadings;
+    p->network_clock = new LinuxNetworkClock(*loop);
+    p->messages = new StderrMessageBox;
+    p->shares = new LinuxNetworkShares(*new LinuxCommandRunner);
     return p;
   }();
   return *platform;

@@ -34,6 +34,10 @@ SimPlatform::SimPlatform(double start_date, Text command_line, Text path)
   platform.loop = &loop;
   platform.app = &app;
   platform.settings = &settings;
+  platform.readings = &readings;
+  platform.network_clock = &network_clock;
+  platform.messages = &messages;
+  platform.shares = &shares;
   // Files and profiles are the real ones: tests work in temporary folders.
   platform.files = &LinuxFiles();
   platform.profiles = &LinuxProfiles();

@@ -7,9 +7,13 @@
 #pragma once
 
 #include "platform/platform.h"
+#include "platform/message_box.h"
+#include "platform/sim/fake_network_shares.h"
 #include "platform/sim/fixed_application.h"
+#include "platform/sim/fixed_system_readings.h"
 #include "platform/sim/memory_settings_store.h"
 #include "platform/sim/sim_loop.h"
+#include "platform/sim/sim_network_clock.h"
 
 namespace varnek {
 
@@ -27,6 +31,10 @@ struct SimPlatform {
   SimLoop loop;
   MemorySettingsStore settings;
   FixedApplication app;
+  FixedSystemReadings readings;
+  SimNetworkClock network_clock{loop};
+  RecordedMessages messages;
+  FakeNetworkShares shares;
   // Points at the members above; sockets stay null until a simulated socket
   // factory is set.
   Platform platform;

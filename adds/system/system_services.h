@@ -1,0 +1,179 @@
+// System services of Adds: battery prediction and readings of the machine's
+// load and memory, plane and space coordinates, command-line arguments, and
+// network time, shares and messages.
+//
+// Linux sources (through the platform): the power supply class in sysfs,
+// sysinfo, /proc/stat, /proc/self/cmdline, SNTP over UDP for a server's
+// clock. See platform/system_readings.h and platform/network_clock.h.
+//
+//   adds.POWER_Update();                        // call from time to time
+//   adds.POWER_Percent();                       // 82
+//   adds.App_Arguments(2, sep, Variant(u"x /y"));  // "y"
+#pragma once
+
+#include <cstdint>
+
+#include "adds/adds_core.h"
+#include "adds/system/app_arguments.h"
+#include "adds/system/coordinates.h"
+#include "platform/system_readings.h"
+#include "runtime/collection.h"
+#include "runtime/variant.h"
+
+namespace varnek {
+
+class SystemServices : public virtual AddsCore {
+ public:
+  explicit SystemServices(Platform& platform) : AddsCore(platform) {}
+
+  // ---- Battery prediction and readings (power_readings.cpp) -----------------
+
+  // One change of the battery level, newest first in the history.
+  struct PowerRecord {
+    Variant percent;   // Byte; Empty (reading 0) until the record is filled
+    int32_t source = 0;
+    Date when;
+  };
+
+  // The last power reading of POWER_Update; zero before the first.
+  SystemPowerStatus PowerStatus;
+  // Positions 0..5; 0 is never used, 1 is the newest change, 5 the oldest.
+  PowerRecord PowerHistory[6];
+
+  // Reads the power status. When the level differs from the newest
+  // record's (an empty record reads 0, so a first reading of 0 records
+  // nothing), the history shifts down one (the oldest is lost) and position
+  // 1 takes now, the level and the line status. Open; returns Empty.
+  Variant POWER_Update();
+  // The level of the last POWER_Update as a Byte: 0..100, 255 when the
+  // machine has no battery or tells no level. 0 before the first. Open.
+  Variant POWER_Percent();
+  // 0 off line, 1 on line, 2 for anything else (255: unknown). Open.
+  int16_t POWER_Source();
+  // The time left, as a time of day, from the last five changes: when each
+  // of the last four fell, n = t * (P1 / s) seconds, t the hours, minutes
+  // and seconds of the mean gap (whole days lost) and s the mean step. n is
+  // rounded half to even into 16 bits, so the longest prediction is
+  // 09:06:07 and a larger n fails with 6 towards the caller. 00:00:00 while
+  // a level of the five is 0 or when the level did not fall each time. Open.
+  Date POWER_DurationPredicted();
+  // Pumps the host loop once, then the processor load in percent since the
+  // previous reading (since boot for the first); -1 when the machine has no
+  // load counters (no /proc/stat). May pump. Open.
+  Variant Win_CPUUsage();
+  // Memory in units of 1024 bytes: 0 total physical, 1 available physical,
+  // 2 total virtual (ram and swap), 3 available virtual; any other 0. Each
+  // amount is first held as the classic 32-bit unsigned figure, which
+  // reports an amount of 4 GB or more as 0xFFFFFFFF, then read as signed
+  // and divided by 1024 truncating towards zero: 2 GB up to 4 GB reads
+  // negative, and 4 GB or more reads 0. Open.
+  Variant Win_Memoria(int32_t sSolicitud);
+
+  // ---- Coordinates (coordinates.h) ------------------------------------------
+
+  void Coordenadas2D_GradosToXY(int32_t CenterX, int32_t CenterY, double degree, int32_t radiusX,
+                                int32_t radiusY, int32_t& X, int32_t& Y) {
+    varnek::Coordenadas2D_GradosToXY(CenterX, CenterY, degree, radiusX, radiusY, X, Y);
+  }
+  Variant Coordenadas2D_AnguloEntrePuntosRadianes(const Variant& PosIniX, const Variant& PosIniY,
+                                                  const Variant& PosEndX, const Variant& PosEndY) {
+    return varnek::Coordenadas2D_AnguloEntrePuntosRadianes(PosIniX, PosIniY, PosEndX, PosEndY);
+  }
+  Variant Coordenadas2D_AnguloEntrePuntosGrados(const Variant& PosIniX, const Variant& PosIniY,
+                                                const Variant& PosEndX, const Variant& PosEndY) {
+    return varnek::Coordenadas2D_AnguloEntrePuntosGrados(PosIniX, PosIniY, PosEndX, PosEndY);
+  }
+  Variant Coordenadas2D_DistanciaEntrePuntos(const Variant& PosIniX, const Variant& PosIniY,
+                                             const Variant& PosEndX, const Variant& PosEndY) {
+    return varnek::Coordenadas2D_DistanciaEntrePuntos(PosIniX, PosIniY, PosEndX, PosEndY);
+  }
+  Variant Coordenadas3D_AnguloEntrePuntosRadianes(const Variant& PosIniX, const Variant& PosIniY,
+                                                  const Variant& PosIniZ, const Variant& PosEndX,
+                                                  const Variant& PosEndY, const Variant& PosEndZ) {
+    return varnek::Coordenadas3D_AnguloEntrePuntosRadianes(PosIniX, PosIniY, PosIniZ, PosEndX,
+                                                           PosEndY, PosEndZ);
+  }
+  Variant Coordenadas3D_AnguloEntrePuntosGrados(const Variant& PosIniX, const Variant& PosIniY,
+                                                const Variant& PosIniZ, const Variant& PosEndX,
+                                                const Variant& PosEndY, const Variant& PosEndZ) {
+    return varnek::Coordenadas3D_AnguloEntrePuntosGrados(PosIniX, PosIniY, PosIniZ, PosEndX,
+                                                         PosEndY, PosEndZ);
+  }
+  Variant Coordenadas3D_DistanciaEntrePuntos(const Variant& PosIniX, const Variant& PosIniY,
+                                             const Variant& PosIniZ, const Variant& PosEndX,
+                                             const Variant& PosEndY, const Variant& PosEndZ) {
+    return varnek::Coordenadas3D_DistanciaEntrePuntos(PosIniX, PosIniY, PosIniZ, PosEndX, PosEndY,
+                                                      PosEndZ);
+  }
+
+  // ---- Command-line arguments (app_arguments.cpp) ---------------------------
+
+  // The argument at Position (see app_arguments.h for the cut). A missing or
+  // Empty Separator becomes "/" and is stored back. SourceString, when
+  // present and not Empty (a "" string counts), is the text; otherwise the
+  // process's arguments after the program name, joined by blanks. Open while
+  // cutting (a Null source fails with 94), resume for the pick: "".
+  Variant App_Arguments(const Variant& Position);
+  Variant App_Arguments(const Variant& Position, Variant& Separator,
+                        const Variant& SourceString = Variant::Missing());
+
+  // ---- Network time (network_time.cpp) --------------------------------------
+
+  // The clock of ServerName ("\\HOST" and "HOST" alike; a blank name: this
+  // machine) as a local date: the date fields, then the hours and the
+  // minutes less the zone (minutes west of UTC), carrying across midnight.
+  // Each field passes through 16 bits (a field past 32767 fails with 6). A
+  // server that cannot be reached or does not answer in time gives the zero
+  // date (1899-12-30 00:00:00). Pumps the host loop while it waits.
+  Date NET_GetRemoteDateTime(const Variant& ServerName);
+  // A text like "Sun, 03 Sep 2000 20:16:08 GMT": the 12 units from position
+  // 6 and the 9 from 17, each trimmed, as date and time; when either does
+  // not read as a date, the current date and time. Never fails.
+  Date NET_TIMEFormatDateTime(const Text& NetTime);
+  // Shows "Falta completar este código" through the platform's message box
+  // (stderr on Linux) and returns the zero date. The argument is not used.
+  Date NET_TIME(const Variant& unused = Variant::Missing());
+
+  // ---- Network shares and messages (network_shares.cpp) ---------------------
+
+  // The last walk: a header line, then one line per entry, five fields by
+  // tabs: class, provider, remote name, local name, comment. Null before the
+  // first NET_UpdateRecursos.
+  CollectionPtr NET_Recursos;
+
+  // Empties NET_Recursos (pumping the host loop after each removal), walks
+  // the browse tree below Raiz (a provider when Uso is 6, else a remote
+  // name; "" the top) and puts the header in front when anything was
+  // listed. Each entry adds one line: its own when its class is known, else
+  // again the last line made at its level ("" before any). Containers are
+  // walked on the spot, at most 32 levels deep. On Linux the tree is empty
+  // (see platform/linux/linux_network_shares.h). May pump. Open.
+  bool NET_UpdateRecursos(const Text& Raiz, int32_t Uso);
+  // Maps DriveLetter (cut to its first unit, which the caller keeps) onto
+  // UNCPath with no password. False when either is empty or the mapping
+  // fails. On Linux: mount.cifs onto <drive root>/<letter>. Open.
+  bool NET_ShareConnect(const Variant& UNCPath, Text& DriveLetter);
+  // Unmaps DriveLetter (cut the same way). The platform's force flag is
+  // passed reversed on purpose: Force True asks for the polite release.
+  // False when the letter is empty or the release fails. Open.
+  bool NET_ShareDisconnect(Variant& DriveLetter, bool Force);
+  // The universal name of FileSpec. A path on no share is looked up among
+  // this machine's disk shares (ignoring case, the first whose path begins
+  // FileSpec wins): two backslashes, the machine, a backslash, the share,
+  // then FileSpec from the position equal to the share path's length, so
+  // its last unit repeats (share path "C:/Data", FileSpec "C:/Data/x" gives
+  // "//HOST/DATAa/x" with backslashes). With no winner, FileSpec itself. Any
+  // other failure gives "". Open.
+  Text NET_GetUncName(const Text& FileSpec);
+  // Sends nothing and gives False, always: the classic routine kept its
+  // success flag to itself, and Linux has no message service to send to.
+  bool NET_BroadcastMessage(const Text& UserOrMachine, const Text& pFromName, const Text& Message);
+
+ private:
+  void netResourceWalk(const Text& Raiz, int32_t Uso, int depth);
+};
+
+// The pure part of NET_TIMEFormatDateTime: `now` is the fallback.
+Date NetTimeTextToDate(const Text& NetTime, Date now);
+
+}  // namespace varnek

@@ -1,0 +1,141 @@
+// The network clock, simulated and over SNTP on loopback: one contract run on
+// both (answers come later, once; both server spellings; silence gives
+// nothing; the local clock), then what only the Linux client has.
+#include <gtest/gtest.h>
+#include <time.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+
+#include "platform/linux/linux_network_clock.h"
+#include "platform/sim/sim_network_clock.h"
+#include "tests/platform/sntp_responder.h"
+
+namespace varnek {
+namespace {
+
+// A clock with one server that answers ("127.0.0.1"), one that stays silent
+// ("127.0.0.2" on Linux: the responder's port there has no listener, so the
+// host itself refuses; on the simulation, a name it does not know).
+struct LinuxRig {
+  LinuxLoop loop;
+  SntpResponder responder{loop, SntpResponder::kAnswer};
+  LinuxNetworkClock clock{loop, responder.port, 2.0};
+  Text good = u"127.0.0.1", silent = u"127.0.0.2";
+  double local_now() { return static_cast<double>(::time(nullptr)); }
+};
+struct SimRig {
+  SimRig() { clock.servers[u"timehost"] = TimeOfDayFromUnix(kSntpServerUnix, 250, 0); }
+  SimLoop loop{46023.5};  // 2026-01-01 12:00:00
+  SimNetworkClock clock{loop};
+  Text good = u"timehost", silent = u"nobody";
+  double local_now() { return 1767268800.0 + loop.Elapsed(); }
+};
+
+template <class Rig>
+class NetworkClockContract : public ::testing::Test {
+ protected:
+  // Queries, checks the answer does not come from inside Query, and pumps
+  // until it comes: at most 200 passes of up to 50 ms.
+  std::optional<TimeOfDayInfo> Ask(const Text& server, int* answers_out = nullptr) {
+    std::optional<TimeOfDayInfo> answer;
+    int answers = 0;
+    rig.clock.Query(server, [&](std::optional<TimeOfDayInfo> t) {
+      answer = t;
+      ++answers;
+    });
+    EXPECT_EQ(answers, 0) << "answered from inside Query";
+    for (int i = 0; i < 200 && answers == 0; ++i) rig.loop.Pump(0.05);
+    for (int i = 0; i < 5; ++i) rig.loop.Pump(0.01);  // a second answer would show here
+    EXPECT_EQ(answers, 1);
+    if (answers_out) *answers_out = answers;
+    return answer;
+  }
+  Rig rig;
+};
+
+using Rigs = ::testing::Types<LinuxRig, SimRig>;
+TYPED_TEST_SUITE(NetworkClockContract, Rigs);
+
+TYPED_TEST(NetworkClockContract, ServersLocalClockAndSilence) {
+  for (const Text& name : {this->rig.good, u"\\\\" + this->rig.good}) {
+    std::optional<TimeOfDayInfo> t = this->Ask(name);
+    ASSERT_TRUE(t.has_value());
+    EXPECT_EQ(t->elapsedt, kSntpServerUnix);
+    EXPECT_EQ(t->year, 2026);
+    EXPECT_EQ(t->month, 5);
+    EXPECT_EQ(t->day, 17);
+    EXPECT_EQ(t->hours, 10);
+    EXPECT_EQ(t->mins, 20);
+    EXPECT_EQ(t->secs, 30);
+    EXPECT_EQ(t->weekday, 0);
+    EXPECT_NEAR(t->msecs, 250, 5);
+  }
+  EXPECT_FALSE(this->Ask(this->rig.silent).has_value());
+  std::optional<TimeOfDayInfo> here = this->Ask(u"");
+  ASSERT_TRUE(here.has_value());
+  EXPECT_NEAR(here->elapsedt, this->rig.local_now(), 2.0);
+}
+
+// ---- Linux only -------------------------------------------------------------
+
+std::optional<TimeOfDayInfo> AskLinux(LinuxLoop& loop, LinuxNetworkClock& clock,
+                                      const Text& server) {
+  std::optional<TimeOfDayInfo> answer;
+  bool answered = false;
+  clock.Query(server, [&](std::optional<TimeOfDayInfo> t) {
+    answer = t;
+    answered = true;
+  });
+  auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!answered && std::chrono::steady_clock::now() < end) loop.Pump(0.1);
+  EXPECT_TRUE(answered);
+  return answer;
+}
+
+TEST(LinuxNetworkClock, IgnoresStrayAnswersAndKeepsTheLocalZone) {
+  LinuxLoop loop;
+  SntpResponder responder(loop, SntpResponder::kWrongEchoFirst);
+  LinuxNetworkClock clock(loop, responder.port, 5.0);
+  std::optional<TimeOfDayInfo> t = AskLinux(loop, clock, u"127.0.0.1");
+  ASSERT_TRUE(t.has_value());
+  EXPECT_EQ(responder.requests, 1);
+  EXPECT_EQ(t->secs, 30);
+  time_t at = kSntpServerUnix;
+  tm local{};
+  localtime_r(&at, &local);
+  EXPECT_EQ(t->timezone, -local.tm_gmtoff / 60);
+}
+
+TEST(LinuxNetworkClock, RefusedIsQuickAndSilenceLastsTheTimeLimit) {
+  LinuxLoop loop;
+  uint16_t closed_port = 0;
+  {
+    SntpResponder gone(loop, SntpResponder::kSilent);
+    closed_port = gone.port;
+  }
+  LinuxNetworkClock clock(loop, closed_port, 5.0);
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(AskLinux(loop, clock, u"127.0.0.1").has_value());  // port unreachable
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
+
+  SntpResponder silent(loop, SntpResponder::kSilent);
+  clock.set_port(silent.port);
+  clock.set_time_limit(0.3);
+  start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(AskLinux(loop, clock, u"127.0.0.1").has_value());
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(250));
+  EXPECT_EQ(silent.requests, 1);
+
+  // A clock destroyed with a query under way releases it without answering.
+  bool answered = false;
+  auto doomed = std::make_unique<LinuxNetworkClock>(loop, silent.port, 5.0);
+  doomed->Query(u"127.0.0.1", [&](std::optional<TimeOfDayInfo>) { answered = true; });
+  doomed.reset();
+  for (int i = 0; i < 5; ++i) loop.Pump(0.02);
+  EXPECT_FALSE(answered);
+}
+
+}  // namespace
+}  // namespace varnek

@@ -1,0 +1,212 @@
+// Network shares: the walk's order, classes and repeated lines over a fake
+// browse tree; drive letters, universal names and the Linux sources with a
+// recording runner (nothing is mounted).
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "adds/adds.h"
+#include "platform/linux/linux_network_shares.h"
+#include "platform/sim/sim_platform.h"
+#include "runtime/convert.h"
+#include "tests/runtime/test_util.h"
+
+namespace varnek {
+namespace {
+
+NetResource Entry(int display, int type, int usage, Text remote, Text local = {},
+                  Text comment = {}) {
+  NetResource e;
+  e.display_type = display, e.type = type, e.usage = usage;
+  e.remote_name = std::move(remote), e.local_name = std::move(local),
+  e.comment = std::move(comment);
+  e.provider = u"Net";
+  return e;
+}
+
+std::vector<Text> Lines(const Collection& c) {
+  std::vector<Text> out;
+  for (int32_t i = 1; i <= c.Count(); ++i) out.push_back(CStr(c.Item(i)));
+  return out;
+}
+
+TEST(NetworkShares, WalkListsInTreeOrderAndRepeatsTheLastLine) {
+  SimPlatform sim;
+  Adds adds(sim.platform);
+  auto& tree = sim.shares.tree;
+  tree[u""] = {Entry(6, 0, 2, u"Net")};
+  tree[u"Net"] = {Entry(5, 0, 1, u"odd"), Entry(1, 0, 2, u"WORKGROUP")};
+  tree[u"WORKGROUP"] = {Entry(2, 0, 2, u"\\\\ALPHA", {}, u"first"), Entry(7, 0, 1, u"?"),
+                        Entry(2, 0, 0, u"\\\\BETA")};
+  tree[u"\\\\ALPHA"] = {Entry(3, 1, 1, u"\\\\ALPHA\\docs", u"Z:", u"papers"),
+                        Entry(3, 9, 1, u"\\\\ALPHA\\IPC$"), Entry(3, 2, 1, u"\\\\ALPHA\\laser")};
+  ASSERT_TRUE(adds.NET_UpdateRecursos(u"", 0));
+  std::vector<Text> expected = {
+      u"Type\tProvider\tRemoteName\tLocalName\tComment",
+      u"Provider\tNet\tNet\t\t",
+      u"",  // an entry of no class before any line at its level
+      u"Domain\tNet\tWORKGROUP\t\t",
+      u"Server\tNet\t\\\\ALPHA\t\tfirst",
+      u"Disk\tNet\t\\\\ALPHA\\docs\tZ:\tpapers",
+      u"Disk\tNet\t\\\\ALPHA\\docs\tZ:\tpapers",  // a share of another type: the last line again
+      u"Printer\tNet\t\\\\ALPHA\\laser\t\t",
+      u"Server\tNet\t\\\\ALPHA\t\tfirst",  // another display type: the last line again
+      u"Server\tNet\t\\\\BETA\t\t",        // not a container: no descent
+  };
+  EXPECT_EQ(Lines(*adds.NET_Recursos), expected);
+  // The network's node opens by its provider (Uso 6), the others by remote name.
+  EXPECT_EQ(sim.shares.opened, (std::vector<Text>{u"<top>", u"Net", u"WORKGROUP", u"\\\\ALPHA"}));
+
+  // A walk that finds nothing: the old list is removed, pumping after each
+  // item, and no header is added.
+  int64_t pumps = sim.loop.PumpCount();
+  EXPECT_FALSE(adds.NET_UpdateRecursos(u"\\\\NOBODY", 0));
+  EXPECT_EQ(adds.NET_Recursos->Count(), 0);
+  EXPECT_EQ(sim.loop.PumpCount(), pumps + static_cast<int64_t>(expected.size()));
+  // Starting below a node.
+  EXPECT_TRUE(adds.NET_UpdateRecursos(u"\\\\ALPHA", 2));
+  EXPECT_EQ(adds.NET_Recursos->Count(), 4);
+}
+
+TEST(NetworkShares, AContainerWithoutANameDescendsAtMost32Levels) {
+  SimPlatform sim;
+  Adds adds(sim.platform);
+  // No class and no name: the descent reopens the top, again and again.
+  sim.shares.tree[u""] = {Entry(9, 0, 2, u"loop")};
+  EXPECT_TRUE(adds.NET_UpdateRecursos(u"", 0));
+  EXPECT_EQ(adds.NET_Recursos->Count(), 33);  // header and one "" per level
+  EXPECT_EQ(sim.shares.opened.size(), 32u);
+}
+
+TEST(NetworkShares, DriveLettersUniversalNamesAndMessages) {
+  SimPlatform sim;
+  Adds adds(sim.platform);
+  Text letter = u"Zebra";
+  EXPECT_TRUE(adds.NET_ShareConnect(u"\\\\srv\\pub", letter));
+  EXPECT_EQ(letter, u"Z");
+  ASSERT_EQ(sim.shares.connected.size(), 1u);
+  EXPECT_EQ(sim.shares.connected[0], std::make_pair(Text(u"\\\\srv\\pub"), Text(u"Z:")));
+  Text none;
+  EXPECT_FALSE(adds.NET_ShareConnect(u"\\\\srv\\pub", none));
+  EXPECT_FALSE(adds.NET_ShareConnect(Variant(), letter));
+  EXPECT_EQ(sim.shares.connected.size(), 1u);
+
+  Variant drive = u"Yes";
+  EXPECT_TRUE(adds.NET_ShareDisconnect(drive, true));
+  EXPECT_EQ(CStr(drive), u"Y");
+  drive = u"X";
+  EXPECT_TRUE(adds.NET_ShareDisconnect(drive, false));
+  Variant empty = Text();
+  EXPECT_FALSE(adds.NET_ShareDisconnect(empty, true));
+  ASSERT_EQ(sim.shares.cancelled.size(), 2u);
+  EXPECT_EQ(sim.shares.cancelled[0], std::make_pair(Text(u"Y:"), 0));  // Force passes 0
+  EXPECT_EQ(sim.shares.cancelled[1], std::make_pair(Text(u"X:"), 1));
+  sim.shares.connect_status = 5;
+  EXPECT_FALSE(adds.NET_ShareConnect(u"\\\\srv\\pub", letter));
+  EXPECT_FALSE(adds.NET_ShareDisconnect(drive, true));
+
+  // A path on a share: the platform's universal name.
+  sim.shares.universal_status = 0;
+  sim.shares.universal_name = u"\\\\srv\\pub\\a.txt";
+  EXPECT_EQ(adds.NET_GetUncName(u"Z:\\a.txt"), u"\\\\srv\\pub\\a.txt");
+  sim.shares.universal_status = 1200;
+  EXPECT_EQ(adds.NET_GetUncName(u"Z:\\a.txt"), u"");
+  // A local path: the first disk share whose path begins it, ignoring case.
+  sim.shares.universal_status = NetworkShares::kNotConnected;
+  sim.shares.local_shares = {
+      {u"LASER", 1, u"C:\\"}, {u"DATA", 0, u"C:\\Data"}, {u"CDRIVE", 0, u"C:\\"}};
+  EXPECT_EQ(adds.NET_GetUncName(u"c:\\data\\x.txt"), u"\\\\SIMHOST\\DATAa\\x.txt");  // "a" repeats
+  EXPECT_EQ(adds.NET_GetUncName(u"C:\\Temp\\y"), u"\\\\SIMHOST\\CDRIVE\\Temp\\y");
+  EXPECT_EQ(adds.NET_GetUncName(u"D:\\z"), u"D:\\z");
+  sim.shares.local_shares.clear();
+  EXPECT_EQ(adds.NET_GetUncName(u"C:\\Temp\\y"), u"C:\\Temp\\y");
+
+  EXPECT_FALSE(adds.NET_BroadcastMessage(u"ALPHA", u"me", u"hello"));
+}
+
+class LinuxSharesTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    root = std::filesystem::temp_directory_path() /
+           ("varnek-shares-" +
+            std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+    std::filesystem::remove_all(root);
+    std::filesystem::create_directories(root);
+    paths = {(root / "drives").string(), (root / "smb.conf").string(),
+             (root / "mountinfo").string()};
+  }
+  void TearDown() override { std::filesystem::remove_all(root); }
+
+  std::filesystem::path root;
+  LinuxSharesPaths paths;
+  RecordingRunner runner;
+};
+
+TEST_F(LinuxSharesTest, MountsThroughTheHelpersAndReadsMountsAndShares) {
+  LinuxNetworkShares shares(runner, paths);
+  std::string z = paths.drive_root + "/Z";
+  runner.status = 32;  // mount.cifs: mount failure
+  EXPECT_EQ(shares.AddConnection(u"\\\\srv\\pub", u"", u"z:"), 32);
+  EXPECT_TRUE(std::filesystem::is_directory(z));
+  EXPECT_EQ(shares.AddConnection(u"srv", u"", u"Z:"), 67);
+  EXPECT_EQ(shares.AddConnection(u"\\\\srv\\pub", u"", u"ZZ"), 1200);
+  runner.status = 0;
+  EXPECT_EQ(shares.CancelConnection(u"Z:", 1), 0);
+  EXPECT_EQ(shares.CancelConnection(u"Z:", 0), 0);
+  EXPECT_EQ(shares.CancelConnection(u"1:", 0), 1200);
+  using Command = std::vector<std::string>;
+  EXPECT_EQ(runner.commands, (std::vector<Command>{{"mount.cifs", "//srv/pub", z, "-o", "guest"},
+                                                   {"umount", "-f", z},
+                                                   {"umount", z}}));
+
+  std::ofstream(paths.mountinfo) << "22 1 8:1 / / rw,relatime - ext4 /dev/sda1 rw\n"
+                                 << "40 22 0:50 / " << z << " rw - cifs //srv/pub rw,vers=3.0\n"
+                                 << "41 22 0:51 / " << root.string()
+                                 << "/with\\040space rw - smb3 //srv/other\\040share rw\n";
+  Text unc;
+  EXPECT_EQ(shares.GetUniversalName(u"Z:\\docs\\a.txt", unc), 0);
+  EXPECT_EQ(unc, u"\\\\srv\\pub\\docs\\a.txt");
+  EXPECT_EQ(shares.GetUniversalName(Utf8ToText(root.string() + "/with space/b"), unc), 0);
+  EXPECT_EQ(unc, u"\\\\srv\\other share\\b");
+  EXPECT_EQ(shares.GetUniversalName(Utf8ToText(z + "x/c"), unc), NetworkShares::kNotConnected);
+  EXPECT_EQ(shares.GetUniversalName(u"/home/x", unc), NetworkShares::kNotConnected);
+  EXPECT_EQ(shares.GetUniversalName(u"relative", unc), 1200);
+  EXPECT_EQ(shares.GetUniversalName(u"", unc), 1200);
+
+  std::ofstream(paths.samba_config)
+      << "[global]\n  workgroup = HOME\n  path = /nope\n"
+         "; a comment\n[Public]\n  comment = all\n  path = /srv/public\n"
+         "[homes]\n path = /home\n[laser]\n path = /var/spool\n"
+         "  printable = Yes\n[nopath]\n  comment = x\n";
+  std::vector<ShareInfo> local = shares.LocalShares();
+  ASSERT_EQ(local.size(), 2u);
+  EXPECT_EQ(local[0].name, u"Public");
+  EXPECT_EQ(local[0].type, 0);
+  EXPECT_EQ(local[0].path, u"/srv/public");
+  EXPECT_EQ(local[1].name, u"laser");
+  EXPECT_EQ(local[1].type, 1);
+  EXPECT_FALSE(shares.MachineName().empty());
+  EXPECT_EQ(shares.MachineName().find(u'.'), Text::npos);
+}
+
+TEST_F(LinuxSharesTest, AddsOnTheLinuxSourcesWalksNothingAndNamesLocalPaths) {
+  LinuxNetworkShares shares(runner, paths);
+  SimPlatform sim;
+  sim.platform.shares = &shares;
+  Adds adds(sim.platform);
+  EXPECT_FALSE(adds.NET_UpdateRecursos(u"", 0));
+  EXPECT_EQ(adds.NET_Recursos->Count(), 0);
+  Text letter = u"Quebec";
+  EXPECT_TRUE(adds.NET_ShareConnect(u"\\\\srv\\pub", letter));
+  EXPECT_EQ(runner.commands.at(0).at(2), paths.drive_root + "/Q");
+
+  std::ofstream(paths.mountinfo) << "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n";
+  std::ofstream(paths.samba_config) << "[srv]\npath = /srv\n";
+  EXPECT_EQ(adds.NET_GetUncName(u"/SRV/files/x"),
+            u"\\\\" + shares.MachineName() + u"\\srvV/files/x");
+  EXPECT_EQ(adds.NET_GetUncName(u"/home/x"), u"/home/x");
+}
+
+}  // namespace
+}  // namespace varnek

@@ -1,0 +1,249 @@
+// Battery history and prediction on virtual time, memory and load figures,
+// and the Linux readings over a fake sysfs tree and /proc/stat.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <initializer_list>
+#include <string>
+
+#include "adds/adds.h"
+#include "platform/linux/linux_system_readings.h"
+#include "platform/sim/sim_platform.h"
+#include "runtime/convert.h"
+#include "runtime/dates.h"
+#include "tests/runtime/test_util.h"
+
+namespace varnek {
+namespace {
+
+class PowerTest : public ::testing::Test {
+ protected:
+  // One POWER_Update per level, `gap` virtual seconds apart.
+  void Levels(std::initializer_list<int> levels, double gap = 300) {
+    for (int level : levels) {
+      sim.readings.power.battery_life_percent = static_cast<uint8_t>(level);
+      adds.POWER_Update();
+      sim.loop.RunFor(gap);
+    }
+  }
+  double Predicted() { return adds.POWER_DurationPredicted().serial; }
+
+  SimPlatform sim;
+  Adds adds{sim.platform};
+};
+
+TEST_F(PowerTest, PredictsFromFiveFallingChanges) {
+  EXPECT_EQ(CLng(adds.POWER_Percent()), 0);  // before any reading
+  EXPECT_EQ(adds.POWER_Source(), 0);
+  EXPECT_EQ(Predicted(), 0.0);
+
+  Levels({90, 88, 86});
+  EXPECT_EQ(Predicted(), 0.0);  // not full yet
+  Levels({84});
+  EXPECT_EQ(Predicted(), 0.0);  // four changes, position 5 empty
+  Levels({82});
+  EXPECT_EQ(adds.POWER_Percent().Type(), VarType::Byte);
+  EXPECT_EQ(CLng(adds.POWER_Percent()), 82);
+  EXPECT_EQ(DateToHostText(Predicted()), u"1899-12-30 03:25:00");  // n = 300 * 82 / 2
+
+  // A constant level adds nothing: the prediction stays on the same five.
+  Levels({82, 82, 82});
+  EXPECT_EQ(CLng(adds.PowerHistory[2].percent), 84);
+  EXPECT_EQ(DateToHostText(Predicted()), u"1899-12-30 03:25:00");
+  // One more change pushes the oldest (90) out.
+  Levels({81});
+  EXPECT_EQ(CLng(adds.PowerHistory[5].percent), 88);
+}
+
+TEST_F(PowerTest, NoPredictionUnlessEveryChangeFell) {
+  Levels({10, 20, 30, 40, 50});
+  EXPECT_EQ(Predicted(), 0.0) << "rising";
+  Levels({60, 58, 59, 57, 55});
+  EXPECT_EQ(Predicted(), 0.0) << "one rise among four changes";
+  // A reading of 0 empties nothing but blocks the prediction: the battery ran out.
+  Levels({50, 40, 30, 20, 0});
+  EXPECT_EQ(Predicted(), 0.0);
+}
+
+TEST_F(PowerTest, FirstZeroRecordsNothingAndUnknownLineReadsTwo) {
+  sim.readings.power = {255, 0};
+  adds.POWER_Update();
+  EXPECT_TRUE(adds.PowerHistory[1].percent.IsEmpty());
+  EXPECT_EQ(adds.POWER_Source(), 2);
+  sim.readings.power = {1, 255};  // no battery tells its level
+  adds.POWER_Update();
+  EXPECT_EQ(CLng(adds.POWER_Percent()), 255);
+  EXPECT_EQ(adds.PowerHistory[1].source, 1);
+  EXPECT_EQ(adds.PowerHistory[1].when.serial, sim.loop.Now());
+  EXPECT_EQ(adds.POWER_Source(), 1);
+  sim.readings.power = {0, 255};
+  adds.POWER_Update();
+  EXPECT_EQ(adds.POWER_Source(), 0);
+  EXPECT_EQ(sim.readings.power_reads, 3);
+}
+
+TEST_F(PowerTest, TheSixteenBitPredictionOverflowsAndWholeDaysAreLost) {
+  Levels({100, 99, 98, 97, 96}, 900);  // n = 900 * 96 = 86400
+  EXPECT_EQ(FailureOf([&] { adds.POWER_DurationPredicted(); }), kErrOverflow);
+
+  SimPlatform other;
+  Adds slow(other.platform);
+  for (int level : {50, 40, 30, 20, 10}) {
+    other.readings.power.battery_life_percent = static_cast<uint8_t>(level);
+    slow.POWER_Update();
+    other.loop.RunFor(86400 + 60);  // a day and a minute apart: the day is lost
+  }
+  EXPECT_EQ(DateToHostText(slow.POWER_DurationPredicted().serial), u"1899-12-30 00:01:00");
+}
+
+TEST(SystemReadings, MemoryKeepsTheSigned32BitDivisionAndLoadPumpsOnce) {
+  SimPlatform sim;
+  Adds adds(sim.platform);
+  sim.readings.memory = {1536ull << 20, 3ull << 30, 5ull << 30, 0xFFFFFE00ull};
+  EXPECT_EQ(CLng(adds.Win_Memoria(0)), 1572864);   // 1.5 GB
+  EXPECT_EQ(CLng(adds.Win_Memoria(1)), -1048576);  // 3 GB reads negative
+  EXPECT_EQ(CLng(adds.Win_Memoria(2)), 0);         // past 4 GB: 0xFFFFFFFF, -1 \ 1024
+  EXPECT_EQ(CLng(adds.Win_Memoria(3)), 0);         // -512 truncates towards zero
+  sim.readings.memory.avail_virtual = 0xFFFFF800ull;
+  EXPECT_EQ(CLng(adds.Win_Memoria(3)), -2);
+  EXPECT_EQ(CLng(adds.Win_Memoria(7)), 0);
+  EXPECT_EQ(CLng(adds.Win_Memoria(-1)), 0);
+  EXPECT_EQ(adds.Win_Memoria(0).Type(), VarType::Long);
+
+  int64_t pumps = sim.loop.PumpCount();
+  EXPECT_EQ(CLng(adds.Win_CPUUsage()), -1);  // no counters
+  EXPECT_EQ(sim.loop.PumpCount(), pumps + 1);
+  sim.readings.cpu = 37;
+  EXPECT_EQ(CLng(adds.Win_CPUUsage()), 37);
+}
+
+// A fake /sys/class/power_supply and /proc/stat in a temporary folder.
+class FakeSysfs : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    root = std::filesystem::temp_directory_path() /
+           ("varnek-sysfs-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
+            "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::filesystem::remove_all(root);
+    std::filesystem::create_directories(root / "power");
+  }
+  void TearDown() override { std::filesystem::remove_all(root); }
+  void Write(const std::string& file, const std::string& text) {
+    auto path = root / "power" / file;
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path) << text << "\n";
+  }
+  SystemPowerStatus Read() {
+    return LinuxSystemReadings((root / "power").string()).ReadPowerStatus();
+  }
+
+  std::filesystem::path root;
+};
+
+TEST_F(FakeSysfs, PowerSupplyClassReadsLineAndLevel) {
+  // No supplies at all, and no folder at all: both unknown.
+  EXPECT_EQ(Read().ac_line_status, 255);
+  EXPECT_EQ(Read().battery_life_percent, 255);
+  EXPECT_EQ(LinuxSystemReadings((root / "absent").string()).ReadPowerStatus().battery_life_percent,
+            255);
+
+  // A desktop: mains only.
+  Write("AC/type", "Mains");
+  Write("AC/online", "1");
+  EXPECT_EQ(Read().ac_line_status, 1);
+  EXPECT_EQ(Read().battery_life_percent, 255);
+
+  // A laptop off line, with a mouse battery that must not count.
+  Write("AC/online", "0");
+  Write("BAT0/type", "Battery");
+  Write("BAT0/capacity", "82");
+  Write("BAT0/status", "Discharging");
+  Write("hidpp_battery_0/type", "Battery");
+  Write("hidpp_battery_0/scope", "Device");
+  Write("hidpp_battery_0/capacity", "40");
+  Write("ucsi-source-psy-USBC000:001/type", "USB");
+  Write("ucsi-source-psy-USBC000:001/online", "0");
+  EXPECT_EQ(Read().ac_line_status, 0);
+  EXPECT_EQ(Read().battery_life_percent, 82);
+  Write("ucsi-source-psy-USBC000:001/online", "1");  // any line supply online
+  EXPECT_EQ(Read().ac_line_status, 1);
+
+  // Levels the battery reports badly.
+  Write("BAT0/capacity", "255");
+  EXPECT_EQ(Read().battery_life_percent, 255);
+  Write("BAT0/capacity", "300");
+  EXPECT_EQ(Read().battery_life_percent, 255);
+  Write("BAT0/capacity", "-3");
+  EXPECT_EQ(Read().battery_life_percent, 255);
+  Write("BAT0/capacity", "");
+  EXPECT_EQ(Read().battery_life_percent, 255);
+  std::filesystem::remove(root / "power/BAT0/capacity");
+  EXPECT_EQ(Read().battery_life_percent, 255);
+
+  // With no line supply the battery's status tells the line.
+  std::filesystem::remove_all(root / "power/AC");
+  std::filesystem::remove_all(root / "power/ucsi-source-psy-USBC000:001");
+  Write("BAT0/capacity", "64");
+  for (auto [status, line] : {std::pair{"Charging", 1},
+                              {"Full", 1},
+                              {"Not charging", 1},
+                              {"Discharging", 0},
+                              {"Unknown", 255}}) {
+    Write("BAT0/status", status);
+    EXPECT_EQ(Read().ac_line_status, line) << status;
+  }
+  // A slot with its battery taken out.
+  Write("BAT0/present", "0");
+  EXPECT_EQ(Read().battery_life_percent, 255);
+}
+
+TEST_F(FakeSysfs, AddsReadsTheFakeTreeThroughThePlatform) {
+  Write("BAT1/type", "Battery");
+  Write("BAT1/capacity", "255");
+  LinuxSystemReadings readings((root / "power").string());
+  SimPlatform sim;
+  sim.platform.readings = &readings;
+  Adds adds(sim.platform);
+  adds.POWER_Update();
+  EXPECT_EQ(CLng(adds.POWER_Percent()), 255);
+  EXPECT_EQ(adds.POWER_Source(), 2);
+  EXPECT_EQ(CLng(adds.PowerHistory[1].percent), 255);
+}
+
+TEST_F(FakeSysfs, ProcStatGivesTheLoadSinceThePreviousReading) {
+  std::string stat = (root / "stat").string();
+  LinuxSystemReadings readings("/nonexistent", stat);
+  EXPECT_FALSE(readings.ReadCpuUsage().has_value());
+  std::ofstream(stat) << "intr 1 2 3\n";
+  EXPECT_FALSE(readings.ReadCpuUsage().has_value());
+  // user nice system idle iowait irq softirq steal guest guest_nice
+  std::ofstream(stat) << "cpu  100 0 100 700 100 0 0 0 50 0\ncpu0 1 2 3 4\n";
+  EXPECT_EQ(readings.ReadCpuUsage(), 20);  // since boot: 200 busy of 1000
+  EXPECT_EQ(readings.ReadCpuUsage(), 0);   // nothing elapsed
+  std::ofstream(stat) << "cpu  130 0 100 760 110 0 0 0 50 0\n";
+  EXPECT_EQ(readings.ReadCpuUsage(), 30);  // 30 busy of 100; iowait counts as idle
+  std::ofstream(stat) << "cpu  430 0 100 860 110 0 0 0 50 0\n";
+  EXPECT_EQ(readings.ReadCpuUsage(), 75);  // 300 busy of 400
+
+  SimPlatform sim;
+  LinuxSystemReadings missing("/nonexistent", (root / "none").string());
+  sim.platform.readings = &missing;
+  Adds adds(sim.platform);
+  EXPECT_EQ(CLng(adds.Win_CPUUsage()), -1);
+}
+
+TEST(LinuxReadings, MemoryComesFromSysinfo) {
+  MemoryStatus m = LinuxSystemReadings().ReadMemoryStatus();
+  EXPECT_GT(m.total_phys, 0u);
+  EXPECT_LE(m.avail_phys, m.total_phys);
+  EXPECT_GE(m.total_virtual, m.total_phys);
+  EXPECT_LE(m.avail_virtual, m.total_virtual);
+  std::optional<int32_t> load = LinuxSystemReadings().ReadCpuUsage();
+  ASSERT_TRUE(load.has_value());
+  EXPECT_GE(*load, 0);
+  EXPECT_LE(*load, 100);
+}
+
+}  // namespace
+}  // namespace varnek
