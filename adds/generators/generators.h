@@ -1,0 +1,31 @@
+// Content generators of Adds: HTML from RTF, Code 39 bars on a drawing
+// surface, and MIDI music from a play string. The converter and the parsers
+// are pure code (rtf_to_html.h, code39.h, play_string.h); this class joins
+// them to the platform's surface, clipboard and MIDI output.
+//
+//   Variant rtf = u"...", options = u"+H+T\"Notes\"";
+//   Variant page = adds.Var_RTF2HTML(rtf, options);
+#pragma once
+
+#include "adds/adds_core.h"
+#include "runtime/variant.h"
+
+namespace varnek {
+
+class Generators : public virtual AddsCore {
+ public:
+  explicit Generators(Platform& platform) : AddsCore(platform) {}
+
+  // ---- RTF to HTML (rtf_to_html.cpp) ---------------------------------------
+
+  // strRTF as HTML 3.2 text; strOptions may hold "+H" (whole page), "+G"
+  // (generator line) and +T"title". Neither argument is changed. Open: a
+  // Null fails with 94; 9 for "\fN" past the font table, 13 for a colour
+  // component or "\'hh" that is no number, 5 for "+T" with no closing quote
+  // (and for tables cut short), 6 for a "\cf" number past the double range.
+  // Never pumps.
+  //   "{\rtf1\r\n\deflang1033 Hi \b bold\plain\r\n\par }" -> "Hi <B>bold</B>"
+  Variant Var_RTF2HTML(Variant& strRTF, Variant& strOptions);
+};
+
+}  // namespace varnek
