@@ -12,6 +12,9 @@ class SocketFactory;  // platform/socket.h
 class FileSystem;     // platform/files.h
 class ProfileStore;   // platform/profile.h
 class DateLocale;     // platform/date_locale.h
+class SurfaceFactory; // platform/drawing_surface.h
+class Clipboard;      // platform/clipboard.h
+class MidiOutput;     // platform/midi_output.h
 
 struct Platform {
   HostLoop* loop = nullptr;
@@ -21,6 +24,9 @@ struct Platform {
   FileSystem* files = nullptr;
   ProfileStore* profiles = nullptr;
   DateLocale* dates = nullptr;
+  SurfaceFactory* surfaces = nullptr;
+  Clipboard* clipboard = nullptr;
+  MidiOutput* midi = nullptr;
   // Further services (files, profiles, comm, ...) are added here as members,
   // each with its own interface header.
 };

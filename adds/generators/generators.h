@@ -12,6 +12,8 @@
 
 namespace varnek {
 
+class DrawingSurface;
+
 class Generators : public virtual AddsCore {
  public:
   explicit Generators(Platform& platform) : AddsCore(platform) {}
@@ -26,6 +28,18 @@ class Generators : public virtual AddsCore {
   // Never pumps.
   //   "{\rtf1\r\n\deflang1033 Hi \b bold\plain\r\n\par }" -> "Hi <B>bold</B>"
   Variant Var_RTF2HTML(Variant& strRTF, Variant& strOptions);
+
+  // ---- Code 39 bars (generators_barcode.cpp) -------------------------------
+
+  // Draws bc_string, upper-cased, as Code 39 bars with the text below on
+  // PictureBox: the bar unit is the scale height / 40 (ties to even, at least
+  // 1), the control is widened before drawing and fitted to where the bars
+  // end, and the picture is fixed and put on the clipboard as a bitmap. An A
+  // draws the start/stop symbol, "*" and other codes without a pattern draw
+  // nothing but are printed. The caller's text is not changed. Open: surface
+  // and clipboard failures reach the caller; 94 for Null; 11 for a zero
+  // scale width. Never pumps.
+  void Var_DrawBarcode(Variant bc_string, DrawingSurface& PictureBox);
 };
 
 }  // namespace varnek

@@ -9,6 +9,9 @@
 #include "platform/platform.h"
 #include "platform/sim/fixed_application.h"
 #include "platform/sim/memory_settings_store.h"
+#include "platform/sim/recording_clipboard.h"
+#include "platform/sim/recording_midi_output.h"
+#include "platform/sim/recording_surface.h"
 #include "platform/sim/sim_loop.h"
 
 namespace varnek {
@@ -27,6 +30,9 @@ struct SimPlatform {
   SimLoop loop;
   MemorySettingsStore settings;
   FixedApplication app;
+  RecordingSurfaceFactory surfaces;
+  RecordingClipboard clipboard;
+  RecordingMidiOutput midi;
   // Points at the members above; sockets stay null until a simulated socket
   // factory is set.
   Platform platform;
