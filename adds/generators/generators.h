@@ -8,6 +8,7 @@
 #pragma once
 
 #include "adds/adds_core.h"
+#include "adds/generators/play_string.h"
 #include "runtime/variant.h"
 
 namespace varnek {
@@ -40,6 +41,38 @@ class Generators : public virtual AddsCore {
   // and clipboard failures reach the caller; 94 for Null; 11 for a zero
   // scale width. Never pumps.
   void Var_DrawBarcode(Variant bc_string, DrawingSurface& PictureBox);
+
+  // ---- MIDI play strings (generators_midi.cpp) -----------------------------
+
+  // Parses PlayString whole (play_string.h), then plays the events as Note On
+  // messages on channel 0 through the platform's MIDI output, waiting by
+  // style between them with a Sleep that never pumps, and pumping the loop
+  // once after each event: host events may run there, and a second call made
+  // from one finds the output open and returns at once. The last T rules the
+  // whole string; the last event gets no wait of its own. No output (no
+  // sequencer): nothing happens. The result stays Empty. Open until the first
+  // note or pause is parsed, resume after: a failure before it (6 for a
+  // number past its field, 11 for a length 0 among N events only) reaches
+  // the caller and leaves the output open, so later calls play nothing.
+  //   adds.Sound_PlayMidi(u"T96O3L4cd.efgabO4cL8defgabO5c");
+  Variant Sound_PlayMidi(const Text& PlayString);
+  // The twelve lines of the language's help, each ending in CR LF.
+  Text Sound_PlayMidiHelp() const { return generators::PlayStringHelp(); }
+
+  // The settings a play string leaves out; they outlive each call.
+  const generators::MidiSettings& MidiSettings() const { return midi_settings_; }
+
+ private:
+  // Mode 1 opens the output (false if open already), 0 closes it (false if
+  // closed). A failed platform call gives false and leaves DeviceOpen.
+  bool midiDeviceSwitch(int16_t mode);
+  // One short message: status + data1 * 256 + data2 * 65536, in 32 bits
+  // (6 when it does not fit).
+  void midiSendShort(int32_t status, int32_t data1, int32_t data2);
+  // Sleep of x rounded half up.
+  void midiWait(double milliseconds);
+
+  generators::MidiSettings midi_settings_;
 };
 
 }  // namespace varnek

@@ -4,6 +4,7 @@
 
 #include <alsa/asoundlib.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -14,6 +15,9 @@ AlsaMidiOutput::~AlsaMidiOutput() { Close(); }
 
 bool AlsaMidiOutput::Open() {
   if (seq_) return false;
+  // Without the sequencer device there is nothing to open; asking ALSA
+  // anyway would print its complaint on the host's stderr.
+  if (access("/dev/snd/seq", F_OK) != 0) return false;
   snd_seq_t* seq = nullptr;
   if (snd_seq_open(&seq, "default", SND_SEQ_OPEN_OUTPUT, 0) < 0) return false;
   snd_seq_set_client_name(seq, "Varnek");
