@@ -72,6 +72,14 @@ class Converter {
     phrase_ += open;
     pending_close_.insert(0, close);
   }
+  // "\b" or "\i" before a blank or backslash: opens the tag and resumes
+  // after the blank or at the backslash. False when the word is another.
+  bool LetterTag(int32_t q, TextView open, TextView close) {
+    if (!IsDelim(q + 1)) return false;
+    OpenTag(open, close);
+    l_ = At(q + 1) == u' ' ? q + 2 : q + 1;
+    return true;
+  }
   int64_t NextCloseBrace(int64_t from);
   bool DigitsAt(int64_t pos, double& value, int64_t& after) const;
   void Entity(int32_t p);
@@ -266,11 +274,7 @@ void Converter::ControlWord(int32_t p) {
   const int32_t q = p + 1;
   switch (At(q)) {
     case u'b':
-      if (IsDelim(q + 1)) {
-        OpenTag(u"<B>", u"</B>");
-        l_ = At(q + 1) == u' ' ? q + 2 : q + 1;
-        return;
-      }
+      if (LetterTag(q, u"<B>", u"</B>")) return;
       if (Has(q, u"bullet ")) VARNEK_TEXT_WORD(u"\u2022", p + 9);
       break;
     case u'c':
@@ -319,11 +323,7 @@ void Converter::ControlWord(int32_t p) {
       break;
     }
     case u'i':
-      if (IsDelim(q + 1)) {
-        OpenTag(u"<I>", u"</I>");
-        l_ = At(q + 1) == u' ' ? q + 2 : q + 1;
-        return;
-      }
+      if (LetterTag(q, u"<I>", u"</I>")) return;
       break;
     case u'l':
       if (Has(q, u"ldblquote ")) VARNEK_TEXT_WORD(u"\u201C", p + 12);
