@@ -1,5 +1,6 @@
 // The Linux picture control: a Cairo image surface in memory, written out as
 // PNG when the drawing is fixed. Text is set in a sans-serif face of 13 px.
+// The canvas is at most 32767 pixels either way; drawing past that is lost.
 #pragma once
 
 #include <memory>
