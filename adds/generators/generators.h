@@ -60,7 +60,7 @@ class Generators : public virtual AddsCore {
   Text Sound_PlayMidiHelp() const { return generators::PlayStringHelp(); }
 
   // The settings a play string leaves out; they outlive each call.
-  const generators::MidiSettings& MidiSettings() const { return midi_settings_; }
+  const generators::MidiSettings& PlaySettings() const { return midi_settings_; }
 
  private:
   // Mode 1 opens the output (false if open already), 0 closes it (false if

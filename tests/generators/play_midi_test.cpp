@@ -104,8 +104,8 @@ TEST_F(PlayMidiTest, HelpExamplePlaysItsNotesAndWaits) {
       "msg 90 54 60",  // the last note gets no wait
       "sleep 1", "close"};
   EXPECT_EQ(log, expected);
-  EXPECT_FALSE(adds.MidiSettings().DeviceOpen);
-  EXPECT_EQ(adds.MidiSettings().Tempo, 96);
+  EXPECT_FALSE(adds.PlaySettings().DeviceOpen);
+  EXPECT_EQ(adds.PlaySettings().Tempo, 96);
   // the last T rules the whole string; octave 5 and length 8 carry over
   log.clear();
   adds.Sound_PlayMidi(u"T99CDT48");
@@ -146,7 +146,7 @@ TEST_F(PlayMidiTest, FailuresNoOutputAndSecondEntry) {
   // the output stays open, so later calls play nothing
   log.clear();
   EXPECT_EQ(FailureOf([&] { adds.Sound_PlayMidi(u"L0N37N40"); }), kErrDivisionByZero);
-  EXPECT_TRUE(adds.MidiSettings().DeviceOpen);
+  EXPECT_TRUE(adds.PlaySettings().DeviceOpen);
   adds.Sound_PlayMidi(u"C");
   EXPECT_EQ(log, V({"open", "msg 90 3C 60"}));
 }
