@@ -7,6 +7,7 @@
 #pragma once
 
 #include "adds/adds_core.h"
+#include "adds/generators/generators.h"
 #include "adds/store/storage.h"
 #include "adds/store/variable_store.h"
 #include "adds/system/system_services.h"
@@ -15,11 +16,11 @@
 namespace varnek {
 
 class Adds : public virtual TextToolkit, public VariableStore, public Storage,
-             public SystemServices {
+             public SystemServices, public Generators {
  public:
   explicit Adds(Platform& platform = LinuxPlatform())
       : AddsCore(platform), TextToolkit(platform), VariableStore(platform), Storage(platform),
-        SystemServices(platform) {}
+        SystemServices(platform), Generators(platform) {}
 };
 
 }  // namespace varnek

@@ -16,6 +16,9 @@ class SystemReadings; // platform/system_readings.h
 class NetworkClock;   // platform/network_clock.h
 class MessageBox;     // platform/message_box.h
 class NetworkShares;  // platform/network_shares.h
+class SurfaceFactory; // platform/drawing_surface.h
+class Clipboard;      // platform/clipboard.h
+class MidiOutput;     // platform/midi_output.h
 
 struct Platform {
   HostLoop* loop = nullptr;
@@ -29,6 +32,9 @@ struct Platform {
   NetworkClock* network_clock = nullptr;
   MessageBox* messages = nullptr;
   NetworkShares* shares = nullptr;
+  SurfaceFactory* surfaces = nullptr;
+  Clipboard* clipboard = nullptr;
+  MidiOutput* midi = nullptr;
   // Further services (files, profiles, comm, ...) are added here as members,
   // each with its own interface header.
 };

@@ -6,6 +6,7 @@ packages=(
   build-essential cmake ninja-build pkg-config
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
+  libcairo2-dev libasound2-dev zbar-tools
   libcurl4-openssl-dev libssl-dev libblkid-dev
   curl python3 procps iproute2
   chromium locales

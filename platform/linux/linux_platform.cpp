@@ -2,7 +2,10 @@
 // bundle and lives until the process ends. Add a service with one line below.
 #include <memory>
 
+#include "platform/linux/alsa_midi_output.h"
+#include "platform/linux/cairo_surface.h"
 #include "platform/linux/file_settings_store.h"
+#include "platform/linux/linux_clipboard.h"
 #include "platform/linux/linux_application.h"
 #include "platform/linux/linux_date_locale.h"
 #include "platform/linux/linux_files.h"
@@ -34,6 +37,9 @@ Platform& LinuxPlatform() {
     p->network_clock = new LinuxNetworkClock(*loop);
     p->messages = new StderrMessageBox;
     p->shares = new LinuxNetworkShares(*new LinuxCommandRunner);
+    p->surfaces = new CairoSurfaceFactory;
+    p->clipboard = new LinuxClipboard;
+    p->midi = new AlsaMidiOutput;
     return p;
   }();
   return *platform;

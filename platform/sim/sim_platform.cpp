@@ -42,6 +42,9 @@ SimPlatform::SimPlatform(double start_date, Text command_line, Text path)
   platform.files = &LinuxFiles();
   platform.profiles = &LinuxProfiles();
   platform.dates = &LinuxDates();
+  platform.surfaces = &surfaces;
+  platform.clipboard = &clipboard;
+  platform.midi = &midi;
 }
 
 SimPlatform::~SimPlatform() {

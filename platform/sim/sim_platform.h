@@ -12,6 +12,9 @@
 #include "platform/sim/fixed_application.h"
 #include "platform/sim/fixed_system_readings.h"
 #include "platform/sim/memory_settings_store.h"
+#include "platform/sim/recording_clipboard.h"
+#include "platform/sim/recording_midi_output.h"
+#include "platform/sim/recording_surface.h"
 #include "platform/sim/sim_loop.h"
 #include "platform/sim/sim_network_clock.h"
 
@@ -35,6 +38,9 @@ struct SimPlatform {
   SimNetworkClock network_clock{loop};
   RecordedMessages messages;
   FakeNetworkShares shares;
+  RecordingSurfaceFactory surfaces;
+  RecordingClipboard clipboard;
+  RecordingMidiOutput midi;
   // Points at the members above; sockets stay null until a simulated socket
   // factory is set.
   Platform platform;

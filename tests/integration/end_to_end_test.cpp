@@ -120,5 +120,28 @@ TEST_F(DemoHostTest, ChromiumRendersIndexAndEcho) {
   std::filesystem::remove_all(profile, ignored);
 }
 
+TEST_F(DemoHostTest, RtfPageAndBarcodePngReadBackByZbar) {
+  const std::string clip = "/tmp/varnek-demo-clip-" + std::to_string(getpid()) + ".png";
+  setenv("VARNEK_CLIPBOARD_FILE", clip.c_str(), 1);  // the child's clipboard stays here
+  ASSERT_TRUE(demo.Start());
+  unsetenv("VARNEK_CLIPBOARD_FILE");
+  const std::string page = Curl("", "/rtf");
+  for (const char* part : {"<TITLE>Varnek RTF sample</TITLE>", "<B>", "Caf&eacute; cr&egrave;me",
+                           "<UL><LI>", "</BODY>\r\n</HTML>"}) {
+    EXPECT_NE(page.find(part), std::string::npos) << part << "\n" << page;
+  }
+  const std::string png = "/tmp/varnek-demo-bars-" + std::to_string(getpid()) + ".png";
+  const std::string head = Curl("-D - -o " + png, "/barcode?text=Demo%2039-x");
+  EXPECT_NE(head.find("Content-Type: image/png\r\n"), std::string::npos) << head;
+  EXPECT_EQ(RunCommand("zbarimg -q --raw " + png + " 2>/dev/null", 30.0), "DEMO 39-X\n");
+  std::ifstream shown(png, std::ios::binary), copied(clip, std::ios::binary);
+  std::stringstream a, b;
+  a << shown.rdbuf();
+  b << copied.rdbuf();
+  EXPECT_EQ(a.str(), b.str());  // the clipboard holds the same picture
+  unlink(png.c_str());
+  unlink(clip.c_str());
+}
+
 }  // namespace
 }  // namespace varnek

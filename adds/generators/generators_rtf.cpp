@@ -1,0 +1,12 @@
+// Var_RTF2HTML: the Adds face of the pure converter.
+#include "adds/generators/generators.h"
+#include "adds/generators/rtf_to_html.h"
+#include "runtime/convert.h"
+
+namespace varnek {
+
+Variant Generators::Var_RTF2HTML(Variant& strRTF, Variant& strOptions) {
+  return Variant(generators::RtfToHtml(CStr(strRTF), CStr(strOptions)));
+}
+
+}  // namespace varnek

@@ -1,0 +1,166 @@
+// MIDI play strings: the parser's quirks, the recorded messages and waits of
+// the help's example and of each style, failures before and after the first
+// note, and the refused second entry.
+#include <gtest/gtest.h>
+
+#include "adds/adds.h"
+#include "adds/generators/play_string.h"
+#include "platform/sim/sim_platform.h"
+#include "runtime/strings.h"
+#include "tests/runtime/test_util.h"
+
+namespace varnek {
+namespace {
+
+using generators::MidiSettings;
+using generators::ParsePlayString;
+
+// Notes and lengths of a parse, as "note/length" items.
+std::vector<std::string> Parsed(const Text& play, MidiSettings& settings) {
+  std::vector<std::string> out;
+  for (const auto& e : ParsePlayString(play, settings).events) {
+    out.push_back(std::to_string(e.Note) + "/" + std::to_string(e.Length));
+  }
+  return out;
+}
+
+std::vector<std::string> Parsed(const Text& play) {
+  MidiSettings fresh;
+  return Parsed(play, fresh);
+}
+
+using V = std::vector<std::string>;
+
+TEST(PlayString, NumbersNotesAndQuirks) {
+  // notes, accidentals (also on the last unit), octaves, N numbers
+  EXPECT_EQ(Parsed(u"O3C"), V({"60/4"}));
+  EXPECT_EQ(Parsed(u"N37"), V({"60/4"}));
+  EXPECT_EQ(Parsed(u"c-c#C+"), V({"59/4", "61/4", "61/4"}));
+  EXPECT_EQ(Parsed(u"O0AO6B"), V({"33/4", "107/4"}));
+  // dots divide by 1.5, ties to even: 4 -> 3, 8 -> 5, 2 -> 1
+  EXPECT_EQ(Parsed(u"C.L8D.L2E."), V({"60/3", "62/5", "64/1"}));
+  // N, T and P stop their number at a 0; the rest is passed over
+  MidiSettings s;
+  EXPECT_EQ(Parsed(u"T120C", s), V({"60/4"}));
+  EXPECT_EQ(s.Tempo, 12);
+  EXPECT_EQ(Parsed(u"T100", s), V());
+  EXPECT_EQ(s.Tempo, 1);
+  EXPECT_EQ(Parsed(u"N40", s), V({"27/4"}));  // N4, then "0" is unknown
+  // L keeps the 0: "L0" and "L16" read as written
+  EXPECT_EQ(Parsed(u"L16C", s), V({"60/16"}));
+  EXPECT_EQ(Parsed(u"L0CEG", s), V({"60/0", "64/0", "67/0"}));
+  EXPECT_EQ(s.NoteLength, 0);
+  // pauses: with a number, or the current length; a dot shortens them too
+  EXPECT_EQ(Parsed(u"P8P.L2P"), V({"-1/8", "-1/3", "-1/2"}));
+  // "O" before a letter records it here and on the next pass; 7 is no octave
+  EXPECT_EQ(Parsed(u"OC"), V({"60/4", "60/4"}));
+  EXPECT_EQ(Parsed(u"O7C"), V({"60/4"}));
+  // H is a note without an offset; lone accidentals and others are passed over
+  EXPECT_EQ(Parsed(u"H#+-!"), V({"0/4"}));
+  // volume and style go with the events after them; bare V and M do nothing
+  MidiSettings v;
+  auto events = ParsePlayString(u"CVPMSDVXMQVM", v).events;
+  ASSERT_EQ(events.size(), 2u);
+  EXPECT_EQ(events[0].Volume, 96);
+  EXPECT_EQ(events[0].Style, 3);
+  EXPECT_EQ(events[1].Volume, 34);
+  EXPECT_EQ(events[1].Style, 1);
+  EXPECT_EQ(v.Volume, 34);
+}
+
+TEST(PlayString, HugeNumbersFailOnlyBeforeTheFirstNote) {
+  ExpectFailures({
+      {6, [] { Parsed(u"T99999C"); }},
+      {6, [] { Parsed(u"L40000C"); }},
+      {6, [] { Parsed(u"P99999"); }},
+      {6, [] { Parsed(u"N99999999999"); }},
+      {6, [] { Parsed(u"N" + Text(400, u'9')); }},
+  });
+  MidiSettings s;
+  EXPECT_EQ(Parsed(u"CT99999L40000DP99999N99999999999", s), V({"60/4", "62/4", "-1/0", "0/4"}));
+  EXPECT_EQ(s.Tempo, 120);
+  EXPECT_EQ(s.NoteLength, 4);
+  // settings persist between parses
+  EXPECT_EQ(Parsed(u"O5L8", s), V());
+  EXPECT_EQ(Parsed(u"C", s), V({"84/8"}));
+}
+
+struct PlayMidiTest : ::testing::Test {
+  SimPlatform sim;
+  Adds adds{sim.platform};
+  std::vector<std::string>& log = sim.midi.log;
+};
+
+TEST_F(PlayMidiTest, HelpExamplePlaysItsNotesAndWaits) {
+  EXPECT_TRUE(adds.Sound_PlayMidi(u"T96O3L4cd.efgabO4cL8defgabO5c").IsEmpty());
+  // 2500 / length ms at 96 beats: 625 for 4, 833 for 3, 313 for 8
+  const V expected = {
+      "open",
+      "msg 90 3C 60", "sleep 625", "msg 90 3E 60", "sleep 833", "msg 90 40 60", "sleep 625",
+      "msg 90 41 60", "sleep 625", "msg 90 43 60", "sleep 625", "msg 90 45 60", "sleep 625",
+      "msg 90 47 60", "sleep 625", "msg 90 48 60", "sleep 625",
+      "msg 90 4A 60", "sleep 313", "msg 90 4C 60", "sleep 313", "msg 90 4D 60", "sleep 313",
+      "msg 90 4F 60", "sleep 313", "msg 90 51 60", "sleep 313", "msg 90 53 60", "sleep 313",
+      "msg 90 54 60",  // the last note gets no wait
+      "sleep 1", "close"};
+  EXPECT_EQ(log, expected);
+  EXPECT_FALSE(adds.PlaySettings().DeviceOpen);
+  EXPECT_EQ(adds.PlaySettings().Tempo, 96);
+  // the last T rules the whole string; octave 5 and length 8 carry over
+  log.clear();
+  adds.Sound_PlayMidi(u"T99CDT48");
+  EXPECT_EQ(log, V({"open", "msg 90 54 60", "sleep 625", "msg 90 56 60", "sleep 1", "close"}));
+}
+
+TEST_F(PlayMidiTest, StylesChordsAndEmptyStrings) {
+  adds.Sound_PlayMidi(u"");
+  EXPECT_EQ(log, V({"open", "sleep 1", "close"}));
+  log.clear();  // normal: 7/8, reset, 1/8 of 500 ms, halves rounded up
+  adds.Sound_PlayMidi(u"MNC D");
+  EXPECT_EQ(log, V({"open", "msg 90 3C 60", "sleep 438", "reset", "sleep 63", "msg 90 3E 60", "sleep 1", "close"}));
+  log.clear();  // staccato, legato
+  adds.Sound_PlayMidi(u"MSCMLDE");
+  EXPECT_EQ(log, V({"open", "msg 90 3C 60", "sleep 250", "reset", "sleep 250", "msg 90 3E 60", "sleep 500",
+                    "reset", "sleep 1", "msg 90 40 60", "sleep 1", "close"}));
+  log.clear();  // length 0 sounds together; "L0" everywhere plays nothing
+  adds.Sound_PlayMidi(u"MDL0CEG");
+  EXPECT_EQ(log, V({"open", "msg 90 3C 60", "msg 90 40 60", "msg 90 43 60", "sleep 1", "close"}));
+  log.clear();
+  adds.Sound_PlayMidi(u"L0L0P0L0");
+  EXPECT_EQ(log, V({"open", "sleep 1", "close"}));
+  log.clear();  // a pause sends nothing but waits; volume forte
+  adds.Sound_PlayMidi(u"L4VFCPC");
+  EXPECT_EQ(log, V({"open", "msg 90 3C 7F", "sleep 500", "sleep 500", "msg 90 3C 7F", "sleep 1", "close"}));
+}
+
+TEST_F(PlayMidiTest, FailuresNoOutputAndSecondEntry) {
+  // no output: nothing happens
+  sim.midi.fail_open = true;
+  adds.Sound_PlayMidi(u"CDE");
+  EXPECT_TRUE(log.empty());
+  sim.midi.fail_open = false;
+  // a huge note after the first letter is skipped when sent
+  adds.Sound_PlayMidi(u"MDCN99999999");
+  EXPECT_EQ(log, V({"open", "msg 90 3C 60", "sleep 500", "sleep 1", "close"}));
+  // N events only with length 0: the division fails towards the caller and
+  // the output stays open, so later calls play nothing
+  log.clear();
+  EXPECT_EQ(FailureOf([&] { adds.Sound_PlayMidi(u"L0N37N40"); }), kErrDivisionByZero);
+  EXPECT_TRUE(adds.PlaySettings().DeviceOpen);
+  adds.Sound_PlayMidi(u"C");
+  EXPECT_EQ(log, V({"open", "msg 90 3C 60"}));
+}
+
+TEST_F(PlayMidiTest, SecondCallDuringPlayIsRefused) {
+  int inner = 0;
+  sim.midi.on_sleep = [&] {
+    if (inner++ == 0) adds.Sound_PlayMidi(u"GGG");
+  };
+  adds.Sound_PlayMidi(u"MDCD");
+  EXPECT_EQ(log, V({"open", "msg 90 3C 60", "sleep 500", "msg 90 3E 60", "sleep 1", "close"}));
+  EXPECT_EQ(adds.Sound_PlayMidiHelp().substr(0, 29), u" Plays a note(s) using MIDI\r\n");
+  EXPECT_EQ(Split(adds.Sound_PlayMidiHelp(), u"\r\n").size(), 13u);
+}
+
+}  // namespace
+}  // namespace varnek

@@ -1,0 +1,161 @@
+// The RTF converter: control words with their resume places, the tables, the
+// entities, lists, alignment, the page wrapper and the raised failures.
+#include <gtest/gtest.h>
+
+#include "adds/adds.h"
+#include "adds/generators/rtf_to_html.h"
+#include "platform/sim/sim_platform.h"
+#include "tests/runtime/test_util.h"
+
+namespace varnek {
+namespace {
+
+using generators::RtfToHtml;
+
+// One paragraph behind a bare header with no tables.
+Text Bare(const Text& body) { return RtfToHtml(u"{\\rtf1\r\n\\deflang1033 " + body + u"\r\n\\par }", u""); }
+
+// A header with a colour table: \cf0 is FF0000, \cf1 is 0080FF.
+Text Coloured(const Text& body) {
+  return RtfToHtml(u"{\\rtf1{\\colortbl ;\\red255\\green0\\blue0;\\red0\\green128\\blue255;}\r\n"
+                   u"\\deflang1033 " + body + u"\r\n\\par }",
+                   u"");
+}
+
+// The header an edit control writes, with fonts 0..2 and two colours.
+const Text kHeader =
+    u"{\\rtf1\\ansi\\deff0{\\fonttbl{\\f0\\fswiss MS Sans Serif;}{\\f1\\froman\\fcharset2 Symbol;}"
+    u"{\\f2\\fswiss Arial;}}\r\n{\\colortbl\\red0\\green0\\blue0;\\red255\\green0\\blue0;}\r\n"
+    u"\\deflang1033\\pard\\plain\\f2\\fs20 ";
+
+const Text kCenter =
+    u"<TABLE ALIGN=\"left\" CELLSPACING=0 CELLPADDING=0 WIDTH=\"100%\"><TR ALIGN=\"center\"><TD>";
+const Text kRight =
+    u"<TABLE ALIGN=\"left\" CELLSPACING=0 CELLPADDING=0 WIDTH=\"100%\"><TR ALIGN=\"right\"><TD>";
+
+TEST(RtfToHtml, ControlWordsResumeWhereTheyAreTold) {
+  // text goes out unescaped; unknown words and their blank vanish
+  EXPECT_EQ(Bare(u"a<b&c"), u"a<b&c");
+  EXPECT_EQ(Bare(u"\\tabx y"), u"y");
+  EXPECT_EQ(Bare(u"\\b0 x"), u"x");
+  // bold, italic, strike and underline close in reverse order
+  EXPECT_EQ(Bare(u"\\b bold\\plain  x"), u"<B>bold</B> x");
+  EXPECT_EQ(Bare(u"\\b\\i x}y"), u"<B><I>x</I></B>y");
+  EXPECT_EQ(Bare(u"\\strike\\b x"), u"<STRIKE>b x</STRIKE>");  // the backslash is lost
+  EXPECT_EQ(Bare(u"\\strike x"), u"<STRIKE>x</STRIKE>");
+  EXPECT_EQ(Bare(u"\\ul x"), u"<U> x</U>");  // the blank is read as text
+  // an unknown word ending in "}" consumes it without closing anything
+  EXPECT_EQ(Bare(u"\\b x\\xyz}y"), u"<B>xy</B>");
+  // words that end in a text unit lose the unit behind their delimiter
+  EXPECT_EQ(Bare(u"\\bullet ab"), u"\u2022b");
+  EXPECT_EQ(Bare(u"\\emdash ab"), u"\u2014b");
+  EXPECT_EQ(Bare(u"\\lquote ab"), u"\u2018b");
+  EXPECT_EQ(Bare(u"\\rquote ab"), u"\u2019b");
+  EXPECT_EQ(Bare(u"\\ldblquote ab"), u"\u201Cb");
+  EXPECT_EQ(Bare(u"\\rdblquote ab"), u"\u201Db");
+  EXPECT_EQ(Bare(u"\\~ab"), u" b");
+  EXPECT_EQ(Bare(u"\\{ab\\}cd\\\\ef"), u"{b}d\\f");
+  EXPECT_EQ(Bare(u"\\tab x"), u"&#9;x");
+  // an escaped line break writes CR LF
+  EXPECT_EQ(Bare(u"a\\\r\nb"), u"a\r\nb");
+}
+
+TEST(RtfToHtml, EntitiesAndCodePage) {
+  EXPECT_EQ(Bare(u"\\'e9x"), u"&eacute;x");
+  EXPECT_EQ(Bare(u"\\'d7\\'a7"), u"&times;&sect;");
+  EXPECT_EQ(Bare(u"\\'00"), u"&nbsp;");    // 00, not a0, is the blank
+  EXPECT_EQ(Bare(u"\\'85"), u"...");       // the padding is trimmed
+  EXPECT_EQ(Bare(u"\\'E9"), u"\u00E9");    // upper-case hex has no row
+  EXPECT_EQ(Bare(u"\\'a0\\'ae"), u"\u00A0\u00AE");
+  EXPECT_EQ(Bare(u"\\'80\\'9f"), u"\u20AC\u0178");  // cp1252 units
+  EXPECT_EQ(std::char_traits<char16_t>::length(generators::kRtfEntityTable), 96u * 12u);
+}
+
+TEST(RtfToHtml, FontsColoursSizesAndAlignment) {
+  // font 2 differs from font 0; \fs20 is the default size and writes nothing
+  EXPECT_EQ(RtfToHtml(kHeader + u"Hello\r\n\\par }", u""), u"<FONT FACE=\"Arial\">Hello</FONT>");
+  EXPECT_EQ(RtfToHtml(kHeader + u"a\\f1 b\\plain\\f0 c\r\n\\par }", u""),
+            u"<FONT FACE=\"Arial\">a<FONT FACE=\"Symbol\">b</FONT>c");
+  EXPECT_EQ(RtfToHtml(kHeader + u"One\r\n\\par Two\r\n\\par }", u""),
+            u"<FONT FACE=\"Arial\">One<BR>Two</FONT>");
+  EXPECT_EQ(RtfToHtml(kHeader + u"\\cf1 x\r\n\\par }", u""),
+            u"<FONT FACE=\"Arial\" COLOR=\"#FF0000\">x</FONT>");
+  // counting starts at the first \red; five units are read, blanks skipped
+  EXPECT_EQ(Coloured(u"\\cf1 x"), u"<FONT COLOR=\"#0080FF\">x</FONT>");
+  EXPECT_EQ(Coloured(u"\\cf1 2x"), u"2x");  // colour 12 is past the top
+  EXPECT_EQ(Coloured(u"\\cf5 x"), u"x");
+  // two changes, one close; \plain with a change still waiting writes none
+  EXPECT_EQ(Coloured(u"\\cf0 a\\cf1 b\\plain c"),
+            u"<FONT COLOR=\"#FF0000\">a<FONT COLOR=\"#0080FF\">b</FONT>c");
+  EXPECT_EQ(Coloured(u"\\cf0\\plain x"), u"x");
+  // sizes: n / 5 - 2 floored, 2 is the default, clamped to 1..8
+  EXPECT_EQ(Coloured(u"\\cf0\\fs30 x"), u"<FONT COLOR=\"#FF0000\" SIZE = \"4\">x</FONT>");
+  EXPECT_EQ(Coloured(u"\\cf0\\fs50 x"), u"<FONT COLOR=\"#FF0000\" SIZE = \"8\">x</FONT>");
+  EXPECT_EQ(Coloured(u"\\cf0\\fs25 x"), u"<FONT COLOR=\"#FF0000\" SIZE = \"3\">x</FONT>");
+  EXPECT_EQ(Coloured(u"\\cf0\\fs19 x"), u"<FONT COLOR=\"#FF0000\" SIZE = \"1\">x</FONT>");
+  EXPECT_EQ(Coloured(u"\\cf0\\fs24 x"), u"<FONT COLOR=\"#FF0000\">x</FONT>");
+  EXPECT_EQ(Coloured(u"\\fs30 x"), u"x");  // a size alone writes no tag
+  // alignment waits for the next font tag; the table closes at \plain
+  EXPECT_EQ(Coloured(u"\\qc\\cf0 ab"), kCenter + u"<FONT COLOR=\"#FF0000\">ab</FONT>");
+  EXPECT_EQ(Coloured(u"\\qr\\cf0 a\\b c\\plain d"),
+            kRight + u"<FONT COLOR=\"#FF0000\">a<B>c</FONT></TD></TR></TABLE><BR></B>d");
+  EXPECT_EQ(Coloured(u"\\qc xy\\cf0 z"), u"y" + kCenter + u"<FONT COLOR=\"#FF0000\">z</FONT>");
+  // components: the second and third units are taken only if digits
+  EXPECT_EQ(RtfToHtml(u"{\\colortbl\\red1;2\\green300\\blue0;}\r\n\\deflang \\cf0 x\r\n\\par }", u""),
+            u"<FONT COLOR=\"#0C12C00\">x</FONT>");
+}
+
+TEST(RtfToHtml, ListsAndParagraphs) {
+  Text list = u"{\\rtf1\r\n\\deflang1033 {\\pntext\\'b7\\tab}{\\*\\pn\\pnlvlblt\\pnf1{\\pntxtb\\'b7}}one"
+              u"\r\n\\par {\\pntext\\'b7\\tab}two\r\n\\par \\pard\\plain after\r\n\\par }";
+  EXPECT_EQ(RtfToHtml(list, u""), u"<UL><LI>one</LI><LI>two</LI></UL>after");
+  // no CR LF "\deflang", or no CR LF "\par" after it: no body
+  EXPECT_EQ(RtfToHtml(u"{\\rtf1 \\deflang1033 hello\r\n\\par }", u""), u"");
+  EXPECT_EQ(RtfToHtml(u"{\\rtf1\r\n\\deflang1033 hello}", u""), u"");
+  // the first break writes nothing until something set the item close
+  EXPECT_EQ(Bare(u"a\r\n\\par b"), u"ab");
+  // text after the last CR LF "\par" is never read
+  EXPECT_EQ(RtfToHtml(u"{\\rtf1\r\n\\deflang1033 a\r\n\\par b", u""), u"a");
+  // a group skipped to a "}" that is not there ends the scan
+  EXPECT_EQ(RtfToHtml(u"{\\rtf1\r\n\\deflang x\\pntxtb y\r\n\\par ", u""), u"x");
+}
+
+TEST(RtfToHtml, PageWrapperAndOptions) {
+  const Text head = u"<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 3.2//EN\">\r\n<HTML>\r\n<HEAD>\r\n";
+  EXPECT_EQ(RtfToHtml(u"none", u"+H"),
+            head + u"<TITLE></TITLE>\r\n\r\n</HEAD>\r\n<BODY>\r\n</BODY>\r\n</HTML>");
+  EXPECT_EQ(RtfToHtml(u"{\\rtf1\r\n\\deflang x\r\n\\par }", u"+T\"My page\"+G+H"),
+            head + u"<TITLE>My page</TITLE>\r\n<META NAME=\"GENERATOR\" CONTENT=\"Varnek Software\">"
+                   u"\r\n</HEAD>\r\n<BODY>\r\nx</BODY>\r\n</HTML>");
+  // the unit between marker and title is not looked at; a quote further on
+  // ends a title that starts with a quote
+  EXPECT_EQ(RtfToHtml(u"", u"+H+T=Name\""), head + u"<TITLE>Name</TITLE>\r\n\r\n</HEAD>\r\n<BODY>\r\n</BODY>\r\n</HTML>");
+  EXPECT_EQ(RtfToHtml(u"", u"+H+T\"\"x\""), head + u"<TITLE>\"x</TITLE>\r\n\r\n</HEAD>\r\n<BODY>\r\n</BODY>\r\n</HTML>");
+  // +T and +G without +H change nothing
+  EXPECT_EQ(Bare(u"x"), RtfToHtml(u"{\\rtf1\r\n\\deflang1033 x\r\n\\par }", u"+G+T\"t\""));
+}
+
+TEST(RtfToHtml, RaisedFailures) {
+  ExpectFailures({
+      {5, [] { RtfToHtml(u"", u"+H+T\"\""); }},                 // no closing quote
+      {5, [] { RtfToHtml(u"", u"+T"); }},
+      {9, [] { Bare(u"\\f9 x"); }},                              // past the font table
+      {9, [] { RtfToHtml(kHeader + u"\\f3 x\r\n\\par }", u""); }},
+      {13, [] { Bare(u"\\'zz"); }},                               // no row, no hex
+      {13, [] { RtfToHtml(u"{\\colortbl\\red\\green0\\blue0;}", u""); }},
+      {13, [] { RtfToHtml(u"{\\colortbl\\red1;}", u""); }},      // a \red alone reads near the start
+      {0, [] { Bare(u"\\f0 x"); }},
+  });
+  // through Adds: the arguments stay as they were; Null fails
+  SimPlatform sim;
+  Adds adds(sim.platform);
+  Variant rtf = u"{\\rtf1\r\n\\deflang1033 \\b x\r\n\\par }", options = u"+T\"t\"";
+  EXPECT_EQ(adds.Var_RTF2HTML(rtf, options).ToText(), u"<B>x</B>");
+  EXPECT_EQ(rtf.ToText(), u"{\\rtf1\r\n\\deflang1033 \\b x\r\n\\par }");
+  EXPECT_EQ(options.ToText(), u"+T\"t\"");
+  Variant null = Variant::Null();
+  EXPECT_EQ(FailureOf([&] { adds.Var_RTF2HTML(null, options); }), 94);
+}
+
+}  // namespace
+}  // namespace varnek
