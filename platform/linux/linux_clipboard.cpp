@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "platform/linux/file_io.h"
+#include "platform/linux/safe_replace.h"
 #include "runtime/failure.h"
 
 extern char** environ;
@@ -74,7 +75,7 @@ void LinuxClipboard::SetImage(int32_t, const std::string& png) {
   if (SendToSelection(png, "image/png")) return;
   std::error_code error;
   std::filesystem::create_directories(std::filesystem::path(file_).parent_path(), error);
-  if (!linux_io::ReplaceFileAtomically(file_, png)) Fail(kErrClipboard, "Can't open Clipboard");
+  if (!linux_io::ReplaceFile(file_, png)) Fail(kErrClipboard, "Can't open Clipboard");
 }
 
 }  // namespace varnek
