@@ -7,16 +7,18 @@
 #pragma once
 
 #include "adds/adds_core.h"
+#include "adds/net/network.h"
 #include "adds/store/storage.h"
 #include "adds/store/variable_store.h"
 #include "adds/text/text_toolkit.h"
 
 namespace varnek {
 
-class Adds : public virtual TextToolkit, public VariableStore, public Storage {
+class Adds : public virtual TextToolkit, public VariableStore, public Storage, public Network {
  public:
   explicit Adds(Platform& platform = LinuxPlatform())
-      : AddsCore(platform), TextToolkit(platform), VariableStore(platform), Storage(platform) {}
+      : AddsCore(platform), TextToolkit(platform), VariableStore(platform), Storage(platform),
+        Network(platform) {}
 };
 
 }  // namespace varnek

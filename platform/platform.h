@@ -12,6 +12,8 @@ class SocketFactory;  // platform/socket.h
 class FileSystem;     // platform/files.h
 class ProfileStore;   // platform/profile.h
 class DateLocale;     // platform/date_locale.h
+class NetTables;      // platform/net_tables.h
+class WebServices;    // platform/web_services.h
 
 struct Platform {
   HostLoop* loop = nullptr;
@@ -21,6 +23,8 @@ struct Platform {
   FileSystem* files = nullptr;
   ProfileStore* profiles = nullptr;
   DateLocale* dates = nullptr;
+  NetTables* net_tables = nullptr;
+  WebServices* web = nullptr;
   // Further services (files, profiles, comm, ...) are added here as members,
   // each with its own interface header.
 };

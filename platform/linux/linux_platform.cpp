@@ -7,7 +7,9 @@
 #include "platform/linux/linux_date_locale.h"
 #include "platform/linux/linux_files.h"
 #include "platform/linux/linux_loop.h"
+#include "platform/linux/linux_net_tables.h"
 #include "platform/linux/linux_socket.h"
+#include "platform/linux/linux_web_services.h"
 #include "platform/linux/profile_file.h"
 #include "platform/platform.h"
 
@@ -25,6 +27,8 @@ Platform& LinuxPlatform() {
     p->files = &LinuxFiles();
     p->profiles = &LinuxProfiles();
     p->dates = &LinuxDates();
+    p->net_tables = new LinuxNetTables;
+    p->web = new LinuxWebServices(*loop);
     return p;
   }();
   return *platform;
