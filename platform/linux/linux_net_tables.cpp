@@ -94,7 +94,8 @@ bool ParseTable(const std::string& content, bool six, std::vector<TcpRow>& rows)
   while (std::getline(in, line)) {
     std::istringstream fields(line);
     std::string slot, local, remote, state_hex;
-    if (!(fields >> slot >> local >> remote >> state_hex)) continue;
+    if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
+    if (!(fields >> slot >> local >> remote >> state_hex)) return false;
     TcpRow row;
     bool v4_local = true, v4_remote = true;
     const bool ok = six ? ParseEndpoint6(local, row.local_addr, row.local_port, v4_local) &&
