@@ -20,7 +20,7 @@ bool ToInt(const std::string& text, int low, int high, int& out) {
 
 std::string Usage() {
   return "usage: varnek-demo [--port N] [--slots N] [--watchdog SECONDS] [--welcome TEXT]\n"
-         "                   [--user NAME:PASS]... [--secure PATH]...\n"
+         "                   [--user NAME:PASS]... [--secure PATH]... [--gateway URL]\n"
          "Without --user and --secure, /admin is secured for admin:admin.\n";
 }
 
@@ -50,6 +50,8 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
       options.users.push_back(value);
     } else if (flag == "--secure") {
       options.secure.push_back(value);
+    } else if (flag == "--gateway") {
+      options.gateway = value;
     } else {
       error = "unknown flag " + flag;
       return false;
