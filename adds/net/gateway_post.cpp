@@ -2,20 +2,16 @@
 // told apart by the answer's success, failure and delay marks.
 #include "adds/net/network.h"
 #include "adds/net/net_waits.h"
-#include "adds/store/variable_store.h"
 #include "runtime/convert.h"
 #include "runtime/failure.h"
 #include "runtime/strings.h"
 
 namespace varnek {
 
+using net_waits::Control;
 using net_waits::NowSeconds;
 using net_waits::PumpWhileBefore;
 using net_waits::UntilSecond;
-
-void Network::PauseSeconds(double seconds) {
-  VariableStore(platform()).DateTime_PausaTimer(Variant(seconds));
-}
 
 namespace {
 
@@ -24,11 +20,6 @@ namespace {
 Text Defaulted(OptionalArg& arg, const Text& fallback) {
   if (arg.IsMissingOrEmpty()) arg.Get() = Variant(fallback);
   return CStr(arg.Get());
-}
-
-SocketCtl& Control(SocketCtl* socket) {
-  if (!socket) Fail(kErrObjectNotSet);
-  return *socket;
 }
 
 }  // namespace
@@ -188,19 +179,8 @@ int32_t Network::POST_SendMensaje(
   });
   host.DoEvents();
   POST_SendMensaje_Response = response;
-  host.DoEvents();
-  Resume([&] { Control(SocketX).Close(); });
-  host.DoEvents();
-
-  // 11. Wait for the close, at most 10 s.
-  Resume([&] {
-    SocketCtl& s = Control(SocketX);
-    if (s.State() == kSocketClosed) return;
-    PauseSeconds(1);
-    s.Close();
-    host.DoEvents();
-    PumpWhileBefore(host, NowSeconds(host) + 10, [&] { return s.State() != kSocketClosed; });
-  });
+  // 10 and 11. Close, and wait for it at most 10 s.
+  CloseAndWait(SocketX, true);
   return result;
 }
 

@@ -10,16 +10,12 @@
 
 namespace varnek {
 
+using net_waits::Control;
 using net_waits::NowSeconds;
 using net_waits::PumpWhileBefore;
 using net_waits::UntilSecond;
 
 namespace {
-
-SocketCtl& Control(SocketCtl* socket) {
-  if (!socket) Fail(kErrObjectNotSet);
-  return *socket;
-}
 
 // The splitter the GET calls by name: the Adds instance once bound; unbound,
 // every call fails as a member call on Nothing does (424).
@@ -146,16 +142,7 @@ Variant Network::HttpGetWith(TextToolkit* splitter, SocketCtl* SocketX, const Va
       [&](const RuntimeError& error) { result = Variant(FailureText(error)); });
 
   // 17. The tail, always.
-  host.DoEvents();
-  Resume([&] { Control(SocketX).Close(); });
-  host.DoEvents();
-  Resume([&] {
-    SocketCtl& s = Control(SocketX);
-    if (s.State() == kSocketClosed) return;
-    s.Close();
-    PauseSeconds(1);
-    PumpWhileBefore(host, NowSeconds(host) + 10, [&] { return s.State() != kSocketClosed; });
-  });
+  CloseAndWait(SocketX, false);
   PauseSeconds(1);
   return result;
 }

@@ -1,6 +1,6 @@
-// The waits of the network routines: a clock of whole seconds (the classic
-// Now) and pumps that block in the loop until an event comes or that clock
-// reaches a limit, so no wait spins.
+// Shared by the network routines: a clock of whole seconds (the classic Now),
+// pumps that block in the loop until an event comes or that clock reaches a
+// limit, so no wait spins, and the socket control passed in by the host.
 #pragma once
 
 #include <algorithm>
@@ -9,6 +9,8 @@
 #include <functional>
 
 #include "platform/host_loop.h"
+#include "platform/socket.h"
+#include "runtime/failure.h"
 
 namespace varnek::net_waits {
 
@@ -29,6 +31,13 @@ inline double UntilSecond(HostLoop& loop, int64_t target) {
 inline void PumpWhileBefore(HostLoop& loop, int64_t limit, const std::function<bool()>& waiting) {
   loop.PumpUntil([&] { return !waiting() || NowSeconds(loop) >= limit; },
                  [&] { return UntilSecond(loop, limit); });
+}
+
+// The control a routine was given; a null one fails as a member call on
+// Nothing does (91).
+inline SocketCtl& Control(SocketCtl* socket) {
+  if (!socket) Fail(kErrObjectNotSet);
+  return *socket;
 }
 
 }  // namespace varnek::net_waits

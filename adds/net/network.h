@@ -147,6 +147,10 @@ class Network : public virtual TextToolkit {
  private:
   // Waits, pumping, as DateTime_PausaTimer does.
   void PauseSeconds(double seconds);
+  // Pump, Close, pump; if the control is not closed then, Close again with a
+  // 1 s pause before (pause_first) or after it, and pump up to 10 s until
+  // State is 1. Failures (a null control) are ignored.
+  void CloseAndWait(SocketCtl* SocketX, bool pause_first);
   Text AdapterList(int which, const Text& sDelim);
   Variant HttpGetWith(TextToolkit* splitter, SocketCtl* SocketX, const Variant& pHost,
                       const Variant& pPage, const Variant& pPort, int16_t pTimeOut);

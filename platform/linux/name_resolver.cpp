@@ -143,9 +143,13 @@ struct NameResolver::Impl : std::enable_shared_from_this<Impl> {
     if (!self || self->destroying) return;
     if (self->in_flight > 0) --self->in_flight;
     if (status == ARES_SUCCESS && found.empty()) status = ARES_ENOTFOUND;
-    const uint64_t ticket = query->ticket;
-    std::weak_ptr<Impl> weak = self;
-    self->loop.Post([weak, ticket, status, found = std::move(found)]() mutable {
+    self->Deliver(query->ticket, status, std::move(found));
+  }
+
+  // Runs the ticket's callback on a later pass, unless it was cancelled.
+  void Deliver(uint64_t ticket, int status, std::vector<ResolvedAddress> found) {
+    std::weak_ptr<Impl> weak = weak_from_this();
+    loop.Post([weak, ticket, status, found = std::move(found)]() mutable {
       auto me = weak.lock();
       if (!me) return;
       auto it = me->waiting.find(ticket);
@@ -166,16 +170,7 @@ uint64_t NameResolver::Resolve(const std::string& host, int port, Done done) {
   const uint64_t ticket = impl_->next_ticket++;
   impl_->waiting[ticket] = std::move(done);
   if (!impl_->EnsureChannel()) {
-    std::weak_ptr<Impl> weak = impl_;
-    impl_->loop.Post([weak, ticket] {
-      auto me = weak.lock();
-      if (!me) return;
-      auto it = me->waiting.find(ticket);
-      if (it == me->waiting.end()) return;
-      Done d = std::move(it->second);
-      me->waiting.erase(it);
-      if (d) d(ARES_ENOTINITIALIZED, {});
-    });
+    impl_->Deliver(ticket, ARES_ENOTINITIALIZED, {});
     return ticket;
   }
   ares_addrinfo_hints hints{};

@@ -14,16 +14,6 @@
 namespace varnek {
 namespace {
 
-std::string Shell(const std::string& command) {
-  std::string out;
-  if (FILE* p = popen(command.c_str(), "r")) {
-    char buf[4096];
-    for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-    pclose(p);
-  }
-  return out;
-}
-
 TEST_F(SimNetFixture, IPNumberIsValidKeepsItsQuirks) {
   struct Case { const char* text; bool valid; };
   const Case cases[] = {

@@ -11,16 +11,6 @@
 namespace varnek {
 namespace {
 
-std::string Shell(const std::string& command) {
-  std::string out;
-  if (FILE* p = popen(command.c_str(), "r")) {
-    char buf[4096];
-    for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-    pclose(p);
-  }
-  return out;
-}
-
 void ExpectHas(const std::string& text, const std::string& part) {
   EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text.substr(0, 4000);
 }

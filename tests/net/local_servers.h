@@ -15,6 +15,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <fstream>
 #include <functional>
 #include <random>
@@ -31,6 +32,17 @@
 #include "platform/platform.h"
 
 namespace varnek {
+
+// The standard output of a shell command.
+inline std::string Shell(const std::string& command) {
+  std::string out;
+  if (FILE* p = popen(command.c_str(), "r")) {
+    char buf[4096];
+    for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
+    pclose(p);
+  }
+  return out;
+}
 
 // Reads from fd until `done(text)` holds, the peer closes or `seconds` pass.
 inline std::string ReadUntil(int fd, const std::function<bool(const std::string&)>& done,
