@@ -4,6 +4,7 @@
 #include "platform/linux/file_io.h"
 
 #include <curl/curl.h>
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -159,20 +160,36 @@ int LinuxWebServices::DownloadToFile(TextView url_text, TextView file_text) {
 
 int LinuxWebServices::OpenUrl(TextView url_text, int32_t /*show*/) {
   const std::string url = TextToBytes(url_text);
-  // Two forks: the opener is adopted by init, so no child is left to reap.
+  // Two forks: the opener is adopted by init, so no child is left to reap. A
+  // close-on-exec pipe tells whether its exec worked: it ends empty if so.
+  int report[2];
+  if (pipe2(report, O_CLOEXEC) != 0) return -1;
   const pid_t child = fork();
-  if (child < 0) return -1;
+  if (child < 0) {
+    close(report[0]);
+    close(report[1]);
+    return -1;
+  }
   if (child == 0) {
     if (fork() == 0) {
       execlp(opener_.c_str(), opener_.c_str(), url.c_str(), static_cast<char*>(nullptr));
+      const int err = errno;
+      if (write(report[1], &err, sizeof err) < 0) _exit(127);
       _exit(127);
     }
     _exit(0);
   }
+  close(report[1]);
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? 0 : -1;
+  int err = 0;
+  ssize_t n;
+  do {
+    n = read(report[0], &err, sizeof err);
+  } while (n < 0 && errno == EINTR);
+  close(report[0]);
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0 && n == 0 ? 0 : -1;
 }
 
 }  // namespace varnek

@@ -194,5 +194,12 @@ TEST_F(LinuxHttpClient, DownloadsAndTheirFailures) {
   }
 }
 
+TEST(LinuxOpenUrl, StartsTheOpenerAndTellsWhenItCannot) {
+  LinuxLoop loop;
+  LinuxWebServices fine(loop, "true"), missing(loop, "/nonexistent/opener");
+  EXPECT_EQ(fine.OpenUrl(u"http://127.0.0.1/", 1), 0);
+  EXPECT_NE(missing.OpenUrl(u"http://127.0.0.1/", 1), 0);
+}
+
 }  // namespace
 }  // namespace varnek
