@@ -200,7 +200,10 @@ struct LinuxNetPlatform {
     platform.net_tables = &tables;
     platform.web = &web;
   }
-  ~LinuxNetPlatform() { unlink(hosts.c_str()); }
+  ~LinuxNetPlatform() {
+    unsetenv("CARES_HOSTS");
+    unlink(hosts.c_str());
+  }
   std::string hosts = "/tmp/varnek-net-hosts-" + std::to_string(getpid());
   LinuxLoop loop;
   FixedApplication app{u"VarnekNetTest", u"/tmp", {}};

@@ -78,6 +78,7 @@ struct LinuxOut {
   }
   ~LinuxOut() {
     for (int fd : {listen_fd, peer_fd, dns_fd}) if (fd >= 0) ::close(fd);
+    unsetenv("CARES_HOSTS");
     unlink(hosts.c_str());
   }
   int Serve() {
