@@ -38,7 +38,7 @@ int32_t Network::POST_SendMensaje(
   Text ok_mark, fail_mark, delayed_mark;
 
   const bool ran = Guarded([&] {
-    // 1. Defaults, and the socket's settings.
+    // Defaults, and the socket's settings.
     OptionalArg* extra[] = {&VarFirma, &ValueFirma, &VarAdic1, &ValueAdic1, &VarAdic2,
                             &ValueAdic2, &VarAdic3, &ValueAdic3, &VarAdic4, &ValueAdic4,
                             &VarAdic5, &ValueAdic5, &VarAdic6, &ValueAdic6};
@@ -56,7 +56,7 @@ int32_t Network::POST_SendMensaje(
     s.SetBlocking(false);
     s.SetReuseAddressEnabled(true);
 
-    // 2. Host and port from the URL's third "/" field.
+    // Host and port from the URL's third "/" field.
     Variant url = URLCGI;
     const Text authority = Var_GetFieldAt(url, 3, u"/");
     Text host_name = authority;
@@ -68,18 +68,18 @@ int32_t Network::POST_SendMensaje(
     }
     if (port == 0) port = 80;
 
-    // 3. What follows the host (and ":port") is the request's path.
+    // What follows the host (and ":port") is the request's path.
     Var_GetPart(url, Variant(host_name), true);
     Var_GetPart(url, Variant(u":" + CStr(Variant(port))), true);
     const Text path = CStr(url);
 
-    // 4. Anything open before is dropped.
+    // Anything open before is dropped.
     if (s.State() != kSocketClosed) {
       s.Close();
       host.DoEvents();
     }
 
-    // 5. The body.
+    // The body.
     ValueMensaje = Var_FiltraCaracteres(ValueMensaje);
     Text body = CStr(VarCodigo) + u"=" + CStr(ValueCodigo) + u"&" + CStr(VarMensaje) + u"=" +
                 CStr(URL_Encode(ValueMensaje));
@@ -92,7 +92,7 @@ int32_t Network::POST_SendMensaje(
       if (!field.empty()) body += u"&" + field + u"=" + CStr(URL_Encode(value->Get()));
     }
 
-    // 6. The request: the Host line holds this machine's address, and the
+    // The request: the Host line holds this machine's address, and the
     // body's own CR LF is not counted. Both stay so.
     const Text request = u"POST " + path + u" HTTP/1.0\r\n" +
                          u"Content-type: application/x-www-form-urlencoded\r\n" +
@@ -100,7 +100,7 @@ int32_t Network::POST_SendMensaje(
                          u"Content-length: " + CStr(Variant(Len(body))) + u"\r\n" +
                          u"\r\n" + body + u"\r\n";
 
-    // 7. Open the connection, each stage within pTimeOut.
+    // Open the connection, each stage within pTimeOut.
     const int64_t timeout = Variant(pTimeOut.Get()).ToLong();
     if (s.State() != kSocketClosed) s.Close();
     host.DoEvents();
@@ -116,13 +116,13 @@ int32_t Network::POST_SendMensaje(
     PumpWhileBefore(host, limit, [&] { return s.State() != kSocketConnected; });
     if (s.State() != kSocketConnected) return;
 
-    // 8. Send; one limit for the whole answer.
+    // Send; one limit for the whole answer.
     s.Send(Variant(request));
     host.DoEvents();
     response = Variant(Text());
     limit = NowSeconds(host) + timeout;
 
-    // 9. Collect until a mark, the peer's close or the limit.
+    // Collect until a mark, the peer's close or the limit.
     const auto take_waiting = [&] {
       if (s.ReceiveReadyCount() > 0) response = Variant(CStr(response) + s.ReceiveText());
     };
@@ -170,7 +170,7 @@ int32_t Network::POST_SendMensaje(
     }
   });
 
-  // 10. Wrap up; failures from here on are ignored.
+  // Wrap up; failures from here on are ignored.
   if (!ran) result = kPostFailure;
   host.DoEvents();
   Resume([&] {
@@ -179,7 +179,7 @@ int32_t Network::POST_SendMensaje(
   });
   host.DoEvents();
   POST_SendMensaje_Response = response;
-  // 10 and 11. Close, and wait for it at most 10 s.
+  // Close, and wait for it at most 10 s.
   CloseAndWait(SocketX, true);
   return result;
 }

@@ -28,12 +28,12 @@ bool Given(const Variant& v) { return !v.IsMissing() && !CStr(v).empty(); }
 
 }  // namespace
 
-// The GET, steps 1 to 17, with its splitter as passed.
+// The GET, with its splitter as passed.
 Variant Network::HttpGetWith(TextToolkit* splitter, SocketCtl* SocketX, const Variant& pHost,
                              const Variant& pPage, const Variant& pPort, int16_t pTimeOut) {
   HostLoop& host = loop();
   Variant result;
-  // 1. Copies.
+  // Copies.
   Variant url_rest = pHost;
   const Variant explicit_port = pPort.IsMissing() ? Variant() : pPort;
   const Variant explicit_page = pPage.IsMissing() ? Variant() : pPage;
@@ -41,13 +41,13 @@ Variant Network::HttpGetWith(TextToolkit* splitter, SocketCtl* SocketX, const Va
 
   Guarded(
       [&] {
-        // 2. The scheme.
+        // The scheme.
         if (InStr(CStr(url_rest), u"://") > 0) {
           url_scheme = Variant(UCase(Splitter(splitter).Var_GetPart(url_rest, u"://", true)));
         } else {
           url_scheme = Variant(Text());
         }
-        // 3. Host and port. Without "/" after the port, the port's text
+        // Host and port. Without "/" after the port, the port's text
         // stays in url_rest and becomes the page below; kept so.
         if (InStr(CStr(url_rest), u":") > 0) {
           host_name = Variant(Splitter(splitter).Var_GetPart(url_rest, u":", true));
@@ -61,27 +61,27 @@ Variant Network::HttpGetWith(TextToolkit* splitter, SocketCtl* SocketX, const Va
           host_name = Variant(Splitter(splitter).Var_GetPart(url_rest, u"/", true));
           remote_port = Variant(CStr(url_scheme) == u"FTP" ? 21 : 80);
         }
-        // 4. The page.
+        // The page.
         if (!CStr(url_rest).empty()) page_path = Variant(u"/" + CStr(url_rest));
-        // 5. What the caller gave wins.
+        // What the caller gave wins.
         if (Given(explicit_port)) remote_port = explicit_port;
         if (Given(explicit_page)) page_path = explicit_page;
 
         SocketCtl& s = Control(SocketX);
-        // 6. Anything open before is dropped.
+        // Anything open before is dropped.
         if (s.State() != kSocketClosed) {
           host.DoEvents();
           s.Close();
           host.DoEvents();
         }
-        // 7. Settings.
+        // Settings.
         s.SetEventMask(63);
         s.SetLingerEnabled(true);
         s.SetLingerMode(1);
         s.SetLingerTime(2);
         s.SetBlocking(false);
         s.SetReuseAddressEnabled(true);
-        // 8. A number is connected to as it is, a name is resolved.
+        // A number is connected to as it is, a name is resolved.
         if (NET_IPNumberIsValid(host_name)) {
           s.SetRemoteNameAddrXlate(false);
           s.SetRemoteName(u"");
@@ -92,21 +92,21 @@ Variant Network::HttpGetWith(TextToolkit* splitter, SocketCtl* SocketX, const Va
           s.SetRemoteName(CStr(host_name));
         }
         host.DoEvents();
-        // 9. Ports and the socket.
+        // Ports and the socket.
         s.SetRemotePort(remote_port.ToLong());
         s.SetLocalPort(0);
         s.SetLocalAddress(u"0.0.0.0");
         host.DoEvents();
         s.Create(Variant::Missing(), Variant::Missing());
         host.DoEvents();
-        // 10 and 11. Created, then connected, 10 s each.
+        // Created, then connected, 10 s each.
         PumpWhileBefore(host, NowSeconds(host) + 10, [&] { return s.State() != kSocketCreated; });
         host.DoEvents();
         s.Connect(Variant::Missing(), Variant::Missing());
         PumpWhileBefore(host, NowSeconds(host) + 10, [&] { return s.State() != kSocketConnected; });
         host.DoEvents();
         if (s.State() != kSocketConnected) return;
-        // 12 and 13. The request.
+        // The request.
         Text path = CStr(page_path);
         if (Left(path, 1) != u"/" && Left(path, 1) != u"\\") path = u"/" + path;
         const Text request = u"GET " + path + u" HTTP/1.1\r\n" + u"Accept: text/plain\r\n" +
@@ -115,9 +115,9 @@ Variant Network::HttpGetWith(TextToolkit* splitter, SocketCtl* SocketX, const Va
                              u"User-Agent: Mozilla/4.0 (compatible; MSIE 5.0; Windows 98; DigExt)\r\n" +
                              u"Host: " + s.LocalAddress() + u"\r\n" +
                              u"Connection: Keep-Alive\r\n" + u"\r\n";
-        // 14. Sent once; its failure is dropped.
+        // Sent once; its failure is dropped.
         Resume([&] { s.Send(Variant(request)); });
-        // 15 and 16. Collect until a marker or the limit.
+        // Collect until a marker or the limit.
         const int64_t limit = NowSeconds(host) + (pTimeOut == 0 ? 10 : pTimeOut);
         Text response;
         size_t scanned = 0;  // the markers are looked for in what is new
@@ -138,10 +138,10 @@ Variant Network::HttpGetWith(TextToolkit* splitter, SocketCtl* SocketX, const Va
         }
         result = Variant(response);
       },
-      // 17. The tail's report of a failure.
+      // A failure ends the GET with its report as the result.
       [&](const RuntimeError& error) { result = Variant(FailureText(error)); });
 
-  // 17. The tail, always.
+  // Always, after a failure too: close and wait.
   CloseAndWait(SocketX, false);
   PauseSeconds(1);
   return result;

@@ -129,7 +129,7 @@ TEST_F(GatewayPost, FailuresGiveMinusTwo) {
   Variant url = u"http://gw.test/p", f = u"pin", c = u"1", mf = u"msg", m = Variant(T("ñ"));
   EXPECT_EQ(adds.POST_SendMensaje(nullptr, url, f, c, mf, m), -2) << "no socket control";
   EXPECT_TRUE(adds.POST_SendMensaje_Response.IsEmpty());
-  EXPECT_EQ(m.ToText(), T("ñ")) << "the first step failed: nothing filtered yet";
+  EXPECT_EQ(m.ToText(), T("ñ")) << "the settings failed first: nothing filtered yet";
   url = u"http://gw.test:70000/p";
   EXPECT_EQ(adds.POST_SendMensaje(sock.get(), url, f, c, mf, m), -2);
   EXPECT_EQ(m.ToText(), u"n") << "filtered before the connect failed";
