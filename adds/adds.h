@@ -8,6 +8,7 @@
 
 #include "adds/adds_core.h"
 #include "adds/generators/generators.h"
+#include "adds/net/network.h"
 #include "adds/store/storage.h"
 #include "adds/store/variable_store.h"
 #include "adds/system/system_services.h"
@@ -16,11 +17,11 @@
 namespace varnek {
 
 class Adds : public virtual TextToolkit, public VariableStore, public Storage,
-             public SystemServices, public Generators {
+             public SystemServices, public Generators, public Network {
  public:
   explicit Adds(Platform& platform = LinuxPlatform())
       : AddsCore(platform), TextToolkit(platform), VariableStore(platform), Storage(platform),
-        SystemServices(platform), Generators(platform) {}
+        SystemServices(platform), Generators(platform), Network(platform) {}
 };
 
 }  // namespace varnek

@@ -19,6 +19,8 @@ class NetworkShares;  // platform/network_shares.h
 class SurfaceFactory; // platform/drawing_surface.h
 class Clipboard;      // platform/clipboard.h
 class MidiOutput;     // platform/midi_output.h
+class NetTables;      // platform/net_tables.h
+class WebServices;    // platform/web_services.h
 
 struct Platform {
   HostLoop* loop = nullptr;
@@ -35,6 +37,8 @@ struct Platform {
   SurfaceFactory* surfaces = nullptr;
   Clipboard* clipboard = nullptr;
   MidiOutput* midi = nullptr;
+  NetTables* net_tables = nullptr;
+  WebServices* web = nullptr;
   // Further services (files, profiles, comm, ...) are added here as members,
   // each with its own interface header.
 };

@@ -119,7 +119,13 @@ class SocketCtl {
   virtual int32_t ReceiveReadyCount() const = 0;
   // Takes over the connection a ConnectionRequest offered; then connected.
   virtual void SetAcceptHandle(int32_t handle) = 0;
-  // Outgoing connection; on_done(kOpConnect) when connected.
+  // Outgoing connection; on_done(kOpConnect) when connected. A missing
+  // address takes the target set below (RemoteName when RemoteNameAddrXlate
+  // is true, else RemoteAddress), a missing port RemotePort. A name is
+  // resolved without blocking: State reads Connecting meanwhile, and a name
+  // that does not resolve ends as a failure (State 1, ErrorText "Host not
+  // found", no Done). A port outside 1..65535 or an empty host fails at once
+  // with kSockErrAddressInvalid.
   virtual void Connect(const Variant& address, const Variant& port) = 0;
 
   virtual Text LocalAddress() const = 0;
@@ -130,6 +136,26 @@ class SocketCtl {
   virtual bool Listening() const = 0;
   virtual Text StateText() const = 0;
   virtual Text ErrorText() const = 0;
+
+  // The outgoing target that Connect with missing arguments uses. Writing
+  // RemoteAddress or RemotePort sets the value the getters read until a
+  // connection replaces it with the peer's. LocalAddress written is a bind
+  // address for outgoing connections ("" or "0.0.0.0": any); the getter
+  // gives the connection's own address once connected. The defaults keep
+  // nothing, for controls that never connect out.
+  virtual void SetRemoteName(TextView /*name*/) {}
+  virtual Text RemoteName() const { return {}; }
+  virtual void SetRemoteNameAddrXlate(bool /*resolve*/) {}
+  virtual bool RemoteNameAddrXlate() const { return false; }
+  virtual void SetRemoteAddress(TextView /*address*/) {}
+  virtual void SetRemotePort(int32_t /*port*/) {}
+  virtual void SetLocalAddress(TextView /*address*/) {}
+
+  // Receive for a text, and the text it got: what was waiting, "" for none.
+  Text ReceiveText() {
+    Receive(kReceiveText);
+    return ReceivedData().ToText();
+  }
 
   // Settings that the logic writes; the control stores them and applies what
   // has a meaning on this platform.

@@ -15,6 +15,8 @@ struct SocketSettings {
   bool blocking = true, linger_enabled = false, secure_server = false;
   bool secure_client = false, reuse_address = false;
   Text certificate;
+  Text remote_name, local_address;  // outgoing target and bind address
+  bool remote_name_xlate = false;
 };
 
 class SocketWithSettings : public SocketCtl {
@@ -31,6 +33,11 @@ class SocketWithSettings : public SocketCtl {
   void SetSecureClient(bool secure) override { Change(settings_.secure_client, secure); }
   void SetCertificateName(TextView name) override { Change(settings_.certificate, Text(name)); }
   void SetReuseAddressEnabled(bool enabled) override { Change(settings_.reuse_address, enabled); }
+  void SetRemoteName(TextView name) override { Change(settings_.remote_name, Text(name)); }
+  Text RemoteName() const override { return settings_.remote_name; }
+  void SetRemoteNameAddrXlate(bool resolve) override { Change(settings_.remote_name_xlate, resolve); }
+  bool RemoteNameAddrXlate() const override { return settings_.remote_name_xlate; }
+  void SetLocalAddress(TextView address) override { Change(settings_.local_address, Text(address)); }
 
  protected:
   // Called after every setting is written; the default applies nothing.

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <memory>
+#include <deque>
 #include <optional>
 #include <vector>
 
@@ -46,7 +47,7 @@ class Collection : public Object {
     std::optional<Text> key;
   };
   size_t PositionOf(const Variant& index) const;  // 0-based, fails as Item
-  std::vector<Entry> items_;
+  std::deque<Entry> items_;  // removing the first item is cheap: lists are emptied from the front
 };
 
 using CollectionPtr = std::shared_ptr<Collection>;

@@ -7,7 +7,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
   libcairo2-dev libasound2-dev zbar-tools
-  libcurl4-openssl-dev libssl-dev libblkid-dev
+  libcurl4-openssl-dev libssl-dev libblkid-dev libc-ares-dev
   curl python3 procps iproute2
   chromium locales
 )

@@ -20,7 +20,7 @@ bool ToInt(const std::string& text, int low, int high, int& out) {
 
 std::string Usage() {
   return "usage: varnek-demo [--port N] [--slots N] [--watchdog SECONDS] [--welcome TEXT]\n"
-         "                   [--user NAME:PASS]... [--secure PATH]...\n"
+         "                   [--user NAME:PASS]... [--secure PATH]... [--gateway URL]\n"
          "                   [--time-server HOST] [--time-port N]\n"
          "Without --user and --secure, /admin is secured for admin:admin.\n";
 }
@@ -55,6 +55,8 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
       ok = ToInt(value, 1, 65535, options.time_port);
     } else if (flag == "--secure") {
       options.secure.push_back(value);
+    } else if (flag == "--gateway") {
+      options.gateway = value;
     } else {
       error = "unknown flag " + flag;
       return false;

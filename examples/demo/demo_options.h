@@ -16,6 +16,7 @@ struct Options {
   bool defaults_for_admin = false;   // no --user/--secure given: /admin for admin:admin
   std::string time_server;           // the /system page's clock; "" the local one
   int time_port = 0;                 // its UDP port; 0 the standard 123
+  std::string gateway;               // /send posts here; empty: this host's own /echo
 };
 
 // Parses argv. Returns false and fills `error` on an unknown or malformed flag.

@@ -15,6 +15,9 @@
 #include "platform/linux/linux_network_clock.h"
 #include "platform/linux/linux_socket.h"
 #include "platform/linux/linux_system_readings.h"
+#include "platform/linux/linux_net_tables.h"
+#include "platform/linux/linux_socket.h"
+#include "platform/linux/linux_web_services.h"
 #include "platform/linux/profile_file.h"
 #include "platform/linux/stderr_message_box.h"
 #include "platform/platform.h"
@@ -40,6 +43,8 @@ Platform& LinuxPlatform() {
     p->surfaces = new CairoSurfaceFactory;
     p->clipboard = new LinuxClipboard;
     p->midi = new AlsaMidiOutput;
+    p->net_tables = new LinuxNetTables;
+    p->web = new LinuxWebServices(*loop);
     return p;
   }();
   return *platform;

@@ -40,56 +40,9 @@ void LinuxSocket::Adopt(int fd) {
   remote_port_ = 0;
   if (getpeername(fd, reinterpret_cast<sockaddr*>(&ss), &len) == 0) remote_address_ = AddressText(ss, &remote_port_);
   len = sizeof ss;
-  if (getsockname(fd, reinterpret_cast<sockaddr*>(&ss), &len) == 0) AddressText(ss, &local_port_);
+  if (getsockname(fd, reinterpret_cast<sockaddr*>(&ss), &len) == 0) local_address_ = AddressText(ss, &local_port_);
   ApplyOptions();
   UpdateWatch();
-}
-
-void LinuxSocket::Connect(const Variant& address, const Variant& port) {
-  if (state_ != kSocketClosed && state_ != kSocketCreated) FailWrongState();
-  std::string host = TextToBytes(address.ToText());
-  std::string service = std::to_string(port.ToLong());
-  addrinfo hints{};
-  hints.ai_family = AF_UNSPEC;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* found = nullptr;
-  int rc = getaddrinfo(host.c_str(), service.c_str(), &hints, &found);
-  if (rc != 0 || !found) {
-    error_text_ = u"Host not found";
-    ReleaseFd(false);
-    state_ = kSocketClosed;
-    return;
-  }
-  if (fd_ >= 0 && state_ == kSocketCreated) ReleaseFd(false);  // a bound socket is not reused
-  int fd = ::socket(found->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  if (fd < 0) {
-    freeaddrinfo(found);
-    error_text_ = ErrnoText(errno);
-    state_ = kSocketClosed;
-    return;
-  }
-  int one = 1;
-  if (settings().reuse_address) setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-  int rcc;
-  do {
-    rcc = ::connect(fd, found->ai_addr, found->ai_addrlen);
-  } while (rcc != 0 && errno == EINTR);
-  int err = rcc == 0 ? 0 : errno;
-  freeaddrinfo(found);
-  if (rcc == 0) {
-    Adopt(fd);
-    outgoing_ = true;
-    PostDone(kOpConnect);
-  } else if (err == EINPROGRESS) {
-    fd_ = fd;
-    state_ = kSocketConnecting;
-    ApplyOptions();
-    UpdateWatch();
-  } else {
-    CloseFd(fd);
-    error_text_ = ErrnoText(err);
-    state_ = kSocketClosed;
-  }
 }
 
 void LinuxSocket::OnConnectDone() {

@@ -40,14 +40,18 @@
 //   with LingerTime 0 gives the abortive close (RST).
 // - SecureServer, SecureClient and CertificateName are stored only; no secure
 //   channel is built.
-// - Connect resolves names with getaddrinfo, which blocks for names that are
-//   not numeric addresses or in the hosts file.
+// - Connect takes numeric IPv4 and IPv6 addresses as they are and resolves
+//   names through the factory's NameResolver (c-ares on the loop), so no
+//   lookup blocks the host thread; the first IPv4 answer is tried, else the
+//   first IPv6 one. LocalPort is not applied to outgoing connections; a
+//   LocalAddress other than "" and "0.0.0.0" is bound before connecting.
 #pragma once
 
 #include <memory>
 #include <unordered_set>
 
 #include "platform/linux/linux_loop.h"
+#include "platform/linux/name_resolver.h"
 #include "platform/socket.h"
 
 namespace varnek {
@@ -61,10 +65,16 @@ class LinuxSocketFactory : public SocketFactory {
   LinuxLoop& loop() { return loop_; }
   // Descriptors accepted and offered in a ConnectionRequest, not yet taken.
   std::unordered_set<int>& offered() { return offered_; }
+  // The resolver of outgoing connections, made at first use with the
+  // configuration last set (the system's by default).
+  NameResolver& resolver();
+  void SetResolverConfig(ResolverConfig config);
 
  private:
   LinuxLoop& loop_;
   std::unordered_set<int> offered_;
+  ResolverConfig resolver_config_;
+  std::shared_ptr<NameResolver> resolver_;
 };
 
 // The machine's primary IPv4 address: that of the first interface that is up

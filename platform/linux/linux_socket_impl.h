@@ -66,11 +66,15 @@ class LinuxSocket : public SocketWithSettings {
   void SetAcceptHandle(int32_t handle) override;
   void Connect(const Variant& address, const Variant& port) override;
 
-  Text LocalAddress() const override { return PrimaryIPv4Address(); }
+  Text LocalAddress() const override {
+    return Connection() && !local_address_.empty() ? local_address_ : PrimaryIPv4Address();
+  }
   int32_t LocalPort() const override { return local_port_; }
   void SetLocalPort(int32_t port) override { local_port_ = port; }
   Text RemoteAddress() const override { return remote_address_; }
   int32_t RemotePort() const override { return remote_port_; }
+  void SetRemoteAddress(TextView address) override { remote_address_ = Text(address); }
+  void SetRemotePort(int32_t port) override { remote_port_ = port; }
   bool Listening() const override { return state_ == kSocketListening; }
   Text StateText() const override { return SocketStateText(state_); }
   Text ErrorText() const override { return error_text_; }
@@ -86,6 +90,8 @@ class LinuxSocket : public SocketWithSettings {
   void OfferAccepted(int fd);
   void PauseAccepting();
   void OnConnectDone();
+  void ConnectTo(const sockaddr_storage& address, socklen_t length);
+  void ResolveFailed();
   bool WriteSome();          // false when the connection broke
   int CompletedSends();      // sends whose bytes have all been written
   bool ReadIncoming(size_t budget);  // false when the connection failed
@@ -124,6 +130,8 @@ class LinuxSocket : public SocketWithSettings {
   bool accept_paused_ = false;
   Variant received_data_;
   Text error_text_;
+  Text local_address_;          // of the connection, from getsockname
+  uint64_t connect_attempt_ = 0; // tells a name lookup's answer from an older one's
 };
 
 }  // namespace varnek::linux_socket

@@ -137,13 +137,27 @@ class SimSocket : public SocketWithSettings {
     if (!peer->to_control_.empty()) PostReadyCheck();
   }
 
-  void Connect(const Variant& /*address*/, const Variant& port) override {
+  void Connect(const Variant& address, const Variant& port) override {
     if (state_ != kSocketClosed && state_ != kSocketCreated) FailWrongState();
-    int32_t remote = port.ToLong();
+    Text host;
+    if (!address.IsMissing()) host = address.ToText();
+    else host = settings().remote_name_xlate ? settings().remote_name : remote_address_;
+    int32_t remote = port.IsMissing() ? remote_port_ : port.ToLong();
+    if (host.empty() || remote < 1 || remote > 65535) {
+      error_text_ = u"Address is not valid";
+      Fail(kSockErrAddressInvalid, "Address is not valid");
+    }
     state_ = kSocketConnecting;
+    remote_port_ = remote;
+    const uint64_t attempt = ++connect_attempt_;
     std::weak_ptr<bool> alive = alive_;
-    net_.At(net_.loop().Elapsed() + net_.connect_delay_, [this, alive, remote] {
-      if (alive.expired() || state_ != kSocketConnecting) return;
+    net_.At(net_.loop().Elapsed() + net_.connect_delay_, [this, alive, remote, host, attempt] {
+      if (alive.expired() || state_ != kSocketConnecting || attempt != connect_attempt_) return;
+      if (net_.unresolvable_.count(host)) {
+        error_text_ = u"Host not found";
+        state_ = kSocketClosed;
+        return;
+      }
       auto server = net_.servers_.find(remote);
       if (server == net_.servers_.end()) {
         error_text_ = u"Connection refused";
@@ -163,8 +177,10 @@ class SimSocket : public SocketWithSettings {
   Text LocalAddress() const override { return net_.local_address_; }
   int32_t LocalPort() const override { return local_port_; }
   void SetLocalPort(int32_t port) override { local_port_ = port; }
-  Text RemoteAddress() const override { return peer_ ? Text(u"127.0.0.1") : Text(); }
-  int32_t RemotePort() const override { return peer_ ? remote_port_ : 0; }
+  Text RemoteAddress() const override { return peer_ ? Text(u"127.0.0.1") : remote_address_; }
+  int32_t RemotePort() const override { return remote_port_; }
+  void SetRemoteAddress(TextView address) override { remote_address_ = Text(address); }
+  void SetRemotePort(int32_t port) override { remote_port_ = port; }
   bool Listening() const override { return state_ == kSocketListening; }
   Text StateText() const override { return SocketStateText(state_); }
   Text ErrorText() const override { return error_text_; }
@@ -248,6 +264,8 @@ class SimSocket : public SocketWithSettings {
   int32_t state_ = kSocketClosed;
   int32_t local_port_ = 0;
   int32_t remote_port_ = 0;
+  Text remote_address_;
+  uint64_t connect_attempt_ = 0;
   bool registered_ = false;
   std::shared_ptr<SimPeer> peer_;
   std::vector<Text> pending_;  // sends on their way, oldest first

@@ -20,6 +20,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 
 #include "platform/sim/sim_loop.h"
 #include "platform/socket.h"
@@ -101,6 +102,9 @@ class SimNetwork : public SocketFactory {
   // host on `port` reaches it, and on_accept gets the peer of the connection.
   void Serve(int32_t port, std::function<void(std::shared_ptr<SimPeer>)> on_accept);
   void StopServing(int32_t port);
+  // A Connect to this host name ends as a name that does not resolve (State
+  // 1, ErrorText "Host not found"); every other host reaches the servers.
+  void SetUnresolvable(Text host) { unresolvable_.insert(std::move(host)); }
 
   // Virtual seconds a Send takes to reach the peer and report Done, and an
   // outgoing Connect to complete.
@@ -126,6 +130,7 @@ class SimNetwork : public SocketFactory {
   std::map<int32_t, SimSocket*> listeners_;  // by port, from Bind until Close
   std::map<int32_t, std::shared_ptr<SimPeer>> offered_;  // handles in ConnectionRequest
   std::map<int32_t, std::function<void(std::shared_ptr<SimPeer>)>> servers_;
+  std::set<Text> unresolvable_;
   int32_t next_handle_ = 1000;
   double send_delay_ = 0.01;
   double connect_delay_ = 0.01;

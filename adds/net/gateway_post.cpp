@@ -1,0 +1,187 @@
+// POST_SendMensaje: one message to a web gateway as an HTTP/1.0 form post,
+// told apart by the answer's success, failure and delay marks.
+#include "adds/net/network.h"
+#include "adds/net/net_waits.h"
+#include "runtime/convert.h"
+#include "runtime/failure.h"
+#include "runtime/strings.h"
+
+namespace varnek {
+
+using net_waits::Control;
+using net_waits::NowSeconds;
+using net_waits::PumpWhileBefore;
+using net_waits::UntilSecond;
+
+namespace {
+
+// A missing or Empty optional argument takes its default, in the caller's
+// variable too.
+Text Defaulted(OptionalArg& arg, const Text& fallback) {
+  if (arg.IsMissingOrEmpty()) arg.Get() = Variant(fallback);
+  return CStr(arg.Get());
+}
+
+}  // namespace
+
+int32_t Network::POST_SendMensaje(
+    SocketCtl* SocketX, Variant& URLCGI, Variant& VarCodigo, Variant& ValueCodigo,
+    Variant& VarMensaje, Variant& ValueMensaje, OptionalArg VarFirma, OptionalArg ValueFirma,
+    OptionalArg StrResponseOK, OptionalArg StrResponseFAIL, OptionalArg VarAdic1,
+    OptionalArg ValueAdic1, OptionalArg VarAdic2, OptionalArg ValueAdic2, OptionalArg VarAdic3,
+    OptionalArg ValueAdic3, OptionalArg VarAdic4, OptionalArg ValueAdic4, OptionalArg VarAdic5,
+    OptionalArg ValueAdic5, OptionalArg VarAdic6, OptionalArg ValueAdic6,
+    OptionalArg StrResponseDELAYED, OptionalArg pTimeOut) {
+  HostLoop& host = loop();
+  int32_t result = kPostNotDelivered;
+  Variant response;  // Empty until the request has gone out
+  Text ok_mark, fail_mark, delayed_mark;
+
+  const bool ran = Guarded([&] {
+    // Defaults, and the socket's settings.
+    OptionalArg* extra[] = {&VarFirma, &ValueFirma, &VarAdic1, &ValueAdic1, &VarAdic2,
+                            &ValueAdic2, &VarAdic3, &ValueAdic3, &VarAdic4, &ValueAdic4,
+                            &VarAdic5, &ValueAdic5, &VarAdic6, &ValueAdic6};
+    for (OptionalArg* arg : extra) Defaulted(*arg, u"");
+    if (StrResponseOK.IsMissing()) StrResponseOK.Get() = Variant(u"200");
+    ok_mark = CStr(StrResponseOK.Get());
+    fail_mark = Defaulted(StrResponseFAIL, u"");
+    delayed_mark = Defaulted(StrResponseDELAYED, u"");
+    if (pTimeOut.IsMissingOrEmpty()) pTimeOut.Get() = Variant(45);
+    SocketCtl& s = Control(SocketX);
+    s.SetEventMask(63);
+    s.SetLingerEnabled(true);
+    s.SetLingerMode(1);
+    s.SetLingerTime(2);
+    s.SetBlocking(false);
+    s.SetReuseAddressEnabled(true);
+
+    // Host and port from the URL's third "/" field.
+    Variant url = URLCGI;
+    const Text authority = Var_GetFieldAt(url, 3, u"/");
+    Text host_name = authority;
+    int32_t port = 0;
+    const int32_t colon = InStr(authority, u":");
+    if (colon > 0) {
+      host_name = Left(authority, colon - 1);
+      port = Variant(Val(Mid(authority, colon + 1))).ToLong();
+    }
+    if (port == 0) port = 80;
+
+    // What follows the host (and ":port") is the request's path.
+    Var_GetPart(url, Variant(host_name), true);
+    Var_GetPart(url, Variant(u":" + CStr(Variant(port))), true);
+    const Text path = CStr(url);
+
+    // Anything open before is dropped.
+    if (s.State() != kSocketClosed) {
+      s.Close();
+      host.DoEvents();
+    }
+
+    // The body.
+    ValueMensaje = Var_FiltraCaracteres(ValueMensaje);
+    Text body = CStr(VarCodigo) + u"=" + CStr(ValueCodigo) + u"&" + CStr(VarMensaje) + u"=" +
+                CStr(URL_Encode(ValueMensaje));
+    const std::pair<OptionalArg*, OptionalArg*> fields[] = {
+        {&VarFirma, &ValueFirma}, {&VarAdic1, &ValueAdic1}, {&VarAdic2, &ValueAdic2},
+        {&VarAdic3, &ValueAdic3}, {&VarAdic4, &ValueAdic4}, {&VarAdic5, &ValueAdic5},
+        {&VarAdic6, &ValueAdic6}};
+    for (const auto& [name, value] : fields) {
+      const Text field = CStr(name->Get());
+      if (!field.empty()) body += u"&" + field + u"=" + CStr(URL_Encode(value->Get()));
+    }
+
+    // The request: the Host line holds this machine's address, and the
+    // body's own CR LF is not counted. Both stay so.
+    const Text request = u"POST " + path + u" HTTP/1.0\r\n" +
+                         u"Content-type: application/x-www-form-urlencoded\r\n" +
+                         u"Host: " + s.LocalAddress() + u"\r\n" +
+                         u"Content-length: " + CStr(Variant(Len(body))) + u"\r\n" +
+                         u"\r\n" + body + u"\r\n";
+
+    // Open the connection, each stage within pTimeOut.
+    const int64_t timeout = Variant(pTimeOut.Get()).ToLong();
+    if (s.State() != kSocketClosed) s.Close();
+    host.DoEvents();
+    if (s.ReceiveReadyCount() > 0) s.ReceiveText();
+    host.DoEvents();
+    s.Create(Variant::Missing(), Variant::Missing());
+    int64_t limit = NowSeconds(host) + timeout;
+    PumpWhileBefore(host, limit, [&] { return s.State() != kSocketCreated; });
+    if (s.State() != kSocketCreated) return;
+    host.DoEvents();
+    s.Connect(Variant(host_name), Variant::Long(port));
+    limit = NowSeconds(host) + timeout;
+    PumpWhileBefore(host, limit, [&] { return s.State() != kSocketConnected; });
+    if (s.State() != kSocketConnected) return;
+
+    // Send; one limit for the whole answer.
+    s.Send(Variant(request));
+    host.DoEvents();
+    response = Variant(Text());
+    limit = NowSeconds(host) + timeout;
+
+    // Collect until a mark, the peer's close or the limit.
+    const auto take_waiting = [&] {
+      if (s.ReceiveReadyCount() > 0) response = Variant(CStr(response) + s.ReceiveText());
+    };
+    for (;;) {
+      // Blocks until an event or the limit, unless there is news already.
+      const bool news = s.State() != kSocketConnected || s.ReceiveReadyCount() > 0;
+      host.Pump(news ? 0 : UntilSecond(host, limit + 1));
+      if (NowSeconds(host) > limit) {
+        result = kPostNotDelivered;
+        return;
+      }
+      if (s.State() != kSocketConnected) {
+        if (Trim(ok_mark).empty()) {
+          result = kPostDelivered;
+          return;
+        }
+        if (s.ReceiveReadyCount() == 0) {
+          result = kPostNotDelivered;
+          return;
+        }
+      }
+      if (s.ReceiveReadyCount() > 0) {
+        while (s.ReceiveReadyCount() > 0) {
+          PauseSeconds(1);
+          response = Variant(CStr(response) + s.ReceiveText());
+        }
+        const Text got = CStr(response);
+        if (!ok_mark.empty() && InStr(got, ok_mark) > 0) {
+          take_waiting();
+          result = kPostDelivered;
+          return;
+        }
+        if (!fail_mark.empty() && InStr(got, fail_mark) > 0) {
+          take_waiting();
+          result = kPostNotDelivered;
+          return;
+        }
+        if (!delayed_mark.empty() && InStr(got, delayed_mark) > 0) {
+          take_waiting();
+          result = kPostDelayed;
+          return;
+        }
+      }
+      host.DoEvents();
+    }
+  });
+
+  // Wrap up; failures from here on are ignored.
+  if (!ran) result = kPostFailure;
+  host.DoEvents();
+  Resume([&] {
+    SocketCtl& s = Control(SocketX);
+    if (s.ReceiveReadyCount() > 0) response = Variant(CStr(response) + s.ReceiveText());
+  });
+  host.DoEvents();
+  POST_SendMensaje_Response = response;
+  // Close, and wait for it at most 10 s.
+  CloseAndWait(SocketX, true);
+  return result;
+}
+
+}  // namespace varnek

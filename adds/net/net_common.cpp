@@ -1,0 +1,29 @@
+// What the post and the GET share: their pause and their closing tail.
+#include "adds/net/net_waits.h"
+#include "adds/net/network.h"
+#include "adds/store/variable_store.h"
+
+namespace varnek {
+
+void Network::PauseSeconds(double seconds) {
+  VariableStore(platform()).DateTime_PausaTimer(Variant(seconds));
+}
+
+void Network::CloseAndWait(SocketCtl* SocketX, bool pause_first) {
+  HostLoop& host = loop();
+  host.DoEvents();
+  Resume([&] { net_waits::Control(SocketX).Close(); });
+  host.DoEvents();
+  Resume([&] {
+    SocketCtl& s = net_waits::Control(SocketX);
+    if (s.State() == kSocketClosed) return;
+    if (pause_first) PauseSeconds(1);
+    s.Close();
+    if (!pause_first) PauseSeconds(1);
+    host.DoEvents();
+    net_waits::PumpWhileBefore(host, net_waits::NowSeconds(host) + 10,
+                               [&] { return s.State() != kSocketClosed; });
+  });
+}
+
+}  // namespace varnek

@@ -1,0 +1,74 @@
+// The demo's "/send" page: a form whose message goes out through
+// POST_SendMensaje to the gateway of --gateway (by default this host's own
+// /echo), then the result code and the gateway's answer. The post waits by
+// pumping the loop, so the host's own server answers it meanwhile; posting to
+// itself needs a second free slot.
+#include <memory>
+
+#include "adds/adds.h"
+#include "examples/demo/demo_host.h"
+#include "examples/demo/demo_pages.h"
+#include "platform/socket.h"
+#include "runtime/convert.h"
+
+namespace varnek::demo {
+
+namespace {
+
+Text ParamValue(const PageRequest& r, const Text& name) {
+  for (int32_t k = 1; r.param_names && k <= r.param_names->Count(); ++k) {
+    if (r.param_names->Item(k).ToText() == name) return r.param_values->Item(k).ToText();
+  }
+  return Text();
+}
+
+Text ResultMeaning(int32_t code) {
+  switch (code) {
+    case -1: return u"delivered";
+    case -5: return u"accepted for later";
+    case -2: return u"failure";
+    default: return u"not delivered";
+  }
+}
+
+Text SendForm(const Text& gateway) {
+  return u"<p>Gateway: <code>" + HtmlEscape(gateway) + u"</code></p>\r\n"
+         u"<form method=\"post\" action=\"/send\">\r\n"
+         u"Pager code <input type=\"text\" name=\"code\" value=\"1234\"><br>\r\n"
+         u"Message <input type=\"text\" name=\"message\" value=\"\"><br>\r\n"
+         u"Success mark <input type=\"text\" name=\"ok\" value=\"200\"><br>\r\n"
+         u"Failure mark <input type=\"text\" name=\"fail\" value=\"\"><br>\r\n"
+         u"Time limit (s) <input type=\"text\" name=\"timeout\" value=\"10\"><br>\r\n"
+         u"<input type=\"submit\" value=\"Send\">\r\n"
+         u"</form>\r\n";
+}
+
+void Serve(PageRequest& r) {
+  HTTPServer& server = r.host.server();
+  const Text gateway = r.options.gateway.empty()
+                           ? u"http://127.0.0.1:" + CStr(Variant(r.options.port)) + u"/echo"
+                           : Utf8ToText(r.options.gateway);
+  Text body = CStr(server.html_GenericStart(u"Send through a web gateway")) + SendForm(gateway);
+  if (r.param_names) {
+    Adds& adds = server.adds();
+    std::unique_ptr<SocketCtl> socket = adds.platform().sockets->Create();
+    Variant url = gateway, code_field = u"code", code = ParamValue(r, u"code"),
+            message_field = u"message", message = ParamValue(r, u"message"),
+            ok = ParamValue(r, u"ok"), fail = ParamValue(r, u"fail"),
+            timeout = Variant(Val(ParamValue(r, u"timeout")));
+    const int32_t result = adds.POST_SendMensaje(socket.get(), url, code_field, code,
+                                                 message_field, message, {}, {}, ok, fail, {}, {},
+                                                 {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {},
+                                                 timeout);
+    body += u"<p>Result: <b id=\"result\">" + CStr(Variant(result)) + u"</b> (" +
+            ResultMeaning(result) + u"), message sent: " + HtmlEscape(message.ToText()) + u"</p>\r\n";
+    body += u"<pre id=\"answer\">" + HtmlEscape(adds.POST_SendMensaje_Response.ToText()) + u"</pre>\r\n";
+  }
+  r.response = r.host.Framed(200, body + CStr(server.html_GenericEnd()));
+}
+
+const bool registered = RegisterPage({u"/send", u"Send a message through a web gateway", Serve});
+
+}  // namespace
+
+}  // namespace varnek::demo

@@ -1,0 +1,82 @@
+// POST_SendMensaje on Linux loopback: to the demo host's /echo by number and
+// by a name from the test's hosts file, and to local servers that answer
+// with the marks or close at once. Silence and limits are tested on virtual
+// time. Real time here, generous limits.
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "adds/adds.h"
+#include "tests/net/local_servers.h"
+
+namespace varnek {
+namespace {
+
+const Variant kNo = Variant::Missing();
+
+double Since(std::chrono::steady_clock::time_point t) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - t).count();
+}
+
+struct LinuxGatewayPost : ::testing::Test {
+  LinuxNetPlatform env;
+  Adds adds{env.platform};
+  std::unique_ptr<SocketCtl> sock = env.sockets.Create();
+  int32_t Post(const std::string& url, Variant ok = kNo, Variant fail = kNo, Variant delayed = kNo,
+               Variant timeout = Variant(10)) {
+    Variant u = Variant(Units(url)), code_field = u"pin", code = u"77", msg_field = u"msg",
+            msg = u"hi there";
+    return adds.POST_SendMensaje(sock.get(), u, code_field, code, msg_field, msg, {}, {}, ok, fail,
+                                 {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, delayed, timeout);
+  }
+  static Text Units(const std::string& s) { return BytesToText(s); }
+  std::string Answer() { return TextToBytes(adds.POST_SendMensaje_Response.ToText()); }
+};
+
+TEST_F(LinuxGatewayPost, DeliversToTheDemoEchoByNumberAndByName) {
+  DemoProcess demo;
+  ASSERT_TRUE(demo.Start());
+  const std::string port = std::to_string(demo.port());
+  EXPECT_EQ(Post("http://127.0.0.1:" + port + "/echo"), -1);
+  // The request is made before the connection: Host is the machine's address.
+  const std::string host_line = "Header\tHost\t" + TextToBytes(PrimaryIPv4Address()) + "\n";
+  for (const std::string& part : {std::string("HTTP/1.0 200"), std::string("Param\tpin\t77\n"),
+                                  std::string("Param\tmsg\thi there\n"), host_line,
+                                  std::string("Header\tContent-length\t19\n")}) {
+    EXPECT_NE(Answer().find(part), std::string::npos) << part << "\n" << Answer();
+  }
+  EXPECT_EQ(Post("http://gateway.test:" + port + "/echo?via=name", kNo, kNo, kNo, Variant(10)), -1);
+  EXPECT_NE(Answer().find("URL\t/echo?via=name"), std::string::npos) << Answer();
+  EXPECT_EQ(sock->State(), kSocketClosed);
+}
+
+TEST_F(LinuxGatewayPost, LocalServersWithMarksAndACloseAtOnce) {
+  std::string reply;
+  ScriptedServer server([&](int fd, const std::string&) { SendAll(fd, reply); });
+  const std::string url = "http://127.0.0.1:" + std::to_string(server.port()) + "/cgi";
+  reply = "HTTP/1.0 500 Oops\r\n\r\nFAILED: no such pager";
+  EXPECT_EQ(Post(url, kNo, Variant(u"FAILED"), kNo), 0);
+  EXPECT_EQ(Answer(), reply);
+  reply = "HTTP/1.0 202 Accepted\r\n\r\nQUEUED for later";
+  EXPECT_EQ(Post(url, kNo, Variant(u"FAILED"), Variant(u"QUEUED")), -5);
+  EXPECT_EQ(Answer(), reply);
+  reply = "";  // closes at once
+  EXPECT_EQ(Post(url), 0);
+  EXPECT_EQ(Answer(), "");
+  EXPECT_EQ(Post(url, Variant(u"")), -1) << "blank OK: the close is the success";
+  const auto requests = server.requests();
+  ASSERT_FALSE(requests.empty());
+  EXPECT_EQ(requests.front().substr(0, 21), "POST /cgi HTTP/1.0\r\nC");
+}
+
+TEST_F(LinuxGatewayPost, BadTargetsEndWithoutACrash) {
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Post("http://nowhere.test:8080/x", kNo, kNo, kNo, Variant(2)), 0) << "does not resolve";
+  EXPECT_EQ(Post("http://127.0.0.1:70000/x"), -2);
+  EXPECT_EQ(Post("http:///x"), -2);
+  EXPECT_LT(Since(start), 10.0);
+  EXPECT_TRUE(adds.POST_SendMensaje_Response.IsEmpty());
+}
+
+}  // namespace
+}  // namespace varnek

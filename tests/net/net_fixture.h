@@ -1,0 +1,28 @@
+// Shared pieces of the network tests: an Adds on the simulated platform with
+// a scripted network, and byte/text helpers.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "adds/adds.h"
+#include "platform/sim/sim_platform.h"
+#include "platform/sim/sim_socket.h"
+
+namespace varnek {
+
+inline std::string Bytes(const Text& t) { return TextToBytes(t); }
+inline Text Units(const std::string& s) { return BytesToText(s); }
+
+// Adds on virtual time; gateways are scripted with net.Serve.
+struct SimNetFixture : public ::testing::Test {
+  SimNetFixture() { sim.platform.sockets = &net; }
+  SimPlatform sim;
+  SimNetwork net{sim.loop};
+  Adds adds{sim.platform};
+  std::unique_ptr<SocketCtl> sock = net.Create();
+};
+
+}  // namespace varnek

@@ -1,0 +1,238 @@
+// Outgoing connections of the socket control, simulated and on Linux
+// loopback: the stored target, names resolved from the loop, bad targets,
+// the connection's own address and Receive giving the waiting text. Names on
+// Linux come from a hosts file of the test's own and a DNS server on
+// loopback that never answers; nothing leaves the machine.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <memory>
+#include <string>
+#include <type_traits>
+
+#include "platform/linux/linux_loop.h"
+#include "platform/linux/linux_socket.h"
+#include "platform/sim/sim_socket.h"
+#include "runtime/failure.h"
+
+namespace varnek {
+namespace {
+
+const Variant kAny = Variant::Missing();
+
+template <class P>
+bool PumpUntil(HostLoop& loop, P pred, int passes = 200) {
+  for (int i = 0; i < passes && !pred(); ++i) loop.Pump(0.05);
+  return pred();
+}
+
+struct SimOut {
+  SimLoop loop{46023.5};
+  SimNetwork net{loop};
+  std::shared_ptr<SimPeer> peer;
+  SimOut() { net.SetUnresolvable(u"nowhere.test"); }
+  int Serve() {
+    net.Serve(7000, [this](std::shared_ptr<SimPeer> p) { peer = p; });
+    return 7000;
+  }
+  bool PeerWrite(const std::string& s) {
+    if (!peer) return false;
+    peer->Write(Text(s.begin(), s.end()));
+    return true;
+  }
+  size_t read = 0;  // what PeerRead gave already
+  std::string PeerRead() {
+    if (!peer) return "";
+    std::string all(peer->Received().begin(), peer->Received().end());
+    std::string fresh = all.substr(read);
+    read = all.size();
+    return fresh;
+  }
+  Text ExpectedLocal() { return net.LocalAddressText(); }
+};
+
+// A listening socket on 127.0.0.1, a silent DNS server and a hosts file.
+struct LinuxOut {
+  LinuxLoop loop;
+  LinuxSocketFactory net{loop};
+  int listen_fd = -1, peer_fd = -1, dns_fd = -1;
+  std::string hosts = "/tmp/varnek-hosts-" + std::to_string(getpid());
+  LinuxOut() {
+    dns_fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::bind(dns_fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    socklen_t len = sizeof a;
+    getsockname(dns_fd, reinterpret_cast<sockaddr*>(&a), &len);
+    std::ofstream(hosts) << "127.0.0.1 gateway.test\n::1 six.test\n";
+    setenv("CARES_HOSTS", hosts.c_str(), 1);
+    net.SetResolverConfig({"127.0.0.1:" + std::to_string(ntohs(a.sin_port)), "fb", 300, 1});
+  }
+  ~LinuxOut() {
+    for (int fd : {listen_fd, peer_fd, dns_fd}) if (fd >= 0) ::close(fd);
+    unsetenv("CARES_HOSTS");
+    unlink(hosts.c_str());
+  }
+  int Serve() {
+    listen_fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::bind(listen_fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    ::listen(listen_fd, 8);
+    socklen_t len = sizeof a;
+    getsockname(listen_fd, reinterpret_cast<sockaddr*>(&a), &len);
+    return ntohs(a.sin_port);
+  }
+  bool Accept() {
+    if (peer_fd < 0) peer_fd = ::accept4(listen_fd, nullptr, nullptr, SOCK_NONBLOCK);
+    return peer_fd >= 0;
+  }
+  bool PeerWrite(const std::string& s) {
+    return Accept() && ::send(peer_fd, s.data(), s.size(), MSG_NOSIGNAL) == (ssize_t)s.size();
+  }
+  std::string PeerRead() {
+    std::string got;
+    char buf[4096];
+    for (ssize_t n; Accept() && (n = ::recv(peer_fd, buf, sizeof buf, 0)) > 0;) got.append(buf, n);
+    return got;
+  }
+  Text ExpectedLocal() { return u"127.0.0.1"; }
+};
+
+template <class Env>
+class OutgoingSocket : public testing::Test {
+ protected:
+  Env env;
+  std::unique_ptr<SocketCtl> s = env.net.Create();
+  std::vector<int32_t> done;
+  void SetUp() override { s->on_done = [this](int32_t op) { done.push_back(op); }; }
+};
+struct EnvName {
+  template <class T>
+  static std::string GetName(int) { return std::is_same_v<T, SimOut> ? "Sim" : "Linux"; }
+};
+using Envs = testing::Types<SimOut, LinuxOut>;
+TYPED_TEST_SUITE(OutgoingSocket, Envs, EnvName);
+
+TYPED_TEST(OutgoingSocket, StoredTargetConnectsAndReceiveGivesTheWaitingText) {
+  auto& s = *this->s;
+  const int port = this->env.Serve();
+  s.SetRemoteNameAddrXlate(false);
+  s.SetRemoteAddress(u"127.0.0.1");
+  s.SetRemotePort(port);
+  EXPECT_EQ(s.RemotePort(), port);
+  EXPECT_EQ(s.RemoteAddress(), u"127.0.0.1");
+  s.SetLocalAddress(u"0.0.0.0");
+  s.Connect(kAny, kAny);
+  ASSERT_TRUE(PumpUntil(this->env.loop, [&] { return s.State() == kSocketConnected; }));
+  EXPECT_EQ(s.LocalAddress(), this->env.ExpectedLocal());
+  EXPECT_EQ(s.RemotePort(), port);
+  s.Send(u"ping");
+  std::string got;
+  ASSERT_TRUE(PumpUntil(this->env.loop, [&] { return (got += this->env.PeerRead()) == "ping"; })) << got;
+  ASSERT_TRUE(this->env.PeerWrite("pong\r\n"));
+  ASSERT_TRUE(PumpUntil(this->env.loop, [&] { return s.ReceiveReadyCount() == 6; }));
+  EXPECT_EQ(s.ReceiveText(), u"pong\r\n");
+  EXPECT_EQ(s.ReceiveText(), u"");  // nothing waits any more
+  s.Close();
+  EXPECT_EQ(s.State(), kSocketClosed);
+  ASSERT_TRUE(PumpUntil(this->env.loop, [&] { return this->done.size() >= 5; }));
+  EXPECT_EQ(this->done, (std::vector<int32_t>{kOpConnect, kOpSend, kOpReceive, kOpReceive, kOpClose}));
+}
+
+TYPED_TEST(OutgoingSocket, NamesResolveFromTheLoopAndUnknownNamesFail) {
+  auto& s = *this->s;
+  const int port = this->env.Serve();
+  s.SetRemoteNameAddrXlate(true);
+  s.SetRemoteName(u"gateway.test");
+  s.SetRemoteAddress(u"");
+  s.SetRemotePort(port);
+  s.Connect(kAny, kAny);
+  EXPECT_EQ(s.State(), kSocketConnecting);  // the answer comes later, from the loop
+  ASSERT_TRUE(PumpUntil(this->env.loop, [&] { return s.State() == kSocketConnected; }));
+  EXPECT_EQ(s.RemoteAddress(), u"127.0.0.1");
+  s.Close();
+
+  s.Connect(Variant(u"nowhere.test"), Variant(port));
+  EXPECT_EQ(s.State(), kSocketConnecting);
+  ASSERT_TRUE(PumpUntil(this->env.loop, [&] { return s.State() == kSocketClosed; }));
+  EXPECT_EQ(s.ErrorText(), u"Host not found");
+  this->done.clear();
+  for (int i = 0; i < 3; ++i) this->env.loop.Pump(0.01);
+  EXPECT_TRUE(this->done.empty()) << "a failed lookup reports no Done";
+}
+
+TYPED_TEST(OutgoingSocket, BadTargetsFailAtOnce) {
+  auto& s = *this->s;
+  for (auto [host, port] : {std::pair<Text, int>{u"127.0.0.1", 0}, {u"127.0.0.1", 70000},
+                            {u"127.0.0.1", -1}, {u"", 80}}) {
+    try {
+      s.Connect(Variant(host), Variant(port));
+      ADD_FAILURE() << "no failure for port " << port;
+    } catch (const RuntimeError& e) {
+      EXPECT_EQ(e.number(), kSockErrAddressInvalid);
+    }
+    EXPECT_EQ(s.State(), kSocketClosed);
+  }
+  try {  // an unset target is an empty host
+    s.Connect(kAny, kAny);
+    ADD_FAILURE() << "no failure for an unset target";
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.number(), kSockErrAddressInvalid);
+  }
+}
+
+TEST(LinuxOutgoingSocket, ALookupThatHangsLeavesTheLoopRunningAndCloseDropsIt) {
+  LinuxOut env;
+  auto s = env.net.Create();
+  auto timer = env.loop.CreateTimer();
+  int ticks = 0;
+  timer->SetInterval(20);
+  timer->on_tick = [&] { ++ticks; };
+  timer->SetEnabled(true);
+  s->Connect(Variant(u"silent.test"), Variant(80));  // not in the hosts file: asks the mute server
+  EXPECT_TRUE(PumpUntil(env.loop, [&] { return ticks >= 5; }));
+  EXPECT_EQ(s->State(), kSocketConnecting);
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return s->State() == kSocketClosed; }));
+  EXPECT_EQ(s->ErrorText(), u"Host not found");
+
+  s->Connect(Variant(u"silent.test"), Variant(80));
+  s->Close();  // the lookup's late answer must not revive the control
+  EXPECT_TRUE(PumpUntil(env.loop, [&] { return env.net.resolver().Pending() == 0; }));
+  for (int i = 0; i < 3; ++i) env.loop.Pump(0.01);
+  EXPECT_EQ(s->State(), kSocketClosed);
+  EXPECT_EQ(s->ErrorText(), u"");
+}
+
+TEST(LinuxOutgoingSocket, AnIPv6NameConnectsToAnIPv6Listener) {
+  LinuxOut env;
+  int l = ::socket(AF_INET6, SOCK_STREAM, 0);
+  sockaddr_in6 a{};
+  a.sin6_family = AF_INET6;
+  a.sin6_addr = in6addr_loopback;
+  if (::bind(l, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
+    ::close(l);
+    GTEST_SKIP() << "no IPv6 loopback";
+  }
+  ::listen(l, 1);
+  socklen_t len = sizeof a;
+  getsockname(l, reinterpret_cast<sockaddr*>(&a), &len);
+  auto s = env.net.Create();
+  s->Connect(Variant(u"six.test"), Variant(static_cast<int>(ntohs(a.sin6_port))));
+  EXPECT_TRUE(PumpUntil(env.loop, [&] { return s->State() == kSocketConnected; }));
+  EXPECT_EQ(s->RemoteAddress(), u"::1");
+  EXPECT_EQ(s->LocalAddress(), u"::1");
+  ::close(l);
+}
+
+}  // namespace
+}  // namespace varnek
