@@ -7,16 +7,18 @@
 #pragma once
 
 #include "adds/adds_core.h"
+#include "adds/paging/paging.h"
 #include "adds/store/storage.h"
 #include "adds/store/variable_store.h"
 #include "adds/text/text_toolkit.h"
 
 namespace varnek {
 
-class Adds : public virtual TextToolkit, public VariableStore, public Storage {
+class Adds : public virtual TextToolkit, public virtual VariableStore, public virtual Storage, public Paging {
  public:
   explicit Adds(Platform& platform = LinuxPlatform())
-      : AddsCore(platform), TextToolkit(platform), VariableStore(platform), Storage(platform) {}
+      : AddsCore(platform), TextToolkit(platform), VariableStore(platform), Storage(platform),
+        Paging(platform) {}
 };
 
 }  // namespace varnek

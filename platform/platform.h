@@ -12,6 +12,7 @@ class SocketFactory;  // platform/socket.h
 class FileSystem;     // platform/files.h
 class ProfileStore;   // platform/profile.h
 class DateLocale;     // platform/date_locale.h
+class CommFactory;    // platform/comm.h
 
 struct Platform {
   HostLoop* loop = nullptr;
@@ -21,6 +22,7 @@ struct Platform {
   FileSystem* files = nullptr;
   ProfileStore* profiles = nullptr;
   DateLocale* dates = nullptr;
+  CommFactory* comms = nullptr;  // serial ports
   // Further services (files, profiles, comm, ...) are added here as members,
   // each with its own interface header.
 };

@@ -4,6 +4,7 @@
 
 #include "platform/linux/file_settings_store.h"
 #include "platform/linux/linux_application.h"
+#include "platform/linux/linux_comm.h"
 #include "platform/linux/linux_date_locale.h"
 #include "platform/linux/linux_files.h"
 #include "platform/linux/linux_loop.h"
@@ -25,6 +26,7 @@ Platform& LinuxPlatform() {
     p->files = &LinuxFiles();
     p->profiles = &LinuxProfiles();
     p->dates = &LinuxDates();
+    p->comms = new LinuxCommFactory(*loop, p->settings);
     return p;
   }();
   return *platform;

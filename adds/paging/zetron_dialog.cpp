@@ -1,0 +1,144 @@
+// The Zetron dialog: the terminal's questions answered one by one, following
+// whatever question comes back, within one minute for the whole message.
+#include "adds/paging/paging.h"
+#include "runtime/convert.h"
+#include "runtime/strings.h"
+
+namespace varnek {
+
+namespace {
+
+const Text kCr = u"\r";
+
+bool Holds(const Text& text, const Text& part) { return InStr(text, part) > 0; }
+
+enum class ZState { Format, Capcode, Function, Message, Alpha, PageNow, Skip1, Skip2, Check };
+
+// The next state after an answering state's reply: the first prompt found in
+// the order Format, Capcode, Function, Message, Alpha, Page Now decides.
+ZState NextAfter(ZState state, const Text& reply) {
+  struct Row { ZState on_format, on_capcode, on_function, on_message, on_alpha, on_page_now; };
+  static const Row kTable[] = {
+      /* Format   */ {ZState::Format, ZState::Capcode, ZState::Skip1, ZState::Skip1, ZState::Skip2, ZState::Skip2},
+      /* Capcode  */ {ZState::Format, ZState::Capcode, ZState::Function, ZState::Skip1, ZState::Skip2, ZState::Skip2},
+      /* Function */ {ZState::Format, ZState::Capcode, ZState::Function, ZState::Message, ZState::Skip2, ZState::Skip2},
+      /* Message  */ {ZState::Format, ZState::Capcode, ZState::Function, ZState::Message, ZState::Alpha, ZState::Skip2},
+      // A "Capcode" after the Alpha answer leads back to Format: meant so.
+      /* Alpha    */ {ZState::Format, ZState::Format, ZState::Function, ZState::Message, ZState::Alpha, ZState::PageNow},
+      /* Page Now */ {ZState::Format, ZState::Capcode, ZState::Function, ZState::Message, ZState::Alpha, ZState::PageNow},
+  };
+  const Row& row = kTable[static_cast<int>(state)];
+  if (Holds(reply, u"Format")) return row.on_format;
+  if (Holds(reply, u"Capcode")) return row.on_capcode;
+  if (Holds(reply, u"Function")) return row.on_function;
+  if (Holds(reply, u"Message")) return row.on_message;
+  if (Holds(reply, u"Alpha (Y/N)")) return row.on_alpha;
+  if (Holds(reply, u"Page Now (Y/N)")) return row.on_page_now;
+  return ZState::Check;
+}
+
+}  // namespace
+
+bool Paging::ZETRON_InitDialog(CommCtl& SerialControl, int16_t pSerialPort, int16_t pBaudRate,
+                               int16_t pDataBits, bool pParityNtrue_Efalse, int16_t pStopBit,
+                               const Variant& CurrModemInit, const Variant& CurrTelefono,
+                               const Variant& /*CurrClave: not used*/) {
+  auto give_up = [&] {
+    SERIAL_Disconnect(SerialControl);
+    return false;
+  };
+  bool connected = false;
+  for (int i = 0; i < 3 && !connected; ++i) {
+    connected = SERIAL_Connect(SerialControl, Variant::Integer(pSerialPort), Variant::Integer(pBaudRate),
+                               Variant::Integer(pDataBits), pParityNtrue_Efalse, Variant::Integer(pStopBit),
+                               CurrModemInit, CurrTelefono, 45);
+  }
+  if (!connected) return give_up();
+  Collect(SerialControl, 0);
+  bool awake = false;
+  for (int i = 0; i < 3 && !awake; ++i) {
+    SendLine(SerialControl, kCr);
+    awake = Holds(Collect(SerialControl, 3), u"ID");
+  }
+  if (!awake) return give_up();
+  Collect(SerialControl, 0);
+  for (int i = 0; i < 3; ++i) {
+    SendLine(SerialControl, u"C" + kCr);
+    if (Holds(Collect(SerialControl, 10), u"Format ?")) return true;
+  }
+  return give_up();
+}
+
+bool Paging::ZETRON_SendMsg(CommCtl& SerialControl, const Variant& CurrCodigo, Variant& CurrMensaje) {
+  CurrMensaje = Var_FiltraCaracteres(CurrMensaje);
+  const Text message = CStr(CurrMensaje);
+  const Text code = CStr(CurrCodigo);
+  const int32_t length = Len(code);
+  const Text format = Mid(code, 1, 1);
+  const Text capcode = Mid(code, 2, length - 2);   // fails with 5 under 2 characters
+  const Text function = Mid(code, length - 1, 1);  // the capcode's last character: kept
+  const int64_t limit = NowSeconds() + 60;
+  const int32_t message_wait = std::max<int32_t>(Len(message) / 50, 10);
+
+  ZState state = ZState::Format;
+  // Bounded by the one-minute limit, which every answering state and Check test.
+  for (;;) {
+    if (state != ZState::Skip1 && state != ZState::Skip2 && NowSeconds() >= limit) return false;
+    switch (state) {
+      case ZState::Skip1:
+        SendLine(SerialControl, kCr);
+        state = ZState::Check;
+        continue;
+      case ZState::Skip2:
+        SendLine(SerialControl, u"N" + kCr);
+        state = ZState::Check;
+        continue;
+      case ZState::Check: {
+        SendLine(SerialControl, u"C" + kCr);
+        const Text reply = Collect(SerialControl, 3);
+        if (Holds(reply, u"Format") || Holds(reply, u"Capcode") || Holds(reply, u"Function") ||
+            Holds(reply, u"Message")) {
+          state = ZState::Skip1;
+        } else if (Holds(reply, u"Alpha (Y/N)") || Holds(reply, u"Page Now (Y/N)")) {
+          state = ZState::Skip2;
+        } else if (Holds(reply, u"* Message Accepted *")) {
+          SendLine(SerialControl, u"C" + kCr);
+          Collect(SerialControl, 3);
+          return true;
+        } else {
+          return false;
+        }
+        continue;
+      }
+      default:
+        break;
+    }
+    Text answer;
+    int32_t wait = 3;
+    switch (state) {
+      case ZState::Format:
+        Collect(SerialControl, 0);
+        answer = format;
+        break;
+      case ZState::Capcode: answer = capcode; break;
+      case ZState::Function: answer = function; break;
+      case ZState::Message:
+        answer = message;
+        wait = message_wait;
+        break;
+      default: answer = u"Y"; break;  // Alpha and Page Now
+    }
+    SendLine(SerialControl, answer + kCr);
+    state = NextAfter(state, Collect(SerialControl, wait));
+  }
+}
+
+bool Paging::ZETRON_CloseDialog(CommCtl& SerialControl) {
+  bool sent = false;
+  Resume([&] { sent = SendLine(SerialControl, kCr); });
+  if (!sent) return false;
+  Resume([&] { SerialControl.SetPortOpen(false); });
+  return true;
+}
+
+}  // namespace varnek
