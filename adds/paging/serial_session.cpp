@@ -124,8 +124,15 @@ Text Paging::SERIAL_Receive(CommCtl& SerialControl, const Variant& slTOut, bool 
     if (ExtendedTimeoutIfReceive) limit = NowSeconds() + t;
     while (waiting() == 0 && NowSeconds() < limit && !serial_cancel_requested_) {
       Resume([&] { collected += SerialRead(SerialControl); });
-      PumpTowards(limit);
-      if (Holds(collected, stop1) || Holds(collected, stop2)) {
+      // A pump cannot change the collected text: with a stop string already
+      // in it, one pass that does not block keeps the classic order.
+      const bool stop = Holds(collected, stop1) || Holds(collected, stop2);
+      if (stop) {
+        loop().DoEvents();
+      } else {
+        PumpTowards(limit);
+      }
+      if (stop) {
         if (DebugComm) Var_ConvierteCharControlToText(Variant(collected));  // dropped
         return collected;
       }
