@@ -149,7 +149,7 @@ void TapTerminal::Hangup() {
 // ---- Skytel -------------------------------------------------------------------
 
 void SkytelService::Prompt(const std::string& text) {
-  Say((behaviour_.drop_leading_cr ? "\n" : "\r\n") + text, behaviour_.delay);
+  Say((behaviour_.drop_leading_cr ? "\n" : "\n\r") + text, behaviour_.delay);
 }
 
 void SkytelService::Receive(std::string_view bytes) {
@@ -180,7 +180,7 @@ void SkytelService::Line(const std::string& line) {
     case State::Message:
       message_ = line;
       state_ = State::Confirm;
-      return Say("\r\nSEND ?: ", behaviour_.delay);  // the one prompt a caller may see bare
+      return Prompt("SEND ?: ");
     case State::Confirm:
       if (line == "Y") pages_.push_back({pager_, message_});
       state_ = State::Menu;
