@@ -11,8 +11,10 @@
 //   nothing for CommPort (kCommErrPortOpen) and applies Settings at once.
 // - Input, InputData, Output and the buffer counts on a closed port fail with
 //   kCommErrNotOpen. Input gives "" when nothing waits, never waits itself.
-// - Arriving text wakes a Pump of the host loop, so a routine that pumps
-//   until InBufferCount is above 0 sees it without delay.
+// - Arriving text wakes a Pump of the host loop and lands in the control's
+//   buffer there (or when InBufferCount is read), so a routine that pumps
+//   until InBufferCount is above 0 sees it without delay, and Input never
+//   gives text that a count just before did not see.
 // - A line that is gone (device unplugged, far end of a pty closed) reads as
 //   "" with counts of 0; only closing the port clears that state.
 // - Text travels one unit a byte through the code page (runtime/text.h).

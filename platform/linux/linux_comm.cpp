@@ -9,6 +9,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -61,19 +62,13 @@ struct LinuxComm::Impl {
   bool gone = false;     // the device went away: reads "" until closed
   bool armed = false;    // the read watch is on
   std::string pending;   // written by Output, not yet taken by the kernel
+  std::string in;        // received, not yet taken by Input
+  static constexpr size_t kInLimit = 1 << 20;
 
   Impl(LinuxLoop& l, SettingsStore* s, bool x) : loop(l), settings(s), xm(x) {}
 
   void RequireOpen() const {
     if (fd < 0) Fail(kCommErrNotOpen);
-  }
-
-  void Interest() {
-    if (fd < 0 || gone) return;
-    uint32_t events = EPOLLIN;
-    if (!pending.empty()) events |= EPOLLOUT;
-    loop.ModifyWatch(fd, events);
-    armed = true;
   }
 
   void LineGone() {
@@ -83,13 +78,39 @@ struct LinuxComm::Impl {
     armed = false;
   }
 
-  // Arrival wakes the pump once; Input arms the watch again.
+  // Arrival is taken into the control's buffer at once, inside the pump that
+  // the kernel woke: so a count of 0 and an empty Input always agree, and a
+  // routine that counts, reads and pumps never reads text it did not count.
   void OnEvents(uint32_t events) {
-    if (events & (EPOLLHUP | EPOLLERR)) return LineGone();
     if (events & EPOLLOUT) Flush();
-    if (events & EPOLLIN) {
-      armed = false;
-      loop.ModifyWatch(fd, pending.empty() ? 0u : uint32_t{EPOLLOUT});
+    if (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) Pull();
+    if (events & (EPOLLHUP | EPOLLERR)) LineGone();
+  }
+
+  // Moves what the kernel's queue holds (TIOCINQ) into the buffer. A full
+  // buffer stops the read watch until Input takes the text.
+  void Pull() {
+    if (fd < 0 || gone) return;
+    for (int round = 0; round < 64; ++round) {
+      int queued = 0;
+      if (::ioctl(fd, TIOCINQ, &queued) != 0 || queued <= 0) queued = 4096;  // a read tells
+      if (in.size() >= kInLimit) break;
+      char chunk[4096];
+      const size_t want = std::min<size_t>({sizeof chunk, static_cast<size_t>(queued), kInLimit - in.size()});
+      ssize_t n = ::read(fd, chunk, want);
+      if (n > 0) {
+        in.append(chunk, static_cast<size_t>(n));
+        continue;
+      }
+      if (n < 0 && errno == EINTR) continue;
+      // With VMIN and VTIME 0 an empty queue reads as 0 bytes, not as an end.
+      if (n == 0 || errno == EAGAIN || errno == EWOULDBLOCK) break;
+      return LineGone();  // EIO, ENODEV: the device or the far end is gone
+    }
+    const bool want_read = in.size() < kInLimit;
+    if (want_read != armed) {
+      armed = want_read;
+      loop.ModifyWatch(fd, (armed ? uint32_t{EPOLLIN} : 0u) | (pending.empty() ? 0u : uint32_t{EPOLLOUT}));
     }
   }
 
@@ -181,6 +202,7 @@ struct LinuxComm::Impl {
     ::close(fd);
     fd = -1;
     pending.clear();
+    in.clear();
     gone = false;
     armed = false;
   }
@@ -237,10 +259,8 @@ void LinuxComm::SetOutBufferSize(int32_t size) {
 
 int32_t LinuxComm::InBufferCount() const {
   impl_->RequireOpen();
-  if (impl_->gone) return 0;
-  int waiting = 0;
-  if (::ioctl(impl_->fd, TIOCINQ, &waiting) != 0) return 0;
-  return waiting;
+  impl_->Pull();
+  return static_cast<int32_t>(impl_->in.size());
 }
 
 int32_t LinuxComm::OutBufferCount() const {
@@ -263,23 +283,10 @@ Text LinuxComm::InputData() {
 
 Text LinuxComm::Impl::Read() {
   RequireOpen();
-  if (gone) return {};
-  std::string bytes;
-  char chunk[4096];
-  for (int round = 0; round < 256; ++round) {  // at most 1 MiB a call
-    ssize_t n = ::read(fd, chunk, sizeof chunk);
-    if (n > 0) {
-      bytes.append(chunk, static_cast<size_t>(n));
-      continue;
-    }
-    if (n < 0 && errno == EINTR) continue;
-    // With VMIN and VTIME 0 an empty queue reads as 0 bytes, not as an end.
-    if (n == 0 || errno == EAGAIN || errno == EWOULDBLOCK) break;
-    LineGone();  // EIO, ENODEV: the device or the far end is gone
-    return BytesToText(bytes);
-  }
-  Interest();
-  return BytesToText(bytes);
+  Text out = BytesToText(in);
+  in.clear();
+  if (!armed && !gone) Pull();  // the watch was stopped by a full buffer
+  return out;
 }
 
 void LinuxComm::SetOutput(TextView text) {

@@ -1,9 +1,11 @@
 // The comm control on a Linux tty with termios. Port N is the device
 // /dev/ttyS<N-1> unless the environment variable VARNEK_COMM<N> or the
 // setting "Port<N>" of family "Comm" in group "VarnekGlobal" names another
-// (the environment wins). Counts come from the kernel's queues (TIOCINQ,
-// TIOCOUTQ) plus what waits in the control to be written; the buffer sizes
-// are kept but the kernel's queues keep their own size.
+// (the environment wins). Received text moves from the kernel's queue
+// (TIOCINQ) into the control's buffer in the pump the kernel wakes, or when
+// InBufferCount is read; OutBufferCount is the kernel's queue (TIOCOUTQ)
+// plus what waits in the control to be written. The buffer sizes are kept,
+// but the kernel's queues keep their own size.
 #pragma once
 
 #include <memory>
