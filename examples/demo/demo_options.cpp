@@ -21,6 +21,7 @@ bool ToInt(const std::string& text, int low, int high, int& out) {
 std::string Usage() {
   return "usage: varnek-demo [--port N] [--slots N] [--watchdog SECONDS] [--welcome TEXT]\n"
          "                   [--user NAME:PASS]... [--secure PATH]...\n"
+         "                   [--pager-port N | --pager-device PATH] [--pager-phone NUMBER]\n"
          "Without --user and --secure, /admin is secured for admin:admin.\n";
 }
 
@@ -50,6 +51,12 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
       options.users.push_back(value);
     } else if (flag == "--secure") {
       options.secure.push_back(value);
+    } else if (flag == "--pager-port") {
+      ok = ToInt(value, 1, 255, options.pager_port);
+    } else if (flag == "--pager-device") {
+      options.pager_device = value;
+    } else if (flag == "--pager-phone") {
+      options.pager_phone = value;
     } else {
       error = "unknown flag " + flag;
       return false;

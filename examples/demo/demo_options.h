@@ -14,6 +14,11 @@ struct Options {
   std::vector<std::string> users;    // NAME:PASS
   std::vector<std::string> secure;   // path prefixes
   bool defaults_for_admin = false;   // no --user/--secure given: /admin for admin:admin
+  // The /page form's serial line: a port number or a device; neither means a
+  // simulated terminal on a pty pair inside the demo.
+  int pager_port = 0;
+  std::string pager_device;
+  std::string pager_phone;
 };
 
 // Parses argv. Returns false and fills `error` on an unknown or malformed flag.

@@ -283,6 +283,19 @@ TEST_F(DemoHostTest, ChatChannelAndLineProtocol) {
   EXPECT_EQ(Code("", "/admin/"), "200");
 }
 
+TEST_F(DemoHostTest, PageFormSendsThroughTheSimulatedTerminal) {
+  ASSERT_TRUE(demo.Start({}, log_path));
+  EXPECT_NE(Curl("", "/page").find("<form method=\"post\" action=\"/page\">"), std::string::npos);
+  // The TAP dialog over a pty pair inside the demo: about 6 s of quiet spells.
+  const std::string page = RunCommand("curl -s -m 40 -d 'pager=55&message=Hello%20pty&protocol=tap' "
+                                      "http://127.0.0.1:" + std::to_string(demo.port()) + "/page", 45.0);
+  for (const char* part : {"<b id=\"result\">sent</b>", "block 1/1 sent (9 characters)", "session: logged out",
+                           "&gt;&gt; &laquo;STX&raquo;55&laquo;CR&raquo;Hello pty&laquo;CR&raquo;&laquo;ETX&raquo;",
+                           "&lt;&lt; &laquo;ACK&raquo;&laquo;CR&raquo;"}) {
+    EXPECT_NE(page.find(part), std::string::npos) << part << "\n" << page;
+  }
+}
+
 constexpr const char* kChromium = "/usr/bin/chromium";
 
 TEST_F(DemoHostTest, ChromiumRendersIndexAndEcho) {
