@@ -194,6 +194,13 @@ class Paging : public virtual VariableStore, public virtual Storage {
   // A dialog's collection: SERIAL_Receive with the extension, no stop strings.
   Text Collect(CommCtl& comm, int32_t seconds, bool debug = false);
   bool SendLine(CommCtl& comm, const Text& text, bool debug = false);
+  // The dialogs' dial: SERIAL_Connect with slTOut 45, up to three times.
+  bool DialThreeTimes(CommCtl& comm, const Variant& port, const Variant& baud, const Variant& data,
+                      bool parity_n, const Variant& stop, const Variant& init, const Variant& phone,
+                      bool debug = false);
+  // Up to three tries of: send `text`, collect (seconds); true at the first
+  // reply holding `awaited`. The sends' results are not looked at.
+  bool TryThreeTimes(CommCtl& comm, const Text& text, int32_t seconds, const Text& awaited, bool debug = false);
 
   bool serial_operation_open_ = false;
   bool serial_cancel_requested_ = false;

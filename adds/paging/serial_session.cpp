@@ -47,6 +47,23 @@ bool Paging::SendLine(CommCtl& comm, const Text& text, bool debug) {
   return SERIAL_Send(comm, Variant(text), debug);
 }
 
+bool Paging::DialThreeTimes(CommCtl& comm, const Variant& port, const Variant& baud, const Variant& data,
+                            bool parity_n, const Variant& stop, const Variant& init, const Variant& phone,
+                            bool debug) {
+  for (int i = 0; i < 3; ++i) {
+    if (SERIAL_Connect(comm, port, baud, data, parity_n, stop, init, phone, 45, debug)) return true;
+  }
+  return false;
+}
+
+bool Paging::TryThreeTimes(CommCtl& comm, const Text& text, int32_t seconds, const Text& awaited, bool debug) {
+  for (int i = 0; i < 3; ++i) {
+    SendLine(comm, text, debug);
+    if (InStr(Collect(comm, seconds, debug), awaited) > 0) return true;
+  }
+  return false;
+}
+
 bool Paging::SERIAL_IsOpen(CommCtl& SerialControl) { return SerialControl.PortOpen(); }
 
 bool Paging::SERIAL_Connect(CommCtl& SerialControl, const Variant& pSerialPort, const Variant& pBaudRate,

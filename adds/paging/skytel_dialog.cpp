@@ -21,30 +21,18 @@ bool Paging::SKYTEL_InitDialog(CommCtl& SerialControl, int16_t pSerialPort, int1
                                int16_t pDataBits, bool pParityNtrue_Efalse, int16_t pStopBit,
                                const Variant& CurrModemInit, const Variant& CurrTelefono,
                                const Variant& CurrPager, bool DebugCom) {
-  auto give_up = [&] {
-    SERIAL_Disconnect(SerialControl, false);
-    return false;
+  const auto steps = [&] {
+    if (!DialThreeTimes(SerialControl, Variant::Integer(pSerialPort), Variant::Integer(pBaudRate),
+                        Variant::Integer(pDataBits), pParityNtrue_Efalse, Variant::Integer(pStopBit),
+                        CurrModemInit, CurrTelefono, DebugCom)) return false;
+    Collect(SerialControl, 0, DebugCom);
+    if (!TryThreeTimes(SerialControl, kCrLf, 10, kPagerPrompt, DebugCom)) return false;
+    Collect(SerialControl, 0, DebugCom);
+    return TryThreeTimes(SerialControl, CStr(CurrPager) + kCrLf, 10, kMenuPrompt, DebugCom);
   };
-  bool connected = false;
-  for (int i = 0; i < 3 && !connected; ++i) {
-    connected = SERIAL_Connect(SerialControl, Variant::Integer(pSerialPort), Variant::Integer(pBaudRate),
-                               Variant::Integer(pDataBits), pParityNtrue_Efalse, Variant::Integer(pStopBit),
-                               CurrModemInit, CurrTelefono, 45, DebugCom);
-  }
-  if (!connected) return give_up();
-  Collect(SerialControl, 0, DebugCom);
-  bool awake = false;
-  for (int i = 0; i < 3 && !awake; ++i) {
-    SendLine(SerialControl, kCrLf, DebugCom);
-    awake = Holds(Collect(SerialControl, 10, DebugCom), kPagerPrompt);
-  }
-  if (!awake) return give_up();
-  Collect(SerialControl, 0, DebugCom);
-  for (int i = 0; i < 3; ++i) {
-    SendLine(SerialControl, CStr(CurrPager) + kCrLf, DebugCom);
-    if (Holds(Collect(SerialControl, 10, DebugCom), kMenuPrompt)) return true;
-  }
-  return give_up();
+  if (steps()) return true;
+  SERIAL_Disconnect(SerialControl, false);
+  return false;
 }
 
 bool Paging::SKYTEL_SendMsg(CommCtl& SerialControl, const Variant& CurrPager, Variant& CurrMensaje,

@@ -25,30 +25,17 @@ Text Paging::TAP_CheckSum(const Variant& SLxBloque) {
 bool Paging::TAP_InitDialog(CommCtl& SerialControl, const Variant& pSerialPort, const Variant& pBaudRate,
                             const Variant& pDataBits, bool pParityNtrue_Efalse, const Variant& pStopBit,
                             const Variant& CurrModemInit, const Variant& CurrTelefono, const Variant& CurrClave) {
-  auto give_up = [&] {
-    SERIAL_Disconnect(SerialControl);
-    return false;
+  const auto steps = [&] {
+    if (!DialThreeTimes(SerialControl, pSerialPort, pBaudRate, pDataBits, pParityNtrue_Efalse, pStopBit,
+                        CurrModemInit, CurrTelefono)) return false;
+    Collect(SerialControl, 0);
+    if (!TryThreeTimes(SerialControl, kCr, 3, u"ID")) return false;
+    Collect(SerialControl, 0);
+    return TryThreeTimes(SerialControl, kEsc + u"PG1" + CStr(CurrClave) + kCr, 10, u"[p");
   };
-  bool connected = false;
-  for (int i = 0; i < 3 && !connected; ++i) {
-    connected = SERIAL_Connect(SerialControl, pSerialPort, pBaudRate, pDataBits, pParityNtrue_Efalse, pStopBit,
-                               CurrModemInit, CurrTelefono, 45);
-  }
-  if (!connected) return give_up();
-  Collect(SerialControl, 0);
-  bool awake = false;
-  for (int i = 0; i < 3 && !awake; ++i) {
-    SendLine(SerialControl, kCr);
-    awake = InStr(Collect(SerialControl, 3), u"ID") > 0;
-  }
-  if (!awake) return give_up();
-  Collect(SerialControl, 0);
-  const Text login = kEsc + u"PG1" + CStr(CurrClave) + kCr;
-  for (int i = 0; i < 3; ++i) {
-    SendLine(SerialControl, login);
-    if (InStr(Collect(SerialControl, 10), u"[p") > 0) return true;
-  }
-  return give_up();
+  if (steps()) return true;
+  SERIAL_Disconnect(SerialControl);
+  return false;
 }
 
 bool Paging::TAP_SendMsg(CommCtl& SerialControl, const Variant& CurrCodigo, Variant& CurrMensaje,

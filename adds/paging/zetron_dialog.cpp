@@ -43,30 +43,18 @@ bool Paging::ZETRON_InitDialog(CommCtl& SerialControl, int16_t pSerialPort, int1
                                int16_t pDataBits, bool pParityNtrue_Efalse, int16_t pStopBit,
                                const Variant& CurrModemInit, const Variant& CurrTelefono,
                                const Variant& /*CurrClave: not used*/) {
-  auto give_up = [&] {
-    SERIAL_Disconnect(SerialControl);
-    return false;
+  const auto steps = [&] {
+    if (!DialThreeTimes(SerialControl, Variant::Integer(pSerialPort), Variant::Integer(pBaudRate),
+                        Variant::Integer(pDataBits), pParityNtrue_Efalse, Variant::Integer(pStopBit),
+                        CurrModemInit, CurrTelefono)) return false;
+    Collect(SerialControl, 0);
+    if (!TryThreeTimes(SerialControl, kCr, 3, u"ID")) return false;
+    Collect(SerialControl, 0);
+    return TryThreeTimes(SerialControl, u"C" + kCr, 10, u"Format ?");
   };
-  bool connected = false;
-  for (int i = 0; i < 3 && !connected; ++i) {
-    connected = SERIAL_Connect(SerialControl, Variant::Integer(pSerialPort), Variant::Integer(pBaudRate),
-                               Variant::Integer(pDataBits), pParityNtrue_Efalse, Variant::Integer(pStopBit),
-                               CurrModemInit, CurrTelefono, 45);
-  }
-  if (!connected) return give_up();
-  Collect(SerialControl, 0);
-  bool awake = false;
-  for (int i = 0; i < 3 && !awake; ++i) {
-    SendLine(SerialControl, kCr);
-    awake = Holds(Collect(SerialControl, 3), u"ID");
-  }
-  if (!awake) return give_up();
-  Collect(SerialControl, 0);
-  for (int i = 0; i < 3; ++i) {
-    SendLine(SerialControl, u"C" + kCr);
-    if (Holds(Collect(SerialControl, 10), u"Format ?")) return true;
-  }
-  return give_up();
+  if (steps()) return true;
+  SERIAL_Disconnect(SerialControl);
+  return false;
 }
 
 bool Paging::ZETRON_SendMsg(CommCtl& SerialControl, const Variant& CurrCodigo, Variant& CurrMensaje) {

@@ -12,6 +12,7 @@
 #include "platform/linux/pty_line.h"
 #include "platform/sim/sim_comm.h"
 #include "platform/sim/sim_loop.h"
+#include "tests/runtime/test_util.h"
 
 namespace varnek {
 namespace {
@@ -62,15 +63,6 @@ class CommContract : public ::testing::Test {
 
 using Envs = ::testing::Types<SimEnv, LinuxEnv>;
 TYPED_TEST_SUITE(CommContract, Envs);
-
-int FailureOf(const std::function<void()>& fn) {
-  try {
-    fn();
-  } catch (const RuntimeError& e) {
-    return e.number();
-  }
-  return 0;
-}
 
 TYPED_TEST(CommContract, OpensOnlyExistingPortsAndRefusesBadSettings) {
   auto comm = this->env.factory().Create();
