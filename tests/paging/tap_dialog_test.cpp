@@ -118,6 +118,40 @@ TEST_F(TapTest, SilentAndStubbornTerminalsFailWithinTheirTimeOuts) {
   }
 }
 
+TEST_F(TapTest, OddLinesAndOddControls) {
+  {  // the XMComm variant is read through InputData: a whole session works
+    Wire();
+    comm = comms.Create(true);
+    ASSERT_TRUE(Init());
+    Variant m = u"via InputData";
+    EXPECT_TRUE(adds.TAP_SendMsg(*comm, u"9", m));
+    EXPECT_TRUE(adds.TAP_CloseDialog(*comm));
+  }
+  {  // every byte 0..255 in a message: written as it stands; the terminal
+     // cuts the block at the ETX inside it and refuses it
+    Wire();
+    comm = comms.Create();
+    ASSERT_TRUE(Init());
+    Text all;
+    for (int b = 0; b < 256; ++b) all += ByteToUnit(static_cast<uint8_t>(b));
+    Variant m = all;
+    sent.clear();
+    EXPECT_FALSE(adds.TAP_SendMsg(*comm, u"1", m));
+    EXPECT_NE(sent.find(TextToBytes(all)), std::string::npos);
+    EXPECT_TRUE(comm->PortOpen());
+  }
+  {  // a terminal that chatters after its "[p": the login's collection holds
+     // while the chatter lasts (50 s here) and 2 s more, then the page goes
+    Wire({.flood = true});
+    const double start = Elapsed();
+    ASSERT_TRUE(Init());
+    EXPECT_GT(Elapsed() - start, 19 + 50);
+    EXPECT_LT(Elapsed() - start, 19 + 50 + 8);
+    Variant m = u"x";
+    EXPECT_TRUE(adds.TAP_SendMsg(*comm, u"1", m));
+  }
+}
+
 TEST_F(TapTest, TenPagesOnTheVirtualClock) {
   Wire({}, {.connect_delay = 15});
   const double start = Elapsed();
