@@ -6,8 +6,9 @@
 //
 // Rules every implementation keeps (Linux and simulated alike):
 // - Nothing blocks: Output queues and returns; Input takes what has arrived.
-// - Opening a port that does not exist fails with kCommErrBadPort and leaves
-//   the control closed. Setting CommPort or Settings while open re-applies
+// - Opening a port that does not exist fails with kCommErrBadPort, one that
+//   another control holds open with kCommErrPortOpen; either leaves the
+//   control closed. Setting CommPort or Settings while open re-applies
 //   nothing for CommPort (kCommErrPortOpen) and applies Settings at once.
 // - Input, InputData, Output and the buffer counts on a closed port fail with
 //   kCommErrNotOpen. Input gives "" when nothing waits, never waits itself.

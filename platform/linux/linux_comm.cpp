@@ -170,6 +170,7 @@ struct LinuxComm::Impl {
     if (device_override.empty() && port < 1) Fail(kCommErrBadPort);
     const std::string path = device_override.empty() ? CommDevicePath(port, settings) : device_override;
     int opened = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (opened < 0 && errno == EBUSY) Fail(kCommErrPortOpen, "Port already open: " + path);
     if (opened < 0) Fail(kCommErrBadPort, "Invalid port number: " + path);
     termios probe{};
     if (tcgetattr(opened, &probe) != 0) {  // not a terminal
@@ -178,6 +179,7 @@ struct LinuxComm::Impl {
     }
     fd = opened;
     gone = false;
+    ::ioctl(fd, TIOCEXCL);  // one session a line: a second open fails (EBUSY) until this one closes
     try {
       Apply();
     } catch (const RuntimeError&) {
@@ -195,6 +197,7 @@ struct LinuxComm::Impl {
   void Close() {
     if (fd < 0) return;
     loop.Unwatch(fd);
+    ::ioctl(fd, TIOCNXCL);  // the flag outlives this descriptor while others hold the tty
     if (dtr) {
       int bits = TIOCM_DTR;
       ::ioctl(fd, TIOCMBIC, &bits);  // dropping DTR hangs a modem up

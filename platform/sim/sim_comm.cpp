@@ -86,6 +86,10 @@ class SimComm : public CommCtl {
     if (open_) return;
     peer_ = factory_.PeerOf(port_);
     if (!peer_) Fail(kCommErrBadPort);
+    if (!factory_.Claim(port_)) {
+      peer_.reset();
+      Fail(kCommErrPortOpen);
+    }
     open_ = true;
     ++generation_;
     const uint64_t generation = generation_;
@@ -101,6 +105,7 @@ class SimComm : public CommCtl {
   void Close() {
     if (!open_) return;
     open_ = false;
+    factory_.Release(port_);
     ++generation_;
     calls_.Clear();
     in_.clear();

@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <map>
+#include <set>
 #include <memory>
 #include <string>
 
@@ -36,10 +37,14 @@ class SimCommFactory : public CommFactory {
     return it == peers_.end() ? nullptr : it->second;
   }
   HostLoop& loop() { return loop_; }
+  // One control a port at a time: false when the port is taken already.
+  bool Claim(int32_t port) { return busy_.insert(port).second; }
+  void Release(int32_t port) { busy_.erase(port); }
 
  private:
   HostLoop& loop_;
   std::map<int32_t, std::shared_ptr<LinePeer>> peers_;
+  std::set<int32_t> busy_;
 };
 
 }  // namespace varnek

@@ -34,6 +34,7 @@ SimPlatform::SimPlatform(double start_date, Text command_line, Text path)
   platform.loop = &loop;
   platform.app = &app;
   platform.settings = &settings;
+  platform.comms = &comms;
   // Files and profiles are the real ones: tests work in temporary folders.
   platform.files = &LinuxFiles();
   platform.profiles = &LinuxProfiles();

@@ -9,6 +9,7 @@
 #include "platform/platform.h"
 #include "platform/sim/fixed_application.h"
 #include "platform/sim/memory_settings_store.h"
+#include "platform/sim/sim_comm.h"
 #include "platform/sim/sim_loop.h"
 
 namespace varnek {
@@ -27,6 +28,7 @@ struct SimPlatform {
   SimLoop loop;
   MemorySettingsStore settings;
   FixedApplication app;
+  SimCommFactory comms{loop};  // serial ports: attach scripted peers to port numbers
   // Points at the members above; sockets stay null until a simulated socket
   // factory is set.
   Platform platform;

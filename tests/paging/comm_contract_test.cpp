@@ -3,9 +3,11 @@
 // emptying the buffer, the XMComm variant, members by name, a vanished line).
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <memory>
 #include <string>
+#include <type_traits>
 
 #include "platform/linux/linux_comm.h"
 #include "platform/linux/linux_loop.h"
@@ -114,8 +116,21 @@ TYPED_TEST(CommContract, WritesReachThePeerAndAnswersWakeThePump) {
   EXPECT_EQ(FailureOf([&] { comm->Get(u"InputData"); }), kErrNoSuchMember);
   EXPECT_EQ(FailureOf([&] { comm->Let(u"Baud", Variant(1)); }), kErrNoSuchMember);
 
+  {  // one control a line; root passes the kernel's exclusive flag, so the
+     // Linux control is checked here only for other users
+    auto second = this->env.factory().Create();
+    second->SetCommPort(kPort);
+    if (std::is_same_v<TypeParam, SimEnv> || ::geteuid() != 0) {
+      EXPECT_EQ(FailureOf([&] { second->SetPortOpen(true); }), kCommErrPortOpen);
+      EXPECT_FALSE(second->PortOpen());
+    }
+  }
   comm->Let(u"PortOpen", Variant(false));
   EXPECT_FALSE(comm->PortOpen());
+  auto third = this->env.factory().Create();  // free again once closed
+  third->SetCommPort(kPort);
+  third->SetPortOpen(true);
+  EXPECT_TRUE(third->PortOpen());
 }
 
 TYPED_TEST(CommContract, XMCommReadsThroughInputData) {

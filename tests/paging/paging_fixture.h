@@ -16,13 +16,12 @@ namespace varnek {
 
 struct PagingTest : ::testing::Test {
   SimPlatform sim;
-  SimCommFactory comms{sim.loop};
+  SimCommFactory& comms = sim.comms;
   Adds adds{sim.platform};
   std::unique_ptr<CommCtl> comm = comms.Create();
   std::string sent, heard;  // all bytes each way on the line
 
   PagingTest() {
-    sim.platform.comms = &comms;
     comms.on_traffic = [this](bool to_peer, const std::string& bytes) { (to_peer ? sent : heard) += bytes; };
   }
 

@@ -173,6 +173,7 @@ TEST_F(PagingTest, SendCommandCleansTheModemsAnswer) {
     EXPECT_NEAR(Elapsed() - start, 5, 1.05);
   }
   {  // the XMComm variant offers no Input: nothing read, no failure
+    adds.SERIAL_Disconnect(*comm);  // one control a port
     auto xm = comms.Create(true);
     xm->SetCommPort(1);
     xm->SetPortOpen(true);
