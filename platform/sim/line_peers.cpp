@@ -178,6 +178,7 @@ void SkytelService::Line(const std::string& line) {
       }
       return Prompt("FUNCTION: ");
     case State::Message:
+      if (behaviour_.ignore_message) return;
       message_ = line;
       state_ = State::Confirm;
       return Prompt("SEND ?: ");

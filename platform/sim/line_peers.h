@@ -127,6 +127,7 @@ struct MenuBehaviour {
   bool repeat_menu = false;     // answers "1" with the menu again
   bool repeat_message = false;  // Zetron: asks for the message again and again
   bool drop_leading_cr = false; // prompts come without their leading CR
+  bool ignore_message = false;  // Skytel: no answer to the message text
   double delay = 0.05;
 };
 
@@ -137,6 +138,7 @@ class SkytelService : public LinePeer {
   void Receive(std::string_view bytes) override;
   void Hangup() override;
   const std::vector<std::pair<std::string, std::string>>& pages() const { return pages_; }
+  MenuBehaviour& behaviour() { return behaviour_; }
 
  private:
   void Line(const std::string& line);

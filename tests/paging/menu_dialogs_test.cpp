@@ -19,6 +19,17 @@ TEST_F(PagingTest, SkytelWalksTheMenus) {
   EXPECT_TRUE(adds.SKYTEL_CloseDialog(*comm));
   EXPECT_FALSE(comm->PortOpen());
   EXPECT_FALSE(adds.SKYTEL_CloseDialog(*comm));  // closed port
+  {  // no answer to a message of 400 characters: its wait is 20 s, then False
+    ASSERT_TRUE(adds.SKYTEL_InitDialog(*comm, 1, 1200, 8, true, 1, u"", u"", u"5551234"));
+    service->behaviour().ignore_message = true;
+    Variant long_one = Text(400, u'x');
+    const double start = Elapsed();
+    EXPECT_FALSE(adds.SKYTEL_SendMsg(*comm, u"5551234", long_one));
+    // the menu's answer and 2 quiet seconds, 400 characters at 120 a second
+    // going out while the 20 s run
+    EXPECT_NEAR(Elapsed() - start, 2 + 20, 1.2);
+    EXPECT_TRUE(comm->PortOpen());  // a failed send leaves the line up
+  }
 }
 
 TEST_F(PagingTest, SkytelGivesUpOnARepeatedMenuOrMissingCr) {
