@@ -175,9 +175,11 @@ class Paging : public virtual VariableStore, public virtual Storage {
   // Answers the terminal's questions from CurrCodigo (format = 1st
   // character, capcode = 2..L-1, function = character L-1; the last one is
   // not used) and the filtered message, following whatever question comes,
-  // for at most 60 s counted at each state's entry. True on
-  // "* Message Accepted *". Open: a code under 2 characters fails with 5.
-  // Pumps.
+  // for at most 60 s counted at each state's entry. True when the closing
+  // check's reply holds "* Message Accepted *" and no prompt; as that text
+  // holds "Message", which the check looks for first, a terminal that
+  // answers with it makes the routine run to its limit and give False: kept.
+  // Open: a code under 2 characters fails with 5. Pumps.
   bool ZETRON_SendMsg(CommCtl& SerialControl, const Variant& CurrCodigo, Variant& CurrMensaje);
 
   // Sends a bare CR; False if that failed (the port stays), else closes the

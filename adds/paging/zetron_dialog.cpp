@@ -62,62 +62,43 @@ bool Paging::ZETRON_SendMsg(CommCtl& SerialControl, const Variant& CurrCodigo, V
   const Text message = CStr(CurrMensaje);
   const Text code = CStr(CurrCodigo);
   const int32_t length = Len(code);
-  const Text format = Mid(code, 1, 1);
-  const Text capcode = Mid(code, 2, length - 2);   // fails with 5 under 2 characters
-  const Text function = Mid(code, length - 1, 1);  // the capcode's last character: kept
-  const int64_t limit = NowSeconds() + 60;
+  // The answers of the states Format, Capcode, Function, Message, Alpha, Page Now.
+  const Text answers[] = {Mid(code, 1, 1),
+                          Mid(code, 2, length - 2),   // fails with 5 under 2 characters
+                          Mid(code, length - 1, 1),   // the capcode's last character: kept
+                          message, u"Y", u"Y"};
   const int32_t message_wait = std::max<int32_t>(Len(message) / 50, 10);
+  const int64_t limit = NowSeconds() + 60;
 
   ZState state = ZState::Format;
   // Bounded by the one-minute limit, which every answering state and Check test.
   for (;;) {
-    if (state != ZState::Skip1 && state != ZState::Skip2 && NowSeconds() >= limit) return false;
-    switch (state) {
-      case ZState::Skip1:
-        SendLine(SerialControl, kCr);
-        state = ZState::Check;
-        continue;
-      case ZState::Skip2:
-        SendLine(SerialControl, u"N" + kCr);
-        state = ZState::Check;
-        continue;
-      case ZState::Check: {
-        SendLine(SerialControl, u"C" + kCr);
-        const Text reply = Collect(SerialControl, 3);
-        if (Holds(reply, u"Format") || Holds(reply, u"Capcode") || Holds(reply, u"Function") ||
-            Holds(reply, u"Message")) {
-          state = ZState::Skip1;
-        } else if (Holds(reply, u"Alpha (Y/N)") || Holds(reply, u"Page Now (Y/N)")) {
-          state = ZState::Skip2;
-        } else if (Holds(reply, u"* Message Accepted *")) {
-          SendLine(SerialControl, u"C" + kCr);
-          Collect(SerialControl, 3);
-          return true;
-        } else {
-          return false;
-        }
-        continue;
-      }
-      default:
-        break;
+    if (state == ZState::Skip1 || state == ZState::Skip2) {
+      SendLine(SerialControl, state == ZState::Skip1 ? kCr : u"N" + kCr);
+      state = ZState::Check;
+      continue;
     }
-    Text answer;
-    int32_t wait = 3;
-    switch (state) {
-      case ZState::Format:
-        Collect(SerialControl, 0);
-        answer = format;
-        break;
-      case ZState::Capcode: answer = capcode; break;
-      case ZState::Function: answer = function; break;
-      case ZState::Message:
-        answer = message;
-        wait = message_wait;
-        break;
-      default: answer = u"Y"; break;  // Alpha and Page Now
+    if (NowSeconds() >= limit) return false;
+    if (state != ZState::Check) {
+      if (state == ZState::Format) Collect(SerialControl, 0);  // only this state empties the line
+      SendLine(SerialControl, answers[static_cast<int>(state)] + kCr);
+      state = NextAfter(state, Collect(SerialControl, state == ZState::Message ? message_wait : 3));
+      continue;
     }
-    SendLine(SerialControl, answer + kCr);
-    state = NextAfter(state, Collect(SerialControl, wait));
+    SendLine(SerialControl, u"C" + kCr);
+    const Text reply = Collect(SerialControl, 3);
+    if (Holds(reply, u"Format") || Holds(reply, u"Capcode") || Holds(reply, u"Function") ||
+        Holds(reply, u"Message")) {
+      state = ZState::Skip1;  // also on "* Message Accepted *", which holds "Message": kept
+    } else if (Holds(reply, u"Alpha (Y/N)") || Holds(reply, u"Page Now (Y/N)")) {
+      state = ZState::Skip2;
+    } else if (Holds(reply, u"* Message Accepted *")) {
+      SendLine(SerialControl, u"C" + kCr);
+      Collect(SerialControl, 3);
+      return true;
+    } else {
+      return false;
+    }
   }
 }
 
