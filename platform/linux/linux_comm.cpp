@@ -71,10 +71,11 @@ struct LinuxComm::Impl {
     if (fd < 0) Fail(kCommErrNotOpen);
   }
 
+  // A hang-up is reported by epoll whatever the interest, so the watch goes.
   void LineGone() {
     gone = true;
     pending.clear();
-    if (fd >= 0) loop.ModifyWatch(fd, 0);
+    if (fd >= 0) loop.Unwatch(fd);
     armed = false;
   }
 
@@ -183,6 +184,7 @@ struct LinuxComm::Impl {
     try {
       Apply();
     } catch (const RuntimeError&) {
+      ::ioctl(fd, TIOCNXCL);
       ::close(fd);
       fd = -1;
       throw;

@@ -49,7 +49,7 @@ struct PtyLine::Impl {
     } else if (n < 0 && (errno == EAGAIN || errno == EINTR)) {
       return;
     } else if (events & (EPOLLHUP | EPOLLERR)) {
-      loop.ModifyWatch(master, 0);  // nothing left to read on this side
+      loop.Unwatch(master);  // epoll reports a hang-up whatever the interest
     }
   }
 
