@@ -2,6 +2,9 @@
 // and a transmit queue drained at the line's speed.
 #include "platform/sim/sim_comm.h"
 
+#include <algorithm>
+#include <cmath>
+
 #include "platform/sim/delayed_calls.h"
 #include "runtime/convert.h"
 
@@ -73,7 +76,12 @@ class SimComm : public CommCtl {
   }
   // The line is alive while its peer is still attached to the port.
   bool Alive() const { return peer_ && factory_.PeerOf(port_) == peer_; }
-  double Clock() { return factory_.loop().Timer(); }
+  // Seconds on a clock that does not wrap at midnight: the calendar's whole
+  // seconds and the fraction of the seconds-since-midnight timer.
+  double Clock() {
+    const double timer = factory_.loop().Timer();
+    return std::floor(factory_.loop().Now() * 86400.0 + 0.5) + (timer - std::floor(timer));
+  }
 
   Text Read() {
     RequireOpen();

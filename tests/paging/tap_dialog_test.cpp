@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "runtime/dates.h"
 #include "tests/paging/paging_fixture.h"
 
 namespace varnek {
@@ -150,6 +151,20 @@ TEST_F(TapTest, OddLinesAndOddControls) {
     Variant m = u"x";
     EXPECT_TRUE(adds.TAP_SendMsg(*comm, u"1", m));
   }
+}
+
+TEST(TapAcrossMidnight, ASessionRunsOverTheDateChange) {
+  SimPlatform sim(DateFromParts(2026, 1, 1, 23, 59, 40));
+  auto tap = std::make_shared<TapTerminal>();
+  sim.comms.Attach(1, std::make_shared<HayesModem>(tap));
+  Adds adds(sim.platform);
+  auto comm = sim.comms.Create();
+  ASSERT_TRUE(adds.TAP_InitDialog(*comm, 1, 1200, 7, false, 1, u"ATZ", u"555", u""));
+  EXPECT_LT(sim.loop.Timer(), 3600);  // the clock has wrapped
+  Variant m = u"after midnight";
+  EXPECT_TRUE(adds.TAP_SendMsg(*comm, u"1", m));
+  EXPECT_TRUE(adds.TAP_CloseDialog(*comm));
+  EXPECT_LT(sim.loop.Elapsed(), 40);
 }
 
 TEST_F(TapTest, TenPagesOnTheVirtualClock) {
