@@ -66,6 +66,16 @@ TEST_F(TapTest, RefusedBlocksAndLooseAnswers) {
     EXPECT_FALSE(adds.TAP_SendMsg(*comm, u"1", m));
     EXPECT_EQ(tap->pages().size(), 1u);
   }
+  {  // ACK CR is looked for first: a NAK CR after it does not undo it
+    struct Both : LinePeer {
+      void Receive(std::string_view) override { Say("\x15\r\x06\r\x15\r", 0.1); }
+    };
+    adds.SERIAL_Disconnect(*comm);
+    Attach(std::make_shared<Both>());
+    ASSERT_TRUE(adds.SERIAL_Connect(*comm, 1, 1200, 8, true, 1, u"", u"", 45));
+    Variant m = u"x";
+    EXPECT_TRUE(adds.TAP_SendMsg(*comm, u"1", m));
+  }
   {  // "INVALID" holds "ID": the wake-up passes
     Wire({.invalid_id = true});
     EXPECT_TRUE(Init());
