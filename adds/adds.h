@@ -9,6 +9,7 @@
 #include "adds/adds_core.h"
 #include "adds/generators/generators.h"
 #include "adds/net/network.h"
+#include "adds/paging/paging.h"
 #include "adds/store/storage.h"
 #include "adds/store/variable_store.h"
 #include "adds/system/system_services.h"
@@ -16,12 +17,12 @@
 
 namespace varnek {
 
-class Adds : public virtual TextToolkit, public VariableStore, public Storage,
-             public SystemServices, public Generators, public Network {
+class Adds : public virtual TextToolkit, public virtual VariableStore, public virtual Storage,
+             public SystemServices, public Generators, public Network, public Paging {
  public:
   explicit Adds(Platform& platform = LinuxPlatform())
       : AddsCore(platform), TextToolkit(platform), VariableStore(platform), Storage(platform),
-        SystemServices(platform), Generators(platform), Network(platform) {}
+        SystemServices(platform), Generators(platform), Network(platform), Paging(platform) {}
 };
 
 }  // namespace varnek

@@ -21,6 +21,7 @@ class Clipboard;      // platform/clipboard.h
 class MidiOutput;     // platform/midi_output.h
 class NetTables;      // platform/net_tables.h
 class WebServices;    // platform/web_services.h
+class CommFactory;    // platform/comm.h
 
 struct Platform {
   HostLoop* loop = nullptr;
@@ -39,6 +40,7 @@ struct Platform {
   MidiOutput* midi = nullptr;
   NetTables* net_tables = nullptr;
   WebServices* web = nullptr;
+  CommFactory* comms = nullptr;  // serial ports
   // Further services (files, profiles, comm, ...) are added here as members,
   // each with its own interface header.
 };

@@ -22,6 +22,7 @@ std::string Usage() {
   return "usage: varnek-demo [--port N] [--slots N] [--watchdog SECONDS] [--welcome TEXT]\n"
          "                   [--user NAME:PASS]... [--secure PATH]... [--gateway URL]\n"
          "                   [--time-server HOST] [--time-port N]\n"
+         "                   [--pager-port N | --pager-device PATH] [--pager-phone NUMBER]\n"
          "Without --user and --secure, /admin is secured for admin:admin.\n";
 }
 
@@ -57,6 +58,12 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
       options.secure.push_back(value);
     } else if (flag == "--gateway") {
       options.gateway = value;
+    } else if (flag == "--pager-port") {
+      ok = ToInt(value, 1, 255, options.pager_port);
+    } else if (flag == "--pager-device") {
+      options.pager_device = value;
+    } else if (flag == "--pager-phone") {
+      options.pager_phone = value;
     } else {
       error = "unknown flag " + flag;
       return false;

@@ -17,6 +17,11 @@ struct Options {
   std::string time_server;           // the /system page's clock; "" the local one
   int time_port = 0;                 // its UDP port; 0 the standard 123
   std::string gateway;               // /send posts here; empty: this host's own /echo
+  // The /page form's serial line: a port number or a device; neither means a
+  // simulated terminal on a pty pair inside the demo.
+  int pager_port = 0;
+  std::string pager_device;
+  std::string pager_phone;
 };
 
 // Parses argv. Returns false and fills `error` on an unknown or malformed flag.

@@ -7,6 +7,7 @@
 #include "platform/linux/file_settings_store.h"
 #include "platform/linux/linux_clipboard.h"
 #include "platform/linux/linux_application.h"
+#include "platform/linux/linux_comm.h"
 #include "platform/linux/linux_date_locale.h"
 #include "platform/linux/linux_files.h"
 #include "platform/linux/linux_command_runner.h"
@@ -45,6 +46,7 @@ Platform& LinuxPlatform() {
     p->midi = new AlsaMidiOutput;
     p->net_tables = new LinuxNetTables;
     p->web = new LinuxWebServices(*loop);
+    p->comms = new LinuxCommFactory(*loop, p->settings);
     return p;
   }();
   return *platform;

@@ -38,6 +38,7 @@ SimPlatform::SimPlatform(double start_date, Text command_line, Text path)
   platform.network_clock = &network_clock;
   platform.messages = &messages;
   platform.shares = &shares;
+  platform.comms = &comms;
   // Files and profiles are the real ones: tests work in temporary folders.
   platform.files = &LinuxFiles();
   platform.profiles = &LinuxProfiles();

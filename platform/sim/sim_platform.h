@@ -15,6 +15,7 @@
 #include "platform/sim/recording_clipboard.h"
 #include "platform/sim/recording_midi_output.h"
 #include "platform/sim/recording_surface.h"
+#include "platform/sim/sim_comm.h"
 #include "platform/sim/sim_loop.h"
 #include "platform/sim/sim_network_clock.h"
 
@@ -41,6 +42,7 @@ struct SimPlatform {
   RecordingSurfaceFactory surfaces;
   RecordingClipboard clipboard;
   RecordingMidiOutput midi;
+  SimCommFactory comms{loop};  // serial ports: attach scripted peers to port numbers
   // Points at the members above; sockets stay null until a simulated socket
   // factory is set.
   Platform platform;

@@ -91,6 +91,19 @@ TEST_F(DemoHostTest, ChatChannelAndLineProtocol) {
   EXPECT_EQ(Code("", "/admin/"), "200");
 }
 
+TEST_F(DemoHostTest, PageFormSendsThroughTheSimulatedTerminal) {
+  ASSERT_TRUE(demo.Start({}, log_path));
+  EXPECT_NE(Curl("", "/page").find("<form method=\"post\" action=\"/page\">"), std::string::npos);
+  // The TAP dialog over a pty pair inside the demo: about 6 s of quiet spells.
+  const std::string page = RunCommand("curl -s -m 40 -d 'pager=55&message=Hello%20pty&protocol=tap' "
+                                      "http://127.0.0.1:" + std::to_string(demo.port()) + "/page", 45.0);
+  for (const char* part : {"<b id=\"result\">sent</b>", "block 1/1 sent (9 characters)", "session: logged out",
+                           "&gt;&gt; &laquo;STX&raquo;55&laquo;CR&raquo;Hello pty&laquo;CR&raquo;&laquo;ETX&raquo;",
+                           "&lt;&lt; &laquo;ACK&raquo;&laquo;CR&raquo;"}) {
+    EXPECT_NE(page.find(part), std::string::npos) << part << "\n" << page;
+  }
+}
+
 constexpr const char* kChromium = "/usr/bin/chromium";
 
 TEST_F(DemoHostTest, ChromiumRendersIndexAndEcho) {
@@ -141,6 +154,29 @@ TEST_F(DemoHostTest, RtfPageAndBarcodePngReadBackByZbar) {
   EXPECT_EQ(a.str(), b.str());  // the clipboard holds the same picture
   unlink(png.c_str());
   unlink(clip.c_str());
+}
+
+TEST_F(DemoHostTest, ChromiumSubmitsThePageForm) {
+  if (access(kChromium, X_OK) != 0) GTEST_SKIP() << "no " << kChromium << " on this machine";
+  ASSERT_TRUE(demo.Start());
+  char folder[] = "/tmp/varnek-chromium-XXXXXX";
+  ASSERT_NE(mkdtemp(folder), nullptr);
+  // A page of the browser's own that posts the demo's form fields on load.
+  const std::string form = std::string(folder) + "/submit.html";
+  std::ofstream(form) << "<html><body><form method=\"post\" action=\"http://127.0.0.1:" << demo.port()
+                      << "/page\"><input name=\"pager\" value=\"42\"><input name=\"message\" value=\"From "
+                         "Chromium\"><input name=\"protocol\" value=\"tap\"></form>"
+                         "<script>document.forms[0].submit()</script></body></html>";
+  const std::string dom = RunCommand(std::string(kChromium) + " --headless --no-sandbox --disable-gpu"
+                                     " --no-first-run --disable-background-networking --disable-sync"
+                                     " --virtual-time-budget=40000 --user-data-dir=" + folder +
+                                     "/profile --dump-dom file://" + form + " 2>/dev/null", 60.0);
+  for (const char* part : {"<b id=\"result\">sent</b>", "block 1/1 sent (13 characters)",
+                           "«STX»42«CR»From Chromium«CR»«ETX»"}) {
+    EXPECT_NE(dom.find(part), std::string::npos) << part << "\n" << dom;
+  }
+  std::error_code ignored;
+  std::filesystem::remove_all(folder, ignored);
 }
 
 }  // namespace

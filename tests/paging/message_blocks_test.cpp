@@ -1,0 +1,142 @@
+// Message blocks with their running letters, page-printer blocks with their
+// escapes, ids and checksums, and the history files.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "runtime/dates.h"
+#include "runtime/strings.h"
+#include "tests/paging/paging_fixture.h"
+
+namespace varnek {
+namespace {
+
+std::vector<Text> Items(const Collection& c) {
+  std::vector<Text> out;
+  for (int32_t i = 1; i <= c.Count(); ++i) out.push_back(c.Item(i).ToText());
+  return out;
+}
+
+TEST_F(PagingTest, TextBlocksCarryIdNumberAndTotal) {
+  Variant id = u"C";
+  EXPECT_EQ(Items(*adds.Mensajes_GenerarBloques(u"hello", 2, id)),
+            (std::vector<Text>{u"#C#13#he#", u"#C#23#ll#", u"#C#33#o#"}));
+  EXPECT_EQ(Items(*adds.Mensajes_GenerarBloques(u"abcd", u"2", id, false)), (std::vector<Text>{u"ab", u"cd"}));
+  EXPECT_EQ(adds.Mensajes_GenerarBloques(u"abcd", 4, id, false)->Count(), 1);  // exactly one size
+  EXPECT_EQ(adds.Mensajes_GenerarBloques(u"", 4, id)->Count(), 0);
+  {  // the 11th block of 12
+    auto blocks = adds.Mensajes_GenerarBloques(Text(12, u'x'), 1, id = u"A");
+    EXPECT_EQ(blocks->Item(11).ToText(), u"#A#1112#x#");
+  }
+  // The placeholder in the text is replaced too, also without headers.
+  EXPECT_EQ(Items(*adds.Mensajes_GenerarBloques(u"aMxBloques#", 20, id, false)), (std::vector<Text>{u"a1#"}));
+  EXPECT_THROW(adds.Mensajes_GenerarBloques(u"abc", -1, id), RuntimeError);
+}
+
+TEST_F(PagingTest, TextBlockLettersRunFromAToZAndWrap) {
+  Variant id;
+  adds.Mensajes_GenerarBloques(u"", 5, id);  // an empty message still takes a letter
+  EXPECT_EQ(id.ToText(), u"A");
+  adds.Mensajes_GenerarBloques(u"x", 5, id = Variant());
+  EXPECT_EQ(id.ToText(), u"B");
+  EXPECT_EQ(adds.Var_VariableGet(u"Last msg ID", Variant(u"SMSserver")).ToText(), u"66");
+  adds.Var_VariableSet(u"Last msg ID", 89, Variant(u"SMSserver"));
+  adds.Mensajes_GenerarBloques(u"x", 5, id = Variant());
+  EXPECT_EQ(id.ToText(), u"Z");
+  adds.Mensajes_GenerarBloques(u"x", 5, id = Variant());
+  EXPECT_EQ(id.ToText(), u"A");
+  adds.Var_VariableSet(u"Last msg ID", u"junk", Variant(u"SMSserver"));
+  adds.Mensajes_GenerarBloques(u"x", 5, id = Variant());
+  EXPECT_EQ(id.ToText(), u"A");
+  // A caller's id touches no variable.
+  adds.Mensajes_GenerarBloques(u"x", 5, id = u"Q");
+  EXPECT_EQ(adds.Var_VariableGet(u"Last msg ID", Variant(u"SMSserver")).ToText(), u"65");
+}
+
+// The checksum of a page-printer block as the receiver checks it.
+Text WithChecksum(const Text& header, const Text& payload) {
+  uint32_t sum = 0;
+  for (char16_t u : header + payload) sum += UnitToByte(u);
+  char hex[3];
+  std::snprintf(hex, sizeof hex, "%02X", sum % 256);
+  return header + Utf8ToText(hex) + payload;
+}
+
+TEST_F(PagingTest, PagePrinterBlocksEscapeCutAndNumber) {
+  {  // escapes: "&" doubled, 1..31 and 128..255 as hex, 0 and 127 kept
+    Variant text = Text(u"a&b") + u'\r' + u'\xE9' + u'\x7F' + Text(1, u'\0');
+    adds.PagePrinter_GenerarBloques(text, u"P");
+    EXPECT_EQ(text.ToText(), Text(u"a&&b&0D&E9\x7F") + Text(1, u'\0'));
+    ASSERT_EQ(adds.PagePrinter_Bloques->Count(), 1);
+    EXPECT_EQ(adds.PagePrinter_Bloques->Item(1).ToText(), WithChecksum(u"&[PB00", text.ToText() + u"&]"));
+  }
+  {  // exactly 128 escaped characters: the full block and one of just "&]"
+    Variant text = Text(128, u'x');
+    adds.PagePrinter_GenerarBloques(text, u"P");
+    ASSERT_EQ(adds.PagePrinter_Bloques->Count(), 2);
+    EXPECT_EQ(adds.PagePrinter_Bloques->Item(1).ToText(), WithChecksum(u"&[PC00", Text(128, u'x')));
+    EXPECT_EQ(adds.PagePrinter_Bloques->Item(2).ToText(), WithChecksum(u"&[PC01", u"&]"));
+  }
+  {  // 127 characters: one block of 129
+    Variant text = Text(127, u'x');
+    adds.PagePrinter_GenerarBloques(text, u"P");
+    ASSERT_EQ(adds.PagePrinter_Bloques->Count(), 1);
+    EXPECT_EQ(adds.PagePrinter_Bloques->Item(1).ToText().size(), 6u + 2 + 129);
+  }
+  {  // "&" at 128 starts the next payload; an escape at 127 gives back 2
+    Variant text = Text(127, u'x') + u"&&yz";
+    adds.PagePrinter_GenerarBloques(text, u"P");
+    Text first = adds.PagePrinter_Bloques->Item(1).ToText();
+    EXPECT_EQ(first.substr(first.size() - 2), u"x ");
+    EXPECT_EQ(adds.PagePrinter_Bloques->Item(2).ToText().substr(8), u"&&&&yz&]");
+    Variant cut = Text(126, u'x') + u'\r' + u"tail";
+    adds.PagePrinter_GenerarBloques(cut, u"P");
+    first = adds.PagePrinter_Bloques->Item(1).ToText();
+    EXPECT_EQ(first.substr(first.size() - 3), u"x  ");
+    EXPECT_EQ(adds.PagePrinter_Bloques->Item(2).ToText().substr(8), u"&0Dtail&]");
+  }
+  {  // ids: B C D E F A B from nothing; a digit counts to 9 then A; an empty
+     // text uses an id and makes no block
+    adds.Var_VariableSet(u"PagePrinter - Ultimo ID Mensaje", u"");
+    Text ids;
+    for (int i = 0; i < 7; ++i) {
+      Variant empty = u"";
+      adds.PagePrinter_GenerarBloques(empty, u"P");
+      EXPECT_EQ(adds.PagePrinter_Bloques->Count(), 0);
+      ids += adds.Var_VariableGet(u"PagePrinter - Ultimo ID Mensaje").ToText();
+    }
+    EXPECT_EQ(ids, u"BCDEFAB");
+    adds.Var_VariableSet(u"PagePrinter - Ultimo ID Mensaje", u"8");
+    Variant empty = u"";
+    adds.PagePrinter_GenerarBloques(empty, u"P");
+    EXPECT_EQ(adds.Var_VariableGet(u"PagePrinter - Ultimo ID Mensaje").ToText(), u"9");
+    adds.PagePrinter_GenerarBloques(empty = u"", u"P");
+    EXPECT_EQ(adds.Var_VariableGet(u"PagePrinter - Ultimo ID Mensaje").ToText(), u"A");
+  }
+  {  // more than 256 blocks: three hex digits from block 256 on
+    Variant text = Text(128 * 257, u'x');
+    adds.PagePrinter_GenerarBloques(text, u"");
+    EXPECT_EQ(adds.PagePrinter_Bloques->Item(257).ToText().substr(3, 3), u"100");
+    EXPECT_EQ(adds.PagePrinter_Bloques->Item(16).ToText().substr(3, 2), u"0F");
+  }
+}
+
+TEST_F(PagingTest, HistoryGoesToTheDaysFolderOneFilePerCode) {
+  const std::string app = TextToUtf8(sim.app.path_);
+  adds.Mensajes_GuardaHistorico(u"1234", u"first");
+  adds.Mensajes_GuardaHistorico(u"1234", u"second");
+  const std::string file = app + "/DB/2026-01/01/1234.dbs";
+  ASSERT_TRUE(std::filesystem::exists(file));
+  Variant table = adds.ARRAY_Load(Variant(Utf8ToText(file)));
+  auto& rows = *table.RawArray();
+  EXPECT_EQ(rows.At({0, 1}).ToText(), u"first");
+  EXPECT_EQ(rows.At({1, 1}).ToText(), u"second");
+  EXPECT_EQ(rows.At({0, 0}).ToText(), DateToHostText(sim.loop.Now()));
+  // A given folder is used as it stands: it must end in "/".
+  const Text own = sim.app.path_ + u"/own/";
+  adds.Mensajes_GuardaHistorico(u"77", u"x", Variant(own));
+  EXPECT_TRUE(std::filesystem::exists(app + "/own/77.dbs"));
+}
+
+}  // namespace
+}  // namespace varnek

@@ -1,0 +1,38 @@
+// Shared setup of the paging tests: a simulated platform on virtual time, a
+// simulated comm factory whose port 1 leads to a scripted peer, and Adds.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "adds/adds.h"
+#include "platform/sim/line_peers.h"
+#include "platform/sim/sim_comm.h"
+#include "platform/sim/sim_platform.h"
+
+namespace varnek {
+
+struct PagingTest : ::testing::Test {
+  SimPlatform sim;
+  SimCommFactory& comms = sim.comms;
+  Adds adds{sim.platform};
+  std::unique_ptr<CommCtl> comm = comms.Create();
+  std::string sent, heard;  // all bytes each way on the line
+
+  PagingTest() {
+    comms.on_traffic = [this](bool to_peer, const std::string& bytes) { (to_peer ? sent : heard) += bytes; };
+  }
+
+  template <class Peer>
+  std::shared_ptr<Peer> Attach(std::shared_ptr<Peer> peer, int32_t port = 1) {
+    comms.Attach(port, peer);
+    return peer;
+  }
+  // Opens port 1 at 1200,N,8,1 without dialling.
+  void Open() { ASSERT_TRUE(adds.SERIAL_Connect(*comm, 1, 1200, 8, true, 1, u"", u"", 45)); }
+  double Elapsed() const { return sim.loop.Elapsed(); }
+};
+
+}  // namespace varnek
