@@ -20,9 +20,7 @@ namespace varnek {
 class Adds : public virtual TextToolkit, public virtual VariableStore, public virtual Storage,
              public SystemServices, public Generators, public Network, public Paging {
  public:
-  explicit Adds(Platform& platform = LinuxPlatform())
-      : AddsCore(platform), TextToolkit(platform), VariableStore(platform), Storage(platform),
-        SystemServices(platform), Generators(platform), Network(platform), Paging(platform) {}
+  explicit Adds(Platform& platform = LinuxPlatform()) { Attach(platform); }
 };
 
 }  // namespace varnek

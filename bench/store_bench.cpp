@@ -19,7 +19,7 @@ namespace {
 
 class BenchStorage : public Storage {
  public:
-  explicit BenchStorage(Platform& p) : AddsCore(p), TextToolkit(p), Storage(p) {}
+  explicit BenchStorage(Platform& p) : Storage(p) {}
 };
 
 // A temporary folder for the whole run, removed at exit.

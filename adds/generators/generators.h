@@ -17,7 +17,7 @@ class DrawingSurface;
 
 class Generators : public virtual AddsCore {
  public:
-  explicit Generators(Platform& platform) : AddsCore(platform) {}
+  explicit Generators(Platform& platform) { Attach(platform); }
 
   // ---- RTF to HTML (rtf_to_html.cpp) ---------------------------------------
 
@@ -61,6 +61,10 @@ class Generators : public virtual AddsCore {
 
   // The settings a play string leaves out; they outlive each call.
   const generators::MidiSettings& PlaySettings() const { return midi_settings_; }
+
+ protected:
+  // For a class that joins this one with others (see adds_core.h).
+  Generators() = default;
 
  private:
   // Mode 1 opens the output (false if open already), 0 closes it (false if

@@ -23,7 +23,7 @@ namespace varnek {
 
 class Network : public virtual TextToolkit {
  public:
-  explicit Network(Platform& platform) : AddsCore(platform), TextToolkit(platform) {}
+  explicit Network(Platform& platform) { Attach(platform); }
 
   // ---- Web gateway post (gateway_post.cpp) ---------------------------------
 
@@ -139,6 +139,8 @@ class Network : public virtual TextToolkit {
   bool NET_CheckState(int32_t pState);
 
  protected:
+  // For a class that joins this one with others (see adds_core.h).
+  Network() = default;
   // tcpAddressText, tcpPortNumber and tcpStateName of the table.
   static Text tcpAddressText(uint32_t word);
   static int32_t tcpPortNumber(uint32_t word);

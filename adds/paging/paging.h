@@ -25,8 +25,7 @@ namespace varnek {
 
 class Paging : public virtual VariableStore, public virtual Storage {
  public:
-  explicit Paging(Platform& platform)
-      : AddsCore(platform), VariableStore(platform), TextToolkit(platform), Storage(platform) {}
+  explicit Paging(Platform& platform) { Attach(platform); }
 
   // ---- Serial session (serial_session.cpp) ----------------------------------
   // Reading is by one rule: a control whose TypeName is "XMComm" is read
@@ -185,6 +184,10 @@ class Paging : public virtual VariableStore, public virtual Storage {
   // Sends a bare CR; False if that failed (the port stays), else closes the
   // port and is True. The flags stay. Pumps only as SERIAL_Send does.
   bool ZETRON_CloseDialog(CommCtl& SerialControl);
+
+ protected:
+  // For a class that joins this one with others (see adds_core.h).
+  Paging() = default;
 
  private:
   // The one read of a control: InputData on "XMComm", Input otherwise.

@@ -33,7 +33,7 @@ class DateLocale;
 
 class Storage : public virtual TextToolkit {
  public:
-  explicit Storage(Platform& platform) : AddsCore(platform), TextToolkit(platform) {}
+  explicit Storage(Platform& platform) { Attach(platform); }
 
   // ---- Binary files and the log (binary_files.cpp, app_log.cpp) ------------
 
@@ -182,6 +182,10 @@ class Storage : public virtual TextToolkit {
   // "mm/dd/yyyy" (always "/"); the machine's separator goes to Separator.
   // Internal to the class; public for its tests. Open.
   Text Win_LocaleDateOrder(Text& Separator);
+
+ protected:
+  // For a class that joins this one with others (see adds_core.h).
+  Storage() = default;
 
  private:
   struct IniBufferEntry {

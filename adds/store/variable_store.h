@@ -18,7 +18,7 @@ namespace varnek {
 
 class VariableStore : public virtual AddsCore {
  public:
-  explicit VariableStore(Platform& platform) : AddsCore(platform) {}
+  explicit VariableStore(Platform& platform) { Attach(platform); }
 
   // The settings group used when none is given.
   static constexpr const char16_t* kDefaultGroup = u"VarnekGlobal";
@@ -82,6 +82,10 @@ class VariableStore : public virtual AddsCore {
   // last until that time comes again; kept as it is. 0 returns without a
   // pump. Returns Empty. Open: a Null interval fails with 94. Pumps.
   Variant DateTime_PausaTimer(const Variant& Secs_interval);
+
+ protected:
+  // For a class that joins this one with others (see adds_core.h).
+  VariableStore() = default;
 
  private:
   // Settles the address: fills a missing or empty family and group.

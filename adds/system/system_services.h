@@ -24,7 +24,7 @@ namespace varnek {
 
 class SystemServices : public virtual AddsCore {
  public:
-  explicit SystemServices(Platform& platform) : AddsCore(platform) {}
+  explicit SystemServices(Platform& platform) { Attach(platform); }
 
   // ---- Battery prediction and readings (power_readings.cpp) -----------------
 
@@ -168,6 +168,10 @@ class SystemServices : public virtual AddsCore {
   // Sends nothing and gives False, always: the classic routine kept its
   // success flag to itself, and Linux has no message service to send to.
   bool NET_BroadcastMessage(const Text& UserOrMachine, const Text& pFromName, const Text& Message);
+
+ protected:
+  // For a class that joins this one with others (see adds_core.h).
+  SystemServices() = default;
 
  private:
   void netResourceWalk(const Text& Raiz, int32_t Uso, int depth);

@@ -28,7 +28,7 @@ struct ScriptRecord {
 
 class TextToolkit : public virtual AddsCore {
  public:
-  explicit TextToolkit(Platform& platform) : AddsCore(platform) {}
+  explicit TextToolkit(Platform& platform) { Attach(platform); }
 
   // ---- Splitting and replacing (split_replace.cpp) -------------------------
 
@@ -190,6 +190,8 @@ class TextToolkit : public virtual AddsCore {
   Text Var_Decompress(const Variant& sDecompData);
 
  protected:
+  // For a class that joins this one with others (see adds_core.h).
+  TextToolkit() = default;
   // The 32-bit value stored at an address.
   int32_t Var_PointerToLong(int64_t Address);
 

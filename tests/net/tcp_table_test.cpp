@@ -19,7 +19,7 @@ namespace {
 
 // Reaches the table's private helpers.
 struct TableAdds : Adds {
-  explicit TableAdds(Platform& p) : AddsCore(p), TextToolkit(p), Adds(p) {}
+  explicit TableAdds(Platform& p) : Adds(p) {}
   using Network::tcpAddressText;
   using Network::tcpPortNumber;
   using Network::tcpStateName;

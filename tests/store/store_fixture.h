@@ -20,7 +20,7 @@
 namespace varnek {
 
 struct TestStorage : Storage {
-  explicit TestStorage(Platform& p) : AddsCore(p), TextToolkit(p), Storage(p) {}
+  explicit TestStorage(Platform& p) : Storage(p) {}
 };
 
 // A folder made with mkdtemp and removed with everything in it.

@@ -58,7 +58,7 @@ TEST_F(ToolkitTest, CompactDatesAndTheZeroDate) {
 
 class CommaLocaleToolkit : public TextToolkit {
  public:
-  explicit CommaLocaleToolkit(Platform& platform) : AddsCore(platform), TextToolkit(platform) {}
+  explicit CommaLocaleToolkit(Platform& platform) : TextToolkit(platform) {}
   Text Win_LocaleDecimalSeparator() const override { return u","; }
 };
 
