@@ -61,7 +61,7 @@ done
 # The site as shipped, moved to loopback ports and the certificate made here.
 servers=""
 for p in "${ports[@]}"; do
-  servers+="    server 127.0.0.1:$p max_fails=3 fail_timeout=10s;\n"
+  servers+="    server 127.0.0.1:$p max_conns=90 max_fails=3 fail_timeout=10s;\n"
 done
 mkdir -p "$work/temp"
 cat > "$work/nginx.conf" <<CONF

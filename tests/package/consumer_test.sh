@@ -20,19 +20,7 @@ cmake -DSOURCE_DIR="$source" -DINSTALL_DIR="$prefix/include/varnek" -P "$here/pu
 echo '#include <varnek/varnek.h>' | "$cxx" -std=c++20 -fsyntax-only -I"$prefix/include" -x c++ -
 echo "umbrella header compiles on its own against the install"
 
-cp -r "$source/examples/consumer" "$work/consumer"
-
-echo "== find_package"
-cmake -S "$work/consumer" -B "$work/with-cmake" -DCMAKE_CXX_COMPILER="$cxx" \
-  -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release > "$work/configure.log"
-cmake --build "$work/with-cmake" > "$work/build.log" || { cat "$work/build.log"; exit 1; }
-check_host "$work/with-cmake/varnek-host"
-
-echo "== pkg-config"
-export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
-# shellcheck disable=SC2046
-"$cxx" -std=c++20 -O1 -o "$work/host-pc" "$work/consumer/main.cpp" $(pkg-config --cflags --libs varnek)
-check_host "$work/host-pc"
+check_consumer "$source" "$work" "$cxx" "$prefix"
 
 echo "== a newer version is refused"
 if cmake -S "$work/consumer" -B "$work/too-new" -DCMAKE_PREFIX_PATH="$prefix" \

@@ -65,16 +65,7 @@ echo "== dpkg -i"
 installed=1
 dpkg -i "$dev_deb" "$demo_deb" > "$work/dpkg.log" || { cat "$work/dpkg.log"; exit 1; }
 
-cp -r "$source/examples/consumer" "$work/consumer"
-echo "== find_package from the system"
-cmake -S "$work/consumer" -B "$work/with-cmake" -DCMAKE_CXX_COMPILER="$cxx" > "$work/configure.log"
-cmake --build "$work/with-cmake" > "$work/build.log" || { cat "$work/build.log"; exit 1; }
-check_host "$work/with-cmake/varnek-host"
-
-echo "== pkg-config from the system"
-# shellcheck disable=SC2046
-"$cxx" -std=c++20 -O1 -o "$work/host-pc" "$work/consumer/main.cpp" $(pkg-config --cflags --libs varnek)
-check_host "$work/host-pc"
+check_consumer "$source" "$work" "$cxx"
 
 echo "== varnek-demo from the package"
 port=$((20000 + RANDOM % 12000))

@@ -36,3 +36,26 @@ check_host() {
   echo "FAIL: $(basename "$binary") found no free port in 20 tries"
   return 1
 }
+
+# check_consumer SOURCE_DIR WORK_DIR CXX [PREFIX]: copies examples/consumer out
+# of the tree, builds it with find_package and again with pkg-config (from
+# PREFIX, or from the system paths without it) and checks both hosts.
+check_consumer() {
+  local source=$1 work=$2 cxx=$3 prefix=${4:-}
+  local cmake_args=(-DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_BUILD_TYPE=Release)
+  cp -r "$source/examples/consumer" "$work/consumer"
+
+  echo "== find_package"
+  if [ -n "$prefix" ]; then cmake_args+=(-DCMAKE_PREFIX_PATH="$prefix"); fi
+  cmake -S "$work/consumer" -B "$work/with-cmake" "${cmake_args[@]}" > "$work/configure.log" \
+    || { cat "$work/configure.log"; return 1; }
+  cmake --build "$work/with-cmake" > "$work/build.log" || { cat "$work/build.log"; return 1; }
+  check_host "$work/with-cmake/varnek-host" || return 1
+
+  echo "== pkg-config"
+  local flags
+  flags=$(PKG_CONFIG_PATH=${prefix:+$prefix/lib/pkgconfig} pkg-config --cflags --libs varnek)
+  # shellcheck disable=SC2086
+  "$cxx" -std=c++20 -O1 -o "$work/host-pc" "$work/consumer/main.cpp" $flags
+  check_host "$work/host-pc"
+}
