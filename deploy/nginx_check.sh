@@ -30,6 +30,8 @@ cleanup() {
   rm -rf "$work"
 }
 trap cleanup EXIT
+# A time limit or Ctrl-C ends the script through the same clean-up.
+trap 'exit 1' INT TERM
 
 openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj "/CN=localhost" \
   -keyout "$work/key.pem" -out "$work/cert.pem" 2> /dev/null
@@ -111,7 +113,9 @@ mkdir -p "$work/answers"
 started=$(date +%s.%N)
 curl -sk --parallel --parallel-max 6 --max-time 120 \
   -w '%{http_code} %{url_effective}\n' -o "$work/answers/#1.html" \
-  "https://127.0.0.1:$proxy_port/echo?request=[1-$requests]" > "$work/codes.txt" 2> "$work/curl.err" || true
+  "https://127.0.0.1:$proxy_port/echo?request=[1-$requests]" > "$work/codes.txt" 2> "$work/curl.err" &
+pids+=($!)
+wait "${pids[-1]}" || true  # in the background, so that a signal is taken at once
 finished=$(date +%s.%N)
 
 bad=0

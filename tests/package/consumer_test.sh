@@ -12,6 +12,8 @@ source "$here/host_check.sh"
 
 work=$(mktemp -d /tmp/varnek-consumer.XXXXXX)
 trap 'stop_host; rm -rf "$work"' EXIT
+# A time limit or Ctrl-C ends the script through the same clean-up.
+trap 'exit 1' INT TERM
 prefix=$work/prefix
 
 echo "== install into $prefix"

@@ -29,6 +29,8 @@ cleanup() {
   rm -rf "$work"
 }
 trap cleanup EXIT
+# A time limit or Ctrl-C ends the script through the same clean-up.
+trap 'exit 1' INT TERM
 
 echo "== cpack -G DEB"
 (cd "$work" && cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/debs" > "$work/cpack.log") \
