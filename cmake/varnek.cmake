@@ -1,7 +1,49 @@
 # Small helpers shared by the folder CMakeLists.
 
+# Hosts and the library itself include headers as <varnek/runtime/...>: in the
+# build the source root is reachable as include/varnek in the binary folder,
+# once installed the headers sit under <prefix>/include/varnek.
+set(VARNEK_BUILD_INCLUDE_DIR ${PROJECT_BINARY_DIR}/include)
+file(MAKE_DIRECTORY ${VARNEK_BUILD_INCLUDE_DIR})
+if(NOT EXISTS ${VARNEK_BUILD_INCLUDE_DIR}/varnek)
+  file(CREATE_LINK ${PROJECT_SOURCE_DIR} ${VARNEK_BUILD_INCLUDE_DIR}/varnek SYMBOLIC)
+endif()
+
+# Every library target in the order declared (each after what it uses); the
+# install, the pkg-config file and the exported package are made from it.
+set_property(GLOBAL PROPERTY VARNEK_LIBRARIES "")
+
+# varnek_dependency(PACKAGE DEB dev-package [PC module] [LIBS flags]): finds an
+# outside package the libraries link, and records it for the installed
+# package (find_dependency), varnek.pc (Requires or Libs) and the -dev
+# Debian package's Depends. One line per dependency, next to its link.
+function(varnek_dependency package)
+  cmake_parse_arguments(ARG "" "DEB;PC" "LIBS" ${ARGN})
+  find_package(${package} REQUIRED)
+  set_property(GLOBAL APPEND PROPERTY VARNEK_FIND_DEPENDENCIES ${package})
+  set_property(GLOBAL APPEND PROPERTY VARNEK_DEB_DEPENDS ${ARG_DEB})
+  if(ARG_PC)
+    set_property(GLOBAL APPEND PROPERTY VARNEK_PC_REQUIRES ${ARG_PC})
+  endif()
+  if(ARG_LIBS)
+    set_property(GLOBAL APPEND PROPERTY VARNEK_PC_LIBS ${ARG_LIBS})
+  endif()
+endfunction()
+
+# Hardening for the library's own code. The sanitizer and fuzz builds keep
+# their own flags; fortification needs an optimising build.
+function(varnek_harden name)
+  if(VARNEK_SANITIZE OR VARNEK_FUZZ)
+    return()
+  endif()
+  target_compile_options(${name} PRIVATE -fstack-protector-strong
+    $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+  target_compile_definitions(${name} PRIVATE _GLIBCXX_ASSERTIONS)
+endfunction()
+
 # varnek_library(NAME DIR... DEPS ...): a static library of every .cpp in the
-# given folders (not below them), with the repository root on the include path.
+# given folders (not below them). Its users include its headers with the
+# varnek/ prefix; its own sources may still reach the source root directly.
 function(varnek_library name)
   cmake_parse_arguments(ARG "" "" "DIRS;DEPS" ${ARGN})
   set(sources "")
@@ -9,19 +51,23 @@ function(varnek_library name)
     file(GLOB found CONFIGURE_DEPENDS "${dir}/*.cpp")
     list(APPEND sources ${found})
   endforeach()
+  set(includes $<BUILD_INTERFACE:${VARNEK_BUILD_INCLUDE_DIR}> $<INSTALL_INTERFACE:include>)
   if(sources)
     add_library(${name} STATIC ${sources})
-    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+    target_include_directories(${name} PUBLIC ${includes} PRIVATE ${PROJECT_SOURCE_DIR})
     target_link_libraries(${name} PUBLIC ${ARG_DEPS})
+    varnek_harden(${name})
   else()
     add_library(${name} INTERFACE)
-    target_include_directories(${name} INTERFACE ${PROJECT_SOURCE_DIR})
+    target_include_directories(${name} INTERFACE ${includes})
     target_link_libraries(${name} INTERFACE ${ARG_DEPS})
   endif()
+  set_property(GLOBAL APPEND PROPERTY VARNEK_LIBRARIES ${name})
 endfunction()
 
 # varnek_test(NAME DIR DEPS ...): one GoogleTest program of every .cpp in DIR,
-# registered with CTest test by test. Every test has a time limit.
+# registered with CTest test by test, with the simulated platform linked.
+# Every test has a time limit.
 function(varnek_test name dir)
   cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS "${dir}/*.cpp")
@@ -29,7 +75,7 @@ function(varnek_test name dir)
     return()
   endif()
   add_executable(${name} ${sources})
-  target_link_libraries(${name} PRIVATE ${ARG_DEPS} GTest::gtest_main GTest::gmock)
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} varnek_sim GTest::gtest_main GTest::gmock)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   gtest_discover_tests(${name}
     WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}

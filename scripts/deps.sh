@@ -5,10 +5,11 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config
   googletest libgtest-dev libgmock-dev libbenchmark-dev
-  clang libclang-rt-14-dev
+  clang
   libcairo2-dev libasound2-dev zbar-tools
   libcurl4-openssl-dev libssl-dev libblkid-dev libc-ares-dev
   curl python3 procps iproute2
+  dpkg-dev nginx openssl wrk
   chromium locales
 )
 
@@ -23,6 +24,17 @@ if [ ${#missing[@]} -ne 0 ]; then
   export DEBIAN_FRONTEND=noninteractive
   $sudo apt-get update -qq
   $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# libFuzzer and the sanitizer runtimes of the clang that is installed.
+clang_major=$(clang --version | sed -n 's/.*clang version \([0-9]*\).*/\1/p' | head -n 1)
+if [ -n "$clang_major" ]; then
+  rt="libclang-rt-${clang_major}-dev"
+  if ! dpkg-query -W -f='${Status}' "$rt" 2>/dev/null | grep -q "install ok installed"; then
+    echo "Installing: $rt"
+    export DEBIAN_FRONTEND=noninteractive
+    $sudo apt-get install -y -qq --no-install-recommends "$rt"
+  fi
 fi
 
 # The locale tests read decimal marks and date orders of other countries.

@@ -2,6 +2,7 @@
 # Installs what is missing, builds Varnek and runs the whole test suite.
 #   scripts/test.sh              normal build in build/
 #   scripts/test.sh --sanitize   ASan+UBSan build in build-asan/
+# With CI=true warnings are errors.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -14,6 +15,10 @@ if [ "${1:-}" = "--sanitize" ]; then
   flags=(-DCMAKE_BUILD_TYPE=Debug -DVARNEK_SANITIZE=ON -DVARNEK_BENCH=OFF)
   export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
   export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+fi
+
+if [ "${CI:-}" = "true" ]; then
+  flags+=(-DVARNEK_WERROR=ON)
 fi
 
 cmake -S . -B "$dir" -G Ninja "${flags[@]}" > /dev/null

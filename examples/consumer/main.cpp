@@ -1,9 +1,12 @@
 // The smallest host: one page and a secured path, served until killed.
-#include "runtime/convert.h"
-#include "runtime/strings.h"
-#include "server/http_server.h"
+// Usage: host [PORT] (8080 when not given).
+#include <cstdlib>
 
-int main() {
+#include <varnek/runtime/convert.h>
+#include <varnek/runtime/strings.h>
+#include <varnek/server/http_server.h>
+
+int main(int argc, char** argv) {
   using namespace varnek;
   HTTPServer server;  // on the Linux platform and its event loop
   server.GETReceived = [&](Variant& url, Variant& ip, Variant&, Variant& response, Variant&,
@@ -14,7 +17,7 @@ int main() {
   };
   server.UsersAdd("admin:secret");    // Basic credentials, NAME:PASS
   server.SecurePathAdd("/admin");     // a path prefix that needs them
-  server.ServerPort(8080);
+  server.ServerPort(argc > 1 ? std::atoi(argv[1]) : 8080);
   server.ServerOpen(true);
   if (!server.ServerOpen()) return 1;  // port in use, or above 32767
   for (;;) server.loop().Pump(3600);   // the host's event loop

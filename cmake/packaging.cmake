@@ -1,0 +1,26 @@
+# cpack -G DEB: varnek-dev (headers, archives, CMake and pkg-config files)
+# and varnek-demo (the demo host with its systemd unit). varnek-dev depends on
+# the -dev packages of what the archives link; varnek-demo's dependencies are
+# read from the binary by dpkg-shlibdeps.
+get_property(varnek_deb_depends GLOBAL PROPERTY VARNEK_DEB_DEPENDS)
+list(REMOVE_DUPLICATES varnek_deb_depends)
+list(JOIN varnek_deb_depends ", " varnek_dev_depends)
+
+set(CPACK_PACKAGE_NAME varnek)
+set(CPACK_PACKAGE_VENDOR "Varnek developers")
+set(CPACK_PACKAGE_CONTACT "Varnek developers <varnek@localhost>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Embeddable HTTP 1.0 server control and utility library")
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_COMPONENTS_ALL dev demo)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME varnek-dev)
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${varnek_dev_depends}")
+set(CPACK_DEBIAN_DEV_DESCRIPTION "Varnek: headers, static libraries, CMake package and varnek.pc")
+set(CPACK_DEBIAN_DEMO_PACKAGE_NAME varnek-demo)
+set(CPACK_DEBIAN_DEMO_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_DEMO_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_DEMO_DESCRIPTION "Varnek demo host, with a systemd unit and a TLS proxy site")
+include(CPack)
