@@ -6,7 +6,7 @@ packages=(
   build-essential cmake ninja-build pkg-config
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
-  libcurl4-openssl-dev libssl-dev libblkid-dev
+  libcurl4-openssl-dev libssl-dev libblkid-dev libboost-context-dev
   curl python3 procps iproute2
   chromium locales
 )

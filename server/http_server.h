@@ -164,6 +164,7 @@ class HTTPServer {
   struct Slot {
     std::unique_ptr<SocketCtl> socket;
     Text motor_stamp;  // host text form of a date, or ""
+    uint64_t connection = 0;  // counts the connections the slot has taken
   };
   // Counts our handlers on the stack, so removed sockets are freed only when
   // none of them can still be inside one.
@@ -208,6 +209,11 @@ class HTTPServer {
   void Pause(double seconds);             // DateTime_PausaTimer; pumps
   void DoEvents();
   void WaitClosed(SocketCtl* listener, int32_t index);  // up to 10 s for State 1; pumps
+  // Pause 1 s, Close slot `index`, wait up to 10 s for State 1. `resume`:
+  // each step swallows its failure; otherwise the first failure leaves.
+  // With connections side by side the slot may take another connection
+  // during the pause: that one is left alone. Pumps.
+  void PauseCloseAndWait(int32_t index, bool resume = true);
   double StampOrNow(int32_t index);
   Text NowText();
 

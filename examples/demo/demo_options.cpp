@@ -20,8 +20,10 @@ bool ToInt(const std::string& text, int low, int high, int& out) {
 
 std::string Usage() {
   return "usage: varnek-demo [--port N] [--slots N] [--watchdog SECONDS] [--welcome TEXT]\n"
-         "                   [--user NAME:PASS]... [--secure PATH]...\n"
-         "Without --user and --secure, /admin is secured for admin:admin.\n";
+         "                   [--user NAME:PASS]... [--secure PATH]... [--one-stack]\n"
+         "Without --user and --secure, /admin is secured for admin:admin.\n"
+         "--one-stack nests every handler on one stack (the classic way) instead of\n"
+         "running each connection on a strand of its own.\n";
 }
 
 bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
@@ -30,6 +32,10 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
     if (flag == "--help" || flag == "-h") {
       error = "";
       return false;
+    }
+    if (flag == "--one-stack") {  // a flag without a value
+      options.one_stack = true;
+      continue;
     }
     if (k + 1 >= argc) {
       error = "missing value after " + flag;

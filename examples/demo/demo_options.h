@@ -14,6 +14,7 @@ struct Options {
   std::vector<std::string> users;    // NAME:PASS
   std::vector<std::string> secure;   // path prefixes
   bool defaults_for_admin = false;   // no --user/--secure given: /admin for admin:admin
+  bool one_stack = false;            // --one-stack: the loop nests every handler
 };
 
 // Parses argv. Returns false and fills `error` on an unknown or malformed flag.

@@ -1,5 +1,6 @@
 // The process-wide Linux platform: each service is made at first use of the
-// bundle and lives until the process ends. Add a service with one line below.
+// bundle and lives until the process ends. Add a service with one line below;
+// a service that needs the loop takes the one given.
 #include <memory>
 
 #include "platform/linux/file_settings_store.h"
@@ -13,20 +14,21 @@
 
 namespace varnek {
 
+Platform& LinuxPlatformOn(LinuxLoop& loop) {
+  // Never destroyed: handlers may still reach the services during exit.
+  auto* p = new Platform;
+  p->loop = &loop;  // the Linux services watch their descriptors here
+  p->app = new LinuxApplication;
+  p->settings = new FileSettingsStore;
+  p->sockets = new LinuxSocketFactory(loop);
+  p->files = &LinuxFiles();
+  p->profiles = &LinuxProfiles();
+  p->dates = &LinuxDates();
+  return *p;
+}
+
 Platform& LinuxPlatform() {
-  static Platform* platform = [] {
-    // Never destroyed: handlers may still reach the services during exit.
-    auto* p = new Platform;
-    auto* loop = new LinuxLoop;  // the Linux services watch their descriptors here
-    p->loop = loop;
-    p->app = new LinuxApplication;
-    p->settings = new FileSettingsStore;
-    p->sockets = new LinuxSocketFactory(*loop);
-    p->files = &LinuxFiles();
-    p->profiles = &LinuxProfiles();
-    p->dates = &LinuxDates();
-    return p;
-  }();
+  static Platform* platform = &LinuxPlatformOn(*new LinuxLoop);
   return *platform;
 }
 

@@ -213,9 +213,13 @@ void LinuxSocket::OnListenerReadable() {
     }
     auto& offered = factory_.offered();
     offered.insert(fd);
-    Fire(on_connection_request, fd);
-    // A handle nobody took is closed; the peer sees the connection end.
-    if (offered.erase(fd)) CloseFd(fd);
+    // Each connection starts on a strand of its own. A handle nobody took by
+    // the end of the handler (waits included) is closed; the peer sees the
+    // connection end.
+    loop_.RunOn(nullptr, [&offered, fd, handler = on_connection_request] {
+      if (handler) handler(fd);
+      if (offered.erase(fd)) CloseFd(fd);
+    });
     if (alive.expired()) return;
   }
 }
@@ -242,6 +246,7 @@ void LinuxSocket::SetAcceptHandle(int32_t handle) {
   if (!offered.count(handle)) Fail(kSockErrInvalidHandle, "Invalid handle");
   if (state_ != kSocketClosed || fd_ >= 0) FailWrongState();
   offered.erase(handle);
+  strand_ = loop_.CurrentStrand();  // the connection's handler goes on here
   Adopt(handle);
   PostReadyCheck();  // bytes may have come before the handle was taken
 }
