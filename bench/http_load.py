@@ -230,10 +230,7 @@ def main():
     port += 1
     demo = Demo(args.demo, port, 1000)
     try:
-        answered, _ = concurrent(port, 1000)
-        print(f"1,000 GETs at once, --slots 1000: {len(answered)} whole answers, largest latency "
-              f"{max(answered) if answered else float('nan'):.2f} s")
-        time.sleep(3.0)
+        # Held first, on a fresh process, so no earlier burst has grown it.
         before = rss_kib(demo.proc.pid)
         held = hold(port, 1000)
         time.sleep(1.0)
@@ -242,6 +239,10 @@ def main():
               f"{grown / max(len(held), 1):.1f} KiB")
         for s in held:
             s.close()
+        time.sleep(3.0)
+        answered, _ = concurrent(port, 1000)
+        print(f"1,000 GETs at once, --slots 1000: {len(answered)} whole answers, largest latency "
+              f"{max(answered) if answered else float('nan'):.2f} s")
     finally:
         print("  demo at exit: " + demo.stop())
 

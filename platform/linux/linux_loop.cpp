@@ -36,10 +36,16 @@ double MonotonicSeconds() {
 tm LocalNow(long* nanoseconds) {
   timespec ts{};
   clock_gettime(CLOCK_REALTIME, &ts);
-  tm local{};
-  localtime_r(&ts.tv_sec, &local);
+  // The time zone conversion is the dear part and every waiting strand reads
+  // the clock after each pass: convert once per second.
+  thread_local time_t cached_second = -1;
+  thread_local tm cached{};
+  if (ts.tv_sec != cached_second) {
+    localtime_r(&ts.tv_sec, &cached);
+    cached_second = ts.tv_sec;
+  }
   if (nanoseconds) *nanoseconds = ts.tv_nsec;
-  return local;
+  return cached;
 }
 
 struct WatchEntry {
