@@ -42,8 +42,8 @@ class FiberStackPool {
   // system gives no more memory.
   Stack Acquire();
   void Release(Stack stack);
-  // Keeps a stack mapped for good and tells the leak checker to scan it: for
-  // fibers still suspended when their loop goes away.
+  // Keeps a stack mapped for good: for fibers still suspended when their
+  // loop goes away.
   void Abandon(Stack stack);
 
  private:

@@ -60,7 +60,8 @@ int main(int argc, char** argv) {
 
   // The host's own loop, so it can watch the signal descriptor and choose
   // how handlers run. Never destroyed, as the platform's services are not.
-  auto* loop = new LinuxLoop(options.one_stack ? LoopMode::kOneStack : LoopMode::kStrands);
+  static LinuxLoop* const loop =
+      new LinuxLoop(options.one_stack ? LoopMode::kOneStack : LoopMode::kStrands);
   Platform& platform = LinuxPlatformOn(*loop);
   bool stop = false;
   const bool watched = loop->Watch(signal_fd, EPOLLIN, [&](uint32_t) {
