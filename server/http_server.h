@@ -11,7 +11,10 @@
 //   server.ServerOpen(true);
 //
 // Everything runs on the host loop's thread. Waits pump that loop, so events,
-// timer ticks and host calls may run inside any routine marked "pumps".
+// timer ticks and host calls may run inside any routine marked "pumps": with
+// strands, those of the same connection nest there and those of other
+// connections run beside it. Destroying the server lets its waiting handlers
+// end first (pumps, at most 15 s after Stop).
 #pragma once
 
 #include <cstdint>
