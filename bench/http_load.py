@@ -1,13 +1,16 @@
 #!/usr/bin/env python3
 """Load figures for the demo host on 127.0.0.1.
 
-Starts varnek-demo, then measures:
+Starts varnek-demo (its reports read away and dropped), then measures:
   * the latency of a GET, 50 requests one after another (median and p99), both
     to the complete answer (Content-Length satisfied) and to the server's close;
-  * the demo's CPU seconds while idle for 30 s (utime + stime, /proc/<pid>/stat);
-  * 100 clients at once against --slots 100: how many got a whole answer and
-    the largest latency;
-  * the deepest nesting of the host loop, from the demo's stderr at exit.
+  * 100 GETs at once against --slots 100, and 1,000 against --slots 1000: how
+    many got a whole answer and the largest latency to it;
+  * the server's CPU time per GET (utime + stime, /proc/<pid>/stat) over 1,000
+    GETs, 20 at a time, and its CPU seconds while idle for 30 s;
+  * the growth of its resident set per open connection while 1,000 are held;
+  * 20 GETs at once in one-stack mode, for comparison;
+  * the loop's nesting and strand counters, printed by the demo at exit.
 
 Every network wait has a time limit. Usage:
   bench/http_load.py [--demo build/examples/varnek-demo] [--port 18080]
@@ -116,29 +119,91 @@ def concurrent(port, clients):
     return answered, wall
 
 
+def rss_kib(pid):
+    with open(f"/proc/{pid}/status") as f:
+        for line in f:
+            if line.startswith("VmRSS:"):
+                return int(line.split()[1])
+    return 0
+
+
+def raise_fd_limit():
+    import resource
+    soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
+
+
+class Demo:
+    """The demo host on a port. Its reports (stderr) are read away and dropped
+    as they come, all but the counters line it prints at exit."""
+
+    def __init__(self, binary, port, slots, extra=()):
+        self.port = port
+        self.proc = subprocess.Popen([binary, "--port", str(port), "--slots", str(slots), *extra],
+                                     stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+                                     preexec_fn=raise_fd_limit)
+        self.out = []
+        self.reader = threading.Thread(target=self._drain, daemon=True)
+        self.reader.start()
+        if not wait_listening(port):
+            self.stop()
+            raise RuntimeError("the demo did not start listening")
+        time.sleep(1.5)  # let the probe connection's slot close
+
+    def _drain(self):
+        for line in self.proc.stderr:
+            if b"MaxPumpDepth" in line:
+                self.out.append(line)
+
+    def stop(self):
+        self.proc.send_signal(signal.SIGTERM)
+        try:
+            self.proc.wait(60)
+        except subprocess.TimeoutExpired:
+            self.proc.kill()
+            self.proc.wait(5)
+        self.reader.join(5)
+        counters = [l.decode(errors="replace").strip() for l in self.out if b"MaxPumpDepth" in l]
+        return counters[-1] if counters else "counters not reported"
+
+
+def batches(port, total, at_once):
+    """`total` GETs, `at_once` at a time; the number of whole answers."""
+    whole = 0
+    for _ in range(total // at_once):
+        answered, _ = concurrent(port, at_once)
+        whole += len(answered)
+    return whole
+
+
+def hold(port, count, seconds=60.0):
+    """Opens `count` connections that send nothing; returns the sockets."""
+    held = []
+    deadline = time.monotonic() + seconds
+    for _ in range(count):
+        if time.monotonic() > deadline:
+            break
+        try:
+            held.append(socket.create_connection(("127.0.0.1", port), timeout=10))
+        except OSError:
+            break
+    return held
+
+
 def main():
     here = os.path.dirname(os.path.abspath(__file__))
     ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     ap.add_argument("--demo", default=os.path.join(here, "..", "build", "examples", "varnek-demo"))
     ap.add_argument("--port", type=int, default=18080)
-    ap.add_argument("--slots", type=int, default=100)
     ap.add_argument("--requests", type=int, default=50)
     ap.add_argument("--idle", type=float, default=30.0)
-    ap.add_argument("--clients", type=int, default=100)
     args = ap.parse_args()
+    raise_fd_limit()  # 1,000 clients need more than 1,024 descriptors here too
+    port = args.port
 
-    demo = subprocess.Popen([args.demo, "--port", str(args.port), "--slots", str(args.slots)],
-                            stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-    stderr_lines = []
-    reader = threading.Thread(target=lambda: stderr_lines.extend(demo.stderr), daemon=True)
-    reader.start()
+    demo = Demo(args.demo, port, 100)
     try:
-        if not wait_listening(args.port):
-            print("the demo did not start listening", file=sys.stderr)
-            return 1
-        time.sleep(1.5)  # let the probe connection's slot close
-
-        whole, closed = sequential(args.port, args.requests)
+        whole, closed = sequential(port, args.requests)
         print(f"sequential GET x{args.requests}: {len(whole)} whole answers")
         if whole:
             print(f"  to whole answer: median {statistics.median(whole)*1000:.1f} ms, "
@@ -146,28 +211,49 @@ def main():
         if closed:
             print(f"  to server close: median {statistics.median(closed)*1000:.1f} ms, "
                   f"p99 {percentile(closed, 99)*1000:.1f} ms")
-
-        time.sleep(2.0)  # last slot closes
-        before = cpu_seconds(demo.pid)
+        time.sleep(2.0)
+        answered, _ = concurrent(port, 100)
+        print(f"100 GETs at once, --slots 100: {len(answered)} whole answers, largest latency "
+              f"{max(answered) if answered else float('nan'):.2f} s")
+        time.sleep(2.0)
+        before = cpu_seconds(demo.proc.pid)
+        done = batches(port, 1000, 20)
+        spent = cpu_seconds(demo.proc.pid) - before
+        print(f"server CPU per GET (1,000 GETs, 20 at a time, {done} whole): {spent / 1000 * 1000:.3f} ms")
+        time.sleep(2.0)
+        before = cpu_seconds(demo.proc.pid)
         time.sleep(args.idle)
-        after = cpu_seconds(demo.pid)
-        print(f"idle {args.idle:.0f} s: {after - before:.2f} CPU seconds")
-
-        answered, wall = concurrent(args.port, args.clients)
-        print(f"{args.clients} clients at once (--slots {args.slots}): {len(answered)} answered "
-              f"in {wall:.1f} s wall")
-        if answered:
-            print(f"  largest latency {max(answered)*1000:.0f} ms, median {statistics.median(answered)*1000:.0f} ms")
+        print(f"idle CPU over {args.idle:.0f} s: {cpu_seconds(demo.proc.pid) - before:.2f} s")
     finally:
-        demo.send_signal(signal.SIGTERM)
-        try:
-            demo.wait(30)
-        except subprocess.TimeoutExpired:
-            demo.kill()
-            demo.wait(5)
-        reader.join(5)
-    depth = [l.decode(errors="replace").strip() for l in stderr_lines if b"MaxPumpDepth" in l]
-    print("deepest host loop nesting: " + (depth[-1].split()[-1] if depth else "not reported"))
+        print("  demo at exit: " + demo.stop())
+
+    port += 1
+    demo = Demo(args.demo, port, 1000)
+    try:
+        # Held first, on a fresh process, so no earlier burst has grown it.
+        before = rss_kib(demo.proc.pid)
+        held = hold(port, 1000)
+        time.sleep(1.0)
+        grown = rss_kib(demo.proc.pid) - before
+        print(f"RSS growth per open connection ({len(held)} held): "
+              f"{grown / max(len(held), 1):.1f} KiB")
+        for s in held:
+            s.close()
+        time.sleep(3.0)
+        answered, _ = concurrent(port, 1000)
+        print(f"1,000 GETs at once, --slots 1000: {len(answered)} whole answers, largest latency "
+              f"{max(answered) if answered else float('nan'):.2f} s")
+    finally:
+        print("  demo at exit: " + demo.stop())
+
+    port += 1
+    demo = Demo(args.demo, port, 100, ["--one-stack"])
+    try:
+        answered, _ = concurrent(port, 20)
+        print(f"one-stack mode, 20 GETs at once: {len(answered)} whole answers, largest latency "
+              f"{max(answered) if answered else float('nan'):.2f} s")
+    finally:
+        print("  demo at exit: " + demo.stop())
     return 0
 
 

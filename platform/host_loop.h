@@ -1,6 +1,9 @@
 // The host's event loop as the logic sees it: pumping, timers, posted calls
-// and the clock. One thread, no locks: every wait in the logic is a pump, and
-// handlers run nested inside other handlers' waits.
+// and the clock. One thread, no locks: every wait in the logic is a pump.
+// Handlers run on strands (platform/strand_scheduler.h): events of one strand
+// nest inside its waits, events of different strands run side by side, and a
+// wait suspends only the strand that waits. In one-stack mode every handler
+// nests on the caller's stack instead.
 //
 //   // wait until `end` on the seconds-since-midnight clock, serving events:
 //   loop.PumpUntilTimer(end);
@@ -14,8 +17,19 @@
 
 namespace varnek {
 
-// A periodic timer on the host's thread. The tick handler does not re-enter
-// itself: while it runs (and pumps), further ticks of the same timer wait.
+// How a loop runs handlers, chosen when it is made.
+enum class LoopMode {
+  kStrands,   // each strand on a fiber of its own (the default)
+  kOneStack,  // every handler nested on the caller's stack, the classic way
+};
+
+class Strand;  // platform/strand_scheduler.h
+using StrandRef = std::shared_ptr<Strand>;
+
+// A periodic timer on the host's thread. Its ticks run on the timer's own
+// strand: a tick due while the handler is inside a wait runs nested in that
+// wait. In one-stack mode a tick does not re-enter its running handler: the
+// next one waits until it has returned.
 class LoopTimer {
  public:
   virtual ~LoopTimer() = default;
@@ -66,10 +80,32 @@ class HostLoop {
   // code spins here; the Linux loop sleeps instead, which looks the same.
   virtual void Freeze(double seconds) = 0;
 
-  // How many Pump calls are active on the stack right now (0 outside any).
+  // How many Pump calls are active on the current strand's stack (0 outside
+  // any).
   virtual int PumpDepth() const = 0;
   // The deepest PumpDepth seen since the loop was made, for measurements.
   virtual int MaxPumpDepth() const = 0;
+
+  virtual LoopMode Mode() const = 0;
+  // A strand of its own for a source of events (a control, a connection).
+  virtual StrandRef NewStrand() = 0;
+  // The strand whose handler runs now; outside every handler a new one.
+  virtual StrandRef CurrentStrand() = 0;
+  // Runs fn on `strand` (null: a new one); see platform/strand_scheduler.h.
+  // In one-stack mode it simply calls fn.
+  virtual void RunOn(const StrandRef& strand, std::function<void()> fn) = 0;
+  // Strands with a handler running or waiting now, and the most at once.
+  virtual int LiveStrands() const = 0;
+  virtual int MaxLiveStrands() const = 0;
 };
+
+// Raises an event: runs a copy of `handler` (if set) on `strand`, made on
+// first use. The copy lets a handler destroy its control and finish safely.
+template <class Fn, class... Args>
+void FireOn(HostLoop& loop, StrandRef& strand, const Fn& handler, Args... args) {
+  if (!handler) return;
+  if (!strand) strand = loop.NewStrand();
+  loop.RunOn(strand, [copy = handler, args...]() mutable { copy(args...); });
+}
 
 }  // namespace varnek

@@ -48,4 +48,11 @@ struct Platform {
 // The process-wide Linux platform, made at first use.
 Platform& LinuxPlatform();
 
+class LinuxLoop;  // platform/linux/linux_loop.h
+// A Linux platform around a loop the host made itself (say, one-stack, or
+// one it watches its own descriptors on): the services that need a loop use
+// `loop`, which must outlive every use of the bundle. Made anew per call and
+// never destroyed, like LinuxPlatform().
+Platform& LinuxPlatformOn(LinuxLoop& loop);
+
 }  // namespace varnek

@@ -12,7 +12,8 @@ struct TimerTable::State {
   std::weak_ptr<std::function<double()>> clock;  // expires with the table
   int32_t interval_ms = 0;
   bool enabled = false;
-  bool running = false;  // the tick handler is on the stack
+  bool running = false;  // one stack: the tick handler is on the stack
+  StrandRef strand;      // with strands: where the ticks run
   double due = 0;        // clock seconds of the next tick
   uint64_t order = 0;    // creation order, breaks ties
   uint64_t last_pass = 0;
@@ -100,9 +101,17 @@ bool TimerTable::TickNext(double now, uint64_t pass) {
   state->last_pass = pass;
   state->due = now + state->interval_ms / 1000.0;
   std::function<void()> fn = state->owner->on_tick;
-  state->running = true;
-  if (fn) fn();
-  state->running = false;
+  if (!fn) return true;
+  if (loop_ && loop_->Mode() == LoopMode::kStrands) {
+    FireOn(*loop_, state->strand, fn);
+    return true;
+  }
+  struct Running {
+    State& state;
+    explicit Running(State& s) : state(s) { state.running = true; }
+    ~Running() { state.running = false; }
+  } running(*state);
+  fn();
   return true;
 }
 

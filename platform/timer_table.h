@@ -1,8 +1,9 @@
 // The periodic timers of a host loop, on whatever clock the loop keeps: the
 // loop asks when the next one is due and ticks the due ones. Both loops share
-// this, so their timers behave alike: a tick handler does not re-enter itself,
-// each timer ticks at most once per pass, ties go to the older timer, and a
-// late tick is not caught up.
+// this, so their timers behave alike: each timer ticks at most once per pass,
+// ties go to the older timer, and a late tick is not caught up. With strands
+// each timer's ticks run on its own strand; in one-stack mode a tick handler
+// does not re-enter itself.
 #pragma once
 
 #include <cstdint>
@@ -23,6 +24,8 @@ class TimerTable {
   TimerTable& operator=(const TimerTable&) = delete;
 
   std::unique_ptr<LoopTimer> Create();
+  // The loop whose strands run the ticks (unset: ticks are plain calls).
+  void SetLoop(HostLoop* loop) { loop_ = loop; }
 
   // The earliest due time of an armed timer; infinity when none is armed.
   double NextDue() const;
@@ -43,6 +46,7 @@ class TimerTable {
   State* Best(double now, uint64_t pass) const;
   std::shared_ptr<std::function<double()>> clock_;
   std::vector<std::shared_ptr<State>> timers_;
+  HostLoop* loop_ = nullptr;
   uint64_t pass_ = 0;
   uint64_t next_order_ = 0;
 };

@@ -7,7 +7,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   clang
   libcairo2-dev libasound2-dev zbar-tools
-  libcurl4-openssl-dev libssl-dev libblkid-dev libc-ares-dev
+  libcurl4-openssl-dev libssl-dev libblkid-dev libc-ares-dev libboost-context-dev
   curl python3 procps iproute2
   dpkg-dev nginx openssl wrk
   chromium locales

@@ -45,9 +45,7 @@ void HTTPServer::SocketXListen_Accept(int32_t handle) {
     });
     if (!stale) continue;
     Resume([&] { Report(u"Server - Forzando cerrado del motor " + Number(i)); });
-    Resume([&] { Pause(1); });
-    Resume([&] { Sock(i).Close(); });
-    Resume([&] { WaitClosed(nullptr, i); });
+    PauseCloseAndWait(i);
   }
   DoEvents();
 
@@ -64,6 +62,7 @@ void HTTPServer::SocketXListen_Accept(int32_t handle) {
   Resume([&] { ExtraOf(i) = u""; });
   Resume([&] { KeepOpenOf(i) = false; });
   Resume([&] { Sock(i).SetAcceptHandle(handle); });
+  Resume([&] { ++SlotAt(i).connection; });
   Resume([&] { SlotAt(i).motor_stamp = NowText(); });
   Resume([&] { Report(u"Server - Asignando el motor " + Number(i)); });
   DoEvents();
@@ -108,9 +107,7 @@ void HTTPServer::CloseAfterAnswer(int16_t index) {
   bool open = false;
   Resume([&] { open = Sock(index).State() != kSocketClosed; });
   if (!open) return;
-  Resume([&] { Pause(1); });
-  Resume([&] { Sock(index).Close(); });
-  Resume([&] { WaitClosed(nullptr, index); });
+  PauseCloseAndWait(index);
 }
 
 // An asynchronous operation finished on slot `index`. The report comes last,

@@ -11,7 +11,10 @@
 //   server.ServerOpen(true);
 //
 // Everything runs on the host loop's thread. Waits pump that loop, so events,
-// timer ticks and host calls may run inside any routine marked "pumps".
+// timer ticks and host calls may run inside any routine marked "pumps": with
+// strands, those of the same connection nest there and those of other
+// connections run beside it. Destroying the server lets its waiting handlers
+// end first (pumps, at most 15 s after Stop).
 #pragma once
 
 #include <cstdint>
@@ -164,6 +167,7 @@ class HTTPServer {
   struct Slot {
     std::unique_ptr<SocketCtl> socket;
     Text motor_stamp;  // host text form of a date, or ""
+    uint64_t connection = 0;  // counts the connections the slot has taken
   };
   // Counts our handlers on the stack, so removed sockets are freed only when
   // none of them can still be inside one.
@@ -208,6 +212,11 @@ class HTTPServer {
   void Pause(double seconds);             // DateTime_PausaTimer; pumps
   void DoEvents();
   void WaitClosed(SocketCtl* listener, int32_t index);  // up to 10 s for State 1; pumps
+  // Pause 1 s, Close slot `index`, wait up to 10 s for State 1. `resume`:
+  // each step swallows its failure; otherwise the first failure leaves.
+  // With connections side by side the slot may take another connection
+  // during the pause: that one is left alone. Pumps.
+  void PauseCloseAndWait(int32_t index, bool resume = true);
   double StampOrNow(int32_t index);
   Text NowText();
 

@@ -63,9 +63,7 @@ void HTTPServer::Proceso_Close(const Variant& Index) {
   bool open = false;
   Resume([&] { open = Sock(i).State() != kSocketClosed; });
   if (!open) return;
-  Resume([&] { Pause(1); });
-  Resume([&] { Sock(i).Close(); });
-  Resume([&] { WaitClosed(nullptr, i); });
+  PauseCloseAndWait(i);
 }
 
 bool HTTPServer::Proceso_KeepOpen(const Variant& Index) {

@@ -144,9 +144,7 @@ void HTTPServer::Procesar_Recibido(int16_t& IdxProceso, const Variant& text) {
   if (Sock(IdxProceso).State() == kSocketConnected) {
     Sock(IdxProceso).Send(response);
   } else {
-    Pause(1);
-    Sock(IdxProceso).Close();
-    WaitClosed(nullptr, IdxProceso);
+    PauseCloseAndWait(IdxProceso, false);
   }
 }
 

@@ -2,6 +2,7 @@
 // failure handler, Stop, the slot pool, and the plain properties with rules.
 #include "adds/adds.h"
 #include "runtime/convert.h"
+#include "runtime/dates.h"
 #include "runtime/failure.h"
 #include "runtime/int16.h"
 #include "runtime/strings.h"
@@ -32,6 +33,15 @@ HTTPServer::HTTPServer(Platform& platform) : platform_(&platform) {
 
 HTTPServer::~HTTPServer() {
   Stop();
+  // Handlers of ours may still wait on strands of their own: with the slots
+  // gone they end at their next step, so let them, at most 15 s (a handler
+  // that destroys its own server would never see the count reach zero).
+  if (handler_depth_ > 0) {
+    HostLoop& host = loop();
+    const double deadline = DateAdd(u"s", 15, host.Now());  // across midnight too
+    host.PumpUntil([&] { return handler_depth_ == 0 || !(host.Now() < deadline); },
+                   [&] { return (deadline - host.Now()) * 86400.0; });
+  }
   // Nothing of ours may call back into a half-destroyed object.
   listener_->on_connection_request = nullptr;
   watchdog_->on_tick = nullptr;

@@ -71,14 +71,32 @@ void HTTPServer::DoEvents() { loop().DoEvents(); }
 void HTTPServer::WaitClosed(SocketCtl* listener, int32_t index) {
   HostLoop& host = loop();
   const double deadline = DateAdd(u"s", 10, host.Now());
-  for (;;) {
-    const double now = host.Now();
-    if (!(now < deadline)) break;
-    const SocketCtl& socket = listener ? *listener : Sock(index);
-    if (socket.State() == kSocketClosed) break;
-    // Blocks until an event or the deadline, so a wait burns no processor.
-    host.Pump((deadline - now) * 86400.0);
-  }
+  // Blocks until an event or the deadline, so a wait burns no processor.
+  host.PumpUntil(
+      [&] {
+        if (!(host.Now() < deadline)) return true;
+        const SocketCtl& socket = listener ? *listener : Sock(index);
+        return socket.State() == kSocketClosed;
+      },
+      [&] { return (deadline - host.Now()) * 86400.0; });
+}
+
+void HTTPServer::PauseCloseAndWait(int32_t index, bool resume) {
+  const auto step = [resume](auto&& statement) {
+    if (resume) {
+      Resume(statement);
+    } else {
+      statement();
+    }
+  };
+  uint64_t connection = 0;
+  step([&] { connection = SlotAt(index).connection; });
+  step([&] { Pause(1); });
+  bool same = true;
+  step([&] { same = SlotAt(index).connection == connection; });
+  if (!same) return;
+  step([&] { Sock(index).Close(); });
+  step([&] { WaitClosed(nullptr, index); });
 }
 
 double HTTPServer::StampOrNow(int32_t index) {

@@ -25,9 +25,7 @@ void HTTPServer::TimerWatchdog_Tick() {
     });
     if (!expired) continue;
     Resume([&] { Report(u"Watchdog - Forzando cerrado de motor " + CStr(Variant::Long(i))); });
-    Resume([&] { Pause(1); });
-    Resume([&] { Sock(i).Close(); });
-    Resume([&] { WaitClosed(nullptr, i); });
+    PauseCloseAndWait(i);
   }
 }
 

@@ -164,18 +164,20 @@ Variant VariableStore::Collection_FindIdxKey(const Collection& Col, const Varian
 Variant VariableStore::DateTime_Pausa(int32_t lAmtOfDelay) {
   HostLoop& host = loop();
   const int64_t target = WholeSeconds(host.Now()) + lAmtOfDelay;
-  for (;;) {
-    const int64_t now = WholeSeconds(host.Now());
-    if (now >= target) break;
-    // Block until the calendar second of the target begins: the whole seconds
-    // left, less the part of the current second already gone. The fraction
-    // comes from the single-precision clock, which may already read the next
-    // second; it is taken against the calendar's second and kept in 0..1.
-    double into_second = host.Timer() - static_cast<double>(now % 86400);
-    if (into_second < 0) into_second += kSecondsPerDay;  // the clock wrapped first
-    into_second = std::clamp(into_second, 0.0, 1.0);
-    host.Pump(std::max(static_cast<double>(target - now) - into_second, 0.001));
-  }
+  host.PumpUntil([&] { return WholeSeconds(host.Now()) >= target; },
+                 [&] {
+                   // Block until the calendar second of the target begins:
+                   // the whole seconds left, less the part of the current
+                   // second already gone. The fraction comes from the
+                   // single-precision clock, which may already read the next
+                   // second; it is taken against the calendar's second and
+                   // kept in 0..1.
+                   const int64_t now = WholeSeconds(host.Now());
+                   double into_second = host.Timer() - static_cast<double>(now % 86400);
+                   if (into_second < 0) into_second += kSecondsPerDay;  // the clock wrapped first
+                   into_second = std::clamp(into_second, 0.0, 1.0);
+                   return std::max(static_cast<double>(target - now) - into_second, 0.001);
+                 });
   return Variant();
 }
 
@@ -191,7 +193,7 @@ Variant VariableStore::DateTime_PausaTimer(const Variant& Secs_interval) {
       host.Freeze(std::max(kSecondsPerDay - t, 0.001));
     }
   }
-  for (float t = host.Timer(); t < end; t = host.Timer()) host.Pump(end - t);
+  host.PumpUntilTimer(end);
   return Variant();
 }
 

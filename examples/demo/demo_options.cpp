@@ -23,7 +23,10 @@ std::string Usage() {
          "                   [--user NAME:PASS]... [--secure PATH]... [--gateway URL]\n"
          "                   [--time-server HOST] [--time-port N]\n"
          "                   [--pager-port N | --pager-device PATH] [--pager-phone NUMBER]\n"
-         "Without --user and --secure, /admin is secured for admin:admin.\n";
+         "                   [--one-stack]\n"
+         "Without --user and --secure, /admin is secured for admin:admin.\n"
+         "--one-stack nests every handler on one stack (the classic way) instead of\n"
+         "running each connection on a strand of its own.\n";
 }
 
 bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
@@ -32,6 +35,10 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
     if (flag == "--help" || flag == "-h") {
       error = "";
       return false;
+    }
+    if (flag == "--one-stack") {  // a flag without a value
+      options.one_stack = true;
+      continue;
     }
     if (k + 1 >= argc) {
       error = "missing value after " + flag;

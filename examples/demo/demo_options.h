@@ -22,6 +22,7 @@ struct Options {
   int pager_port = 0;
   std::string pager_device;
   std::string pager_phone;
+  bool one_stack = false;            // --one-stack: the loop nests every handler
 };
 
 // Parses argv. Returns false and fills `error` on an unknown or malformed flag.

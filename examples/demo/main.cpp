@@ -62,19 +62,25 @@ int main(int argc, char** argv) {
     return 1;
   }
 
-  Platform& platform = LinuxPlatform();
-  auto* loop = dynamic_cast<LinuxLoop*>(platform.loop);
-  if (!loop) return 1;
+  // The host's own loop, so it can watch the signal descriptor and choose
+  // how handlers run. Never destroyed, as the platform's services are not.
+  static LinuxLoop* const loop =
+      new LinuxLoop(options.one_stack ? LoopMode::kOneStack : LoopMode::kStrands);
+  Platform& platform = LinuxPlatformOn(*loop);
   auto* clock = dynamic_cast<LinuxNetworkClock*>(platform.network_clock);
   if (clock && options.time_port) clock->set_port(static_cast<uint16_t>(options.time_port));
   bool stop = false;
-  loop->Watch(signal_fd, EPOLLIN, [&](uint32_t) {
+  const bool watched = loop->Watch(signal_fd, EPOLLIN, [&](uint32_t) {
     signalfd_siginfo info{};
     while (read(signal_fd, &info, sizeof info) == sizeof info) {
       Log("signal " + std::to_string(info.ssi_signo) + ": stopping");
       stop = true;
     }
   });
+  if (!watched) {
+    std::perror("epoll_ctl");
+    return 1;
+  }
 
   HTTPServer server(platform);
   demo::DemoHost host(server, Log, options);
@@ -108,6 +114,8 @@ int main(int argc, char** argv) {
   server.ServerOpen(false);
   loop->Unwatch(signal_fd);
   close(signal_fd);
-  std::cerr << "MaxPumpDepth " << loop->MaxPumpDepth() << std::endl;
+  std::cerr << "MaxPumpDepth " << loop->MaxPumpDepth() << " LiveStrands " << loop->LiveStrands()
+            << " MaxLiveStrands " << loop->MaxLiveStrands()
+            << (options.one_stack ? " (one stack)" : "") << std::endl;
   return 0;
 }

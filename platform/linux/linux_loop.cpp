@@ -2,6 +2,7 @@
 // timers by deadlines on CLOCK_MONOTONIC, local time from CLOCK_REALTIME.
 #include "platform/linux/linux_loop.h"
 
+#include "platform/strand_scheduler.h"
 #include "platform/timer_table.h"
 #include "runtime/date_math.h"
 
@@ -35,10 +36,16 @@ double MonotonicSeconds() {
 tm LocalNow(long* nanoseconds) {
   timespec ts{};
   clock_gettime(CLOCK_REALTIME, &ts);
-  tm local{};
-  localtime_r(&ts.tv_sec, &local);
+  // The time zone conversion is the dear part and every waiting strand reads
+  // the clock after each pass: convert once per second.
+  thread_local time_t cached_second = -1;
+  thread_local tm cached{};
+  if (ts.tv_sec != cached_second) {
+    localtime_r(&ts.tv_sec, &cached);
+    cached_second = ts.tv_sec;
+  }
   if (nanoseconds) *nanoseconds = ts.tv_nsec;
-  return local;
+  return cached;
 }
 
 struct WatchEntry {
@@ -49,13 +56,17 @@ struct WatchEntry {
 }  // namespace
 
 struct LinuxLoop::Impl {
+  explicit Impl(LoopMode mode) : strands(mode, MonotonicSeconds) {}
+  ~Impl() {
+    if (wake_fd >= 0) close(wake_fd);
+    if (epoll_fd >= 0) close(epoll_fd);
+  }
   int epoll_fd = -1;
   int wake_fd = -1;  // eventfd: Post from any thread wakes a blocked pump
-  int depth = 0;
-  int max_depth = 0;
   uint32_t next_generation = 1;
   bool has_pwait2 = true;
   std::unordered_map<int, WatchEntry> watches;
+  StrandScheduler strands;
   TimerTable timers{MonotonicSeconds};
   std::mutex posted_mutex;
   std::deque<std::function<void()>> posted;
@@ -103,62 +114,80 @@ struct LinuxLoop::Impl {
       if (it == watches.end() || it->second.generation != generation) continue;
       auto handler = it->second.handler;  // survives an Unwatch inside the call
       ran = true;
+      // The services' own code runs here; it raises events on strands.
       (*handler)(events[i].events);
     }
     return ran;
   }
 
+  // Each posted call on a strand of its own. If one throws, the calls not
+  // yet run go back to the front of the queue for the next pass.
   bool DispatchPosted() {
     std::deque<std::function<void()>> batch;
     {
       std::lock_guard<std::mutex> lock(posted_mutex);
       batch.swap(posted);
     }
-    for (auto& fn : batch) fn();
-    return !batch.empty();
+    const bool ran = !batch.empty();
+    while (!batch.empty()) {
+      std::function<void()> fn = std::move(batch.front());
+      batch.pop_front();
+      try {
+        strands.RunOn(nullptr, std::move(fn));
+      } catch (...) {
+        std::lock_guard<std::mutex> lock(posted_mutex);
+        posted.insert(posted.begin(), std::make_move_iterator(batch.begin()),
+                      std::make_move_iterator(batch.end()));
+        throw;
+      }
+    }
+    return ran;
   }
 
 };
 
-LinuxLoop::LinuxLoop() : impl_(new Impl) {
+LinuxLoop::LinuxLoop(LoopMode mode) : impl_(std::make_unique<Impl>(mode)) {
   impl_->epoll_fd = epoll_create1(EPOLL_CLOEXEC);
   impl_->wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (impl_->epoll_fd < 0 || impl_->wake_fd < 0) {
-    if (impl_->epoll_fd >= 0) close(impl_->epoll_fd);
-    if (impl_->wake_fd >= 0) close(impl_->wake_fd);
-    delete impl_;
     throw std::runtime_error("LinuxLoop: epoll or eventfd unavailable");
   }
   epoll_event ev{};
   ev.events = EPOLLIN;
   ev.data.u64 = static_cast<uint32_t>(impl_->wake_fd);
-  epoll_ctl(impl_->epoll_fd, EPOLL_CTL_ADD, impl_->wake_fd, &ev);
+  if (epoll_ctl(impl_->epoll_fd, EPOLL_CTL_ADD, impl_->wake_fd, &ev) != 0) {
+    throw std::runtime_error("LinuxLoop: epoll refused the wake-up descriptor");
+  }
+  impl_->timers.SetLoop(this);
 }
 
-LinuxLoop::~LinuxLoop() {
-  close(impl_->wake_fd);
-  close(impl_->epoll_fd);
-  delete impl_;
-}
+LinuxLoop::~LinuxLoop() = default;
 
 void LinuxLoop::Pump(double max_wait_seconds) {
   Impl& s = *impl_;
-  ++s.depth;
-  s.max_depth = std::max(s.max_depth, s.depth);
+  StrandScheduler::DepthScope depth(s.strands);
+  if (s.strands.OnFiber()) {
+    // Inside a handler: only this strand waits; the scheduler pumps.
+    s.strands.Wait(max_wait_seconds);
+    return;
+  }
+  s.strands.BeginPass();
   double now = MonotonicSeconds();
-  // Block only when nothing is ready: no posted call and no due timer.
+  // Block only when nothing is ready: no posted call, no due timer and no
+  // strand whose wait is over.
   double wait = 0;
   if (max_wait_seconds > 0 && !s.HasPosted()) {
-    wait = std::clamp(std::min(s.timers.NextDue() - now, max_wait_seconds), 0.0, max_wait_seconds);
+    const double next = std::min(s.timers.NextDue(), s.strands.NextWake());
+    wait = std::clamp(std::min(next - now, max_wait_seconds), 0.0, max_wait_seconds);
   }
   constexpr int kBatch = 64;
   epoll_event events[kBatch];
   int count = s.Wait(events, kBatch, wait);
   if (wait > 0) now = MonotonicSeconds();
-  s.DispatchIo(events, count);
-  s.DispatchPosted();
-  s.timers.TickAll(now);
-  --s.depth;
+  bool ran = s.DispatchIo(events, count);
+  ran = s.DispatchPosted() || ran;
+  ran = s.timers.TickAll(now) || ran;
+  s.strands.EndPass(MonotonicSeconds(), ran);
 }
 
 std::unique_ptr<LoopTimer> LinuxLoop::CreateTimer() { return impl_->timers.Create(); }
@@ -198,10 +227,18 @@ void LinuxLoop::Freeze(double seconds) {
   while (clock_nanosleep(CLOCK_MONOTONIC, 0, &request, &remaining) == EINTR) request = remaining;
 }
 
-int LinuxLoop::PumpDepth() const { return impl_->depth; }
-int LinuxLoop::MaxPumpDepth() const { return impl_->max_depth; }
+int LinuxLoop::PumpDepth() const { return impl_->strands.Depth(); }
+int LinuxLoop::MaxPumpDepth() const { return impl_->strands.MaxDepth(); }
+LoopMode LinuxLoop::Mode() const { return impl_->strands.mode(); }
+StrandRef LinuxLoop::NewStrand() { return impl_->strands.NewStrand(); }
+StrandRef LinuxLoop::CurrentStrand() { return impl_->strands.Current(); }
+void LinuxLoop::RunOn(const StrandRef& strand, std::function<void()> fn) {
+  impl_->strands.RunOn(strand, std::move(fn));
+}
+int LinuxLoop::LiveStrands() const { return impl_->strands.Live(); }
+int LinuxLoop::MaxLiveStrands() const { return impl_->strands.MaxLive(); }
 
-void LinuxLoop::Watch(int fd, uint32_t epoll_events, std::function<void(uint32_t)> handler) {
+bool LinuxLoop::Watch(int fd, uint32_t epoll_events, std::function<void(uint32_t)> handler) {
   Unwatch(fd);
   WatchEntry entry;
   entry.generation = impl_->next_generation++;
@@ -209,16 +246,21 @@ void LinuxLoop::Watch(int fd, uint32_t epoll_events, std::function<void(uint32_t
   epoll_event ev{};
   ev.events = epoll_events;
   ev.data.u64 = (static_cast<uint64_t>(entry.generation) << 32) | static_cast<uint32_t>(fd);
-  if (epoll_ctl(impl_->epoll_fd, EPOLL_CTL_ADD, fd, &ev) == 0) impl_->watches[fd] = std::move(entry);
+  if (epoll_ctl(impl_->epoll_fd, EPOLL_CTL_ADD, fd, &ev) != 0) return false;
+  impl_->watches[fd] = std::move(entry);
+  return true;
 }
 
-void LinuxLoop::ModifyWatch(int fd, uint32_t epoll_events) {
+bool LinuxLoop::ModifyWatch(int fd, uint32_t epoll_events) {
   auto it = impl_->watches.find(fd);
-  if (it == impl_->watches.end()) return;
+  if (it == impl_->watches.end()) {
+    errno = ENOENT;
+    return false;
+  }
   epoll_event ev{};
   ev.events = epoll_events;
   ev.data.u64 = (static_cast<uint64_t>(it->second.generation) << 32) | static_cast<uint32_t>(fd);
-  epoll_ctl(impl_->epoll_fd, EPOLL_CTL_MOD, fd, &ev);
+  return epoll_ctl(impl_->epoll_fd, EPOLL_CTL_MOD, fd, &ev) == 0;
 }
 
 void LinuxLoop::Unwatch(int fd) {

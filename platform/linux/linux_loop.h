@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 
 #include "platform/host_loop.h"
 
@@ -12,7 +13,7 @@ namespace varnek {
 
 class LinuxLoop : public HostLoop {
  public:
-  LinuxLoop();
+  explicit LinuxLoop(LoopMode mode = LoopMode::kStrands);
   ~LinuxLoop() override;
   LinuxLoop(const LinuxLoop&) = delete;
   LinuxLoop& operator=(const LinuxLoop&) = delete;
@@ -27,17 +28,24 @@ class LinuxLoop : public HostLoop {
   void Freeze(double seconds) override;
   int PumpDepth() const override;
   int MaxPumpDepth() const override;
+  LoopMode Mode() const override;
+  StrandRef NewStrand() override;
+  StrandRef CurrentStrand() override;
+  void RunOn(const StrandRef& strand, std::function<void()> fn) override;
+  int LiveStrands() const override;
+  int MaxLiveStrands() const override;
 
   // I/O readiness for the Linux services (sockets, serial ports). The handler
   // gets the epoll event bits. Watches are level-triggered; a service that
-  // must not be told twice changes its interest with ModifyWatch.
-  void Watch(int fd, uint32_t epoll_events, std::function<void(uint32_t)> handler);
-  void ModifyWatch(int fd, uint32_t epoll_events);
+  // must not be told twice changes its interest with ModifyWatch. Watch and
+  // ModifyWatch return false, with errno set, when epoll refuses.
+  bool Watch(int fd, uint32_t epoll_events, std::function<void(uint32_t)> handler);
+  bool ModifyWatch(int fd, uint32_t epoll_events);
   void Unwatch(int fd);
 
  private:
   struct Impl;
-  Impl* impl_;
+  std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace varnek

@@ -13,14 +13,6 @@
 
 namespace varnek::linux_socket {
 
-// Runs an event handler from a copy, so a handler that destroys the control
-// (and with it the handler) finishes safely.
-template <class Fn, class... Args>
-void Fire(const Fn& handler, Args... args) {
-  Fn copy = handler;
-  if (copy) copy(args...);
-}
-
 constexpr double kCloseDrainSeconds = 10.0;
 constexpr int kAcceptBatch = 64;
 // Bytes one readiness event moves from the kernel into the control's buffer:
@@ -104,9 +96,15 @@ class LinuxSocket : public SocketWithSettings {
   void ApplyOptions();
   void Adopt(int fd);
   void PostDone(int32_t op);
+  // Raises an event on this control's strand.
+  template <class Fn, class... Args>
+  void Fire(const Fn& handler, Args... args) {
+    FireOn(loop_, strand_, handler, args...);
+  }
 
   LinuxSocketFactory& factory_;
   LinuxLoop& loop_;
+  StrandRef strand_;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
   int fd_ = -1;
   bool watched_ = false;

@@ -217,15 +217,18 @@ void LinuxSocket::OnListenerReadable() {
   }
 }
 
-// One accepted connection, offered in ConnectionRequest: the whole life of
-// the offer is this call, so the handle nobody took by the end of the handler
-// is closed and the peer sees its connection end. Nothing here nests: each
-// pending connection gets its own call from the accept loop above.
+// One accepted connection, offered in ConnectionRequest on a strand of its
+// own: the whole life of the offer is that strand's run, waits included, so
+// the handle nobody took by the end of the handler is closed and the peer sees
+// its connection end. Nothing here nests: each pending connection gets its
+// own call from the accept loop above.
 void LinuxSocket::OfferAccepted(int fd) {
-  LinuxSocketFactory& factory = factory_;  // the handler may destroy this control
-  factory.offered().insert(fd);
-  Fire(on_connection_request, fd);
-  if (factory.offered().erase(fd)) CloseFd(fd);
+  auto& offered = factory_.offered();  // the factory outlives its controls
+  offered.insert(fd);
+  loop_.RunOn(nullptr, [&offered, fd, handler = on_connection_request] {
+    if (handler) handler(fd);
+    if (offered.erase(fd)) CloseFd(fd);
+  });
 }
 
 void LinuxSocket::PauseAccepting() {
@@ -250,6 +253,7 @@ void LinuxSocket::SetAcceptHandle(int32_t handle) {
   if (!offered.count(handle)) Fail(kSockErrInvalidHandle, "Invalid handle");
   if (state_ != kSocketClosed || fd_ >= 0) FailWrongState();
   offered.erase(handle);
+  strand_ = loop_.CurrentStrand();  // the connection's handler goes on here
   Adopt(handle);  // bytes that came before are readable: the watch reports them
 }
 

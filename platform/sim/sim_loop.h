@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 
 #include "platform/host_loop.h"
 
@@ -17,7 +18,7 @@ namespace varnek {
 class SimLoop : public HostLoop {
  public:
   // start_date: the virtual local date and time, as a classic date.
-  explicit SimLoop(double start_date);
+  explicit SimLoop(double start_date, LoopMode mode = LoopMode::kStrands);
   ~SimLoop() override;
   SimLoop(const SimLoop&) = delete;
   SimLoop& operator=(const SimLoop&) = delete;
@@ -30,10 +31,20 @@ class SimLoop : public HostLoop {
   void Freeze(double seconds) override;
   int PumpDepth() const override;
   int MaxPumpDepth() const override;
+  LoopMode Mode() const override;
+  StrandRef NewStrand() override;
+  StrandRef CurrentStrand() override;
+  void RunOn(const StrandRef& strand, std::function<void()> fn) override;
+  int LiveStrands() const override;
+  int MaxLiveStrands() const override;
 
   // Schedules fn at this many virtual seconds from now (events due at the same
-  // moment run in the order they were scheduled).
+  // moment run in the order they were scheduled). fn runs on a strand of its
+  // own, as a posted call does.
   void After(double seconds, std::function<void()> fn);
+  // The same for the simulated devices: fn runs in the loop itself, on no
+  // strand, and raises its events on strands with RunOn. It must not pump.
+  void AfterInLoop(double seconds, std::function<void()> fn);
   // Virtual seconds elapsed since the loop was made.
   double Elapsed() const;
   // The virtual date and time with its fraction of a second.
@@ -45,7 +56,7 @@ class SimLoop : public HostLoop {
 
  private:
   struct Impl;
-  Impl* impl_;
+  std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace varnek

@@ -24,8 +24,8 @@ std::string MakeTempFolder() {
 
 }  // namespace
 
-SimPlatform::SimPlatform(double start_date, Text command_line, Text path)
-    : loop(start_date), app(u"VarnekTest", std::move(path), std::move(command_line)) {
+SimPlatform::SimPlatform(double start_date, Text command_line, Text path, LoopMode mode)
+    : loop(start_date, mode), app(u"VarnekTest", std::move(path), std::move(command_line)) {
   if (app.path_.empty()) {
     std::string folder = MakeTempFolder();
     app.path_ = Text(folder.begin(), folder.end());  // temp paths are ASCII

@@ -26,8 +26,9 @@ struct SimPlatform {
   static constexpr double kDefaultStart = 46023.5;
 
   // path: the application's folder; empty makes a fresh temporary folder that
-  // is removed with the platform.
-  explicit SimPlatform(double start_date = kDefaultStart, Text command_line = {}, Text path = {});
+  // is removed with the platform. mode: how the loop runs handlers.
+  explicit SimPlatform(double start_date = kDefaultStart, Text command_line = {}, Text path = {},
+                       LoopMode mode = LoopMode::kStrands);
   ~SimPlatform();
   SimPlatform(const SimPlatform&) = delete;
   SimPlatform& operator=(const SimPlatform&) = delete;

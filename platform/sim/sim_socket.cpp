@@ -11,14 +11,6 @@ namespace varnek {
 
 namespace {
 
-// Runs an event handler from a copy, so a handler that destroys the control
-// (and with it the handler) finishes safely.
-template <class Fn, class... Args>
-void Fire(const Fn& handler, Args... args) {
-  Fn copy = handler;
-  if (copy) copy(args...);
-}
-
 [[noreturn]] void FailWrongState() {
   Fail(kSockErrWrongState, "Wrong protocol or connection state for the requested transaction or request");
 }
@@ -132,6 +124,7 @@ class SimSocket : public SocketWithSettings {
     if (state_ != kSocketClosed) FailWrongState();
     std::shared_ptr<SimPeer> peer = it->second;
     net_.offered_.erase(it);
+    strand_ = net_.loop().CurrentStrand();  // the connection's handler goes on here
     Attach(peer);
     if (peer->StoppedSending()) PeerClosed();
     if (!peer->to_control_.empty()) PostReadyCheck();
@@ -186,6 +179,12 @@ class SimSocket : public SocketWithSettings {
   Text ErrorText() const override { return error_text_; }
 
   // Settings are kept by the base only: nothing here depends on them.
+
+  // Raises an event on this control's strand.
+  template <class Fn, class... Args>
+  void Fire(const Fn& handler, Args... args) {
+    FireOn(net_.loop(), strand_, handler, args...);
+  }
 
   // Bytes from the peer are waiting: tell the app once until it Receives.
   // Past the most a connection holds, the connection fails instead.
@@ -261,6 +260,7 @@ class SimSocket : public SocketWithSettings {
 
   SimNetwork& net_;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  StrandRef strand_;
   int32_t state_ = kSocketClosed;
   int32_t local_port_ = 0;
   int32_t remote_port_ = 0;
@@ -330,7 +330,7 @@ std::unique_ptr<SocketCtl> SimNetwork::Create() { return std::make_unique<SimSoc
 void SimNetwork::At(double at, std::function<void()> fn) {
   std::weak_ptr<bool> alive = alive_;
   double delay = std::max(0.0, at - loop_.Elapsed());
-  loop_.After(delay, [alive, fn = std::move(fn)] {
+  loop_.AfterInLoop(delay, [alive, fn = std::move(fn)] {
     if (!alive.expired()) fn();
   });
 }
@@ -350,13 +350,18 @@ void SimNetwork::OfferConnection(const std::shared_ptr<SimPeer>& peer, int32_t p
   SimSocket* listener = it->second;
   int32_t handle = peer->handle_;
   offered_[handle] = peer;
-  Fire(listener->on_connection_request, handle);
-  // A handle nobody took while the handler ran is dropped.
-  auto left = offered_.find(handle);
-  if (left != offered_.end()) {
-    offered_.erase(left);
-    peer->refused_ = true;
-  }
+  // Each connection starts on a strand of its own. A handle nobody took by
+  // the end of the handler (waits included) is dropped.
+  std::weak_ptr<bool> alive = alive_;
+  loop_.RunOn(nullptr, [this, alive, peer, handle, handler = listener->on_connection_request] {
+    if (handler) handler(handle);
+    if (alive.expired()) return;
+    auto left = offered_.find(handle);
+    if (left != offered_.end()) {
+      offered_.erase(left);
+      peer->refused_ = true;
+    }
+  });
 }
 
 void SimNetwork::Serve(int32_t port, std::function<void(std::shared_ptr<SimPeer>)> on_accept) {

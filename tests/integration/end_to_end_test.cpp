@@ -104,6 +104,41 @@ TEST_F(DemoHostTest, PageFormSendsThroughTheSimulatedTerminal) {
   }
 }
 
+TEST_F(DemoHostTest, HundredSimultaneousGetsAreAnsweredSideBySide) {
+  ASSERT_TRUE(demo.Start({"--slots", "100"}));
+  struct Outcome {
+    std::string answer;
+    double seconds = 0;
+  };
+  // Connected first, then all requests at once, each read on its own thread.
+  std::vector<std::unique_ptr<RawClient>> clients;
+  for (int k = 0; k < 100; ++k) {
+    clients.push_back(std::make_unique<RawClient>());
+    ASSERT_TRUE(clients.back()->Connect(demo.port()));
+  }
+  const auto start = Clock::now();
+  std::vector<std::future<Outcome>> outcomes;
+  for (auto& client : clients) {
+    outcomes.push_back(std::async(std::launch::async, [&client, start] {
+      Outcome o;
+      if (client->Send("GET / HTTP/1.0\r\n\r\n")) o.answer = client->ReadAll(20.0);
+      o.seconds = SecondsSince(start);
+      return o;
+    }));
+  }
+  int whole = 0;
+  double slowest = 0;
+  for (auto& f : outcomes) {
+    const Outcome o = f.get();
+    whole += o.answer.rfind("HTTP/1.0 200", 0) == 0 && o.answer.find("</html>") != std::string::npos;
+    slowest = std::max(slowest, o.seconds);
+  }
+  EXPECT_EQ(whole, 100);
+  // Each answer takes its own 0.5 s settle; one after another they would take
+  // far longer. The margin is for sanitizer builds on busy machines.
+  EXPECT_LT(slowest, 8.0);
+}
+
 constexpr const char* kChromium = "/usr/bin/chromium";
 
 TEST_F(DemoHostTest, ChromiumRendersIndexAndEcho) {

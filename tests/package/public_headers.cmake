@@ -1,8 +1,10 @@
 # Checks the public surface: cmake -DSOURCE_DIR=<repo> [-DINSTALL_DIR=<prefix>/include/varnek] -P
 # Public headers are every *.h under runtime/, platform/, adds/ and server/
 # except the simulated platform (platform/sim/) and *_internal.h / *_impl.h.
-# Each must be listed in the umbrella varnek.h, and each listed one must
-# exist. With INSTALL_DIR, the installed headers must be exactly those plus
+# Each outside platform/linux/ must be listed in the umbrella varnek.h (the
+# Linux implementations are installed for hosts that reach one directly, such
+# as platform/linux/linux_loop.h, but the umbrella shows only interfaces), and
+# each listed one must exist. With INSTALL_DIR, the installed headers must be exactly those plus
 # the umbrella: none missing, no simulation or internal header shipped.
 cmake_minimum_required(VERSION 3.20)
 if(NOT SOURCE_DIR)
@@ -37,6 +39,9 @@ endforeach()
 
 set(failures 0)
 foreach(h IN LISTS public)
+  if(h MATCHES "^platform/linux/")
+    continue()
+  endif()
   if(NOT h IN_LIST listed)
     message(SEND_ERROR "public header missing from varnek.h: ${h}")
     math(EXPR failures "${failures} + 1")
@@ -67,7 +72,7 @@ if(INSTALL_DIR)
 endif()
 
 if(failures EQUAL 0)
-  message(STATUS "public headers: ${count}, all in varnek.h")
+  message(STATUS "public headers: ${count}, the interfaces all in varnek.h")
   if(INSTALL_DIR)
     message(STATUS "installed headers match the public ones: ${INSTALL_DIR}")
   endif()

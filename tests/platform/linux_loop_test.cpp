@@ -125,8 +125,8 @@ TEST(LinuxLoop, HandlersMayUnwatchPeersOfTheSameBatchAndPumpNested) {
   EXPECT_EQ(runs, 2);
 }
 
-TEST(LinuxLoop, TimersFireOnTimeAndDoNotReenter) {
-  LinuxLoop loop;
+TEST(LinuxLoop, OneStackTimersFireOnTimeAndDoNotReenter) {
+  LinuxLoop loop(LoopMode::kOneStack);
   auto timer = loop.CreateTimer();
   int ticks = 0, depth = 0, max_depth = 0;
   timer->on_tick = [&] {

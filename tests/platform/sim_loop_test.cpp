@@ -51,8 +51,8 @@ TEST(SimLoop, RunsEventsInTimeThenSchedulingOrderAndMovesTimeOnlyWhenIdle) {
   EXPECT_DOUBLE_EQ(loop.Elapsed(), 11.25);
 }
 
-TEST(SimLoop, NestedPumpsRunTheRestOfTheMoment) {
-  SimLoop loop(At(0));
+TEST(SimLoop, OneStackNestedPumpsRunTheRestOfTheMoment) {
+  SimLoop loop(At(0), LoopMode::kOneStack);
   std::vector<std::string> seen;
   loop.After(1, [&] {
     seen.push_back("outer-start depth " + std::to_string(loop.PumpDepth()));
@@ -87,8 +87,8 @@ TEST(SimLoop, ClockReadingsFollowVirtualTimeAcrossMidnightAndFreezeRunsNothing) 
   EXPECT_DOUBLE_EQ(loop.Elapsed(), 0.6);
 }
 
-TEST(SimLoop, TimersTickOnTheirPeriodAndDoNotReenter) {
-  SimLoop loop(At(0));
+TEST(SimLoop, OneStackTimersTickOnTheirPeriodAndDoNotReenter) {
+  SimLoop loop(At(0), LoopMode::kOneStack);
   auto timer = loop.CreateTimer();
   std::vector<double> ticks;
   int depth = 0, max_depth = 0;

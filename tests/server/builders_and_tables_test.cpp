@@ -10,7 +10,7 @@ namespace {
 
 using BuildersTest = ServerFixture;
 
-TEST_F(BuildersTest, HeaderLinesAppearOnlyWhenAsked) {
+TEST_P(BuildersTest, HeaderLinesAppearOnlyWhenAsked) {
   // No reason phrase; a length of 0 is a given length and stands before the type.
   EXPECT_EQ(Utf8(server->http_Header(e200_OK, eTextHTML)),
             "HTTP/1.0 200\r\nServer: Varnek\r\nContent-Type: text/html\r\n\r\n");
@@ -25,7 +25,7 @@ TEST_F(BuildersTest, HeaderLinesAppearOnlyWhenAsked) {
             "Content-Length: 12\r\nContent-Type: text/html\r\n\r\n");
 }
 
-TEST_F(BuildersTest, PageFrameAndErrorPages) {
+TEST_P(BuildersTest, PageFrameAndErrorPages) {
   EXPECT_EQ(Utf8(server->html_GenericStart(u"x")).rfind("<html>\r\n<head>\r\n<style>\r\na:", 0),
             0u);
   const std::string coloured =  // palette values go in as their decimal text
@@ -60,7 +60,7 @@ TEST_F(BuildersTest, PageFrameAndErrorPages) {
 
 using AccessTablesTest = ServerFixture;
 
-TEST_F(AccessTablesTest, UserListPositionsAndLookup) {
+TEST_P(AccessTablesTest, UserListPositionsAndLookup) {
   EXPECT_TRUE(server->UsersAdd(u"user:pass").IsEmpty());
   server->UsersAdd(u"admin:admin");
   server->UsersAdd(u"user:pass");  // duplicates are not checked
@@ -81,7 +81,7 @@ TEST_F(AccessTablesTest, UserListPositionsAndLookup) {
   }
 }
 
-TEST_F(AccessTablesTest, SecurePathsArePrefixPatterns) {
+TEST_P(AccessTablesTest, SecurePathsArePrefixPatterns) {
   server->SecurePathAdd(u"/admin");
   server->SecurePathAdd(u"/r[");  // a broken pattern fails only its own entry
   server->SecurePathAdd(u"/v#/");  // "#" stands for a digit
@@ -100,7 +100,7 @@ TEST_F(AccessTablesTest, SecurePathsArePrefixPatterns) {
   EXPECT_TRUE(server->SecurePathGet(5).IsString());
 }
 
-TEST_F(AccessTablesTest, ProcesoOperationsBeforeAndAfterStart) {
+TEST_P(AccessTablesTest, ProcesoOperationsBeforeAndAfterStart) {
   // Before the first start element 0 passes the bounds check; the arrays do not exist.
   EXPECT_EQ(server->ProcesoStatus_Code(0), kSocketClosed);
   EXPECT_EQ(server->ProcesoStatus_Code(1), 0);
@@ -121,6 +121,10 @@ TEST_F(AccessTablesTest, ProcesoOperationsBeforeAndAfterStart) {
   server->Proceso_Close(2);  // a free slot returns at once, with no pause
   EXPECT_EQ(sim.loop.Elapsed(), before);
 }
+
+
+VARNEK_BOTH_LOOP_MODES(BuildersTest);
+VARNEK_BOTH_LOOP_MODES(AccessTablesTest);
 
 }  // namespace
 }  // namespace varnek::testing

@@ -68,7 +68,7 @@ class RequestTest : public ServerFixture {
   Variant generic_answer;
 };
 
-TEST_F(RequestTest, PathIsDecodedAndDirectoriesGetASlash) {
+TEST_P(RequestTest, PathIsDecodedAndDirectoriesGetASlash) {
   const std::pair<const char*, const char*> rows[] = {
       {"/dir HTTP/1.0", "/dir/"}, {"/dir/ HTTP/1.0", "/dir/"}, {"/a/b.txt HTTP/1.1", "/a/b.txt"},
       {"/a.b/c HTTP/1.0", "/a.b/c/"}, {"/ HTTP/1.0", "/"},
@@ -81,7 +81,7 @@ TEST_F(RequestTest, PathIsDecodedAndDirectoriesGetASlash) {
   }
 }
 
-TEST_F(RequestTest, MethodHeadersGenericTextsAndFallback) {
+TEST_P(RequestTest, MethodHeadersGenericTextsAndFallback) {
   EXPECT_EQ(Exchange("get / HTTP/1.0\r\n\r\n"), std::string(1, '\0'));
   EXPECT_EQ(Only().kind, "");
   EXPECT_EQ(Only().raw, "get / HTTP/1.0\r\n\r\n");
@@ -101,7 +101,7 @@ TEST_F(RequestTest, MethodHeadersGenericTextsAndFallback) {
   EXPECT_EQ(Exchange("POST /nothing HTTP/1.0\r\n\r\nq=1"), got);
 }
 
-TEST_F(RequestTest, PostFieldsSplitAtSingleAmpersands) {
+TEST_P(RequestTest, PostFieldsSplitAtSingleAmpersands) {
   const std::pair<const char*, Strings> rows[] = {
       {"Content-Length: 7\r\n\r\na=1&b=2", {"a=1", "b=2"}},
       // values decoded, names not
@@ -117,7 +117,7 @@ TEST_F(RequestTest, PostFieldsSplitAtSingleAmpersands) {
   }
 }
 
-TEST_F(RequestTest, SecuredPathsNeedKnownCredentials) {
+TEST_P(RequestTest, SecuredPathsNeedKnownCredentials) {
   server->SecurePathAdd(u"/admin");
   server->UsersAdd(u"user:pass");
   const std::string page = TextToBytes(server->http_ErrorResponse(401).ToText());
@@ -145,7 +145,7 @@ TEST_F(RequestTest, SecuredPathsNeedKnownCredentials) {
   EXPECT_TRUE(seen.empty());
 }
 
-TEST_F(RequestTest, HostMayNameAnotherSlotForTheAnswer) {
+TEST_P(RequestTest, HostMayNameAnotherSlotForTheAnswer) {
   server->GETReceived = [&](Variant& url, Variant&, Variant&, Variant& response, Variant& idx,
                             Collection&, Collection&) {
     if (Utf8(url) == "/hold/") {
@@ -173,7 +173,7 @@ TEST_F(RequestTest, HostMayNameAnotherSlotForTheAnswer) {
   EXPECT_EQ(Utf8(server->Proceso_Receive(2)), "more");
 }
 
-TEST_F(RequestTest, GarbageNulHugeLineAndManyHeaders) {
+TEST_P(RequestTest, GarbageNulHugeLineAndManyHeaders) {
   std::mt19937 random(12345);
   for (int round = 0; round < 20; ++round) {
     std::string junk(1 + random() % 600, '\0');
@@ -196,7 +196,7 @@ TEST_F(RequestTest, GarbageNulHugeLineAndManyHeaders) {
   EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(20));
 }
 
-TEST_F(RequestTest, SilentClientsFloodAndEarlyLeavers) {
+TEST_P(RequestTest, SilentClientsFloodAndEarlyLeavers) {
   server->WatchdogTimeout(20);
   std::vector<std::shared_ptr<SimPeer>> silent, flood;
   for (int k = 0; k < 3; ++k) silent.push_back(net.Connect(8080, sim.loop.Elapsed()));
@@ -219,6 +219,9 @@ TEST_F(RequestTest, SilentClientsFloodAndEarlyLeavers) {
   EXPECT_EQ(server->CurrentConnections(), 0);
   ExpectStillServing();
 }
+
+
+VARNEK_BOTH_LOOP_MODES(RequestTest);
 
 }  // namespace
 }  // namespace varnek::testing

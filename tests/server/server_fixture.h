@@ -91,8 +91,10 @@ class LingeringSocket : public SocketCtl {
 };
 
 // Also the server's socket factory: its controls linger for `linger` seconds.
-struct ServerFixture : public ::testing::Test, public SocketFactory {
-  ServerFixture() {
+// Every test runs with strands and with one stack: a single connection must
+// give the same reports at the same virtual times either way.
+struct ServerFixture : public ::testing::TestWithParam<LoopMode>, public SocketFactory {
+  ServerFixture() : sim(SimPlatform::kDefaultStart, {}, {}, GetParam()) {
     sim.platform.sockets = this;
     server = std::make_unique<HTTPServer>(sim.platform);
     server->InternalState = [this](Variant& state, Variant& text) {
@@ -144,4 +146,15 @@ struct ServerFixture : public ::testing::Test, public SocketFactory {
   Strings reports;
 };
 
+inline std::string ModeName(const ::testing::TestParamInfo<LoopMode>& info) {
+  return info.param == LoopMode::kStrands ? "Strands" : "OneStack";
+}
+
 }  // namespace varnek::testing
+
+// Runs a suite of ServerFixture tests in both loop modes.
+#define VARNEK_BOTH_LOOP_MODES(Suite)                                                        \
+  INSTANTIATE_TEST_SUITE_P(Modes, Suite,                                                     \
+                           ::testing::Values(::varnek::LoopMode::kStrands,                   \
+                                             ::varnek::LoopMode::kOneStack),                 \
+                           ::varnek::testing::ModeName)
