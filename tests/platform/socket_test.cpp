@@ -337,8 +337,9 @@ TYPED_TEST(SocketContract, PendingConnectionsAreOfferedOneAfterAnotherWithoutNes
   std::vector<std::unique_ptr<typename TypeParam::Peer>> crowd;
   for (int k = 0; k < 300; ++k) crowd.push_back(env.Connect(srv.port));
   ASSERT_TRUE(PumpUntil(env.loop, [&] { return srv.handles.size() == 300; }));
-  // Every offer runs at the loop's own level: none inside another.
-  EXPECT_EQ(*std::max_element(depths.begin(), depths.end()), 1);
+  // None inside another: on a strand of its own an offer starts at depth 0;
+  // on one stack it runs at the loop's own level, 1.
+  EXPECT_LE(*std::max_element(depths.begin(), depths.end()), 1);
   // Not taken: each is closed, so every peer sees its end.
   EXPECT_TRUE(PumpUntil(env.loop, [&] {
     return std::all_of(crowd.begin(), crowd.end(), [](auto& p) { return p->Ended(); });

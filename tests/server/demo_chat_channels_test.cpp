@@ -48,7 +48,7 @@ class ChatChannelsTest : public ServerFixture {
   double opened_at = -1;
 };
 
-TEST_F(ChatChannelsTest, EchoesUntilByeThenTheSlotCloses) {
+TEST_P(ChatChannelsTest, EchoesUntilByeThenTheSlotCloses) {
   Start(8080, 1);
   auto peer = Request("GET /chat HTTP/1.0\r\n\r\n");
   sim.loop.RunFor(3);
@@ -65,7 +65,7 @@ TEST_F(ChatChannelsTest, EchoesUntilByeThenTheSlotCloses) {
   EXPECT_EQ(chats.Count(), 0u);
 }
 
-TEST_F(ChatChannelsTest, SlotGivenToAnotherConnectionBetweenTwoPollsIsLeftAlone) {
+TEST_P(ChatChannelsTest, SlotGivenToAnotherConnectionBetweenTwoPollsIsLeftAlone) {
   Start(8080, 1);
   auto chat = Request("GET /chat HTTP/1.0\r\n\r\n");
   sim.loop.RunFor(3);
@@ -93,6 +93,8 @@ TEST_F(ChatChannelsTest, SlotGivenToAnotherConnectionBetweenTwoPollsIsLeftAlone)
   EXPECT_EQ(Utf8(next->Received()), "held\r\n");
   EXPECT_EQ(Utf8(server->Proceso_Receive(1)), "secret\r\n");
 }
+
+VARNEK_BOTH_LOOP_MODES(ChatChannelsTest);
 
 }  // namespace
 }  // namespace varnek::testing
