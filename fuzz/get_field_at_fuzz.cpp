@@ -14,7 +14,9 @@ namespace {
 
 const char16_t* const kSeps[] = {u",", u"::", u"", u"\t", u"aa", u"=="};
 
-// Steps 1 to 6 with 16-bit p and q, the failures turned into "" or skips.
+// The field walk written plainly: advance the start p past position - 1
+// separators, find the end q after it, cut between them; p and q are 16-bit,
+// so a store that overflows is skipped and a failing cut gives "".
 Text Literal(const Text& line, int32_t position, const Text& sep) {
   if (position == 0) return Text();
   auto find = [&](int32_t start) {
