@@ -119,7 +119,10 @@ Text Storage::NormaliseDrive(Variant& slDrive) {
   return drive;
 }
 
-void Storage::Disk_VolumeInfo(const Text& root, Text& label, Text& serial) {
+void Storage::Disk_VolumeInfo(Variant& slDrive, Text& label, Text& serial) {
+  Text root = NormaliseDrive(slDrive);
+  label = Space(14);
+  serial.clear();
   Text found;
   uint32_t number = 0;
   if (!files().VolumeInfo(root, found, number)) return;  // label stays as given
@@ -140,9 +143,8 @@ Text Storage::Disk_GetLabel() {
 }
 
 Text Storage::Disk_GetLabel(Variant& slDrive) {
-  Text root = NormaliseDrive(slDrive);
-  Text label = Space(14), serial;
-  Disk_VolumeInfo(root, label, serial);
+  Text label, serial;
+  Disk_VolumeInfo(slDrive, label, serial);
   return label;
 }
 
@@ -152,9 +154,8 @@ Text Storage::Disk_GetSerial() {
 }
 
 Text Storage::Disk_GetSerial(Variant& slDrive) {
-  Text root = NormaliseDrive(slDrive);
-  Text label = Space(14), serial;
-  Disk_VolumeInfo(root, label, serial);
+  Text label, serial;
+  Disk_VolumeInfo(slDrive, label, serial);
   return serial;
 }
 
