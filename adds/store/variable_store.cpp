@@ -36,7 +36,7 @@ bool SortsBefore(const Variant& item, const Variant& other, int32_t mode) {
     case 2:
       // StrComp of a Null is Null, which is not -1.
       if (item.IsNull() || other.IsNull()) return false;
-      return StrComp(item.ToText(), other.ToText(), mode == 1 ? CompareMode::Binary : CompareMode::Text) == -1;
+      return StrComp(item.ToText(), other.ToText(), mode == 1 ? CompareMode::Binary : CompareMode::TextCompare) == -1;
     default:
       return false;
   }
