@@ -9,7 +9,6 @@
 //   adds.Script_SecuenciaProcesa(u"a=1\r\nb=2", u"\r\n");   // 2 records
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -192,16 +191,6 @@ class TextToolkit : public virtual AddsCore {
  protected:
   // The 32-bit value stored at an address.
   int32_t Var_PointerToLong(int64_t Address);
-
-  // Base64 helpers: the decode table is refilled at each decode.
-  void Base64Table_Build();
-  void Base64_EncodeGroup(const uint8_t bytes[3], char16_t out[4]) const;
-  // Writes the group's three units; returns how many of them stay.
-  size_t Base64_DecodeGroup(const int16_t values[4], char16_t out[3]) const;
-  static uint8_t Byte_ShiftLeft(uint8_t Value, int16_t Bits);
-  static uint8_t Byte_ShiftRight(uint8_t Value, int16_t Bits);
-
-  std::array<int16_t, 256> Base64DecodeTable{};
 
  private:
   Variant RecordField(const Variant& Index, bool content) const;
