@@ -176,7 +176,8 @@ class TextToolkit : public virtual AddsCore {
   // Reduces to plain 7-bit printable: ñ and the acute vowels lose the accent,
   // CR LF and CR become spaces, units of bytes 128..255 and 0..31 go. Open.
   Variant Var_FiltraCaracteres(const Variant& InputText);
-  // The locale's decimal mark, one unit (the process's numeric locale).
+  // The locale's decimal mark, one unit (the runtime's locale source: the
+  // process's numeric locale on the Linux platform).
   virtual Text Win_LocaleDecimalSeparator() const;
 
   // ---- Scrambling and compression (scrambling.cpp) -------------------------

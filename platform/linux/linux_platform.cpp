@@ -10,6 +10,7 @@
 #include "platform/linux/linux_date_locale.h"
 #include "platform/linux/linux_files.h"
 #include "platform/linux/linux_command_runner.h"
+#include "platform/linux/linux_locale_source.h"
 #include "platform/linux/linux_loop.h"
 #include "platform/linux/linux_network_shares.h"
 #include "platform/linux/linux_network_clock.h"
@@ -24,6 +25,7 @@ namespace varnek {
 Platform& LinuxPlatform() {
   static Platform* platform = [] {
     // Never destroyed: handlers may still reach the services during exit.
+    InstallLocaleSource(&LinuxLocale());  // the runtime follows setlocale from here on
     auto* p = new Platform;
     auto* loop = new LinuxLoop;  // the Linux services watch their descriptors here
     p->loop = loop;
