@@ -3,8 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "adds/text/text_toolkit.h"
-#include "platform/sim/sim_platform.h"
+#include "fuzz/toolkit_input.h"
 #include "runtime/failure.h"
 #include "runtime/strings.h"
 
@@ -48,11 +47,11 @@ Text Literal(const Text& line, int32_t position, const Text& sep) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 3) return 0;
-  static SimPlatform sim;
-  TextToolkit kit(sim.platform);
+  ToolkitInput in(data + 3, size - 3);
+  TextToolkit& kit = in.kit;
   int32_t position = static_cast<int8_t>(data[0]) * 4 + data[1] % 4;
   Text sep = kSeps[data[2] % 6];
-  Text line = BytesToText(std::string_view(reinterpret_cast<const char*>(data + 3), size - 3));
+  Text line = in.text;
   if ((data[2] & 0xC0) == 0xC0) line = Text(32765, u'x') + line;  // reach the 16-bit limit
   try {
     if (kit.Var_GetFieldAt(line, position, sep) != Literal(line, position, sep)) abort();

@@ -211,7 +211,11 @@ class Storage : public virtual TextToolkit {
   // Disk_GetLabel and Disk_GetSerial: the drive normalised (written back),
   // then its label (14 spaces when unread, "(no label)" when blank) and its
   // serial as 8 hex digits ("" when unread).
-  void Disk_VolumeInfo(Variant& slDrive, Text& label, Text& serial);
+  struct VolumeFacts {
+    Text label;
+    Text serial;
+  };
+  VolumeFacts Disk_VolumeInfo(Variant& slDrive);
   Text NormaliseDrive(Variant& slDrive);
 
   Text IniBuffer_Find(const Text& section, const Text& key) const;
