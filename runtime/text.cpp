@@ -1,4 +1,4 @@
-// Windows-1252 byte mapping and UTF-8 conversion for 16-bit texts.
+// The cp1252 byte mapping and UTF-8 conversion for 16-bit texts.
 #include "runtime/text.h"
 
 #include <algorithm>

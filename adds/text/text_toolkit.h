@@ -1,7 +1,7 @@
 // Text toolkit of Adds: splitting and replacing strings, the script sequence
 // store, the URL and Base64 codecs, control-character aliases, conversions and
 // scrambling. Every routine works on 16-bit units; the codecs read a unit as
-// the byte it stands for in the Windows-1252 mapping (runtime/text.h). No
+// the byte it stands for in the cp1252 mapping (runtime/text.h). No
 // routine here pumps the host loop, so none can be re-entered.
 //
 //   Variant rest = u"k=v";
