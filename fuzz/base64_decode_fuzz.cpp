@@ -3,16 +3,15 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "adds/text/text_toolkit.h"
-#include "platform/sim/sim_platform.h"
+#include "fuzz/toolkit_input.h"
 #include "runtime/failure.h"
 
 using namespace varnek;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static SimPlatform sim;
-  TextToolkit kit(sim.platform);
-  Text input = BytesToText(std::string_view(reinterpret_cast<const char*>(data), size));
+  ToolkitInput in(data, size);
+  TextToolkit& kit = in.kit;
+  const Text& input = in.text;
   try {
     Text decoded = kit.Base64_Decode(input);
     if (decoded.size() > input.size() / 4 * 3) abort();

@@ -3,8 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "adds/text/text_toolkit.h"
-#include "platform/sim/sim_platform.h"
+#include "fuzz/toolkit_input.h"
 #include "runtime/failure.h"
 #include "runtime/strings.h"
 
@@ -14,7 +13,9 @@ namespace {
 
 const char16_t* const kSeps[] = {u",", u"::", u"", u"\t", u"aa", u"=="};
 
-// Steps 1 to 6 with 16-bit p and q, the failures turned into "" or skips.
+// The field walk written plainly: advance the start p past position - 1
+// separators, find the end q after it, cut between them; p and q are 16-bit,
+// so a store that overflows is skipped and a failing cut gives "".
 Text Literal(const Text& line, int32_t position, const Text& sep) {
   if (position == 0) return Text();
   auto find = [&](int32_t start) {
@@ -46,11 +47,11 @@ Text Literal(const Text& line, int32_t position, const Text& sep) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 3) return 0;
-  static SimPlatform sim;
-  TextToolkit kit(sim.platform);
+  ToolkitInput in(data + 3, size - 3);
+  TextToolkit& kit = in.kit;
   int32_t position = static_cast<int8_t>(data[0]) * 4 + data[1] % 4;
   Text sep = kSeps[data[2] % 6];
-  Text line = BytesToText(std::string_view(reinterpret_cast<const char*>(data + 3), size - 3));
+  Text line = in.text;
   if ((data[2] & 0xC0) == 0xC0) line = Text(32765, u'x') + line;  // reach the 16-bit limit
   try {
     if (kit.Var_GetFieldAt(line, position, sep) != Literal(line, position, sep)) abort();

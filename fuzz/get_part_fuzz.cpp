@@ -3,8 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "adds/text/text_toolkit.h"
-#include "platform/sim/sim_platform.h"
+#include "fuzz/toolkit_input.h"
 #include "runtime/convert.h"
 #include "runtime/failure.h"
 
@@ -16,11 +15,11 @@ const char16_t* const kDelims[] = {u",", u"\r\n", u"", u"==", u"a", u"\u00ab"};
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 1) return 0;
-  static SimPlatform sim;
-  TextToolkit kit(sim.platform);
+  ToolkitInput in(data + 1, size - 1);
+  TextToolkit& kit = in.kit;
   Text delim = kDelims[data[0] % 6];
   bool clean = data[0] & 0x80;
-  Text text = BytesToText(std::string_view(reinterpret_cast<const char*>(data + 1), size - 1));
+  Text text = in.text;
   if (data[0] & 0x40) text = Text(32760, u'y') + text;  // reach the 16-bit limit
   try {
     Variant rest = text;

@@ -3,8 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "adds/text/text_toolkit.h"
-#include "platform/sim/sim_platform.h"
+#include "fuzz/toolkit_input.h"
 #include "runtime/convert.h"
 #include "runtime/failure.h"
 
@@ -38,12 +37,12 @@ std::vector<ScriptRecord> Literal(TextToolkit& kit, const Text& block, const Var
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 1) return 0;
-  static SimPlatform sim;
-  TextToolkit kit(sim.platform);
+  ToolkitInput in(data + 1, size - 1);
+  TextToolkit& kit = in.kit;
   Variant record_sep = kRecordSeps[data[0] % 6];
   const char16_t* field_choice = kFieldSeps[(data[0] / 6) % 6];
   Variant field_sep = field_choice ? Variant(field_choice) : Variant::Missing();
-  Text block = BytesToText(std::string_view(reinterpret_cast<const char*>(data + 1), size - 1));
+  const Text& block = in.text;
   try {
     int32_t n = CLng(kit.Script_SecuenciaProcesa(block, record_sep, field_sep));
     const auto& list = *kit.ScriptSecuencia();

@@ -3,17 +3,16 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "adds/text/text_toolkit.h"
-#include "platform/sim/sim_platform.h"
+#include "fuzz/toolkit_input.h"
 #include "runtime/convert.h"
 #include "runtime/failure.h"
 
 using namespace varnek;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static SimPlatform sim;
-  TextToolkit kit(sim.platform);
-  Text input = BytesToText(std::string_view(reinterpret_cast<const char*>(data), size));
+  ToolkitInput in(data, size);
+  TextToolkit& kit = in.kit;
+  const Text& input = in.text;
   try {
     Text decoded = CStr(kit.URL_Decode(input));
     Text literal = kit.Var_Translate(input, u"+", u" ");

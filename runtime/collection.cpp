@@ -9,7 +9,7 @@ namespace varnek {
 namespace {
 
 bool SameKey(const Text& a, const Text& b) {
-  return a.size() == b.size() && StrComp(a, b, CompareMode::Text) == 0;
+  return a.size() == b.size() && StrComp(a, b, CompareMode::TextCompare) == 0;
 }
 
 Text KeyText(const Variant& key) {

@@ -39,7 +39,7 @@ int CompareNumbers(const Variant& a, const Variant& b) {
 }  // namespace
 
 int StrComp(TextView a, TextView b, CompareMode mode) {
-  if (mode != CompareMode::Binary && mode != CompareMode::Text) Fail(kErrInvalidCall);
+  if (mode != CompareMode::Binary && mode != CompareMode::TextCompare) Fail(kErrInvalidCall);
   if (mode == CompareMode::Binary) {
     int c = a.compare(b);
     return c < 0 ? -1 : (c > 0 ? 1 : 0);

@@ -9,13 +9,15 @@
 
 namespace varnek {
 
-enum class CompareMode : int { Binary = 0, Text = 1 };
+// How texts compare: by code unit (Binary, 0) or ignoring case and accents
+// as described at StrComp (TextCompare, 1).
+enum class CompareMode : int { Binary = 0, TextCompare = 1 };
 
 // -1, 0 or 1; nullopt when either side is Null.
 std::optional<int> CompareVariants(const Variant& a, const Variant& b,
                                    CompareMode mode = CompareMode::Binary);
 
-// StrComp on texts: -1, 0 or 1. Binary orders by code unit; Text ignores
+// StrComp on texts: -1, 0 or 1. Binary orders by code unit; TextCompare ignores
 // case and puts accented letters beside their base letter (a < À < B), the
 // accents deciding only between otherwise equal texts. Another mode fails
 // with 5.

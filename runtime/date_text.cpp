@@ -1,8 +1,6 @@
 // The CStr form of dates and the date/time text reader of CDate and IsDate.
 #include "runtime/date_text.h"
 
-#include <langinfo.h>
-
 #include <cmath>
 #include <cstdio>
 #include <string>
@@ -12,6 +10,7 @@
 #include "runtime/date_math.h"
 #include "runtime/dates.h"
 #include "runtime/failure.h"
+#include "runtime/locale_source.h"
 
 namespace varnek {
 
@@ -31,8 +30,8 @@ Text DateToText(double date) {
 }
 
 DateOrder LocaleDateOrder() {
-  const char* fmt = nl_langinfo(D_FMT);
-  if (!fmt) return DateOrder::MDY;
+  const std::string pattern = CurrentLocaleSource().ShortDatePattern();
+  const char* fmt = pattern.c_str();
   int pos_d = -1, pos_m = -1, pos_y = -1, n = 0;
   for (const char* p = fmt; *p; ++p) {
     if (*p != '%' || !p[1]) continue;
@@ -40,6 +39,7 @@ DateOrder LocaleDateOrder() {
     while (*p == 'E' || *p == 'O' || *p == '-' || *p == '_' || *p == '0' || *p == '^' || *p == '#') {
       ++p;
     }
+    if (*p == '\0') break;  // a pattern ending in modifiers
     switch (*p) {
       case 'd': case 'e': pos_d = n++; break;
       case 'm': case 'b': case 'B': case 'h': pos_m = n++; break;
@@ -55,8 +55,8 @@ DateOrder LocaleDateOrder() {
 }
 
 char16_t LocaleDateSeparator() {
-  const char* fmt = nl_langinfo(D_FMT);
-  if (!fmt) return u'/';
+  const std::string pattern = CurrentLocaleSource().ShortDatePattern();
+  const char* fmt = pattern.c_str();
   for (const char* p = fmt; *p; ++p) {
     if (*p == '%') {
       if (p[1] == 'D') return u'/';

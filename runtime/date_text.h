@@ -11,8 +11,8 @@ namespace varnek {
 // is 0 (1899-12-30).
 Text DateToText(double date);
 
-// The order of day, month and year in the C library's short date format
-// (nl_langinfo(D_FMT) under LC_TIME): "C" gives month/day/year.
+// The order of day, month and year in the locale's short-date pattern (the
+// installed LocaleSource's): "C" gives month/day/year.
 enum class DateOrder { MDY, DMY, YMD };
 DateOrder LocaleDateOrder();
 // The separator of that format ('/', '-' or '.'); '/' in "C".

@@ -57,7 +57,6 @@ std::string ErrorDescription(int number) {
     case 450: return "Wrong number of arguments or invalid property assignment";
     case 451: return "Object not a collection";
     case 457: return "This key is already associated with an element of this collection";
-    case 458: return "Variable uses an Automation type not supported in Visual Basic";
     default: return "Application-defined or object-defined error";
   }
 }

@@ -7,13 +7,14 @@
 //   resume:  Resume([&]{ statement; }); per statement that can fail; a failure
 //            skips that statement only.
 // RuntimeError is swallowed, and so is std::bad_alloc, which the failure modes
-// take as failure 7 (Out of memory) like the classic runtime did; programming
+// take as failure 7 (Out of memory); programming
 // errors (std::logic_error, ...) are never caught here.
 #pragma once
 
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 
 #include "runtime/text.h"
 
@@ -68,47 +69,67 @@ class RuntimeError : public std::runtime_error {
 // The report text of a failure: "Error: (" number ") " description.
 Text FailureText(const RuntimeError& error);
 
-// resume mode: runs one statement; a RuntimeError is swallowed. Returns false
-// when the statement failed.
+namespace failure_detail {
+
+// Stands for "no report" in RunFailureMode.
+struct NoReport {};
+
+// Runs the statement out of line. When a statement is inlined into its routine,
+// GCC 12 may drop a store made before it when the statement assigns a call's
+// small-struct result straight to the same variable (`value = CCur(v)`): its
+// dead-store pass takes the call as always writing, though a throw skips the
+// write. Behind this boundary the routine only sees a call that may read and
+// write the variable, so what was assigned before stays, under any
+// optimisation level.
 template <class Statement>
-bool Resume(Statement&& statement) {
+#if defined(__GNUC__) && !defined(__clang__)
+[[gnu::noipa]]
+#else
+[[gnu::noinline]]
+#endif
+void InvokeStatement(Statement& statement) {
+  statement();
+}
+
+// The one body of every failure mode: runs the statement, swallows a
+// RuntimeError or std::bad_alloc (failure 7) and hands it to on_failure
+// unless that is NoReport. Returns false when the statement failed.
+template <class Statement, class OnFailure>
+bool RunFailureMode(Statement& statement, OnFailure& on_failure) {
   try {
-    statement();
+    InvokeStatement(statement);
     return true;
-  } catch (const RuntimeError&) {
+  } catch (const RuntimeError& error) {
+    if constexpr (!std::is_same_v<OnFailure, NoReport>) on_failure(error);
     return false;
   } catch (const std::bad_alloc&) {
+    if constexpr (!std::is_same_v<OnFailure, NoReport>) on_failure(RuntimeError(kErrOutOfMemory));
     return false;
   }
+}
+
+}  // namespace failure_detail
+
+// resume mode: runs one statement; a RuntimeError is swallowed. Returns false
+// when the statement failed; its target keeps the value it had.
+template <class Statement>
+bool Resume(Statement&& statement) {
+  failure_detail::NoReport none;
+  return failure_detail::RunFailureMode(statement, none);
 }
 
 // guarded mode: runs the body; the first RuntimeError ends it. Returns false
 // when the body failed. The routine then returns what it had assigned.
 template <class Body>
 bool Guarded(Body&& body) {
-  try {
-    body();
-    return true;
-  } catch (const RuntimeError&) {
-    return false;
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
+  failure_detail::NoReport none;
+  return failure_detail::RunFailureMode(body, none);
 }
 
 // guarded mode with access to the failure, for routines that report it.
 template <class Body, class OnFailure>
 bool Guarded(Body&& body, OnFailure&& on_failure) {
-  try {
-    body();
-    return true;
-  } catch (const RuntimeError& error) {
-    on_failure(error);
-    return false;
-  } catch (const std::bad_alloc&) {
-    on_failure(RuntimeError(kErrOutOfMemory));
-    return false;
-  }
+  return failure_detail::RunFailureMode(body, on_failure);
 }
 
 }  // namespace varnek

@@ -2,17 +2,18 @@
 #include "runtime/number_text.h"
 
 #include <charconv>
-#include <clocale>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <string>
 
+#include "runtime/locale_source.h"
+
 namespace varnek {
 namespace {
 
-char16_t SingleUnitMark(const char* s) {
-  if (!s || !*s) return 0;
+char16_t SingleUnitMark(const std::string& s) {
+  if (s.empty()) return 0;
   Text t = Utf8ToText(s);
   return t.size() == 1 ? t[0] : 0;
 }
@@ -50,15 +51,11 @@ ParseStatus ParseRadix(TextView body, bool hex, ParsedNumber& out) {
 }  // namespace
 
 char16_t LocaleDecimalMark() {
-  const std::lconv* lc = std::localeconv();
-  char16_t m = lc ? SingleUnitMark(lc->decimal_point) : 0;
+  char16_t m = SingleUnitMark(CurrentLocaleSource().DecimalPoint());
   return m ? m : u'.';
 }
 
-char16_t LocaleThousandsSeparator() {
-  const std::lconv* lc = std::localeconv();
-  return lc ? SingleUnitMark(lc->thousands_sep) : 0;
-}
+char16_t LocaleThousandsSeparator() { return SingleUnitMark(CurrentLocaleSource().ThousandsSeparator()); }
 
 Text RealToText(double value, int digits, char16_t mark) {
   if (value == 0) return u"0";

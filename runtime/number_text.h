@@ -9,8 +9,9 @@
 
 namespace varnek {
 
-// The C library locale's decimal mark and thousands separator (LC_NUMERIC via
-// localeconv); "." and none (0) in the "C" locale. Only one-unit marks count.
+// The locale's decimal mark and thousands separator, as the installed
+// LocaleSource gives them (runtime/locale_source.h); "." and none (0) in the
+// "C" locale. Only one-unit marks count.
 char16_t LocaleDecimalMark();
 char16_t LocaleThousandsSeparator();
 

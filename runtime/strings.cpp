@@ -30,7 +30,7 @@ size_t FindFrom(TextView s1, TextView s2, size_t from, CompareMode mode) {
 }
 
 void CheckMode(CompareMode mode) {
-  if (mode != CompareMode::Binary && mode != CompareMode::Text) Fail(kErrInvalidCall);
+  if (mode != CompareMode::Binary && mode != CompareMode::TextCompare) Fail(kErrInvalidCall);
 }
 
 }  // namespace

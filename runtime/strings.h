@@ -23,9 +23,9 @@ Text Mid(TextView s, int32_t start, int32_t length);
 // start < 1 or past the end of s fails with 5.
 void MidAssign(Text& s, int32_t start, int32_t length, TextView repl);
 
-// InStr(start, s1, s2, mode); start < 1 or a mode other than Binary/Text
+// InStr(start, s1, s2, mode); start < 1 or a mode other than Binary/TextCompare
 // fails with 5. An empty s1 gives 0, then start past Len(s1) gives 0, then an
-// empty s2 gives start. Text mode ignores case only (é = É, e <> é).
+// empty s2 gives start. TextCompare ignores case only (é = É, e <> é).
 int32_t InStr(int32_t start, TextView s1, TextView s2, CompareMode mode = CompareMode::Binary);
 inline int32_t InStr(TextView s1, TextView s2, CompareMode mode = CompareMode::Binary) {
   return InStr(1, s1, s2, mode);

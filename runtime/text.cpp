@@ -1,4 +1,4 @@
-// Windows-1252 byte mapping and UTF-8 conversion for 16-bit texts.
+// The cp1252 byte mapping and UTF-8 conversion for 16-bit texts.
 #include "runtime/text.h"
 
 #include <algorithm>
@@ -14,6 +14,17 @@ constexpr char16_t kHighC1[32] = {
     0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,  // 90..97
     0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178,  // 98..9F
 };
+
+// The unit of every byte, built once from the table above.
+struct ByteUnitTable {
+  char16_t units[256];
+  constexpr ByteUnitTable() : units() {
+    for (int b = 0; b < 256; ++b) {
+      units[b] = b >= 0x80 && b < 0xA0 ? kHighC1[b - 0x80] : static_cast<char16_t>(b);
+    }
+  }
+};
+constexpr ByteUnitTable kByteUnits;
 
 // Returns the byte of a unit, or -1 when the code page has none.
 int LookupByte(char16_t unit) {
@@ -49,10 +60,7 @@ uint8_t UnitToByte(char16_t unit) {
   return b < 0 ? uint8_t{63} : static_cast<uint8_t>(b);
 }
 
-char16_t ByteToUnit(uint8_t byte) {
-  if (byte >= 0x80 && byte < 0xA0) return kHighC1[byte - 0x80];
-  return byte;
-}
+char16_t ByteToUnit(uint8_t byte) { return kByteUnits.units[byte]; }
 
 bool UnitHasByte(char16_t unit) { return LookupByte(unit) >= 0; }
 

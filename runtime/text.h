@@ -1,4 +1,4 @@
-// Text as 16-bit code units, its Windows-1252 byte mapping, and UTF-8 at the
+// Text as 16-bit code units, its cp1252 byte mapping, and UTF-8 at the
 // host boundary.
 //
 // A unit stands for one byte on the wire and in files: TextToBytes/BytesToText

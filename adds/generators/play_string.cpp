@@ -156,8 +156,8 @@ Text PlayStringHelp() {
       u" T + Tempo (Crotchet Beats per Minute)",
       u" V + VolumeConstant (F = Forte, O = Mezzo-Forte, I = MezzoPiano, P = Piano)",
       u" M + Music Style Constant (S = Staccato, N = Normal, L = Legato, D = Sustained)",
-      u" Only the Sustained style appears to function correctly as the time taken to stop a midi "
-      u"note is not negligible",
+      (u" Only the Sustained style appears to function correctly as the time taken to stop a midi "
+       u"note is not negligible"),  // one line, split for width
       u" If ommitted, uses last set option",
   };
   Text help;

@@ -57,6 +57,10 @@ class Converter {
 
   void ReadColourTable();
   void ReadFontTable();
+  // The table opened by `tag` up to the first `close` after it: the position
+  // of each, and of the first `entry` in between (0 when there is none).
+  // False when the tag or the close is missing.
+  bool FindTable(TextView tag, TextView close, TextView entry, int32_t& first, int32_t& end) const;
   // Hex text of the colour component read at pos, two digits at least.
   Text ColourComponent(int32_t pos) const;
   // Handles the character at l_; sets got_text_ and text_unit_ for text.
@@ -109,13 +113,20 @@ Text Converter::ColourComponent(int32_t pos) const {
   return hex;
 }
 
+bool Converter::FindTable(TextView tag, TextView close, TextView entry, int32_t& first,
+                          int32_t& end) const {
+  int32_t table = InStr(1, s_, tag);
+  if (table == 0) return false;
+  end = InStr(table, s_, close);
+  if (end == 0) return false;
+  first = InStr(table, s_, entry);
+  return true;
+}
+
 void Converter::ReadColourTable() {
-  int32_t table = InStr(1, s_, u"\\colortbl");
-  if (table == 0) return;
-  int32_t end = InStr(table, s_, u";}");
-  if (end == 0) return;
+  int32_t k = 0, end = 0;
+  if (!FindTable(u"\\colortbl", u";}", u"\\red", k, end)) return;
   size_t n = 0;
-  int32_t k = InStr(table, s_, u"\\red");
   while (k > 0 && k <= end) {
     if (colours_.size() < n + 1) colours_.resize(n + 1);
     colours_[n] += ColourComponent(k + 4);
@@ -129,12 +140,9 @@ void Converter::ReadColourTable() {
 }
 
 void Converter::ReadFontTable() {
-  int32_t table = InStr(1, s_, u"\\fonttbl");
-  if (table == 0) return;
-  int32_t end = InStr(table, s_, u";}}");
-  if (end == 0) return;
+  int32_t k = 0, end = 0;
+  if (!FindTable(u"\\fonttbl", u";}}", u"\\f0", k, end)) return;
   size_t n = 0;
-  int32_t k = InStr(table, s_, u"\\f0");
   while (k > 0 && k <= end) {
     if (fonts_.size() < n + 1) fonts_.resize(n + 1);
     while (At(k) != u' ' && k <= end) ++k;

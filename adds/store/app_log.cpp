@@ -119,10 +119,13 @@ Text Storage::NormaliseDrive(Variant& slDrive) {
   return drive;
 }
 
-void Storage::Disk_VolumeInfo(const Text& root, Text& label, Text& serial) {
+Storage::VolumeFacts Storage::Disk_VolumeInfo(Variant& slDrive) {
+  Text root = NormaliseDrive(slDrive);
+  VolumeFacts facts{Space(14), Text()};
+  Text& label = facts.label;
   Text found;
   uint32_t number = 0;
-  if (!files().VolumeInfo(root, found, number)) return;  // label stays as given
+  if (!files().VolumeInfo(root, found, number)) return facts;  // label stays as given
   // The label arrives in a buffer of 14 units with a NUL after it.
   Text buffer = label;
   size_t count = std::min(found.size(), buffer.size() - 1);
@@ -131,31 +134,19 @@ void Storage::Disk_VolumeInfo(const Text& root, Text& label, Text& serial) {
   label = buffer.substr(0, buffer.find(u'\0'));
   if (Trim(label).empty()) label = u"(no label)";
   int32_t as_long = static_cast<int32_t>(number);
-  serial = Hex16(Var_HighWord16(as_long)) + Hex16(Var_LowWord16(as_long));
+  facts.serial = Hex16(Var_HighWord16(as_long)) + Hex16(Var_LowWord16(as_long));
+  return facts;
 }
 
 Text Storage::Disk_GetLabel() {
-  Variant missing = Variant::Missing();
-  return Disk_GetLabel(missing);
+  Variant drive = Variant::Missing();
+  return Disk_VolumeInfo(drive).label;
 }
-
-Text Storage::Disk_GetLabel(Variant& slDrive) {
-  Text root = NormaliseDrive(slDrive);
-  Text label = Space(14), serial;
-  Disk_VolumeInfo(root, label, serial);
-  return label;
-}
-
+Text Storage::Disk_GetLabel(Variant& slDrive) { return Disk_VolumeInfo(slDrive).label; }
 Text Storage::Disk_GetSerial() {
-  Variant missing = Variant::Missing();
-  return Disk_GetSerial(missing);
+  Variant drive = Variant::Missing();
+  return Disk_VolumeInfo(drive).serial;
 }
-
-Text Storage::Disk_GetSerial(Variant& slDrive) {
-  Text root = NormaliseDrive(slDrive);
-  Text label = Space(14), serial;
-  Disk_VolumeInfo(root, label, serial);
-  return serial;
-}
+Text Storage::Disk_GetSerial(Variant& slDrive) { return Disk_VolumeInfo(slDrive).serial; }
 
 }  // namespace varnek

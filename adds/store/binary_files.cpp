@@ -30,22 +30,17 @@ bool Storage::ReadWhole(const Variant& Filename, bool ReadOnly, Text& content) {
 }
 
 bool Storage::File_SaveBinary(const Variant& Filename, const Variant& Content) {
-  Resume([&] {
-    Text folder, name;
-    if (SplitPath(CStr(Filename), folder, name)) Disk_CrearRutaDirectorios(folder);
-  });
-  Resume([&] {
-    Text path = CStr(Filename);
-    std::string bytes;
-    // A content without a text form still truncates, as opening for output did.
-    Resume([&] { bytes = TextToBytes(CStr(Content)); });
-    files().WriteAll(path, bytes);
-  });
+  WriteBinary(Filename, Content, false);
   return true;
 }
 
 bool Storage::File_AppendBinary(const Variant& Filename, const Variant& Content,
                                 bool /*ExitIfNotExist: accepted, never read*/) {
+  WriteBinary(Filename, Content, true);
+  return true;
+}
+
+void Storage::WriteBinary(const Variant& Filename, const Variant& Content, bool append) {
   Resume([&] {
     Text folder, name;
     if (SplitPath(CStr(Filename), folder, name)) Disk_CrearRutaDirectorios(folder);
@@ -53,10 +48,15 @@ bool Storage::File_AppendBinary(const Variant& Filename, const Variant& Content,
   Resume([&] {
     Text path = CStr(Filename);
     std::string bytes;
+    // A content without a text form still writes nothing (a save truncates),
+    // as opening for output did.
     Resume([&] { bytes = TextToBytes(CStr(Content)); });
-    files().Append(path, bytes);
+    if (append) {
+      files().Append(path, bytes);
+    } else {
+      files().WriteAll(path, bytes);
+    }
   });
-  return true;
 }
 
 bool Storage::File_Renombrar(const Variant& FileNameWithPath, const Variant& NewFileNameWithPath) {

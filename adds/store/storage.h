@@ -178,9 +178,11 @@ class Storage : public virtual TextToolkit {
                                        const Variant& FilePattern,
                                        CaptionControl* StatusLabel = nullptr,
                                        const Variant& internal_Recursive = Variant::Missing());
+
+ protected:
   // The order of day, month and year in the machine's short date, as
   // "mm/dd/yyyy" (always "/"); the machine's separator goes to Separator.
-  // Internal to the class; public for its tests. Open.
+  // Internal to the class. Open.
   Text Win_LocaleDateOrder(Text& Separator);
 
  protected:
@@ -200,14 +202,24 @@ class Storage : public virtual TextToolkit {
   ProfileStore& profiles() const;
 
   // File_ReadBinary that tells a failed read (false, content "") from a
-  // file that was read or that step 1 found absent (true): read-modify-write
+  // file that was read or that its first check found absent (true): read-modify-write
   // routines never save over a file they could not read.
   bool ReadWhole(const Variant& Filename, bool ReadOnly, Text& content);
+  // File_SaveBinary (append false) and File_AppendBinary: makes the folder
+  // path, then writes the content's bytes; each failure is resumed.
+  void WriteBinary(const Variant& Filename, const Variant& Content, bool append);
   // Splits at the last "/" as reverse, cut, reverse back; false without "/".
   bool SplitPath(const Text& filename, Text& folder, Text& name);
   // DateTime_PausaTimer's sub-second wait, pumping the host loop.
   void PauseSeconds(double seconds);
-  void Disk_VolumeInfo(const Text& root, Text& label, Text& serial);
+  // Disk_GetLabel and Disk_GetSerial: the drive normalised (written back),
+  // then its label (14 spaces when unread, "(no label)" when blank) and its
+  // serial as 8 hex digits ("" when unread).
+  struct VolumeFacts {
+    Text label;
+    Text serial;
+  };
+  VolumeFacts Disk_VolumeInfo(Variant& slDrive);
   Text NormaliseDrive(Variant& slDrive);
 
   Text IniBuffer_Find(const Text& section, const Text& key) const;

@@ -36,7 +36,7 @@ bool SortsBefore(const Variant& item, const Variant& other, int32_t mode) {
     case 2:
       // StrComp of a Null is Null, which is not -1.
       if (item.IsNull() || other.IsNull()) return false;
-      return StrComp(item.ToText(), other.ToText(), mode == 1 ? CompareMode::Binary : CompareMode::Text) == -1;
+      return StrComp(item.ToText(), other.ToText(), mode == 1 ? CompareMode::Binary : CompareMode::TextCompare) == -1;
     default:
       return false;
   }
@@ -68,33 +68,14 @@ bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& 
   return true;
 }
 
-bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent) {
-  Variant family = Variant::Missing(), group = Variant::Missing();
+bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent,
+                                    const Variant& GlobalFamily, const Variant& GroupFamily) {
+  Variant family = GlobalFamily, group = GroupFamily;
   return Var_VariableSet(NameVariable, NewContent, family, group);
 }
 bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent, Variant& GlobalFamily) {
   Variant group = Variant::Missing();
   return Var_VariableSet(NameVariable, NewContent, GlobalFamily, group);
-}
-bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent,
-                                    const Variant& GlobalFamily) {
-  Variant family = GlobalFamily, group = Variant::Missing();
-  return Var_VariableSet(NameVariable, NewContent, family, group);
-}
-bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent, Variant& GlobalFamily,
-                                    const Variant& GroupFamily) {
-  Variant group = GroupFamily;
-  return Var_VariableSet(NameVariable, NewContent, GlobalFamily, group);
-}
-bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent,
-                                    const Variant& GlobalFamily, Variant& GroupFamily) {
-  Variant family = GlobalFamily;
-  return Var_VariableSet(NameVariable, NewContent, family, GroupFamily);
-}
-bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent,
-                                    const Variant& GlobalFamily, const Variant& GroupFamily) {
-  Variant family = GlobalFamily, group = GroupFamily;
-  return Var_VariableSet(NameVariable, NewContent, family, group);
 }
 
 Variant VariableStore::Var_VariableGet(const Variant& NameVariable, Variant& GlobalFamily, Variant& GroupFamily) {
@@ -102,32 +83,14 @@ Variant VariableStore::Var_VariableGet(const Variant& NameVariable, Variant& Glo
   return Variant(platform().settings->Get(GroupFamily.ToText(), GlobalFamily.ToText(), NameVariable.ToText(), u""));
 }
 
-Variant VariableStore::Var_VariableGet(const Variant& NameVariable) {
-  Variant family = Variant::Missing(), group = Variant::Missing();
+Variant VariableStore::Var_VariableGet(const Variant& NameVariable, const Variant& GlobalFamily,
+                                       const Variant& GroupFamily) {
+  Variant family = GlobalFamily, group = GroupFamily;
   return Var_VariableGet(NameVariable, family, group);
 }
 Variant VariableStore::Var_VariableGet(const Variant& NameVariable, Variant& GlobalFamily) {
   Variant group = Variant::Missing();
   return Var_VariableGet(NameVariable, GlobalFamily, group);
-}
-Variant VariableStore::Var_VariableGet(const Variant& NameVariable, const Variant& GlobalFamily) {
-  Variant family = GlobalFamily, group = Variant::Missing();
-  return Var_VariableGet(NameVariable, family, group);
-}
-Variant VariableStore::Var_VariableGet(const Variant& NameVariable, Variant& GlobalFamily,
-                                       const Variant& GroupFamily) {
-  Variant group = GroupFamily;
-  return Var_VariableGet(NameVariable, GlobalFamily, group);
-}
-Variant VariableStore::Var_VariableGet(const Variant& NameVariable, const Variant& GlobalFamily,
-                                       Variant& GroupFamily) {
-  Variant family = GlobalFamily;
-  return Var_VariableGet(NameVariable, family, GroupFamily);
-}
-Variant VariableStore::Var_VariableGet(const Variant& NameVariable, const Variant& GlobalFamily,
-                                       const Variant& GroupFamily) {
-  Variant family = GlobalFamily, group = GroupFamily;
-  return Var_VariableGet(NameVariable, family, group);
 }
 
 void VariableStore::Collection_Sort(Collection& Col, int32_t nSort) {

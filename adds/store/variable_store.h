@@ -4,6 +4,7 @@
 //
 //   Variant family;                                   // empty: the app's title
 //   adds.Var_VariableSet(u"NumMsg", 17, family);      // family is now "MyApp"
+//   adds.Var_VariableSet(u"Rate", 2.5, u"Paging");    // a given family
 //   adds.Var_VariableGet(u"NumMsg");                  // "17"
 //   adds.DateTime_PausaTimer(0.5);                    // pumps for half a second
 #pragma once
@@ -25,33 +26,28 @@ class VariableStore : public virtual AddsCore {
 
   // Stores NewContent's text under group / family / name in the per-user
   // settings store. A GlobalFamily that is missing or of length 0 becomes the
-  // application's title, a GroupFamily likewise "VarnekGlobal"; a variable
-  // passed there receives that default (a value passed there receives
-  // nothing). Always True. Open: a Null name, family, group or content fails
-  // with 94, a failure of the store reaches the caller. Does not pump.
-  bool Var_VariableSet(const Variant& NameVariable, const Variant& NewContent);
+  // application's title, a GroupFamily likewise "VarnekGlobal". Every
+  // argument is read through its text form (numbers as CStr writes them).
+  // Always True. Open: a Null name, family, group or content fails with 94, a
+  // failure of the store reaches the caller. Does not pump.
+  //
+  // Three forms: values (texts, numbers, temporaries; the defaults are used
+  // and nothing is written back), and the family alone or the family and the
+  // group as Variant variables, which receive the defaults they stood for.
+  bool Var_VariableSet(const Variant& NameVariable, const Variant& NewContent,
+                       const Variant& GlobalFamily = Variant::Missing(),
+                       const Variant& GroupFamily = Variant::Missing());
   bool Var_VariableSet(const Variant& NameVariable, const Variant& NewContent, Variant& GlobalFamily);
   bool Var_VariableSet(const Variant& NameVariable, const Variant& NewContent, Variant& GlobalFamily,
                        Variant& GroupFamily);
-  bool Var_VariableSet(const Variant& NameVariable, const Variant& NewContent, const Variant& GlobalFamily);
-  bool Var_VariableSet(const Variant& NameVariable, const Variant& NewContent, Variant& GlobalFamily,
-                       const Variant& GroupFamily);
-  bool Var_VariableSet(const Variant& NameVariable, const Variant& NewContent, const Variant& GlobalFamily,
-                       Variant& GroupFamily);
-  bool Var_VariableSet(const Variant& NameVariable, const Variant& NewContent, const Variant& GlobalFamily,
-                       const Variant& GroupFamily);
 
   // The stored text as a String Variant, "" when the name was never set. The
-  // address is settled as in Var_VariableSet, defaults stored back the same
-  // way. Open. Does not pump.
-  Variant Var_VariableGet(const Variant& NameVariable);
+  // address is settled as in Var_VariableSet, in the same three forms, and
+  // defaults are written back the same way. Open. Does not pump.
+  Variant Var_VariableGet(const Variant& NameVariable, const Variant& GlobalFamily = Variant::Missing(),
+                          const Variant& GroupFamily = Variant::Missing());
   Variant Var_VariableGet(const Variant& NameVariable, Variant& GlobalFamily);
   Variant Var_VariableGet(const Variant& NameVariable, Variant& GlobalFamily, Variant& GroupFamily);
-  Variant Var_VariableGet(const Variant& NameVariable, const Variant& GlobalFamily);
-  Variant Var_VariableGet(const Variant& NameVariable, Variant& GlobalFamily, const Variant& GroupFamily);
-  Variant Var_VariableGet(const Variant& NameVariable, const Variant& GlobalFamily, Variant& GroupFamily);
-  Variant Var_VariableGet(const Variant& NameVariable, const Variant& GlobalFamily,
-                          const Variant& GroupFamily);
 
   // Shell sort in place, ascending, through the list's own Remove and Add.
   // nSort 0 compares as Variants (numbers by value, texts by code unit), 1 as

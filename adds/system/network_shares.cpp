@@ -100,7 +100,7 @@ Text SystemServices::NET_GetUncName(const Text& FileSpec) {
   if (status != NetworkShares::kNotConnected) return Text();
   for (const ShareInfo& share : shares.LocalShares()) {
     if (share.type != 0) continue;
-    if (StrComp(Left(FileSpec, Len(share.path)), share.path, CompareMode::Text) == 0) {
+    if (StrComp(Left(FileSpec, Len(share.path)), share.path, CompareMode::TextCompare) == 0) {
       return u"\\\\" + shares.MachineName() + u"\\" + share.name + Mid(FileSpec, Len(share.path));
     }
   }

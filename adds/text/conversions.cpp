@@ -4,7 +4,7 @@
 
 #include "adds/text/text_internal.h"
 #include "adds/text/text_toolkit.h"
-#include "platform/locale.h"
+#include "runtime/number_text.h"
 #include "runtime/compare.h"
 #include "runtime/convert.h"
 #include "runtime/dates.h"
@@ -167,11 +167,9 @@ Currency TextToolkit::Var_StringToCurrency(Variant& NewString) {
     s = Var_Translate(s, u",", u".");
   }
   NewString = Variant(s);
-  // Held as a plain integer: GCC 12 at -O2 loses the initial 0 of a small
-  // struct that a throwing call inside the lambda was to overwrite.
-  int64_t scaled = 0;
-  Resume([&] { scaled = CCur(NewString).scaled; });
-  return Currency{scaled};
+  Currency value;
+  Resume([&] { value = CCur(NewString); });
+  return value;
 }
 
 Variant TextToolkit::Var_FiltraCaracteres(const Variant& InputText) {
@@ -192,6 +190,6 @@ Variant TextToolkit::Var_FiltraCaracteres(const Variant& InputText) {
   return Variant(std::move(s));
 }
 
-Text TextToolkit::Win_LocaleDecimalSeparator() const { return LocaleDecimalSeparator(); }
+Text TextToolkit::Win_LocaleDecimalSeparator() const { return Text(1, LocaleDecimalMark()); }
 
 }  // namespace varnek

@@ -52,26 +52,6 @@ bool ReplaceAll(Text& text, TextView from, TextView to) {
   return true;
 }
 
-namespace {
-// cp1252 bytes 0x80..0x9F; the five it leaves undefined keep their C1 unit.
-constexpr char16_t kHighC1[32] = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
-    0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
-    0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
-    0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
-struct ByteUnitTable {
-  char16_t units[256];
-  constexpr ByteUnitTable() : units() {
-    for (int b = 0; b < 256; ++b) {
-      units[b] = b >= 0x80 && b < 0xA0 ? kHighC1[b - 0x80] : static_cast<char16_t>(b);
-    }
-  }
-};
-constexpr ByteUnitTable kTable;
-}  // namespace
-
-const char16_t* const kByteUnits = kTable.units;
-
 Text HexDigits(uint32_t value) {
   static constexpr char16_t kDigits[] = u"0123456789ABCDEF";
   char16_t buffer[8];
@@ -93,7 +73,8 @@ namespace {
 bool FitsInt16(int32_t position) { return position <= text::kMaxInt16; }
 
 // Field 1 of a line: the text before the first separator, with the 16-bit
-// limits of the working variables (Var_GetFieldAt steps 3 and 5 with p = 0).
+// limits of the working variables (Var_GetFieldAt's end search and cut with
+// the start at 0).
 Text FirstField(const Text& line, const Text& sep) {
   int32_t q = 0;
   int32_t found = text::Find(1, line, sep);

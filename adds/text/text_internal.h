@@ -35,9 +35,8 @@ inline uint8_t UnitByte(char16_t unit) {
   if (unit < 0x80 || (unit >= 0xA0 && unit <= 0xFF)) return static_cast<uint8_t>(unit);
   return UnitToByte(unit);
 }
-// The unit of every byte, filled once from the runtime's mapping.
-extern const char16_t* const kByteUnits;
-inline char16_t ByteUnit(uint8_t byte) { return kByteUnits[byte]; }
+// The unit of a byte: the runtime's mapping (runtime/text.h).
+inline char16_t ByteUnit(uint8_t byte) { return ByteToUnit(byte); }
 
 // Unpadded upper-case hexadecimal digits of a value ("0" for 0).
 Text HexDigits(uint32_t value);

@@ -1,7 +1,7 @@
 // Text toolkit of Adds: splitting and replacing strings, the script sequence
 // store, the URL and Base64 codecs, control-character aliases, conversions and
 // scrambling. Every routine works on 16-bit units; the codecs read a unit as
-// the byte it stands for in the Windows-1252 mapping (runtime/text.h). No
+// the byte it stands for in the cp1252 mapping (runtime/text.h). No
 // routine here pumps the host loop, so none can be re-entered.
 //
 //   Variant rest = u"k=v";
@@ -9,7 +9,6 @@
 //   adds.Script_SecuenciaProcesa(u"a=1\r\nb=2", u"\r\n");   // 2 records
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -177,7 +176,8 @@ class TextToolkit : public virtual AddsCore {
   // Reduces to plain 7-bit printable: ñ and the acute vowels lose the accent,
   // CR LF and CR become spaces, units of bytes 128..255 and 0..31 go. Open.
   Variant Var_FiltraCaracteres(const Variant& InputText);
-  // The locale's decimal mark, one unit (the process's numeric locale).
+  // The locale's decimal mark, one unit (the runtime's locale source: the
+  // process's numeric locale on the Linux platform).
   virtual Text Win_LocaleDecimalSeparator() const;
 
   // ---- Scrambling and compression (scrambling.cpp) -------------------------
@@ -194,16 +194,6 @@ class TextToolkit : public virtual AddsCore {
   TextToolkit() = default;
   // The 32-bit value stored at an address.
   int32_t Var_PointerToLong(int64_t Address);
-
-  // Base64 helpers: the decode table is refilled at each decode.
-  void Base64Table_Build();
-  void Base64_EncodeGroup(const uint8_t bytes[3], char16_t out[4]) const;
-  // Writes the group's three units; returns how many of them stay.
-  size_t Base64_DecodeGroup(const int16_t values[4], char16_t out[3]) const;
-  static uint8_t Byte_ShiftLeft(uint8_t Value, int16_t Bits);
-  static uint8_t Byte_ShiftRight(uint8_t Value, int16_t Bits);
-
-  std::array<int16_t, 256> Base64DecodeTable{};
 
  private:
   Variant RecordField(const Variant& Index, bool content) const;

@@ -1,6 +1,7 @@
 // The ALSA sequencer output: short messages become sequencer events sent
 // directly (no queue) to the port's subscribers.
 #include "platform/linux/alsa_midi_output.h"
+#include "platform/linux/eintr.h"
 
 #include <alsa/asoundlib.h>
 #include <time.h>
@@ -113,9 +114,13 @@ void AlsaMidiOutput::Sleep(int32_t milliseconds) {
   if (milliseconds <= 0) return;
   timespec left{milliseconds / 1000, static_cast<long>(milliseconds % 1000) * 1000000L};
   // Interrupted sleeps go on with what is left; each round is shorter.
-  for (int rounds = 0; rounds < 1000; ++rounds) {
-    if (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) != EINTR) return;
-  }
+  // clock_nanosleep gives its error as the result, not in errno.
+  linux_io::RetryOnEintr([&] {
+    int error = clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left);
+    if (error == 0) return 0;
+    errno = error;
+    return -1;
+  });
 }
 
 }  // namespace varnek

@@ -1,5 +1,6 @@
 // POSIX helpers of the Linux file services.
 #include "platform/linux/file_io.h"
+#include "platform/linux/eintr.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -62,11 +63,8 @@ bool ReadFd(int fd, std::string& out) {
     out.reserve(out.size() + static_cast<size_t>(st.st_size));
   char chunk[65536];
   for (;;) {
-    ssize_t n = read(fd, chunk, sizeof chunk);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
+    ssize_t n = RetryOnEintr([&] { return read(fd, chunk, sizeof chunk); });
+    if (n < 0) return false;
     if (n == 0) return true;
     out.append(chunk, static_cast<size_t>(n));
   }
@@ -74,21 +72,15 @@ bool ReadFd(int fd, std::string& out) {
 
 bool WriteFd(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
-    ssize_t n = write(fd, bytes.data(), bytes.size());
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
+    ssize_t n = RetryOnEintr([&] { return write(fd, bytes.data(), bytes.size()); });
+    if (n < 0) return false;
     bytes.remove_prefix(static_cast<size_t>(n));
   }
   return true;
 }
 
 int OpenRegular(const std::string& path, int flags) {
-  int fd;
-  do {
-    fd = open(path.c_str(), flags | O_NONBLOCK | O_CLOEXEC, 0666);
-  } while (fd < 0 && errno == EINTR);
+  int fd = RetryOnEintr([&] { return open(path.c_str(), flags | O_NONBLOCK | O_CLOEXEC, 0666); });
   if (fd < 0) return -1;
   struct stat st {};
   int error = 0;

@@ -1,5 +1,5 @@
 // Small POSIX file helpers shared by the Linux file, profile and settings
-// services: EINTR and partial transfers handled once, the one map from errno
+// services: partial transfers handled once (EINTR through eintr.h), the one map from errno
 // to classic file numbers, and whole-file reads that refuse anything but a
 // regular file.
 #pragma once

@@ -1,5 +1,6 @@
 // The clipboard: xclip on an X display, a file otherwise.
 #include "platform/linux/linux_clipboard.h"
+#include "platform/linux/eintr.h"
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -55,8 +56,7 @@ bool SendToSelection(const std::string& png, const char* type) {
   close(pipe_fds[1]);
   if (spawned != 0) return false;
   int status = 0;
-  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
+  linux_io::RetryOnEintr([&] { return waitpid(pid, &status, 0); });
   return written && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 

@@ -1,5 +1,6 @@
 // Spawns a helper without a shell and waits for its exit status.
 #include "platform/linux/linux_command_runner.h"
+#include "platform/linux/eintr.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -24,9 +25,7 @@ int LinuxCommandRunner::Run(const std::vector<std::string>& argv) {
   posix_spawn_file_actions_destroy(&actions);
   if (rc != 0) return -1;
   int status = 0;
-  while (waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) return -1;
-  }
+  if (linux_io::RetryOnEintr([&] { return waitpid(pid, &status, 0); }) < 0) return -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 

@@ -1,8 +1,9 @@
 // Short dates from the C library's locale.
 #include "platform/linux/linux_date_locale.h"
 
-#include <langinfo.h>
 #include <time.h>
+
+#include "runtime/locale_source.h"
 
 namespace varnek {
 
@@ -15,7 +16,9 @@ Text LinuxDateLocale::ShortDate(int32_t year, int32_t month, int32_t day) {
   when.tm_isdst = -1;
   timegm(&when);  // fills the weekday and day of the year for formats that show them
   char out[128];
-  size_t n = strftime(out, sizeof out, nl_langinfo(D_FMT), &when);
+  // The pattern comes from the runtime's locale source, which the Linux
+  // platform fills from LC_TIME: the order CDate reads is the order shown.
+  size_t n = strftime(out, sizeof out, CurrentLocaleSource().ShortDatePattern().c_str(), &when);
   // The locale's text is in its own encoding; Linux locales are UTF-8.
   return Utf8ToText(std::string_view(out, n));
 }

@@ -7,7 +7,8 @@ namespace varnek {
 
 class LinuxDateLocale : public DateLocale {
  public:
-  // strftime with nl_langinfo(D_FMT) in the process's current LC_TIME locale.
+  // strftime with the runtime locale source's short-date pattern (on the Linux
+  // platform nl_langinfo(D_FMT) of the current LC_TIME locale).
   Text ShortDate(int32_t year, int32_t month, int32_t day) override;
 };
 

@@ -1,5 +1,6 @@
 // Whole files, directories and enumeration on Linux.
 #include "platform/linux/linux_files.h"
+#include "platform/linux/eintr.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -91,10 +92,8 @@ void LinuxFileSystem::Append(TextView path, std::string_view bytes) {
   // whole record or none of it. A pipe or device is refused rather than
   // waited on.
   std::string target = PathBytes(path);
-  int fd;
-  do {
-    fd = open(target.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0666);
-  } while (fd < 0 && errno == EINTR);
+  int fd = linux_io::RetryOnEintr(
+      [&] { return open(target.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0666); });
   if (fd < 0) FailFromErrno(target);
   FdCloser closer(fd);
   struct stat st {};

@@ -13,6 +13,7 @@
 #include "platform/linux/linux_date_locale.h"
 #include "platform/linux/linux_files.h"
 #include "platform/linux/linux_command_runner.h"
+#include "platform/linux/linux_locale_source.h"
 #include "platform/linux/linux_loop.h"
 #include "platform/linux/linux_network_shares.h"
 #include "platform/linux/linux_network_clock.h"
@@ -31,6 +32,7 @@ Platform& LinuxPlatformOn(LinuxLoop& loop) {
   // Never destroyed: handlers may still reach the services during exit. The
   // list keeps every bundle reachable, so leak checkers see them as kept.
   static auto* bundles = new std::vector<Platform*>;
+  InstallLocaleSource(&LinuxLocale());  // the runtime follows setlocale from here on
   auto* p = new Platform;
   bundles->push_back(p);
   p->loop = &loop;  // the Linux services watch their descriptors here

@@ -4,9 +4,11 @@
 
 #include <gtest/gtest.h>
 
-#include <clocale>
 
 #include "runtime/dates.h"
+#include "runtime/date_text.h"
+#include "runtime/locale_source.h"
+#include "runtime/number_text.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {
@@ -134,16 +136,19 @@ TEST(Conversions, IsNumericCBoolCCurIntFix) {
   EXPECT_TRUE(Int(Variant::Null()).IsNull());
 }
 
-// Switches the process locale for one test and restores "C"; a locale not installed skips the test.
-struct LocaleScope {
-  explicit LocaleScope(const char* name) : ok(std::setlocale(LC_ALL, name) != nullptr) {}
-  ~LocaleScope() { std::setlocale(LC_ALL, "C"); }
-  bool ok;
+// German facts, as the Linux platform reads them from de_DE.UTF-8, installed
+// for one test; the one before is put back.
+struct GermanLocale : LocaleSource {
+  GermanLocale() : before(InstallLocaleSource(this)) {}
+  ~GermanLocale() override { InstallLocaleSource(before); }
+  std::string DecimalPoint() override { return ","; }
+  std::string ThousandsSeparator() override { return "."; }
+  std::string ShortDatePattern() override { return "%d.%m.%Y"; }
+  LocaleSource* before;
 };
 
 TEST(Locale, GermanMarksAndDayMonthOrder) {
-  LocaleScope scope("de_DE.UTF-8");
-  if (!scope.ok) GTEST_SKIP() << "de_DE.UTF-8 not installed";
+  GermanLocale german;
   EXPECT_EQ(CStr(Variant(1.5)), u"1,5");
   EXPECT_EQ(CCur(Variant(u"1,23456")).scaled, 12346);
   EXPECT_EQ(CDbl(Variant(u"1.5")), 15);  // "." is the thousands separator here
@@ -157,6 +162,41 @@ TEST(Locale, GermanMarksAndDayMonthOrder) {
   EXPECT_EQ(CDate(Variant(u"1970-1-13")).serial, 25581);  // year first in any locale
   EXPECT_EQ(CDate(Variant(u"12/13/2004")).serial, DateSerial(2004, 12, 13));  // swapped
   EXPECT_EQ(CStr(Variant(Date{38053.5})), u"2004-03-07 12:00:00");  // host form everywhere
+}
+
+struct PatternLocale : ClassicLocaleSource {
+  explicit PatternLocale(std::string p) : pattern(std::move(p)), before(InstallLocaleSource(this)) {}
+  ~PatternLocale() override { InstallLocaleSource(before); }
+  std::string ShortDatePattern() override { return pattern; }
+  std::string pattern;
+  LocaleSource* before;
+};
+
+TEST(Locale, DateOrderFollowsTheInstalledPattern) {
+  {  // year first: three numbers read year, month, day
+    PatternLocale ymd("%Y/%m/%d");
+    EXPECT_EQ(LocaleDateOrder(), DateOrder::YMD);
+    EXPECT_EQ(CDate(Variant(u"04/03/07")).serial, DateSerial(2004, 3, 7));
+  }
+  {  // modifiers are skipped; a pattern that ends in one reads as month first
+    PatternLocale modified("%Ed.%Om.%Y");
+    EXPECT_EQ(LocaleDateOrder(), DateOrder::DMY);
+    EXPECT_EQ(LocaleDateSeparator(), u'.');
+    PatternLocale cut("%d%E");
+    EXPECT_EQ(LocaleDateOrder(), DateOrder::MDY);
+  }
+  {  // a multi-unit mark does not count: "." and no separator
+    struct Wide : ClassicLocaleSource {
+      std::string DecimalPoint() override { return ",,"; }
+      std::string ThousandsSeparator() override { return "\xC2\xA0"; }  // one unit in UTF-8
+    } wide;
+    LocaleSource* before = InstallLocaleSource(&wide);
+    EXPECT_EQ(LocaleDecimalMark(), u'.');
+    EXPECT_EQ(LocaleThousandsSeparator(), u'\u00A0');
+    InstallLocaleSource(before);
+  }
+  EXPECT_EQ(LocaleDateOrder(), DateOrder::MDY);  // the classic source is back
+  EXPECT_EQ(CStr(Variant(1.5)), u"1.5");
 }
 
 }  // namespace

@@ -68,7 +68,7 @@ TEST(MidInStr, EdgesStartsEmptiesAndModes) {
   MidAssign(s, 1, 1, u"qq");
   EXPECT_EQ(s, u"qXYZ12");
   EXPECT_EQ(FailureOf([&] { MidAssign(s, 7, -1, u"x"); }), 5);
-  constexpr CompareMode B = CompareMode::Binary, T = CompareMode::Text;
+  constexpr CompareMode B = CompareMode::Binary, T = CompareMode::TextCompare;
   struct Row { int start; const char16_t *s, *find; CompareMode mode; int want; };
   const Row rows[] = {{1, u"abcd", u"bc", B, 2}, {3, u"abcd", u"bc", B, 0}, {4, u"abcdef", u"", B, 4},
                       {20, u"abcdef", u"", B, 0}, {4, u"", u"", B, 0}, {1, u"abcABC", u"aB", T, 1},
@@ -78,14 +78,14 @@ TEST(MidInStr, EdgesStartsEmptiesAndModes) {
   const Row rev[] = {{-1, u"abcabc", u"bc", B, 5}, {4, u"abcabc", u"bc", B, 2}, {2, u"abcabc", u"bc", B, 0},
                      {-1, u"abcabc", u"BC", T, 5}, {2, u"abc", u"", B, 2}, {9, u"abc", u"a", B, 0}};
   for (const Row& r : rev) EXPECT_EQ(InStrRev(r.s, r.find, r.start, r.mode), r.want) << "row " << &r - rev;
-  ExpectFailures({{5, [] { InStr(-20, u"abcd", u"abcd", CompareMode::Text); }}, {5, [] { InStrRev(u"abc", u"a", 0); }},
+  ExpectFailures({{5, [] { InStr(-20, u"abcd", u"abcd", CompareMode::TextCompare); }}, {5, [] { InStrRev(u"abc", u"a", 0); }},
                   {5, [] { InStr(2, u"abcd", u"x", static_cast<CompareMode>(10)); }}});
 }
 
 TEST(ReplaceSplitTrimChr, StartCountEmptyCasesAndRanges) {
   EXPECT_EQ(Replace(u"aXbXcX", u"X", u"-", 3), u"b-c-");  // result starts at start
   EXPECT_EQ(Replace(u"aXbXcX", u"X", u"-", 1, 2), u"a-b-cX");
-  EXPECT_EQ(Replace(u"axbXc", u"x", u"", 1, -1, CompareMode::Text), u"abc");
+  EXPECT_EQ(Replace(u"axbXc", u"x", u"", 1, -1, CompareMode::TextCompare), u"abc");
   EXPECT_EQ(Replace(u"abc", u"", u"-"), u"abc");
   EXPECT_EQ(Replace(u"abc", u"b", u"-", 4), u"");
   EXPECT_EQ(Replace(u"aaa", u"aa", u"b"), u"ba");
@@ -96,7 +96,7 @@ TEST(ReplaceSplitTrimChr, StartCountEmptyCasesAndRanges) {
   EXPECT_TRUE(Split(u"").empty());
   EXPECT_TRUE(Split(u"a b", u" ", 0).empty());
   EXPECT_EQ(Split(u"a b", u""), (std::vector<Text>{u"a b"}));
-  EXPECT_EQ(Split(u"aXbxc", u"x", -1, CompareMode::Text), (std::vector<Text>{u"a", u"b", u"c"}));
+  EXPECT_EQ(Split(u"aXbxc", u"x", -1, CompareMode::TextCompare), (std::vector<Text>{u"a", u"b", u"c"}));
   EXPECT_EQ(Join({u"a", u"", u"c"}, u"--"), u"a----c");
   EXPECT_EQ(Trim(u"\tx "), u"\tx");  // blanks only
   EXPECT_EQ(Trim(u"\u00A0a\u00A0"), u"\u00A0a\u00A0");
@@ -121,12 +121,12 @@ TEST(CompareVariants, MixedSubtypesEmptyAndNull) {
   // Null gives no answer, and an If reads it as False
   EXPECT_FALSE(CompareVariants(Variant::Null(), Variant(1)) || CompareVariants(Variant(0), Variant::Null()));
   EXPECT_FALSE(VariantEqual(Variant::Null(), Variant::Null()) || VariantLess(Variant::Null(), Variant(1)));
-  EXPECT_TRUE(VariantEqual(Variant(u"ABC"), Variant(u"abc"), CompareMode::Text));
+  EXPECT_TRUE(VariantEqual(Variant(u"ABC"), Variant(u"abc"), CompareMode::TextCompare));
   EXPECT_EQ(FailureOf([] { CompareVariants(Variant(1), Variant(std::make_shared<Object>())); }), 13);
 }
 
 TEST(StrCompConcat, BinaryByCodeUnitTextBesideTheBaseLetter) {
-  constexpr CompareMode B = CompareMode::Binary, T = CompareMode::Text;
+  constexpr CompareMode B = CompareMode::Binary, T = CompareMode::TextCompare;
   struct Row { const char16_t *a, *b; CompareMode mode; int want; };
   const Row rows[] = {
       {u"ABCD", u"abcd", T, 0},  {u"ABCD", u"abcd", B, -1}, {u"ABCD", u"ABC", B, 1},  {u"a", u"B", T, -1},
@@ -142,7 +142,7 @@ TEST(StrCompConcat, BinaryByCodeUnitTextBesideTheBaseLetter) {
 }
 
 TEST(Like, WildcardsBracketsAndCaseByMode) {
-  constexpr CompareMode T = CompareMode::Text;
+  constexpr CompareMode T = CompareMode::TextCompare;
   struct Row { const char16_t *s, *p; bool want; CompareMode mode = CompareMode::Binary; };
   const Row rows[] = {
       {u"F", u"[!A-Z]", false},  {u"aM5b", u"a[L-P]#[!c-e]", true},  {u"CAT123khg", u"B?T*", false},

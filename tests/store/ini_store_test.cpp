@@ -110,6 +110,37 @@ TEST_F(IniStoreTest, ListsAndDeletesSectionsOnTheText) {
   EXPECT_EQ(ReadBytes(P("none.ini")), "");
 }
 
+TEST_F(IniStoreTest, SetLastFileNameStepsBackOnce) {
+  {  // no file before: nothing changes, the cache stays
+    Use("a.ini", "[s]\r\nk=from a\r\n");
+    EXPECT_EQ(Get(u"s", u"k"), u"from a");
+    store.INI_SetLastFileName();
+    EXPECT_EQ(store.INI_FileName.ToText(), T("a.ini"));
+    EXPECT_EQ(store.IniBufferCount(), 1);
+  }
+  {  // back to the previous file, with the cache purged
+    Use("b.ini", "[s]\r\nk=from b\r\n");
+    EXPECT_EQ(Get(u"s", u"k"), u"from b");
+    store.INI_SetLastFileName();
+    EXPECT_EQ(store.INI_FileName.ToText(), T("a.ini"));
+    EXPECT_EQ(store.IniBufferCount(), 0);
+    EXPECT_EQ(Get(u"s", u"k"), u"from a");
+    EXPECT_EQ(store.INI_PutString(u"s", u"k", u"again a"), 1);  // writes go there too
+    EXPECT_NE(ReadBytes(P("a.ini")).find("k=again a"), std::string::npos);
+    EXPECT_EQ(ReadBytes(P("b.ini")), "[s]\r\nk=from b\r\n");
+  }
+  {  // a second step stays where the first went
+    store.INI_SetLastFileName();
+    EXPECT_EQ(store.INI_FileName.ToText(), T("a.ini"));
+  }
+  {  // a short previous name comes back as the current file, INI_FileName ""
+    store.INI_SetFileName(u"ab");
+    store.INI_SetFileName(T("b.ini"));
+    store.INI_SetLastFileName();
+    EXPECT_EQ(store.INI_FileName.ToText(), u"");
+  }
+}
+
 TEST_F(IniStoreTest, BinaryFileIsHarmless) {
   std::string junk;
   for (int i = 0; i < 3000; ++i) junk += static_cast<char>((i * 31 + 7) % 256);

@@ -21,6 +21,8 @@ namespace varnek {
 
 struct TestStorage : Storage {
   explicit TestStorage(Platform& p) : Storage(p) {}
+  // Internals the tests pin down.
+  using Storage::Win_LocaleDateOrder;
 };
 
 // A folder made with mkdtemp and removed with everything in it.

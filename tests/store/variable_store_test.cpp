@@ -46,6 +46,11 @@ TEST_F(VariableStoreTest, SettlesTheAddressAndStoresTexts) {
   store.Var_VariableSet(u"Rate", 2.5, u"Paging", u"Other");  // given ones used as they are
   EXPECT_EQ(sim.settings.Get(u"Other", u"Paging", u"Rate", u"?"), u"2.5");
   EXPECT_EQ(store.Var_VariableGet(u"Rate", u"Paging").ToText(), u"");  // the default group
+  EXPECT_EQ(store.Var_VariableGet(u"Rate", u"Paging", u"Other").ToText(), u"2.5");
+  const Variant given_family;  // a value, not a variable: the default is used, nothing written back
+  store.Var_VariableSet(u"Level", 3, given_family);
+  EXPECT_TRUE(given_family.IsEmpty());
+  EXPECT_EQ(sim.settings.Get(u"VarnekGlobal", u"VarnekTest", u"Level", u"?"), u"3");
   EXPECT_RUNTIME_ERROR(store.Var_VariableSet(u"X", Variant::Null()), kErrInvalidUseOfNull);
 }
 

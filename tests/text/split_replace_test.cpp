@@ -47,7 +47,7 @@ TEST_F(ToolkitTest, GetFieldAtWrapsAroundCountsOverlapsAndHonours16BitPositions)
       {u"a,b,c", 7, u",", u""},   {u",a", 1, u",", u""},       {u"abc", 1, u",", u"abc"}, {u"abc", 2, u",", u""},
       {u"a::b", 2, u"::", u"b"},  {u"a:::b", 2, u"::", u""},   // overlapping match: q - p - 2 < 0, resumed as ""
       {u"a:::b", 3, u"::", u"b"},  // the second, overlapping match starts field 3
-      {u"a,b", -1, u",", u"a"},    // below 0: p = 0 and step 6
+      {u"a,b", -1, u",", u"a"},    // below 0: the walk stays at 0 and the first field is cut
       {u"a,b", 1, u"", u""},      {u"", 1, u",", u""},         {u"a,b", 1000000000, u",", u"b"},  // periodic
       {u"a,b", u"x", u",", u""}};  // failures are resumed as ""
   for (const Row& r : rows) EXPECT_EQ(kit.Var_GetFieldAt(r.line, r.position, r.sep), r.want) << "row " << &r - rows;
