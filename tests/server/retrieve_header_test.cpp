@@ -8,7 +8,7 @@ namespace {
 
 using RetrieveHeaderTest = ServerFixture;
 
-TEST_F(RetrieveHeaderTest, BuildsTheRequestWithTheListenersAddress) {
+TEST_P(RetrieveHeaderTest, BuildsTheRequestWithTheListenersAddress) {
   const std::string rest =
       " HTTP/1.0\r\nAccept: text/plain\r\nAccept-Language: en-us\r\n"
       "Accept-Encoding: gzip, deflate\r\n"
@@ -32,6 +32,8 @@ TEST_F(RetrieveHeaderTest, BuildsTheRequestWithTheListenersAddress) {
               "GET /" + rest + "Host: 127.0.0.1\r\nConnection: Keep-Alive\r\n\r\n");
   }
 }
+
+VARNEK_BOTH_LOOP_MODES(RetrieveHeaderTest);
 
 }  // namespace
 }  // namespace varnek::testing
