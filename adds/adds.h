@@ -6,14 +6,14 @@
 //   adds.Var_GetPart(text, u";");            // "a", text is now "b;c"
 #pragma once
 
-#include "adds/adds_core.h"
-#include "adds/generators/generators.h"
-#include "adds/net/network.h"
-#include "adds/paging/paging.h"
-#include "adds/store/storage.h"
-#include "adds/store/variable_store.h"
-#include "adds/system/system_services.h"
-#include "adds/text/text_toolkit.h"
+#include "varnek/adds/adds_core.h"
+#include "varnek/adds/generators/generators.h"
+#include "varnek/adds/net/network.h"
+#include "varnek/adds/paging/paging.h"
+#include "varnek/adds/store/storage.h"
+#include "varnek/adds/store/variable_store.h"
+#include "varnek/adds/system/system_services.h"
+#include "varnek/adds/text/text_toolkit.h"
 
 namespace varnek {
 

@@ -12,7 +12,7 @@
 //   };
 #pragma once
 
-#include "platform/platform.h"
+#include "varnek/platform/platform.h"
 
 namespace varnek {
 

@@ -3,9 +3,9 @@
 // and Var_DrawBarcode of a 40-character text on the Cairo picture control.
 #include <benchmark/benchmark.h>
 
-#include "adds/adds.h"
-#include "platform/linux/cairo_surface.h"
-#include "platform/sim/sim_platform.h"
+#include "varnek/adds/adds.h"
+#include "varnek/platform/linux/cairo_surface.h"
+#include "varnek/platform/sim/sim_platform.h"
 
 using namespace varnek;
 

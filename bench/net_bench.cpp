@@ -16,12 +16,12 @@
 #include <string>
 #include <vector>
 
-#include "adds/adds.h"
-#include "platform/linux/linux_loop.h"
-#include "platform/linux/linux_net_tables.h"
-#include "platform/linux/linux_socket.h"
-#include "platform/sim/fixed_application.h"
-#include "platform/sim/memory_settings_store.h"
+#include "varnek/adds/adds.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/linux/linux_net_tables.h"
+#include "varnek/platform/linux/linux_socket.h"
+#include "varnek/platform/sim/fixed_application.h"
+#include "varnek/platform/sim/memory_settings_store.h"
 
 namespace {
 

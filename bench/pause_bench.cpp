@@ -9,10 +9,10 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "adds/store/variable_store.h"
-#include "platform/linux/linux_loop.h"
-#include "platform/sim/fixed_application.h"
-#include "platform/sim/memory_settings_store.h"
+#include "varnek/adds/store/variable_store.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/sim/fixed_application.h"
+#include "varnek/platform/sim/memory_settings_store.h"
 
 namespace {
 

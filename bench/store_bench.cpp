@@ -9,9 +9,9 @@
 #include <fstream>
 #include <string>
 
-#include "adds/store/storage.h"
-#include "platform/platform.h"
-#include "runtime/convert.h"
+#include "varnek/adds/store/storage.h"
+#include "varnek/platform/platform.h"
+#include "varnek/runtime/convert.h"
 #include "tests/store/child_process.h"
 
 namespace varnek {

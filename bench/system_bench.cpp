@@ -3,10 +3,10 @@
 // SNTP on loopback (a responder in the same loop) or the local clock.
 #include <benchmark/benchmark.h>
 
-#include "adds/adds.h"
-#include "platform/linux/linux_loop.h"
-#include "platform/linux/linux_network_clock.h"
-#include "platform/sim/sim_platform.h"
+#include "varnek/adds/adds.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/linux/linux_network_clock.h"
+#include "varnek/platform/sim/sim_platform.h"
 #include "tests/platform/sntp_responder.h"
 
 namespace varnek {

@@ -5,10 +5,10 @@
 // its Python figures are taken on the same data.
 #include <benchmark/benchmark.h>
 
-#include "adds/text/text_toolkit.h"
-#include "platform/sim/sim_platform.h"
-#include "runtime/convert.h"
-#include "runtime/text.h"
+#include "varnek/adds/text/text_toolkit.h"
+#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/text.h"
 
 using namespace varnek;
 

@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "fuzz/toolkit_input.h"
-#include "runtime/failure.h"
+#include "varnek/runtime/failure.h"
 
 using namespace varnek;
 

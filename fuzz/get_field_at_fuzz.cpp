@@ -4,8 +4,8 @@
 #include <cstdlib>
 
 #include "fuzz/toolkit_input.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
 
 using namespace varnek;
 

@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "adds/adds.h"
-#include "platform/sim/sim_platform.h"
+#include "varnek/adds/adds.h"
+#include "varnek/platform/sim/sim_platform.h"
 
 using namespace varnek;
 

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "platform/linux/profile_file.h"
-#include "runtime/casemap.h"
+#include "varnek/platform/linux/profile_file.h"
+#include "varnek/runtime/casemap.h"
 
 using namespace varnek;
 

@@ -8,9 +8,9 @@
 #include <memory>
 #include <string>
 
-#include "platform/sim/sim_platform.h"
-#include "platform/sim/sim_socket.h"
-#include "server/http_server.h"
+#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/sim/sim_socket.h"
+#include "varnek/server/http_server.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "adds/generators/rtf_to_html.h"
-#include "runtime/failure.h"
+#include "varnek/adds/generators/rtf_to_html.h"
+#include "varnek/runtime/failure.h"
 
 using namespace varnek;
 

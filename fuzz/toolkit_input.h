@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "adds/text/text_toolkit.h"
-#include "platform/sim/sim_platform.h"
+#include "varnek/adds/text/text_toolkit.h"
+#include "varnek/platform/sim/sim_platform.h"
 
 namespace varnek {
 

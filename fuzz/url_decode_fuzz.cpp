@@ -4,8 +4,8 @@
 #include <cstdlib>
 
 #include "fuzz/toolkit_input.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
 
 using namespace varnek;
 

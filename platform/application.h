@@ -2,7 +2,7 @@
 // command line.
 #pragma once
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek {
 

@@ -1,9 +1,9 @@
 // The comm control's members by name, and the one reading of a Settings text.
-#include "platform/comm.h"
+#include "varnek/platform/comm.h"
 
-#include "platform/settings_store.h"
-#include "runtime/convert.h"
-#include "runtime/strings.h"
+#include "varnek/platform/settings_store.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

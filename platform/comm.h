@@ -28,8 +28,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "runtime/failure.h"
-#include "runtime/variant.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/variant.h"
 
 namespace varnek {
 

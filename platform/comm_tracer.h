@@ -10,7 +10,7 @@
 #include <functional>
 #include <utility>
 
-#include "platform/comm.h"
+#include "varnek/platform/comm.h"
 
 namespace varnek {
 

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek {
 

@@ -22,7 +22,7 @@
 #include <memory>
 #include <string>
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek {
 

@@ -2,8 +2,8 @@
 // file system's wildcards, then matched without regard to case.
 #include <vector>
 
-#include "platform/files.h"
-#include "runtime/casemap.h"
+#include "varnek/platform/files.h"
+#include "varnek/runtime/casemap.h"
 
 namespace varnek {
 

@@ -25,7 +25,7 @@
 #include <string_view>
 #include <vector>
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek {
 

@@ -6,7 +6,7 @@
 
 #include <vector>
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek {
 

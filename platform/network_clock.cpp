@@ -1,7 +1,7 @@
 // The calendar arithmetic shared by every network clock.
-#include "platform/network_clock.h"
+#include "varnek/platform/network_clock.h"
 
-#include "runtime/date_math.h"
+#include "varnek/runtime/date_math.h"
 
 namespace varnek {
 

@@ -18,7 +18,7 @@
 #include <functional>
 #include <optional>
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek {
 

@@ -2,9 +2,9 @@
 // through. Hosts use LinuxPlatform(); tests build one from simulated parts.
 #pragma once
 
-#include "platform/application.h"
-#include "platform/host_loop.h"
-#include "platform/settings_store.h"
+#include "varnek/platform/application.h"
+#include "varnek/platform/host_loop.h"
+#include "varnek/platform/settings_store.h"
 
 namespace varnek {
 

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek {
 

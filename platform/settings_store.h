@@ -2,7 +2,7 @@
 // that survive the process.
 #pragma once
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek {
 

@@ -40,7 +40,7 @@
 #include <functional>
 #include <memory>
 
-#include "runtime/variant.h"
+#include "varnek/runtime/variant.h"
 
 namespace varnek {
 

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "platform/socket.h"
+#include "varnek/platform/socket.h"
 
 namespace varnek {
 

@@ -1,12 +1,12 @@
 // The strand scheduler shared by the Linux and the simulated host loops.
-#include "platform/strand_scheduler.h"
+#include "varnek/platform/strand_scheduler.h"
 
 #include <algorithm>
 #include <cmath>
 #include <utility>
 #include <vector>
 
-#include "runtime/failure.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 

@@ -19,8 +19,8 @@
 #include <tuple>
 #include <unordered_map>
 
-#include "platform/fiber.h"
-#include "platform/host_loop.h"
+#include "varnek/platform/fiber.h"
+#include "varnek/platform/host_loop.h"
 
 namespace varnek {
 

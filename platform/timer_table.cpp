@@ -1,5 +1,5 @@
 // Periodic timers shared by the Linux and the simulated host loops.
-#include "platform/timer_table.h"
+#include "varnek/platform/timer_table.h"
 
 #include <cmath>
 #include <utility>

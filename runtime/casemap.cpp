@@ -1,5 +1,5 @@
 // Case mapping and text-compare weights from our own tables.
-#include "runtime/casemap.h"
+#include "varnek/runtime/casemap.h"
 
 namespace varnek {
 namespace {

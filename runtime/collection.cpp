@@ -1,9 +1,9 @@
 // Collection: ordered Variants with optional case-insensitive keys.
-#include "runtime/collection.h"
+#include "varnek/runtime/collection.h"
 
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 namespace {

@@ -12,7 +12,7 @@
 #include <optional>
 #include <vector>
 
-#include "runtime/variant.h"
+#include "varnek/runtime/variant.h"
 
 namespace varnek {
 

@@ -1,12 +1,12 @@
 // Variant comparison, StrComp and the & operator.
-#include "runtime/compare.h"
+#include "varnek/runtime/compare.h"
 
 #include <algorithm>
 
-#include "runtime/casemap.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/number_text.h"
+#include "varnek/runtime/casemap.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/number_text.h"
 
 namespace varnek {
 namespace {

@@ -5,7 +5,7 @@
 
 #include <optional>
 
-#include "runtime/variant.h"
+#include "varnek/runtime/variant.h"
 
 namespace varnek {
 

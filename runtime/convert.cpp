@@ -1,6 +1,6 @@
 // The classic conversions: CStr, CInt, CLng, CSng, CDbl, CCur, CDate, CBool,
 // CByte, Int, Fix, Str, Hex, Oct, Val, IsNumeric and IsDate.
-#include "runtime/convert.h"
+#include "varnek/runtime/convert.h"
 
 #include <cctype>
 #include <cfloat>
@@ -8,12 +8,12 @@
 #include <cmath>
 #include <string>
 
-#include "runtime/date_math.h"
-#include "runtime/date_text.h"
-#include "runtime/dates.h"
-#include "runtime/failure.h"
-#include "runtime/number_text.h"
-#include "runtime/strings.h"
+#include "varnek/runtime/date_math.h"
+#include "varnek/runtime/date_text.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/number_text.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 namespace {

@@ -1,5 +1,5 @@
 // The CStr form of dates and the date/time text reader of CDate and IsDate.
-#include "runtime/date_text.h"
+#include "varnek/runtime/date_text.h"
 
 #include <cmath>
 #include <cstdio>
@@ -7,10 +7,10 @@
 #include <string_view>
 #include <vector>
 
-#include "runtime/date_math.h"
-#include "runtime/dates.h"
-#include "runtime/failure.h"
-#include "runtime/locale_source.h"
+#include "varnek/runtime/date_math.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/locale_source.h"
 
 namespace varnek {
 

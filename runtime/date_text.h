@@ -2,7 +2,7 @@
 // and IsDate (declared in runtime/dates.h as ParseDateText).
 #pragma once
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek {
 

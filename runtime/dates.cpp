@@ -1,13 +1,13 @@
 // Dates as the classic double: calendar arithmetic, parts, DateAdd/DateDiff
 // and the host's text form.
-#include "runtime/dates.h"
+#include "varnek/runtime/dates.h"
 
 #include <cmath>
 #include <cstdio>
 
-#include "runtime/date_math.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
+#include "varnek/runtime/date_math.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 namespace {

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "runtime/variant.h"
+#include "varnek/runtime/variant.h"
 
 namespace varnek {
 

@@ -1,5 +1,5 @@
 // Classic error descriptions and the runtime failure type.
-#include "runtime/failure.h"
+#include "varnek/runtime/failure.h"
 
 #include <string>
 

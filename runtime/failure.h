@@ -16,7 +16,7 @@
 #include <string>
 #include <type_traits>
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek {
 

@@ -19,13 +19,13 @@
 #include <string>
 #include <vector>
 
-#include "runtime/convert.h"
-#include "runtime/date_math.h"
-#include "runtime/date_text.h"
-#include "runtime/dates.h"
-#include "runtime/failure.h"
-#include "runtime/number_text.h"
-#include "runtime/strings.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/date_math.h"
+#include "varnek/runtime/date_text.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/number_text.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 namespace {

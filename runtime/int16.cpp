@@ -1,7 +1,7 @@
 // Range-checked 16- and 32-bit arithmetic: overflow fails with 6.
-#include "runtime/int16.h"
+#include "varnek/runtime/int16.h"
 
-#include "runtime/failure.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 

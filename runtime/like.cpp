@@ -1,12 +1,12 @@
 // The Like operator, matched without backtracking blow-up: the pattern is
 // compiled to one-unit tokens and stars, then matched with the classic
 // last-star restart, which is O(text * pattern) at worst.
-#include "runtime/like.h"
+#include "varnek/runtime/like.h"
 
 #include <vector>
 
-#include "runtime/casemap.h"
-#include "runtime/failure.h"
+#include "varnek/runtime/casemap.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 namespace {

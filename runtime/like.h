@@ -4,8 +4,8 @@
 //   Like(u"aM5b", u"a[L-P]#[!c-e]") == true
 #pragma once
 
-#include "runtime/compare.h"
-#include "runtime/text.h"
+#include "varnek/runtime/compare.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek {
 

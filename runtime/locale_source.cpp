@@ -1,5 +1,5 @@
 // The process-wide locale source of the runtime.
-#include "runtime/locale_source.h"
+#include "varnek/runtime/locale_source.h"
 
 #include <atomic>
 

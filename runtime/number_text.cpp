@@ -1,5 +1,5 @@
 // Number <-> text: classic digit counts, locale marks and the CDbl reader.
-#include "runtime/number_text.h"
+#include "varnek/runtime/number_text.h"
 
 #include <charconv>
 #include <cmath>
@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "runtime/locale_source.h"
+#include "varnek/runtime/locale_source.h"
 
 namespace varnek {
 namespace {

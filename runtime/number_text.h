@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "runtime/text.h"
-#include "runtime/variant.h"
+#include "varnek/runtime/text.h"
+#include "varnek/runtime/variant.h"
 
 namespace varnek {
 

@@ -7,7 +7,7 @@
 //   Post(Variant(10));   Post();             // a value; absent (Missing)
 #pragma once
 
-#include "runtime/variant.h"
+#include "varnek/runtime/variant.h"
 
 namespace varnek {
 

@@ -1,8 +1,8 @@
 // The classic string functions on 16-bit texts.
-#include "runtime/strings.h"
+#include "varnek/runtime/strings.h"
 
-#include "runtime/casemap.h"
-#include "runtime/failure.h"
+#include "varnek/runtime/casemap.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 namespace {

@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "runtime/compare.h"
-#include "runtime/text.h"
+#include "varnek/runtime/compare.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek {
 

@@ -1,5 +1,5 @@
 // The cp1252 byte mapping and UTF-8 conversion for 16-bit texts.
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 // Variant storage, subtype queries, raw access and Variant arrays.
-#include "runtime/variant.h"
+#include "varnek/runtime/variant.h"
 
-#include "runtime/convert.h"
-#include "runtime/failure.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 

@@ -20,7 +20,7 @@
 #include <variant>
 #include <vector>
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek {
 

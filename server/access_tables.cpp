@@ -1,11 +1,11 @@
 // The user and secure-path tables behind Basic authentication: append, read,
 // delete by position, count, and the two lookups. Resume mode throughout.
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/like.h"
-#include "runtime/strings.h"
-#include "server/http_server.h"
-#include "server/secure_path_rule.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/like.h"
+#include "varnek/runtime/strings.h"
+#include "varnek/server/http_server.h"
+#include "varnek/server/secure_path_rule.h"
 
 namespace varnek {
 

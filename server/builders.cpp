@@ -1,9 +1,9 @@
 // The text builders: response heads, the generic page frame, the error and
 // 404 pages, and a browser-like request. Pure text, byte for byte as served.
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
-#include "server/http_server.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
+#include "varnek/server/http_server.h"
 
 namespace varnek {
 

@@ -1,11 +1,11 @@
 // The three connection handlers: accepting into the lowest free slot (after a
 // sweep of stale slots), deciding when a request text is complete, and acting
 // on finished socket operations. All run in resume mode and pump.
-#include "adds/adds.h"
-#include "runtime/convert.h"
-#include "runtime/dates.h"
-#include "runtime/failure.h"
-#include "server/http_server.h"
+#include "varnek/adds/adds.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/server/http_server.h"
 
 namespace varnek {
 

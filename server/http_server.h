@@ -22,11 +22,11 @@
 #include <memory>
 #include <vector>
 
-#include "platform/platform.h"
-#include "platform/socket.h"
-#include "runtime/collection.h"
-#include "runtime/variant.h"
-#include "server/http_constants.h"
+#include "varnek/platform/platform.h"
+#include "varnek/platform/socket.h"
+#include "varnek/runtime/collection.h"
+#include "varnek/runtime/variant.h"
+#include "varnek/server/http_constants.h"
 
 namespace varnek {
 

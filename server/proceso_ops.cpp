@@ -1,8 +1,8 @@
 // Operations of the host on one connection (a Proceso): state, send, the
 // polled receive of a held-open channel, close and the keep-open flag.
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "server/http_server.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/server/http_server.h"
 
 namespace varnek {
 

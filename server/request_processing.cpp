@@ -1,11 +1,11 @@
 // Procesar_Recibido: one complete request text in, one answer out. Cuts the
 // text into records, finds method and path, applies Basic authentication,
 // raises the host's event and falls back on the 404 page, a 401 or one NUL.
-#include "adds/adds.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
-#include "server/http_server.h"
+#include "varnek/adds/adds.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
+#include "varnek/server/http_server.h"
 
 namespace varnek {
 

@@ -4,7 +4,7 @@
 // "/ADMIN/" under "/admin".
 #pragma once
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek {
 

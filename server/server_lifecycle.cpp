@@ -1,12 +1,12 @@
 // Start and stop of the server: the constructor's children, Init with its one
 // failure handler, Stop, the slot pool, and the plain properties with rules.
-#include "adds/adds.h"
-#include "runtime/convert.h"
-#include "runtime/dates.h"
-#include "runtime/failure.h"
-#include "runtime/int16.h"
-#include "runtime/strings.h"
-#include "server/http_server.h"
+#include "varnek/adds/adds.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/int16.h"
+#include "varnek/runtime/strings.h"
+#include "varnek/server/http_server.h"
 
 namespace varnek {
 

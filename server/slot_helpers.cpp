@@ -1,10 +1,10 @@
 // Small helpers the server's handlers share: reports, slot lookup by number,
 // the per-slot arrays, and the waits that pump the host loop.
-#include "adds/adds.h"
-#include "runtime/convert.h"
-#include "runtime/dates.h"
-#include "runtime/failure.h"
-#include "server/http_server.h"
+#include "varnek/adds/adds.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/server/http_server.h"
 
 namespace varnek {
 

@@ -1,9 +1,9 @@
 // The watchdog tick: every 10 s, report the listener's health and close the
 // slots silent for longer than WatchdogTimeout. Resume mode; pumps.
-#include "runtime/convert.h"
-#include "runtime/dates.h"
-#include "runtime/failure.h"
-#include "server/http_server.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/server/http_server.h"
 
 namespace varnek {
 

@@ -1,5 +1,5 @@
 // The Code 39 table by character code, and its boxes.
-#include "adds/generators/code39.h"
+#include "varnek/adds/generators/code39.h"
 
 #include <array>
 

@@ -7,9 +7,9 @@
 //   Variant page = adds.Var_RTF2HTML(rtf, options);
 #pragma once
 
-#include "adds/adds_core.h"
-#include "adds/generators/play_string.h"
-#include "runtime/variant.h"
+#include "varnek/adds/adds_core.h"
+#include "varnek/adds/generators/play_string.h"
+#include "varnek/runtime/variant.h"
 
 namespace varnek {
 

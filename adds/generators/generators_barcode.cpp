@@ -1,13 +1,13 @@
 // Var_DrawBarcode: the Code 39 boxes drawn on a picture control, with the two
 // sizings around them and the text below.
-#include "adds/generators/code39.h"
-#include "adds/generators/generators.h"
-#include "platform/clipboard.h"
-#include "platform/drawing_surface.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/int16.h"
-#include "runtime/strings.h"
+#include "varnek/adds/generators/code39.h"
+#include "varnek/adds/generators/generators.h"
+#include "varnek/platform/clipboard.h"
+#include "varnek/platform/drawing_surface.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/int16.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

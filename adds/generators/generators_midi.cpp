@@ -2,11 +2,11 @@
 // waits of their style.
 #include <cmath>
 
-#include "adds/generators/generators.h"
-#include "platform/host_loop.h"
-#include "platform/midi_output.h"
-#include "runtime/failure.h"
-#include "runtime/int16.h"
+#include "varnek/adds/generators/generators.h"
+#include "varnek/platform/host_loop.h"
+#include "varnek/platform/midi_output.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/int16.h"
 
 namespace varnek {
 

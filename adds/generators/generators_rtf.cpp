@@ -1,7 +1,7 @@
 // Var_RTF2HTML: the Adds face of the pure converter.
-#include "adds/generators/generators.h"
-#include "adds/generators/rtf_to_html.h"
-#include "runtime/convert.h"
+#include "varnek/adds/generators/generators.h"
+#include "varnek/adds/generators/rtf_to_html.h"
+#include "varnek/runtime/convert.h"
 
 namespace varnek {
 

@@ -1,13 +1,13 @@
 // The play-string parser: one pass over the upper-cased string, nine tests
 // per character that are not exclusive.
-#include "adds/generators/play_string.h"
+#include "varnek/adds/generators/play_string.h"
 
 #include <algorithm>
 
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/int16.h"
-#include "runtime/strings.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/int16.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek::generators {
 

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek::generators {
 

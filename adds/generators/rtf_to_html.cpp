@@ -1,14 +1,14 @@
 // The RTF converter: the colour and font tables, the paragraph scan with its
 // control words, and the page wrapper.
-#include "adds/generators/rtf_to_html.h"
+#include "varnek/adds/generators/rtf_to_html.h"
 
 #include <cmath>
 #include <vector>
 
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
-#include "runtime/variant.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
+#include "varnek/runtime/variant.h"
 
 namespace varnek::generators {
 

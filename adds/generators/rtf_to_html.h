@@ -8,7 +8,7 @@
 //     == u"Hi <B>bold</B>"
 #pragma once
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek::generators {
 

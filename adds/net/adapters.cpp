@@ -2,11 +2,11 @@
 // connected state.
 #include <vector>
 
-#include "adds/net/network.h"
-#include "platform/net_tables.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
+#include "varnek/adds/net/network.h"
+#include "varnek/platform/net_tables.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

@@ -1,10 +1,10 @@
 // POST_SendMensaje: one message to a web gateway as an HTTP/1.0 form post,
 // told apart by the answer's success, failure and delay marks.
-#include "adds/net/network.h"
-#include "adds/net/net_waits.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
+#include "varnek/adds/net/network.h"
+#include "varnek/adds/net/net_waits.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

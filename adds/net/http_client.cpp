@@ -1,12 +1,12 @@
 // The HTTP client of Adds: NET_HTTPget (kept failing as it always has) and
 // the GET behind it, the canned answer of NET_HTTPsend, downloads and opening
 // a URL on the desktop.
-#include "adds/net/network.h"
-#include "adds/net/net_waits.h"
-#include "platform/web_services.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
+#include "varnek/adds/net/network.h"
+#include "varnek/adds/net/net_waits.h"
+#include "varnek/platform/web_services.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

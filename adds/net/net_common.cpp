@@ -1,7 +1,7 @@
 // What the post and the GET share: their pause and their closing tail.
-#include "adds/net/net_waits.h"
-#include "adds/net/network.h"
-#include "adds/store/variable_store.h"
+#include "varnek/adds/net/net_waits.h"
+#include "varnek/adds/net/network.h"
+#include "varnek/adds/store/variable_store.h"
 
 namespace varnek {
 

@@ -8,9 +8,9 @@
 #include <cstdint>
 #include <functional>
 
-#include "platform/host_loop.h"
-#include "platform/socket.h"
-#include "runtime/failure.h"
+#include "varnek/platform/host_loop.h"
+#include "varnek/platform/socket.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek::net_waits {
 

@@ -14,10 +14,10 @@
 
 #include <cstdint>
 
-#include "adds/text/text_toolkit.h"
-#include "platform/socket.h"
-#include "runtime/collection.h"
-#include "runtime/optional_arg.h"
+#include "varnek/adds/text/text_toolkit.h"
+#include "varnek/platform/socket.h"
+#include "varnek/runtime/collection.h"
+#include "varnek/runtime/optional_arg.h"
 
 namespace varnek {
 

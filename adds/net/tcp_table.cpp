@@ -3,10 +3,10 @@
 #include <cmath>
 #include <vector>
 
-#include "adds/net/network.h"
-#include "platform/net_tables.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
+#include "varnek/adds/net/network.h"
+#include "varnek/platform/net_tables.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 

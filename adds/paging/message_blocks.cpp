@@ -1,11 +1,11 @@
 // Message blocks: numbered text blocks with a small header, page-printer
 // blocks with their escape code and checksum, both with running ids in the
 // variable store; and the history of what was sent to each pager code.
-#include "adds/paging/paging.h"
-#include "platform/files.h"
-#include "runtime/convert.h"
-#include "runtime/dates.h"
-#include "runtime/strings.h"
+#include "varnek/adds/paging/paging.h"
+#include "varnek/platform/files.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

@@ -14,12 +14,12 @@
 
 #include <cstdint>
 
-#include "adds/adds_core.h"
-#include "adds/store/storage.h"
-#include "adds/store/variable_store.h"
-#include "platform/comm.h"
-#include "runtime/collection.h"
-#include "runtime/variant.h"
+#include "varnek/adds/adds_core.h"
+#include "varnek/adds/store/storage.h"
+#include "varnek/adds/store/variable_store.h"
+#include "varnek/platform/comm.h"
+#include "varnek/runtime/collection.h"
+#include "varnek/runtime/variant.h"
 
 namespace varnek {
 

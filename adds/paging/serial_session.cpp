@@ -3,9 +3,9 @@
 // the host loop that blocks until text arrives or the limit's second begins.
 #include <cmath>
 
-#include "adds/paging/paging.h"
-#include "runtime/convert.h"
-#include "runtime/strings.h"
+#include "varnek/adds/paging/paging.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

@@ -1,8 +1,8 @@
 // The Skytel dialog: the service's text menus answered as a person at a
 // terminal would, through the serial session.
-#include "adds/paging/paging.h"
-#include "runtime/convert.h"
-#include "runtime/strings.h"
+#include "varnek/adds/paging/paging.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

@@ -1,8 +1,8 @@
 // The TAP dialog: dial and log in, one block per page with its checksum, and
 // log out; all through the serial session.
-#include "adds/paging/paging.h"
-#include "runtime/convert.h"
-#include "runtime/strings.h"
+#include "varnek/adds/paging/paging.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

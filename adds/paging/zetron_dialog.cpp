@@ -1,8 +1,8 @@
 // The Zetron dialog: the terminal's questions answered one by one, following
 // whatever question comes back, within one minute for the whole message.
-#include "adds/paging/paging.h"
-#include "runtime/convert.h"
-#include "runtime/strings.h"
+#include "varnek/adds/paging/paging.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

@@ -2,14 +2,14 @@
 #include <cmath>
 #include <cstring>
 
-#include "adds/store/storage.h"
-#include "platform/files.h"
-#include "runtime/compare.h"
-#include "runtime/convert.h"
-#include "runtime/dates.h"
-#include "runtime/failure.h"
-#include "runtime/int16.h"
-#include "runtime/strings.h"
+#include "varnek/adds/store/storage.h"
+#include "varnek/platform/files.h"
+#include "varnek/runtime/compare.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/int16.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

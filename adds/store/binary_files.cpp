@@ -1,11 +1,11 @@
 // Whole-file routines of Adds: read, save, append, rename with verification,
 // the shell's file operations, counting by mask and making folder paths.
-#include "adds/store/storage.h"
-#include "platform/files.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/int16.h"
-#include "runtime/strings.h"
+#include "varnek/adds/store/storage.h"
+#include "varnek/platform/files.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/int16.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

@@ -1,11 +1,11 @@
 // Post-order walks of a folder tree into a Collection or a list control, and
 // the short-date order of the machine.
-#include "adds/store/storage.h"
-#include "platform/date_locale.h"
-#include "platform/files.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
+#include "varnek/adds/store/storage.h"
+#include "varnek/platform/date_locale.h"
+#include "varnek/platform/files.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

@@ -2,12 +2,12 @@
 // escaping; tables of 501 (ARRAY_) or 1501 (FileDB_) rows of 51 fields.
 #include <memory>
 
-#include "adds/store/storage.h"
-#include "platform/application.h"
-#include "runtime/compare.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
+#include "varnek/adds/store/storage.h"
+#include "varnek/platform/application.h"
+#include "varnek/runtime/compare.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek {
 

@@ -1,11 +1,11 @@
 // The INI store: one current file, read through a cache of 40-unit keys.
-#include "adds/store/storage.h"
-#include "adds/text/text_internal.h"
-#include "platform/profile.h"
-#include "runtime/compare.h"
-#include "runtime/convert.h"
-#include "runtime/int16.h"
-#include "runtime/strings.h"
+#include "varnek/adds/store/storage.h"
+#include "varnek/adds/text/text_internal.h"
+#include "varnek/platform/profile.h"
+#include "varnek/runtime/compare.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/int16.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

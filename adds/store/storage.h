@@ -19,11 +19,11 @@
 #include <utility>
 #include <vector>
 
-#include "adds/adds_core.h"
-#include "adds/store/host_controls.h"
-#include "adds/text/text_toolkit.h"
-#include "runtime/collection.h"
-#include "runtime/variant.h"
+#include "varnek/adds/adds_core.h"
+#include "varnek/adds/store/host_controls.h"
+#include "varnek/adds/text/text_toolkit.h"
+#include "varnek/runtime/collection.h"
+#include "varnek/runtime/variant.h"
 
 namespace varnek {
 

@@ -1,11 +1,11 @@
 // Helpers shared by the storage routines: the platform services, the classic
 // path split and the sub-second pause.
-#include "adds/store/storage.h"
-#include "platform/files.h"
-#include "platform/profile.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
+#include "varnek/adds/store/storage.h"
+#include "varnek/platform/files.h"
+#include "varnek/platform/profile.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

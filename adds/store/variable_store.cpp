@@ -1,13 +1,13 @@
 // The variable store on the settings store, the Shell sort and search of a
 // Collection, and the two pumping pauses.
-#include "adds/store/variable_store.h"
+#include "varnek/adds/store/variable_store.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "runtime/compare.h"
-#include "runtime/like.h"
-#include "runtime/strings.h"
+#include "varnek/runtime/compare.h"
+#include "varnek/runtime/like.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

@@ -1,14 +1,14 @@
 // The cut of App_Arguments, the pick of one piece, and the member on the
 // process's own command line.
-#include "adds/system/app_arguments.h"
+#include "varnek/adds/system/app_arguments.h"
 
 #include <vector>
 
-#include "adds/system/system_services.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/int16.h"
-#include "runtime/strings.h"
+#include "varnek/adds/system/system_services.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/int16.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

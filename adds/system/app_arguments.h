@@ -11,8 +11,8 @@
 //   AppArgumentsOf(1, u"/", u"/a /b")   // "" (what stands before the first "/")
 #pragma once
 
-#include "runtime/text.h"
-#include "runtime/variant.h"
+#include "varnek/runtime/text.h"
+#include "varnek/runtime/variant.h"
 
 namespace varnek {
 

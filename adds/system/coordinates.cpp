@@ -1,12 +1,12 @@
 // The coordinate routines, with the classic runtime's floating-point checks:
 // every operation that leaves the Double range fails with 6.
-#include "adds/system/coordinates.h"
+#include "varnek/adds/system/coordinates.h"
 
 #include <cmath>
 #include <cstdint>
 
-#include "runtime/convert.h"
-#include "runtime/failure.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 

@@ -2,11 +2,11 @@
 // broadcast message that is never sent.
 #include <memory>
 
-#include "adds/system/system_services.h"
-#include "platform/network_shares.h"
-#include "runtime/compare.h"
-#include "runtime/convert.h"
-#include "runtime/strings.h"
+#include "varnek/adds/system/system_services.h"
+#include "varnek/platform/network_shares.h"
+#include "varnek/runtime/compare.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

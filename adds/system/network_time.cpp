@@ -2,14 +2,14 @@
 // and the unfinished NET_TIME.
 #include <optional>
 
-#include "adds/system/system_services.h"
-#include "platform/message_box.h"
-#include "platform/network_clock.h"
-#include "runtime/convert.h"
-#include "runtime/date_math.h"
-#include "runtime/dates.h"
-#include "runtime/int16.h"
-#include "runtime/strings.h"
+#include "varnek/adds/system/system_services.h"
+#include "varnek/platform/message_box.h"
+#include "varnek/platform/network_clock.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/date_math.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/int16.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

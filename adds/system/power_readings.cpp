@@ -3,12 +3,12 @@
 #include <cstdlib>
 #include <optional>
 
-#include "adds/system/system_services.h"
-#include "runtime/convert.h"
-#include "runtime/date_math.h"
-#include "runtime/dates.h"
-#include "runtime/failure.h"
-#include "runtime/int16.h"
+#include "varnek/adds/system/system_services.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/date_math.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/int16.h"
 
 namespace varnek {
 

@@ -13,12 +13,12 @@
 
 #include <cstdint>
 
-#include "adds/adds_core.h"
-#include "adds/system/app_arguments.h"
-#include "adds/system/coordinates.h"
-#include "platform/system_readings.h"
-#include "runtime/collection.h"
-#include "runtime/variant.h"
+#include "varnek/adds/adds_core.h"
+#include "varnek/adds/system/app_arguments.h"
+#include "varnek/adds/system/coordinates.h"
+#include "varnek/platform/system_readings.h"
+#include "varnek/runtime/collection.h"
+#include "varnek/runtime/variant.h"
 
 namespace varnek {
 

@@ -1,7 +1,7 @@
 // Base64_Encode and Base64_Decode on units that stand for bytes. The decoder
 // is the lenient one of Basic authentication: nothing is refused or skipped.
-#include "adds/text/text_internal.h"
-#include "adds/text/text_toolkit.h"
+#include "varnek/adds/text/text_internal.h"
+#include "varnek/adds/text/text_toolkit.h"
 
 namespace varnek {
 

@@ -1,8 +1,8 @@
 // Readable tags for the control characters 0..31 ("«CR»", "«LF»", ...) and
 // back, as the serial traces show them.
-#include "adds/text/text_internal.h"
-#include "adds/text/text_toolkit.h"
-#include "runtime/convert.h"
+#include "varnek/adds/text/text_internal.h"
+#include "varnek/adds/text/text_toolkit.h"
+#include "varnek/runtime/convert.h"
 
 namespace varnek {
 

@@ -2,15 +2,15 @@
 // colours, the compact date form, currency text and the pager filter.
 #include <cmath>
 
-#include "adds/text/text_internal.h"
-#include "adds/text/text_toolkit.h"
-#include "runtime/number_text.h"
-#include "runtime/compare.h"
-#include "runtime/convert.h"
-#include "runtime/dates.h"
-#include "runtime/failure.h"
-#include "runtime/int16.h"
-#include "runtime/strings.h"
+#include "varnek/adds/text/text_internal.h"
+#include "varnek/adds/text/text_toolkit.h"
+#include "varnek/runtime/number_text.h"
+#include "varnek/runtime/compare.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/int16.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

@@ -3,9 +3,9 @@
 // addresses travel as int64_t. Nothing here keeps what it points at alive.
 #include <cstring>
 
-#include "adds/text/text_toolkit.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
+#include "varnek/adds/text/text_toolkit.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 

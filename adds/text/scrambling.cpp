@@ -1,7 +1,7 @@
 // The repeating-key XOR scrambler and the compressor placeholders.
-#include "adds/text/text_internal.h"
-#include "adds/text/text_toolkit.h"
-#include "runtime/convert.h"
+#include "varnek/adds/text/text_internal.h"
+#include "varnek/adds/text/text_toolkit.h"
+#include "varnek/runtime/convert.h"
 
 namespace varnek {
 

@@ -1,10 +1,10 @@
 // The script sequence store: a block of "name=content" records cut into an
 // ordered list that the accessors read until the next processing.
-#include "adds/text/text_internal.h"
-#include "adds/text/text_toolkit.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
+#include "varnek/adds/text/text_internal.h"
+#include "varnek/adds/text/text_toolkit.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

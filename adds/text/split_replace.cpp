@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cmath>
 
-#include "adds/text/text_internal.h"
-#include "adds/text/text_toolkit.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
+#include "varnek/adds/text/text_internal.h"
+#include "varnek/adds/text/text_toolkit.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek {
 

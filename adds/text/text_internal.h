@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek::text {
 

@@ -13,9 +13,9 @@
 #include <optional>
 #include <vector>
 
-#include "adds/adds_core.h"
-#include "runtime/collection.h"
-#include "runtime/variant.h"
+#include "varnek/adds/adds_core.h"
+#include "varnek/runtime/collection.h"
+#include "varnek/runtime/variant.h"
 
 namespace varnek {
 

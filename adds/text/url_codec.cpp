@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <vector>
 
-#include "adds/text/text_internal.h"
-#include "adds/text/text_toolkit.h"
-#include "runtime/convert.h"
+#include "varnek/adds/text/text_internal.h"
+#include "varnek/adds/text/text_toolkit.h"
+#include "varnek/runtime/convert.h"
 
 namespace varnek {
 

@@ -2,13 +2,13 @@
 // Var_DrawBarcode on a 100-pixel-high picture control.
 #include <memory>
 
-#include "adds/adds.h"
+#include "varnek/adds/adds.h"
 #include "examples/demo/demo_host.h"
 #include "examples/demo/demo_pages.h"
-#include "platform/drawing_surface.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
+#include "varnek/platform/drawing_surface.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek::demo {
 

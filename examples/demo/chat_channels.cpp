@@ -1,8 +1,8 @@
 // The demo's chat channels and their poller.
 #include "examples/demo/chat_channels.h"
 
-#include "runtime/convert.h"
-#include "runtime/failure.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek::demo {
 

@@ -9,9 +9,9 @@
 #include <map>
 #include <memory>
 
-#include "platform/host_loop.h"
-#include "runtime/text.h"
-#include "server/http_server.h"
+#include "varnek/platform/host_loop.h"
+#include "varnek/runtime/text.h"
+#include "varnek/server/http_server.h"
 
 namespace varnek::demo {
 

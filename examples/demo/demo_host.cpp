@@ -3,9 +3,9 @@
 
 #include "examples/demo/demo_pages.h"
 
-#include "runtime/convert.h"
-#include "runtime/strings.h"
-#include "server/secure_path_rule.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/strings.h"
+#include "varnek/server/secure_path_rule.h"
 
 namespace varnek::demo {
 

@@ -6,8 +6,8 @@
 
 #include "examples/demo/chat_channels.h"
 #include "examples/demo/demo_options.h"
-#include "platform/host_loop.h"
-#include "server/http_server.h"
+#include "varnek/platform/host_loop.h"
+#include "varnek/server/http_server.h"
 
 namespace varnek::demo {
 

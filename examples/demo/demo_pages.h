@@ -12,8 +12,8 @@
 #include <functional>
 #include <vector>
 
-#include "runtime/collection.h"
-#include "runtime/variant.h"
+#include "varnek/runtime/collection.h"
+#include "varnek/runtime/variant.h"
 
 namespace varnek {
 class HTTPServer;

@@ -13,8 +13,8 @@
 #include "examples/demo/demo_host.h"
 #include "examples/demo/demo_options.h"
 #include "examples/demo/file_limit.h"
-#include "platform/linux/linux_loop.h"
-#include "platform/linux/linux_network_clock.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/linux/linux_network_clock.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // The demo's "/net" page: the machine's TCP table as NET_Stat lists it, and
 // the adapters, the machine's name and its connected state, as HTML tables.
-#include "adds/adds.h"
+#include "varnek/adds/adds.h"
 #include "examples/demo/demo_host.h"
 #include "examples/demo/demo_pages.h"
-#include "runtime/convert.h"
+#include "varnek/runtime/convert.h"
 
 namespace varnek::demo {
 

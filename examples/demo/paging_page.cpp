@@ -6,15 +6,15 @@
 #include <memory>
 #include <string>
 
-#include "adds/adds.h"
+#include "varnek/adds/adds.h"
 #include "examples/demo/demo_host.h"
 #include "examples/demo/demo_options.h"
 #include "examples/demo/demo_pages.h"
 #include "examples/page/page_job.h"
-#include "platform/comm_tracer.h"
-#include "platform/linux/linux_comm.h"
-#include "platform/linux/linux_loop.h"
-#include "platform/linux/pty_line.h"
+#include "varnek/platform/comm_tracer.h"
+#include "varnek/platform/linux/linux_comm.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/linux/pty_line.h"
 
 namespace varnek::demo {
 

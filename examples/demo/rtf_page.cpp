@@ -1,11 +1,11 @@
 // GET /rtf: a sample text as a rich-text edit control saves it, turned into a
 // whole HTML page by Var_RTF2HTML.
-#include "adds/adds.h"
+#include "varnek/adds/adds.h"
 #include "examples/demo/demo_host.h"
 #include "examples/demo/demo_pages.h"
-#include "runtime/convert.h"
-#include "runtime/failure.h"
-#include "runtime/strings.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek::demo {
 

@@ -5,11 +5,11 @@
 // itself needs a second free slot.
 #include <memory>
 
-#include "adds/adds.h"
+#include "varnek/adds/adds.h"
 #include "examples/demo/demo_host.h"
 #include "examples/demo/demo_pages.h"
-#include "platform/socket.h"
-#include "runtime/convert.h"
+#include "varnek/platform/socket.h"
+#include "varnek/runtime/convert.h"
 
 namespace varnek::demo {
 

@@ -1,13 +1,13 @@
 // The "/system" page: battery, load and memory readings, the clock of the
 // server named by --time-server (the local clock without one) and this
 // process's arguments. The page reloads itself every 10 seconds.
-#include "adds/adds.h"
+#include "varnek/adds/adds.h"
 #include "examples/demo/demo_host.h"
 #include "examples/demo/demo_pages.h"
-#include "platform/system_readings.h"
-#include "runtime/convert.h"
-#include "runtime/dates.h"
-#include "runtime/strings.h"
+#include "varnek/platform/system_readings.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek::demo {
 

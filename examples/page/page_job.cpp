@@ -3,10 +3,10 @@
 
 #include <vector>
 
-#include "adds/adds.h"
-#include "platform/sim/line_peers.h"
-#include "runtime/convert.h"
-#include "runtime/strings.h"
+#include "varnek/adds/adds.h"
+#include "varnek/platform/sim/line_peers.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek::page {
 

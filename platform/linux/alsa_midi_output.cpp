@@ -1,7 +1,7 @@
 // The ALSA sequencer output: short messages become sequencer events sent
 // directly (no queue) to the port's subscribers.
-#include "platform/linux/alsa_midi_output.h"
-#include "platform/linux/eintr.h"
+#include "varnek/platform/linux/alsa_midi_output.h"
+#include "varnek/platform/linux/eintr.h"
 
 #include <alsa/asoundlib.h>
 #include <time.h>

@@ -5,7 +5,7 @@
 // Without a sequencer (no /dev/snd/seq) Open gives false.
 #pragma once
 
-#include "platform/midi_output.h"
+#include "varnek/platform/midi_output.h"
 
 typedef struct _snd_seq snd_seq_t;
 

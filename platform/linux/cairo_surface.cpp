@@ -1,13 +1,13 @@
 // The Cairo picture control: a canvas that grows to the right as boxes are
 // drawn past it, cut to the control's size when the picture is fixed.
-#include "platform/linux/cairo_surface.h"
+#include "varnek/platform/linux/cairo_surface.h"
 
 #include <cairo.h>
 
 #include <algorithm>
 #include <cmath>
 
-#include "runtime/failure.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 

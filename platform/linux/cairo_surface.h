@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/drawing_surface.h"
+#include "varnek/platform/drawing_surface.h"
 
 typedef struct _cairo_surface cairo_surface_t;
 typedef struct _cairo cairo_t;

@@ -1,5 +1,5 @@
 // Moving deleted files to the desktop's trash: see desktop_trash.h.
-#include "platform/linux/desktop_trash.h"
+#include "varnek/platform/linux/desktop_trash.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -9,7 +9,7 @@
 
 #include <filesystem>
 
-#include "platform/linux/file_io.h"
+#include "varnek/platform/linux/file_io.h"
 
 namespace varnek::linux_io {
 

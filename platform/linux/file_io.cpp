@@ -1,6 +1,6 @@
 // POSIX helpers of the Linux file services.
-#include "platform/linux/file_io.h"
-#include "platform/linux/eintr.h"
+#include "varnek/platform/linux/file_io.h"
+#include "varnek/platform/linux/eintr.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -10,7 +10,7 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "runtime/failure.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek::linux_io {
 

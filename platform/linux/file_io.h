@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "runtime/text.h"
+#include "varnek/runtime/text.h"
 
 namespace varnek::linux_io {
 

@@ -1,6 +1,6 @@
 // The INI-style per-user settings files: parsing that keeps every line it does
 // not change; files are replaced through linux_io::ReplaceFile.
-#include "platform/linux/file_settings_store.h"
+#include "varnek/platform/linux/file_settings_store.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -13,9 +13,9 @@
 #include <optional>
 #include <vector>
 
-#include "platform/linux/file_io.h"
-#include "platform/linux/safe_replace.h"
-#include "runtime/failure.h"
+#include "varnek/platform/linux/file_io.h"
+#include "varnek/platform/linux/safe_replace.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 

@@ -17,7 +17,7 @@
 
 #include <string>
 
-#include "platform/settings_store.h"
+#include "varnek/platform/settings_store.h"
 
 namespace varnek {
 

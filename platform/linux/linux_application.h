@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "platform/application.h"
+#include "varnek/platform/application.h"
 
 namespace varnek {
 

@@ -1,6 +1,6 @@
 // The clipboard: xclip on an X display, a file otherwise.
-#include "platform/linux/linux_clipboard.h"
-#include "platform/linux/eintr.h"
+#include "varnek/platform/linux/linux_clipboard.h"
+#include "varnek/platform/linux/eintr.h"
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -12,9 +12,9 @@
 #include <filesystem>
 #include <system_error>
 
-#include "platform/linux/file_io.h"
-#include "platform/linux/safe_replace.h"
-#include "runtime/failure.h"
+#include "varnek/platform/linux/file_io.h"
+#include "varnek/platform/linux/safe_replace.h"
+#include "varnek/runtime/failure.h"
 
 extern char** environ;
 

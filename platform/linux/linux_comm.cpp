@@ -1,6 +1,6 @@
 // The comm control on a tty: termios for the line, non-blocking reads and
 // writes, and a watch on the host loop that wakes a pump when text arrives.
-#include "platform/linux/linux_comm.h"
+#include "varnek/platform/linux/linux_comm.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -13,9 +13,9 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/linux/linux_loop.h"
-#include "platform/settings_store.h"
-#include "runtime/convert.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/settings_store.h"
+#include "varnek/runtime/convert.h"
 
 namespace varnek {
 

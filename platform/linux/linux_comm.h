@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/comm.h"
+#include "varnek/platform/comm.h"
 
 namespace varnek {
 

@@ -1,6 +1,6 @@
 // Spawns a helper without a shell and waits for its exit status.
-#include "platform/linux/linux_command_runner.h"
-#include "platform/linux/eintr.h"
+#include "varnek/platform/linux/linux_command_runner.h"
+#include "varnek/platform/linux/eintr.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -1,7 +1,7 @@
 // Helper programs on Linux: posix_spawnp and waitpid.
 #pragma once
 
-#include "platform/command_runner.h"
+#include "varnek/platform/command_runner.h"
 
 namespace varnek {
 

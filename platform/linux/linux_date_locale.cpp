@@ -1,9 +1,9 @@
 // Short dates from the C library's locale.
-#include "platform/linux/linux_date_locale.h"
+#include "varnek/platform/linux/linux_date_locale.h"
 
 #include <time.h>
 
-#include "runtime/locale_source.h"
+#include "varnek/runtime/locale_source.h"
 
 namespace varnek {
 

@@ -1,7 +1,7 @@
 // The short-date form of the C library's LC_TIME locale.
 #pragma once
 
-#include "platform/date_locale.h"
+#include "varnek/platform/date_locale.h"
 
 namespace varnek {
 

@@ -1,6 +1,6 @@
 // Whole files, directories and enumeration on Linux.
-#include "platform/linux/linux_files.h"
-#include "platform/linux/eintr.h"
+#include "varnek/platform/linux/linux_files.h"
+#include "varnek/platform/linux/eintr.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -10,9 +10,9 @@
 
 #include <new>
 
-#include "platform/linux/file_io.h"
-#include "platform/linux/safe_replace.h"
-#include "runtime/failure.h"
+#include "varnek/platform/linux/file_io.h"
+#include "varnek/platform/linux/safe_replace.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 

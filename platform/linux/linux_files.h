@@ -3,7 +3,7 @@
 // libblkid, and the shell's file operations done by hand.
 #pragma once
 
-#include "platform/files.h"
+#include "varnek/platform/files.h"
 
 namespace varnek {
 

@@ -2,7 +2,7 @@
 // LC_TIME's short-date pattern, as the process's current locale has them.
 #pragma once
 
-#include "runtime/locale_source.h"
+#include "varnek/runtime/locale_source.h"
 
 namespace varnek {
 

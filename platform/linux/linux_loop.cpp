@@ -1,10 +1,10 @@
 // The Linux host loop: epoll for watched descriptors and the wake-up eventfd,
 // timers by deadlines on CLOCK_MONOTONIC, local time from CLOCK_REALTIME.
-#include "platform/linux/linux_loop.h"
+#include "varnek/platform/linux/linux_loop.h"
 
-#include "platform/strand_scheduler.h"
-#include "platform/timer_table.h"
-#include "runtime/date_math.h"
+#include "varnek/platform/strand_scheduler.h"
+#include "varnek/platform/timer_table.h"
+#include "varnek/runtime/date_math.h"
 
 #include <errno.h>
 #include <sys/epoll.h>

@@ -1,6 +1,6 @@
 // The TCP table from /proc, the close through sock_diag, and the adapters
 // from the interfaces, the routing table and the DHCP leases.
-#include "platform/linux/linux_net_tables.h"
+#include "varnek/platform/linux/linux_net_tables.h"
 
 #include <arpa/inet.h>
 #include <dirent.h>
@@ -21,7 +21,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/linux/file_io.h"
+#include "varnek/platform/linux/file_io.h"
 
 namespace varnek {
 

@@ -29,7 +29,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/net_tables.h"
+#include "varnek/platform/net_tables.h"
 
 namespace varnek {
 

@@ -1,6 +1,6 @@
 // SNTP client on the host loop: a connected non-blocking UDP socket and a
 // timerfd for the time limit, both watched by the loop.
-#include "platform/linux/linux_network_clock.h"
+#include "varnek/platform/linux/linux_network_clock.h"
 
 #include <netdb.h>
 #include <sys/epoll.h>

@@ -7,8 +7,8 @@
 #include <map>
 #include <memory>
 
-#include "platform/linux/linux_loop.h"
-#include "platform/network_clock.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/network_clock.h"
 
 namespace varnek {
 

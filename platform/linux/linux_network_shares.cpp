@@ -1,6 +1,6 @@
 // Drive letters over mount.cifs, universal names from mountinfo and local
 // shares from the Samba configuration.
-#include "platform/linux/linux_network_shares.h"
+#include "varnek/platform/linux/linux_network_shares.h"
 
 #include <unistd.h>
 

@@ -17,8 +17,8 @@
 
 #include <string>
 
-#include "platform/command_runner.h"
-#include "platform/network_shares.h"
+#include "varnek/platform/command_runner.h"
+#include "varnek/platform/network_shares.h"
 
 namespace varnek {
 

@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "platform/linux/file_io.h"
-#include "platform/linux/profile_file.h"
-#include "platform/linux/safe_replace.h"
+#include "varnek/platform/linux/file_io.h"
+#include "varnek/platform/linux/profile_file.h"
+#include "varnek/platform/linux/safe_replace.h"
 
 namespace varnek {
 

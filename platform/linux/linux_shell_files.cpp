@@ -8,9 +8,9 @@
 #include <system_error>
 #include <vector>
 
-#include "platform/linux/desktop_trash.h"
-#include "platform/linux/file_io.h"
-#include "platform/linux/linux_files.h"
+#include "varnek/platform/linux/desktop_trash.h"
+#include "varnek/platform/linux/file_io.h"
+#include "varnek/platform/linux/linux_files.h"
 
 namespace varnek {
 

@@ -50,9 +50,9 @@
 #include <memory>
 #include <unordered_set>
 
-#include "platform/linux/linux_loop.h"
-#include "platform/linux/name_resolver.h"
-#include "platform/socket.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/linux/name_resolver.h"
+#include "varnek/platform/socket.h"
 
 namespace varnek {
 

@@ -9,8 +9,8 @@
 #include <cstring>
 #include <string>
 
-#include "platform/linux/linux_socket_impl.h"
-#include "runtime/failure.h"
+#include "varnek/platform/linux/linux_socket_impl.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 

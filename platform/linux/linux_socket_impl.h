@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
-#include "platform/linux/linux_socket.h"
-#include "platform/socket_settings.h"
+#include "varnek/platform/linux/linux_socket.h"
+#include "varnek/platform/socket_settings.h"
 
 namespace varnek::linux_socket {
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/system_readings.h"
+#include "varnek/platform/system_readings.h"
 
 namespace varnek {
 

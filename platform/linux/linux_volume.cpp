@@ -13,8 +13,8 @@
 #include <sstream>
 #include <string>
 
-#include "platform/linux/file_io.h"
-#include "platform/linux/linux_files.h"
+#include "varnek/platform/linux/file_io.h"
+#include "varnek/platform/linux/linux_files.h"
 
 namespace varnek {
 

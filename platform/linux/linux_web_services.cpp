@@ -1,7 +1,7 @@
 // libcurl transfers on the LinuxLoop, and xdg-open started without waiting.
-#include "platform/linux/linux_web_services.h"
+#include "varnek/platform/linux/linux_web_services.h"
 
-#include "platform/linux/file_io.h"
+#include "varnek/platform/linux/file_io.h"
 
 #include <curl/curl.h>
 #include <fcntl.h>

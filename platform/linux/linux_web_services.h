@@ -12,8 +12,8 @@
 
 #include <string>
 
-#include "platform/linux/linux_loop.h"
-#include "platform/web_services.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/web_services.h"
 
 namespace varnek {
 

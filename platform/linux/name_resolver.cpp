@@ -1,7 +1,7 @@
 // c-ares on the LinuxLoop: the channel's sockets are watched through the
 // loop's epoll, its time limits run on one loop timer, and every answer is
 // posted so that it arrives on a later pass.
-#include "platform/linux/name_resolver.h"
+#include "varnek/platform/linux/name_resolver.h"
 
 #include <ares.h>
 #include <netinet/in.h>

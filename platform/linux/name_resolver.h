@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/linux_loop.h"
+#include "varnek/platform/linux/linux_loop.h"
 
 namespace varnek {
 

@@ -1,9 +1,9 @@
 // Parsing and in-place editing of private-profile text.
-#include "platform/linux/profile_file.h"
+#include "varnek/platform/linux/profile_file.h"
 
 #include <algorithm>
 
-#include "runtime/casemap.h"
+#include "varnek/runtime/casemap.h"
 
 namespace varnek {
 

@@ -10,7 +10,7 @@
 #include <optional>
 #include <vector>
 
-#include "platform/profile.h"
+#include "varnek/platform/profile.h"
 
 namespace varnek {
 

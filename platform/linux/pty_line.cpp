@@ -1,5 +1,5 @@
 // A pty pair whose master side is a scripted peer on the Linux loop.
-#include "platform/linux/pty_line.h"
+#include "varnek/platform/linux/pty_line.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -8,9 +8,9 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "platform/comm.h"
-#include "platform/linux/linux_loop.h"
-#include "platform/sim/delayed_calls.h"
+#include "varnek/platform/comm.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/sim/delayed_calls.h"
 
 namespace varnek {
 

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/sim/line_peers.h"
+#include "varnek/platform/sim/line_peers.h"
 
 namespace varnek {
 

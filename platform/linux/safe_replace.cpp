@@ -1,5 +1,5 @@
 // Replacing a whole file without ever losing it: see safe_replace.h.
-#include "platform/linux/safe_replace.h"
+#include "varnek/platform/linux/safe_replace.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -11,7 +11,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include "platform/linux/file_io.h"
+#include "varnek/platform/linux/file_io.h"
 
 namespace varnek::linux_io {
 

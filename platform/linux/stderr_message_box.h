@@ -1,7 +1,7 @@
 // The default message box on Linux: one UTF-8 line on standard error.
 #pragma once
 
-#include "platform/message_box.h"
+#include "varnek/platform/message_box.h"
 
 namespace varnek {
 

@@ -7,7 +7,7 @@
 #include <list>
 #include <memory>
 
-#include "platform/host_loop.h"
+#include "varnek/platform/host_loop.h"
 
 namespace varnek {
 

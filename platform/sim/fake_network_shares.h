@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/network_shares.h"
+#include "varnek/platform/network_shares.h"
 
 namespace varnek {
 

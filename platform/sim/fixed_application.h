@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "platform/application.h"
+#include "varnek/platform/application.h"
 
 namespace varnek {
 

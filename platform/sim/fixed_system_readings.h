@@ -1,7 +1,7 @@
 // Machine readings that tests set by hand.
 #pragma once
 
-#include "platform/system_readings.h"
+#include "varnek/platform/system_readings.h"
 
 namespace varnek {
 

@@ -1,6 +1,6 @@
 // The scripted far ends of a serial line: modem, TAP terminal, Skytel menus
 // and Zetron terminal.
-#include "platform/sim/line_peers.h"
+#include "varnek/platform/sim/line_peers.h"
 
 #include <cctype>
 

@@ -5,7 +5,7 @@
 #include <map>
 #include <tuple>
 
-#include "platform/settings_store.h"
+#include "varnek/platform/settings_store.h"
 
 namespace varnek {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/clipboard.h"
+#include "varnek/platform/clipboard.h"
 
 namespace varnek {
 

@@ -1,5 +1,5 @@
 // The recording MIDI output.
-#include "platform/sim/recording_midi_output.h"
+#include "varnek/platform/sim/recording_midi_output.h"
 
 #include <cstdio>
 

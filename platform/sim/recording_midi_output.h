@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/midi_output.h"
+#include "varnek/platform/midi_output.h"
 
 namespace varnek {
 

@@ -1,5 +1,5 @@
 // The recording picture control.
-#include "platform/sim/recording_surface.h"
+#include "varnek/platform/sim/recording_surface.h"
 
 #include <cstdio>
 

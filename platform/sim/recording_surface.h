@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/drawing_surface.h"
+#include "varnek/platform/drawing_surface.h"
 
 namespace varnek {
 

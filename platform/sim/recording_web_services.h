@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/web_services.h"
+#include "varnek/platform/web_services.h"
 
 namespace varnek {
 

@@ -1,12 +1,12 @@
 // The simulated comm control: a receive buffer filled by the peer's answers
 // and a transmit queue drained at the line's speed.
-#include "platform/sim/sim_comm.h"
+#include "varnek/platform/sim/sim_comm.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "platform/sim/delayed_calls.h"
-#include "runtime/convert.h"
+#include "varnek/platform/sim/delayed_calls.h"
+#include "varnek/runtime/convert.h"
 
 namespace varnek {
 

@@ -14,9 +14,9 @@
 #include <memory>
 #include <string>
 
-#include "platform/comm.h"
-#include "platform/host_loop.h"
-#include "platform/sim/line_peers.h"
+#include "varnek/platform/comm.h"
+#include "varnek/platform/host_loop.h"
+#include "varnek/platform/sim/line_peers.h"
 
 namespace varnek {
 

@@ -1,9 +1,9 @@
 // The host loop on a virtual clock: posted calls, scheduled events and timers
 // run in a deterministic order, and time moves only when a pump would block.
-#include "platform/sim/sim_loop.h"
+#include "varnek/platform/sim/sim_loop.h"
 
-#include "platform/strand_scheduler.h"
-#include "platform/timer_table.h"
+#include "varnek/platform/strand_scheduler.h"
+#include "varnek/platform/timer_table.h"
 
 #include <cmath>
 #include <map>

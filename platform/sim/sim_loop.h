@@ -11,7 +11,7 @@
 #include <functional>
 #include <memory>
 
-#include "platform/host_loop.h"
+#include "varnek/platform/host_loop.h"
 
 namespace varnek {
 

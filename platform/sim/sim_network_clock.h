@@ -7,9 +7,9 @@
 #include <map>
 #include <vector>
 
-#include "platform/network_clock.h"
-#include "platform/sim/sim_loop.h"
-#include "runtime/date_math.h"
+#include "varnek/platform/network_clock.h"
+#include "varnek/platform/sim/sim_loop.h"
+#include "varnek/runtime/date_math.h"
 
 namespace varnek {
 

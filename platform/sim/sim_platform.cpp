@@ -1,9 +1,9 @@
 // The test platform: makes its temporary application folder when none is given.
-#include "platform/sim/sim_platform.h"
+#include "varnek/platform/sim/sim_platform.h"
 
-#include "platform/linux/linux_date_locale.h"
-#include "platform/linux/linux_files.h"
-#include "platform/linux/profile_file.h"
+#include "varnek/platform/linux/linux_date_locale.h"
+#include "varnek/platform/linux/linux_files.h"
+#include "varnek/platform/linux/profile_file.h"
 
 #include <stdlib.h>
 

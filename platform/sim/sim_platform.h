@@ -6,18 +6,18 @@
 //   sim.loop.After(1.0, [&]{ ... });
 #pragma once
 
-#include "platform/platform.h"
-#include "platform/message_box.h"
-#include "platform/sim/fake_network_shares.h"
-#include "platform/sim/fixed_application.h"
-#include "platform/sim/fixed_system_readings.h"
-#include "platform/sim/memory_settings_store.h"
-#include "platform/sim/recording_clipboard.h"
-#include "platform/sim/recording_midi_output.h"
-#include "platform/sim/recording_surface.h"
-#include "platform/sim/sim_comm.h"
-#include "platform/sim/sim_loop.h"
-#include "platform/sim/sim_network_clock.h"
+#include "varnek/platform/platform.h"
+#include "varnek/platform/message_box.h"
+#include "varnek/platform/sim/fake_network_shares.h"
+#include "varnek/platform/sim/fixed_application.h"
+#include "varnek/platform/sim/fixed_system_readings.h"
+#include "varnek/platform/sim/memory_settings_store.h"
+#include "varnek/platform/sim/recording_clipboard.h"
+#include "varnek/platform/sim/recording_midi_output.h"
+#include "varnek/platform/sim/recording_surface.h"
+#include "varnek/platform/sim/sim_comm.h"
+#include "varnek/platform/sim/sim_loop.h"
+#include "varnek/platform/sim/sim_network_clock.h"
 
 namespace varnek {
 

@@ -1,11 +1,11 @@
 // The simulated socket control, its scripted peers and the network between
 // them, all on the SimLoop's virtual clock.
-#include "platform/sim/sim_socket.h"
+#include "varnek/platform/sim/sim_socket.h"
 
 #include <algorithm>
 
-#include "platform/socket_settings.h"
-#include "runtime/failure.h"
+#include "varnek/platform/socket_settings.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 

@@ -22,8 +22,8 @@
 #include <memory>
 #include <set>
 
-#include "platform/sim/sim_loop.h"
-#include "platform/socket.h"
+#include "varnek/platform/sim/sim_loop.h"
+#include "varnek/platform/socket.h"
 
 namespace varnek {
 

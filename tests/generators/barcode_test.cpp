@@ -6,10 +6,10 @@
 #include <filesystem>
 #include <fstream>
 
-#include "adds/adds.h"
-#include "adds/generators/code39.h"
-#include "platform/linux/cairo_surface.h"
-#include "platform/sim/sim_platform.h"
+#include "varnek/adds/adds.h"
+#include "varnek/adds/generators/code39.h"
+#include "varnek/platform/linux/cairo_surface.h"
+#include "varnek/platform/sim/sim_platform.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

@@ -3,10 +3,10 @@
 // note, and the refused second entry.
 #include <gtest/gtest.h>
 
-#include "adds/adds.h"
-#include "adds/generators/play_string.h"
-#include "platform/sim/sim_platform.h"
-#include "runtime/strings.h"
+#include "varnek/adds/adds.h"
+#include "varnek/adds/generators/play_string.h"
+#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/runtime/strings.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

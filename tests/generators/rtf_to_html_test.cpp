@@ -2,9 +2,9 @@
 // entities, lists, alignment, the page wrapper and the raised failures.
 #include <gtest/gtest.h>
 
-#include "adds/adds.h"
-#include "adds/generators/rtf_to_html.h"
-#include "platform/sim/sim_platform.h"
+#include "varnek/adds/adds.h"
+#include "varnek/adds/generators/rtf_to_html.h"
+#include "varnek/platform/sim/sim_platform.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

@@ -22,10 +22,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/linux_loop.h"
-#include "runtime/convert.h"
-#include "runtime/strings.h"
-#include "server/http_server.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/strings.h"
+#include "varnek/server/http_server.h"
 
 namespace varnek::e2e {
 

@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-#include "platform/linux/linux_socket.h"
+#include "varnek/platform/linux/linux_socket.h"
 #include "tests/net/local_servers.h"
 
 namespace varnek {

@@ -6,7 +6,7 @@
 
 #include <chrono>
 
-#include "adds/adds.h"
+#include "varnek/adds/adds.h"
 #include "tests/net/local_servers.h"
 
 namespace varnek {

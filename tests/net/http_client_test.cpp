@@ -8,7 +8,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/sim/recording_web_services.h"
+#include "varnek/platform/sim/recording_web_services.h"
 #include "tests/net/local_servers.h"
 #include "tests/net/net_fixture.h"
 

@@ -23,13 +23,13 @@
 #include <thread>
 #include <vector>
 
-#include "platform/linux/linux_loop.h"
-#include "platform/linux/linux_net_tables.h"
-#include "platform/linux/linux_socket.h"
-#include "platform/linux/linux_web_services.h"
-#include "platform/sim/memory_settings_store.h"
-#include "platform/sim/fixed_application.h"
-#include "platform/platform.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/linux/linux_net_tables.h"
+#include "varnek/platform/linux/linux_socket.h"
+#include "varnek/platform/linux/linux_web_services.h"
+#include "varnek/platform/sim/memory_settings_store.h"
+#include "varnek/platform/sim/fixed_application.h"
+#include "varnek/platform/platform.h"
 
 namespace varnek {
 

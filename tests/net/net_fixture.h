@@ -7,9 +7,9 @@
 #include <memory>
 #include <string>
 
-#include "adds/adds.h"
-#include "platform/sim/sim_platform.h"
-#include "platform/sim/sim_socket.h"
+#include "varnek/adds/adds.h"
+#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/sim/sim_socket.h"
 
 namespace varnek {
 

@@ -10,7 +10,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/linux/linux_net_tables.h"
+#include "varnek/platform/linux/linux_net_tables.h"
 #include "tests/net/local_servers.h"
 #include "tests/net/net_fixture.h"
 

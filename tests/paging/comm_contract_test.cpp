@@ -9,11 +9,11 @@
 #include <string>
 #include <type_traits>
 
-#include "platform/linux/linux_comm.h"
-#include "platform/linux/linux_loop.h"
-#include "platform/linux/pty_line.h"
-#include "platform/sim/sim_comm.h"
-#include "platform/sim/sim_loop.h"
+#include "varnek/platform/linux/linux_comm.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/linux/pty_line.h"
+#include "varnek/platform/sim/sim_comm.h"
+#include "varnek/platform/sim/sim_loop.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

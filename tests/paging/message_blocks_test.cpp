@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "runtime/dates.h"
-#include "runtime/strings.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/strings.h"
 #include "tests/paging/paging_fixture.h"
 
 namespace varnek {

@@ -7,10 +7,10 @@
 #include <memory>
 #include <string>
 
-#include "adds/adds.h"
-#include "platform/sim/line_peers.h"
-#include "platform/sim/sim_comm.h"
-#include "platform/sim/sim_platform.h"
+#include "varnek/adds/adds.h"
+#include "varnek/platform/sim/line_peers.h"
+#include "varnek/platform/sim/sim_comm.h"
+#include "varnek/platform/sim/sim_platform.h"
 
 namespace varnek {
 

@@ -6,9 +6,9 @@
 #include <chrono>
 #include <cstdio>
 
-#include "platform/linux/linux_comm.h"
-#include "platform/linux/linux_loop.h"
-#include "platform/linux/pty_line.h"
+#include "varnek/platform/linux/linux_comm.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/linux/pty_line.h"
 #include "tests/paging/paging_fixture.h"
 
 namespace varnek {

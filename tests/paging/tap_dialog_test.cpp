@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "runtime/dates.h"
+#include "varnek/runtime/dates.h"
 #include "tests/paging/paging_fixture.h"
 
 namespace varnek {

@@ -3,7 +3,7 @@
 
 #include <cerrno>
 
-#include "platform/linux/eintr.h"
+#include "varnek/platform/linux/eintr.h"
 
 namespace varnek {
 namespace {

@@ -12,12 +12,12 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/linux/alsa_midi_output.h"
-#include "platform/linux/cairo_surface.h"
-#include "platform/linux/linux_clipboard.h"
-#include "platform/sim/recording_clipboard.h"
-#include "platform/sim/recording_midi_output.h"
-#include "platform/sim/recording_surface.h"
+#include "varnek/platform/linux/alsa_midi_output.h"
+#include "varnek/platform/linux/cairo_surface.h"
+#include "varnek/platform/linux/linux_clipboard.h"
+#include "varnek/platform/sim/recording_clipboard.h"
+#include "varnek/platform/sim/recording_midi_output.h"
+#include "varnek/platform/sim/recording_surface.h"
 
 namespace varnek {
 namespace {

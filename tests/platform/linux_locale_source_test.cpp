@@ -4,11 +4,11 @@
 
 #include <clocale>
 
-#include "platform/linux/linux_date_locale.h"
-#include "platform/linux/linux_locale_source.h"
-#include "platform/platform.h"
-#include "runtime/convert.h"
-#include "runtime/dates.h"
+#include "varnek/platform/linux/linux_date_locale.h"
+#include "varnek/platform/linux/linux_locale_source.h"
+#include "varnek/platform/platform.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/dates.h"
 
 namespace varnek {
 namespace {

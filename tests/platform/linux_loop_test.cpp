@@ -1,6 +1,6 @@
 // The Linux host loop on real time: waking by I/O, Post and timers, bounded
 // idle waits, re-entrancy, and the clock. Every wait here is at most ~200 ms.
-#include "platform/linux/linux_loop.h"
+#include "varnek/platform/linux/linux_loop.h"
 
 #include <gtest/gtest.h>
 #include <sys/epoll.h>

@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/linux_loop.h"
-#include "platform/linux/linux_socket.h"
-#include "runtime/failure.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/linux/linux_socket.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 namespace {

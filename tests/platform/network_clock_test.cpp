@@ -8,8 +8,8 @@
 #include <memory>
 #include <optional>
 
-#include "platform/linux/linux_network_clock.h"
-#include "platform/sim/sim_network_clock.h"
+#include "varnek/platform/linux/linux_network_clock.h"
+#include "varnek/platform/sim/sim_network_clock.h"
 #include "tests/platform/sntp_responder.h"
 
 namespace varnek {

@@ -8,8 +8,8 @@
 #include <iterator>
 #include <string>
 
-#include "platform/linux/file_settings_store.h"
-#include "platform/linux/linux_application.h"
+#include "varnek/platform/linux/file_settings_store.h"
+#include "varnek/platform/linux/linux_application.h"
 #include "tests/store/child_process.h"
 #include "tests/runtime/test_util.h"
 

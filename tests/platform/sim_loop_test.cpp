@@ -1,5 +1,5 @@
 // The simulated host loop: order of events, nesting, timers and virtual time.
-#include "platform/sim/sim_loop.h"
+#include "varnek/platform/sim/sim_loop.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/sim/sim_platform.h"
+#include "varnek/platform/sim/sim_platform.h"
 
 namespace varnek {
 namespace {

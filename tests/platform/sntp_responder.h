@@ -11,7 +11,7 @@
 
 #include <cstdint>
 
-#include "platform/linux/linux_loop.h"
+#include "varnek/platform/linux/linux_loop.h"
 
 namespace varnek {
 

@@ -17,10 +17,10 @@
 #include <string>
 #include <type_traits>
 
-#include "platform/linux/linux_loop.h"
-#include "platform/linux/linux_socket.h"
-#include "platform/sim/sim_socket.h"
-#include "runtime/failure.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/linux/linux_socket.h"
+#include "varnek/platform/sim/sim_socket.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 namespace {

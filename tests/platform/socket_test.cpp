@@ -17,9 +17,9 @@
 #include <type_traits>
 #include <vector>
 
-#include "platform/linux/linux_loop.h"
-#include "platform/linux/linux_socket.h"
-#include "platform/sim/sim_socket.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/linux/linux_socket.h"
+#include "varnek/platform/sim/sim_socket.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/linux_loop.h"
-#include "platform/sim/sim_loop.h"
-#include "runtime/failure.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/sim/sim_loop.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 namespace {

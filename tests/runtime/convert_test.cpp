@@ -1,14 +1,14 @@
 // The classic conversions (rounding, overflow, digits, Str/Hex/Val, IsNumeric), Format, locale readings.
-#include "runtime/convert.h"
-#include "runtime/int16.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/int16.h"
 
 #include <gtest/gtest.h>
 
 
-#include "runtime/dates.h"
-#include "runtime/date_text.h"
-#include "runtime/locale_source.h"
-#include "runtime/number_text.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/date_text.h"
+#include "varnek/runtime/locale_source.h"
+#include "varnek/runtime/number_text.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

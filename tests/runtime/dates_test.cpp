@@ -1,12 +1,12 @@
 // Dates: serials, fields, DateAdd/DateDiff, negative dates, text forms.
-#include "runtime/dates.h"
+#include "varnek/runtime/dates.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
 
-#include "runtime/convert.h"
-#include "runtime/date_math.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/date_math.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

@@ -3,8 +3,8 @@
 // earlier store as if the call always wrote, so the statement runs out of line.
 #include <gtest/gtest.h>
 
-#include "runtime/convert.h"
-#include "runtime/failure.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 namespace {

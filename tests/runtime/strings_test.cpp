@@ -1,5 +1,5 @@
 // cp1252, UTF-8 and case tables; string functions; Variant comparison, StrComp, Concat and Like.
-#include "runtime/strings.h"
+#include "varnek/runtime/strings.h"
 
 #include <gtest/gtest.h>
 
@@ -7,9 +7,9 @@
 #include <random>
 #include <regex>
 
-#include "runtime/compare.h"
-#include "runtime/like.h"
-#include "runtime/text.h"
+#include "varnek/runtime/compare.h"
+#include "varnek/runtime/like.h"
+#include "varnek/runtime/text.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

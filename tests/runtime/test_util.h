@@ -7,7 +7,7 @@
 #include <initializer_list>
 #include <source_location>
 
-#include "runtime/failure.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 

@@ -1,8 +1,8 @@
 // Variant subtypes and arrays; Collection positions, keys and failures; failure modes.
 #include <gtest/gtest.h>
 
-#include "runtime/collection.h"
-#include "runtime/convert.h"
+#include "varnek/runtime/collection.h"
+#include "varnek/runtime/convert.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

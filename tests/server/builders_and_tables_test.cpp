@@ -1,8 +1,8 @@
 // The response builders byte for byte, the access tables and per-slot operations.
 #include <gtest/gtest.h>
 
-#include "runtime/failure.h"
-#include "runtime/strings.h"
+#include "varnek/runtime/failure.h"
+#include "varnek/runtime/strings.h"
 #include "tests/server/server_fixture.h"
 
 namespace varnek::testing {

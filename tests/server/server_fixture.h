@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/sim/sim_platform.h"
-#include "platform/sim/sim_socket.h"
-#include "runtime/text.h"
-#include "server/http_server.h"
+#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/sim/sim_socket.h"
+#include "varnek/runtime/text.h"
+#include "varnek/server/http_server.h"
 
 namespace varnek {
 

@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/date_locale.h"
-#include "platform/linux/linux_date_locale.h"
+#include "varnek/platform/date_locale.h"
+#include "varnek/platform/linux/linux_date_locale.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {

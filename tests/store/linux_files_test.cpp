@@ -6,8 +6,8 @@
 #include <chrono>
 #include <thread>
 
-#include "platform/linux/file_io.h"
-#include "platform/linux/file_settings_store.h"
+#include "varnek/platform/linux/file_io.h"
+#include "varnek/platform/linux/file_settings_store.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {

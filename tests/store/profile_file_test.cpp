@@ -1,6 +1,6 @@
 // Our private-profile reader and writer: the classic buffer rules and the
 // in-place edits.
-#include "platform/linux/profile_file.h"
+#include "varnek/platform/linux/profile_file.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {

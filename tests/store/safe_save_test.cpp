@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
-#include "platform/linux/file_settings_store.h"
+#include "varnek/platform/linux/file_settings_store.h"
 #include "tests/store/child_process.h"
 #include "tests/store/store_fixture.h"
 

@@ -10,12 +10,12 @@
 #include <functional>
 #include <set>
 
-#include "adds/store/storage.h"
-#include "platform/linux/linux_files.h"
-#include "platform/sim/sim_platform.h"
-#include "runtime/convert.h"
-#include "runtime/dates.h"
-#include "runtime/failure.h"
+#include "varnek/adds/store/storage.h"
+#include "varnek/platform/linux/linux_files.h"
+#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/failure.h"
 
 namespace varnek {
 

@@ -1,6 +1,6 @@
 // The variable store, Collection_Sort and Collection_FindIdxKey, and the two
 // pauses on the simulated loop's virtual clock.
-#include "adds/store/variable_store.h"
+#include "varnek/adds/store/variable_store.h"
 
 #include "tests/store/store_fixture.h"
 

@@ -4,9 +4,9 @@
 
 #include <cmath>
 
-#include "adds/adds.h"
-#include "platform/sim/sim_platform.h"
-#include "runtime/convert.h"
+#include "varnek/adds/adds.h"
+#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/runtime/convert.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

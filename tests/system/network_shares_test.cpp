@@ -6,10 +6,10 @@
 #include <filesystem>
 #include <fstream>
 
-#include "adds/adds.h"
-#include "platform/linux/linux_network_shares.h"
-#include "platform/sim/sim_platform.h"
-#include "runtime/convert.h"
+#include "varnek/adds/adds.h"
+#include "varnek/platform/linux/linux_network_shares.h"
+#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/runtime/convert.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
-#include "adds/adds.h"
-#include "platform/linux/linux_loop.h"
-#include "platform/linux/linux_network_clock.h"
-#include "platform/sim/sim_platform.h"
-#include "runtime/dates.h"
+#include "varnek/adds/adds.h"
+#include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/linux/linux_network_clock.h"
+#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/runtime/dates.h"
 #include "tests/platform/sntp_responder.h"
 #include "tests/runtime/test_util.h"
 

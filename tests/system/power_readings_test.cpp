@@ -7,11 +7,11 @@
 #include <initializer_list>
 #include <string>
 
-#include "adds/adds.h"
-#include "platform/linux/linux_system_readings.h"
-#include "platform/sim/sim_platform.h"
-#include "runtime/convert.h"
-#include "runtime/dates.h"
+#include "varnek/adds/adds.h"
+#include "varnek/platform/linux/linux_system_readings.h"
+#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/runtime/convert.h"
+#include "varnek/runtime/dates.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

@@ -1,7 +1,7 @@
 // URL and Base64 codecs and the control-character aliases, with cross-checks against the literal passes.
 #include <random>
 
-#include "runtime/strings.h"
+#include "varnek/runtime/strings.h"
 #include "tests/text/toolkit_fixture.h"
 
 namespace varnek {

@@ -1,6 +1,6 @@
 // Number, colour, date and filter conversions; the repeating-key scrambler.
-#include "runtime/dates.h"
-#include "runtime/strings.h"
+#include "varnek/runtime/dates.h"
+#include "varnek/runtime/strings.h"
 #include "tests/text/toolkit_fixture.h"
 
 namespace varnek {

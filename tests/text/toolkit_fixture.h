@@ -3,9 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include "adds/text/text_toolkit.h"
-#include "platform/sim/sim_platform.h"
-#include "runtime/convert.h"
+#include "varnek/adds/text/text_toolkit.h"
+#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/runtime/convert.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {
