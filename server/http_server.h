@@ -247,7 +247,7 @@ class HTTPServer {
   int32_t width_ = 16;
   int32_t height_ = 16;
 
-  // Kept by Init and never read, as the control always did.
+  // Kept by Init and never read.
   Text default_document_;
   Text cached_404_;
   Text cached_start_;
