@@ -2,6 +2,7 @@
 // timers by deadlines on CLOCK_MONOTONIC, local time from CLOCK_REALTIME.
 #include "varnek/platform/linux/linux_loop.h"
 
+#include "varnek/platform/linux/eintr.h"
 #include "varnek/platform/strand_scheduler.h"
 #include "varnek/platform/timer_table.h"
 #include "varnek/runtime/date_math.h"
@@ -95,8 +96,7 @@ struct LinuxLoop::Impl {
 
   void DrainWake() {
     uint64_t value = 0;
-    while (read(wake_fd, &value, sizeof value) < 0 && errno == EINTR) {
-    }
+    linux_io::RetryOnEintr([&] { return read(wake_fd, &value, sizeof value); });
   }
 
   // I/O events of this batch, skipping descriptors unwatched (or watched anew)
@@ -198,8 +198,7 @@ void LinuxLoop::Post(std::function<void()> fn) {
     impl_->posted.push_back(std::move(fn));
   }
   uint64_t one = 1;
-  while (write(impl_->wake_fd, &one, sizeof one) < 0 && errno == EINTR) {
-  }
+  linux_io::RetryOnEintr([&] { return write(impl_->wake_fd, &one, sizeof one); });
 }
 
 double LinuxLoop::Now() {

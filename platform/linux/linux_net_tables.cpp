@@ -21,6 +21,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "varnek/platform/linux/eintr.h"
 #include "varnek/platform/linux/file_io.h"
 
 namespace varnek {
@@ -153,10 +154,7 @@ bool DestroySocket(int family, const TcpRow& row) {
   if (::sendto(fd, &message, sizeof message, 0, reinterpret_cast<sockaddr*>(&kernel), sizeof kernel) ==
       static_cast<ssize_t>(sizeof message)) {
     char reply[512];
-    ssize_t n;
-    do {
-      n = ::recv(fd, reply, sizeof reply, 0);
-    } while (n < 0 && errno == EINTR);
+    const ssize_t n = linux_io::RetryOnEintr([&] { return ::recv(fd, reply, sizeof reply, 0); });
     auto* h = reinterpret_cast<nlmsghdr*>(reply);
     if (n >= static_cast<ssize_t>(sizeof(nlmsghdr) + sizeof(nlmsgerr)) && NLMSG_OK(h, n) &&
         h->nlmsg_type == NLMSG_ERROR) {

@@ -1,6 +1,6 @@
 // The Linux socket control's connections: accepted and outgoing, receive,
-// send, close and the readiness events. EINTR, EAGAIN and partial writes are
-// handled here and nowhere else.
+// send, close and the readiness events. EAGAIN and partial writes are handled
+// here; an interrupted read or write is simply tried again in the same loop.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <ifaddrs.h>

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include "varnek/platform/linux/eintr.h"
 #include "varnek/platform/linux/linux_socket_impl.h"
 #include "varnek/runtime/failure.h"
 
@@ -115,10 +116,8 @@ void LinuxSocket::ConnectTo(const sockaddr_storage& address, socklen_t length) {
     state_ = kSocketClosed;
     return;
   }
-  int rc;
-  do {
-    rc = ::connect(fd, reinterpret_cast<const sockaddr*>(&address), length);
-  } while (rc != 0 && errno == EINTR);
+  const int rc = linux_io::RetryOnEintr(
+      [&] { return ::connect(fd, reinterpret_cast<const sockaddr*>(&address), length); });
   const int err = rc == 0 ? 0 : errno;
   if (rc == 0) {
     Adopt(fd);

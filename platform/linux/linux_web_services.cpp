@@ -1,6 +1,7 @@
 // libcurl transfers on the LinuxLoop, and xdg-open started without waiting.
 #include "varnek/platform/linux/linux_web_services.h"
 
+#include "varnek/platform/linux/eintr.h"
 #include "varnek/platform/linux/file_io.h"
 
 #include <curl/curl.h>
@@ -181,13 +182,9 @@ int LinuxWebServices::OpenUrl(TextView url_text, int32_t /*show*/) {
   }
   close(report[1]);
   int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
+  linux_io::RetryOnEintr([&] { return waitpid(child, &status, 0); });
   int err = 0;
-  ssize_t n;
-  do {
-    n = read(report[0], &err, sizeof err);
-  } while (n < 0 && errno == EINTR);
+  const ssize_t n = linux_io::RetryOnEintr([&] { return read(report[0], &err, sizeof err); });
   close(report[0]);
   return WIFEXITED(status) && WEXITSTATUS(status) == 0 && n == 0 ? 0 : -1;
 }
