@@ -42,12 +42,12 @@ struct Pipe {
 
 TEST(LinuxLoop, IdlePumpBlocksForItsMaxWaitWithoutBurningCpu) {
   LinuxLoop loop;
-  EXPECT_LT(Timed([&] { loop.Pump(0); }), 0.02);
+  EXPECT_LT(Timed([&] { loop.Pump(0); }), 0.5);  // margins hold on busy sanitizer runs
   double cpu = CpuSeconds();
   double waited = Timed([&] { loop.Pump(0.15); });
   EXPECT_GE(waited, 0.145);
-  EXPECT_LT(waited, 0.5);
-  EXPECT_LT(CpuSeconds() - cpu, 0.02);  // asleep in epoll, not spinning
+  EXPECT_LT(waited, 2.0);
+  EXPECT_LT(CpuSeconds() - cpu, 0.05);  // asleep in epoll, not spinning (that would be 0.15)
   // Short waits are not cut to zero (which would make callers spin).
   EXPECT_GE(Timed([&] { loop.Pump(0.0005); }), 0.0004);
 }
@@ -143,7 +143,7 @@ TEST(LinuxLoop, OneStackTimersFireOnTimeAndDoNotReenter) {
   EXPECT_EQ(ticks, 3);
   EXPECT_EQ(max_depth, 1);
   EXPECT_GE(took, 0.07);
-  EXPECT_LT(took, 0.5);
+  EXPECT_LT(took, 2.0);
 
   timer->SetEnabled(false);  // drops its tick
   loop.Pump(0.05);
