@@ -1,5 +1,7 @@
 // The bundle of platform services that Adds and HTTPServer reach the machine
-// through. Hosts use LinuxPlatform(); tests build one from simulated parts.
+// through, one member per interface header. Hosts use LinuxPlatform() (or
+// LinuxPlatformOn with a loop of their own), which sets every member; tests
+// build one from simulated parts and set the members their routines reach.
 #pragma once
 
 #include "varnek/platform/application.h"
@@ -41,8 +43,6 @@ struct Platform {
   NetTables* net_tables = nullptr;
   WebServices* web = nullptr;
   CommFactory* comms = nullptr;  // serial ports
-  // Further services (files, profiles, comm, ...) are added here as members,
-  // each with its own interface header.
 };
 
 // The process-wide Linux platform, made at first use.
