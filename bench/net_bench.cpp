@@ -21,6 +21,7 @@
 #include "varnek/platform/linux/linux_net_tables.h"
 #include "varnek/platform/linux/linux_socket.h"
 #include "varnek/platform/sim/fixed_application.h"
+#include "varnek/platform/sim/sim_platform.h"
 #include "varnek/platform/sim/memory_settings_store.h"
 
 namespace {
@@ -33,13 +34,14 @@ struct BenchPlatform {
   MemorySettingsStore settings;
   LinuxSocketFactory sockets{loop};
   LinuxNetTables tables;
-  Platform platform;
+  SimPlatform sim;                    // the services the bench does not reach
+  Platform platform = sim.platform;
   BenchPlatform() {
-    platform.loop = &loop;
-    platform.app = &app;
-    platform.settings = &settings;
-    platform.sockets = &sockets;
-    platform.net_tables = &tables;
+    platform.loop = loop;
+    platform.app = app;
+    platform.settings = settings;
+    platform.sockets = sockets;
+    platform.net_tables = tables;
   }
 };
 

@@ -12,6 +12,7 @@
 #include "varnek/adds/store/variable_store.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/sim/fixed_application.h"
+#include "varnek/platform/sim/sim_platform.h"
 #include "varnek/platform/sim/memory_settings_store.h"
 
 namespace {
@@ -30,10 +31,11 @@ int main(int argc, char** argv) {
   varnek::LinuxLoop loop;
   varnek::MemorySettingsStore settings;
   varnek::FixedApplication app(u"pause_bench", u"/tmp", u"");
-  varnek::Platform platform;
-  platform.loop = &loop;
-  platform.app = &app;
-  platform.settings = &settings;
+  varnek::SimPlatform sim;  // the services a pause does not reach
+  varnek::Platform platform = sim.platform;
+  platform.loop = loop;
+  platform.app = app;
+  platform.settings = settings;
   varnek::VariableStore store(platform);
 
   const double cpu_before = CpuSeconds();

@@ -36,8 +36,8 @@ void BM_RemoteDateTimeLoopback(benchmark::State& state) {
   LinuxNetworkClock clock(loop, responder.port, 2.0);
   SimPlatform sim;
   Platform platform = sim.platform;
-  platform.loop = &loop;
-  platform.network_clock = &clock;
+  platform.loop = loop;
+  platform.network_clock = clock;
   Adds adds(platform);
   for (auto _ : state) benchmark::DoNotOptimize(adds.NET_GetRemoteDateTime(u"127.0.0.1"));
 }

@@ -18,7 +18,6 @@ using namespace varnek;
 
 struct Harness {
   Harness() {
-    sim.platform.sockets = &net;
     server = std::make_unique<HTTPServer>(sim.platform);
     server->UsersAdd("user:pass");
     server->SecurePathAdd("/s");
@@ -38,7 +37,7 @@ struct Harness {
     server->ServerOpen(true);
   }
   SimPlatform sim;
-  SimNetwork net{sim.loop};
+  SimNetwork& net = sim.net;
   std::unique_ptr<HTTPServer> server;
 };
 

@@ -1,7 +1,12 @@
 // The bundle of platform services that Adds and HTTPServer reach the machine
-// through, one member per interface header. Hosts use LinuxPlatform() (or
-// LinuxPlatformOn with a loop of their own), which sets every member; tests
-// build one from simulated parts and set the members their routines reach.
+// through, one member per interface header. Every member is a Service: bound
+// to an object when the bundle is made and never null, so a bundle that leaves
+// one out does not compile. Hosts use LinuxPlatform() (or LinuxPlatformOn with
+// a loop of their own); tests use SimPlatform and re-point the services a test
+// replaces:
+//
+//   SimPlatform sim;
+//   sim.platform.sockets = net;   // a simulated network instead of the default
 #pragma once
 
 #include "varnek/platform/application.h"
@@ -25,24 +30,42 @@ class NetTables;      // platform/net_tables.h
 class WebServices;    // platform/web_services.h
 class CommFactory;    // platform/comm.h
 
+// A platform service: a reference that can be re-pointed but never be null.
+template <class T>
+class Service {
+ public:
+  Service(T& service) : service_(&service) {}  // implicit: Platform{.loop = loop, ...}
+  Service& operator=(T& service) {
+    service_ = &service;
+    return *this;
+  }
+  T* operator->() const { return service_; }
+  T& operator*() const { return *service_; }
+  T* get() const { return service_; }
+
+ private:
+  T* service_;
+};
+
+// Made with designated initializers in this order, naming every member.
 struct Platform {
-  HostLoop* loop = nullptr;
-  Application* app = nullptr;
-  SettingsStore* settings = nullptr;
-  SocketFactory* sockets = nullptr;
-  FileSystem* files = nullptr;
-  ProfileStore* profiles = nullptr;
-  DateLocale* dates = nullptr;
-  SystemReadings* readings = nullptr;
-  NetworkClock* network_clock = nullptr;
-  MessageBox* messages = nullptr;
-  NetworkShares* shares = nullptr;
-  SurfaceFactory* surfaces = nullptr;
-  Clipboard* clipboard = nullptr;
-  MidiOutput* midi = nullptr;
-  NetTables* net_tables = nullptr;
-  WebServices* web = nullptr;
-  CommFactory* comms = nullptr;  // serial ports
+  Service<HostLoop> loop;
+  Service<Application> app;
+  Service<SettingsStore> settings;
+  Service<SocketFactory> sockets;
+  Service<FileSystem> files;
+  Service<ProfileStore> profiles;
+  Service<DateLocale> dates;
+  Service<SystemReadings> readings;
+  Service<NetworkClock> network_clock;
+  Service<MessageBox> messages;
+  Service<NetworkShares> shares;
+  Service<SurfaceFactory> surfaces;
+  Service<Clipboard> clipboard;
+  Service<MidiOutput> midi;
+  Service<NetTables> net_tables;
+  Service<WebServices> web;
+  Service<CommFactory> comms;  // serial ports
 };
 
 // The process-wide Linux platform, made at first use.

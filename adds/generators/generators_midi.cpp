@@ -17,14 +17,14 @@ constexpr int32_t kNoteOn = 144;  // channel 0
 }  // namespace
 
 bool Generators::midiDeviceSwitch(int16_t mode) {
-  MidiOutput* midi = platform().midi;
+  MidiOutput& midi = *platform().midi;
   if (mode == 1) {
-    if (midi_settings_.DeviceOpen || !midi || !midi->Open()) return false;
+    if (midi_settings_.DeviceOpen || !midi.Open()) return false;
     midi_settings_.DeviceOpen = true;
     return true;
   }
   if (mode == 0 && midi_settings_.DeviceOpen) {
-    if (!midi->Close()) return false;
+    if (!midi.Close()) return false;
     midi_settings_.DeviceOpen = false;
     return true;
   }

@@ -17,8 +17,7 @@ enum AdapterListKind { kLocalIPs, kGateways, kDhcpServers };
 Text Network::AdapterList(int which, const Text& sDelim) {
   Text list;
   std::vector<AdapterInfo> adapters;
-  NetTables* tables = platform().net_tables;
-  if (!tables || !tables->Adapters(adapters)) return list;
+  if (!platform().net_tables->Adapters(adapters)) return list;
   for (const AdapterInfo& a : adapters) {
     if (which == kLocalIPs) {
       // The first address only, an empty one too.
@@ -67,14 +66,12 @@ bool Network::NET_IPNumberIsValid(Variant& IPNumber) {
 Text Network::NET_CurrentMachineName() {
   // A buffer of 16 units: a name that needs more (with its NUL) fails.
   Text name;
-  NetTables* tables = platform().net_tables;
-  if (!tables || !tables->MachineName(name) || name.size() > 15) return Text();
+  if (!platform().net_tables->MachineName(name) || name.size() > 15) return Text();
   return name;
 }
 
 bool Network::NET_CheckState(int32_t pState) {
-  NetTables* tables = platform().net_tables;
-  const uint32_t flags = tables ? tables->ConnectedState() : 0;
+  const uint32_t flags = platform().net_tables->ConnectedState();
   switch (pState) {
     case 1: case 2: case 4: case 8: case 16: case 32: case 64:
       return (flags & static_cast<uint32_t>(pState)) != 0;

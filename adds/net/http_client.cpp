@@ -173,17 +173,13 @@ Text Network::NET_HTTPsend(const Variant& /*tmpURL*/, const Variant& tmpContent)
 }
 
 bool Network::NET_DownloadFile(const Text& URL, const Text& LocalFilename) {
-  WebServices* web = platform().web;
-  if (!web) return false;
-  return web->DownloadToFile(URL, LocalFilename) == 0;
+  return platform().web->DownloadToFile(URL, LocalFilename) == 0;
 }
 
 bool Network::INET_OpenURL(const Variant& /*ParentForm*/, const Variant& TheURL, bool Maximized,
                            bool Hide) {
   const int32_t show = Maximized ? 3 : (Hide ? 0 : 1);
-  Resume([&] {
-    if (platform().web) platform().web->OpenUrl(CStr(TheURL), show);
-  });
+  Resume([&] { platform().web->OpenUrl(CStr(TheURL), show); });
   return false;
 }
 

@@ -44,10 +44,8 @@ Variant Network::NET_Stat(bool ExcluirLocalhost, int32_t FiltrarSoloEstado,
     Net_Stat_Lista->Remove(Variant(1));
     loop().DoEvents();
   }
-  NetTables* tables = platform().net_tables;
-  if (!tables) return Variant::Long(-1);
   std::vector<TcpRow> rows;
-  const TcpTableStatus status = tables->TcpTable(rows);
+  const TcpTableStatus status = platform().net_tables->TcpTable(rows);
   if (status == TcpTableStatus::kUnsupported) return Variant::Long(-1);
   if (status != TcpTableStatus::kOk) return Variant::Long(kept);
   const auto signed_text = [](uint32_t w) { return CStr(Variant::Long(static_cast<int32_t>(w))); };
@@ -86,8 +84,7 @@ bool Network::Net_Stat_CloseConnection(const Variant& IndexFromStat) {
     row.remote_addr = static_cast<uint32_t>(Variant(Var_GetFieldAt(record, 8, u"\t")).ToLong());
     row.remote_port = static_cast<uint32_t>(Variant(Var_GetFieldAt(record, 9, u"\t")).ToLong());
     row.state = 12;  // delete the entry
-    NetTables* tables = platform().net_tables;
-    closed = tables && tables->CloseTcp(row);
+    closed = platform().net_tables->CloseTcp(row);
   });
   return closed;
 }

@@ -194,7 +194,6 @@ bool Storage::Disk_ScanRecursiveDirAndOrFiles(ListControl* ListControlDestino, c
 }
 
 Text Storage::Win_LocaleDateOrder(Text& Separator) {
-  if (!platform().dates) Fail(kErrObjectNotSet);
   Text sample = platform().dates->ShortDate(1958, 8, 25);
   Separator.clear();
   for (size_t i = 0; i < sample.size() && i < 5; ++i) {

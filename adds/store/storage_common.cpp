@@ -9,15 +9,9 @@
 
 namespace varnek {
 
-FileSystem& Storage::files() const {
-  if (!platform().files) Fail(kErrObjectNotSet);
-  return *platform().files;
-}
+FileSystem& Storage::files() const { return *platform().files; }
 
-ProfileStore& Storage::profiles() const {
-  if (!platform().profiles) Fail(kErrObjectNotSet);
-  return *platform().profiles;
-}
+ProfileStore& Storage::profiles() const { return *platform().profiles; }
 
 bool Storage::SplitPath(const Text& filename, Text& folder, Text& name) {
   if (InStr(filename, u"/") == 0) return false;

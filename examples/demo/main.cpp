@@ -67,8 +67,8 @@ int main(int argc, char** argv) {
   static LinuxLoop* const loop =
       new LinuxLoop(options.one_stack ? LoopMode::kOneStack : LoopMode::kStrands);
   Platform& platform = LinuxPlatformOn(*loop);
-  auto* clock = dynamic_cast<LinuxNetworkClock*>(platform.network_clock);
-  if (clock && options.time_port) clock->set_port(static_cast<uint16_t>(options.time_port));
+  if (options.time_port)  // a time server of the host's choosing, for the system page
+    platform.network_clock = *new LinuxNetworkClock(*loop, static_cast<uint16_t>(options.time_port));
   bool stop = false;
   const bool watched = loop->Watch(signal_fd, EPOLLIN, [&](uint32_t) {
     signalfd_siginfo info{};

@@ -62,7 +62,13 @@ Text LineDescription(const Options& o) {
 }
 
 void Serve(PageRequest& r) {
-  static Adds adds(LinuxPlatform());
+  Adds& adds = r.host.server().adds();
+  // The line and the simulated terminal watch their descriptors on the host's loop.
+  auto* loop = dynamic_cast<LinuxLoop*>(adds.platform().loop.get());
+  if (!loop) {
+    r.response = r.host.Framed(500, u"<h1>Send a page</h1>\r\n<p>This page needs the Linux loop.</p>\r\n");
+    return;
+  }
   Text body = u"<h1>Send a page</h1>\r\n<p>Line: " + LineDescription(r.options) + u"</p>\r\n";
   if (!r.param_names) {
     r.response = r.host.Framed(200, body + Form(u"1234", u"Hello from Varnek"));
@@ -74,9 +80,7 @@ void Serve(PageRequest& r) {
   job.protocol = TextToUtf8(Param(r, u"protocol"));
   if (job.protocol.empty()) job.protocol = "tap";
 
-  Platform& platform = LinuxPlatform();
-  auto* loop = dynamic_cast<LinuxLoop*>(platform.loop);
-  LinuxComm port(*loop, platform.settings, false);
+  LinuxComm port(*loop, adds.platform().settings.get(), false);
   std::unique_ptr<PtyLine> line;
   const Options& o = r.options;
   if (o.pager_device.empty() && o.pager_port <= 0) {

@@ -70,10 +70,10 @@ int main(int argc, char** argv) {
   if (job.pager.empty()) return Usage("--pager is required");
   if (device.empty() && !have_port && !simulate) return Usage("give --device, --port or --simulate");
 
-  Platform& platform = LinuxPlatform();
-  auto* loop = dynamic_cast<LinuxLoop*>(platform.loop);
+  static LinuxLoop* const loop = new LinuxLoop;  // never destroyed, like the platform's services
+  Platform& platform = LinuxPlatformOn(*loop);
   Adds adds(platform);
-  LinuxComm port(*loop, platform.settings, false);
+  LinuxComm port(*loop, platform.settings.get(), false);
   std::unique_ptr<PtyLine> line;
   if (simulate) {
     auto peer = page::SimulatedPeer(job.protocol);

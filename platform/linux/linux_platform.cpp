@@ -17,7 +17,6 @@
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/linux_network_shares.h"
 #include "varnek/platform/linux/linux_network_clock.h"
-#include "varnek/platform/linux/linux_socket.h"
 #include "varnek/platform/linux/linux_system_readings.h"
 #include "varnek/platform/linux/linux_net_tables.h"
 #include "varnek/platform/linux/linux_socket.h"
@@ -33,25 +32,27 @@ Platform& LinuxPlatformOn(LinuxLoop& loop) {
   // list keeps every bundle reachable, so leak checkers see them as kept.
   static auto* bundles = new std::vector<Platform*>;
   InstallLocaleSource(&LinuxLocale());  // the runtime follows setlocale from here on
-  auto* p = new Platform;
+  auto* settings = new FileSettingsStore;
+  auto* p = new Platform{
+      .loop = loop,  // the Linux services watch their descriptors here
+      .app = *new LinuxApplication,
+      .settings = *settings,
+      .sockets = *new LinuxSocketFactory(loop),
+      .files = LinuxFiles(),
+      .profiles = LinuxProfiles(),
+      .dates = LinuxDates(),
+      .readings = *new LinuxSystemReadings,
+      .network_clock = *new LinuxNetworkClock(loop),
+      .messages = *new StderrMessageBox,
+      .shares = *new LinuxNetworkShares(*new LinuxCommandRunner),
+      .surfaces = *new CairoSurfaceFactory,
+      .clipboard = *new LinuxClipboard,
+      .midi = *new AlsaMidiOutput,
+      .net_tables = *new LinuxNetTables,
+      .web = *new LinuxWebServices(loop),
+      .comms = *new LinuxCommFactory(loop, settings),
+  };
   bundles->push_back(p);
-  p->loop = &loop;  // the Linux services watch their descriptors here
-  p->app = new LinuxApplication;
-  p->settings = new FileSettingsStore;
-  p->sockets = new LinuxSocketFactory(loop);
-  p->files = &LinuxFiles();
-  p->profiles = &LinuxProfiles();
-  p->dates = &LinuxDates();
-  p->readings = new LinuxSystemReadings;
-  p->network_clock = new LinuxNetworkClock(loop);
-  p->messages = new StderrMessageBox;
-  p->shares = new LinuxNetworkShares(*new LinuxCommandRunner);
-  p->surfaces = new CairoSurfaceFactory;
-  p->clipboard = new LinuxClipboard;
-  p->midi = new AlsaMidiOutput;
-  p->net_tables = new LinuxNetTables;
-  p->web = new LinuxWebServices(loop);
-  p->comms = new LinuxCommFactory(loop, p->settings);
   return *p;
 }
 

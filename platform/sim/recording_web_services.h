@@ -2,7 +2,7 @@
 // nothing is fetched and no program is started.
 //
 //   RecordingWebServices web;
-//   sim.platform.web = &web;
+//   sim.platform.web = web;    // SimPlatform has one: sim.web
 //   adds.INET_OpenURL(Variant(), u"http://x/", true, false);
 //   web.opened.back();   // {u"http://x/", 3}
 #pragma once

@@ -5,7 +5,7 @@
 //
 //   SimCommFactory comms(sim.loop);
 //   comms.Attach(1, std::make_shared<HayesModem>(std::make_shared<TapTerminal>()));
-//   sim.platform.comms = &comms;
+//   sim.platform.comms = comms;
 #pragma once
 
 #include <functional>

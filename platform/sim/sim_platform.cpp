@@ -25,27 +25,30 @@ std::string MakeTempFolder() {
 }  // namespace
 
 SimPlatform::SimPlatform(double start_date, Text command_line, Text path, LoopMode mode)
-    : loop(start_date, mode), app(u"VarnekTest", std::move(path), std::move(command_line)) {
+    : loop(start_date, mode),
+      app(u"VarnekTest", std::move(path), std::move(command_line)),
+      platform{.loop = loop,
+               .app = app,
+               .settings = settings,
+               .sockets = net,
+               .files = LinuxFiles(),
+               .profiles = LinuxProfiles(),
+               .dates = LinuxDates(),
+               .readings = readings,
+               .network_clock = network_clock,
+               .messages = messages,
+               .shares = shares,
+               .surfaces = surfaces,
+               .clipboard = clipboard,
+               .midi = midi,
+               .net_tables = net_tables,
+               .web = web,
+               .comms = comms} {
   if (app.path_.empty()) {
     std::string folder = MakeTempFolder();
     app.path_ = Text(folder.begin(), folder.end());  // temp paths are ASCII
     owns_path_ = !folder.empty();
   }
-  platform.loop = &loop;
-  platform.app = &app;
-  platform.settings = &settings;
-  platform.readings = &readings;
-  platform.network_clock = &network_clock;
-  platform.messages = &messages;
-  platform.shares = &shares;
-  platform.comms = &comms;
-  // Files and profiles are the real ones: tests work in temporary folders.
-  platform.files = &LinuxFiles();
-  platform.profiles = &LinuxProfiles();
-  platform.dates = &LinuxDates();
-  platform.surfaces = &surfaces;
-  platform.clipboard = &clipboard;
-  platform.midi = &midi;
 }
 
 SimPlatform::~SimPlatform() {

@@ -15,9 +15,12 @@
 #include "varnek/platform/sim/recording_clipboard.h"
 #include "varnek/platform/sim/recording_midi_output.h"
 #include "varnek/platform/sim/recording_surface.h"
+#include "varnek/platform/sim/recording_web_services.h"
 #include "varnek/platform/sim/sim_comm.h"
 #include "varnek/platform/sim/sim_loop.h"
 #include "varnek/platform/sim/sim_network_clock.h"
+#include "varnek/platform/sim/sim_socket.h"
+#include "varnek/platform/linux/linux_net_tables.h"
 
 namespace varnek {
 
@@ -44,8 +47,11 @@ struct SimPlatform {
   RecordingClipboard clipboard;
   RecordingMidiOutput midi;
   SimCommFactory comms{loop};  // serial ports: attach scripted peers to port numbers
-  // Points at the members above; sockets stay null until a simulated socket
-  // factory is set.
+  SimNetwork net{loop};         // sockets: connect simulated peers to its ports
+  RecordingWebServices web;
+  LinuxNetTables net_tables;    // this machine's tables, read only when a test asks
+  // Points at the members above; files, profiles and dates are the real ones,
+  // as tests work in temporary folders.
   Platform platform;
 
  private:

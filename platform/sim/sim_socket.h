@@ -1,9 +1,8 @@
 // The socket control on the simulated loop's virtual clock, with peers that a
 // test scripts: connections arrive, write and close at chosen virtual times.
 //
-//   SimPlatform sim;
-//   SimNetwork net(sim.loop);
-//   sim.platform.sockets = &net;
+//   SimPlatform sim;                            // its sockets are sim.net
+//   SimNetwork& net = sim.net;
 //   ... start a server on port 8080 through sim.platform ...
 //   auto peer = net.Connect(8080, 1.0);         // at Elapsed() == 1.0
 //   peer->Write(u"GET / HTTP/1.0\r\n\r\n", 1.2);

@@ -128,7 +128,7 @@ std::string ReadBars(const std::string& png, const std::string& name) {
 
 TEST_F(BarcodeTest, CairoPngsReadBackByZbar) {
   CairoSurfaceFactory cairo;
-  sim.platform.surfaces = &cairo;
+  sim.platform.surfaces = cairo;
   const std::pair<Text, std::string> cases[] = {
       {u"HELLO WORLD", "HELLO WORLD"}, {u"12345", "12345"},     {u"code-39 $/+%.", "CODE-39 $/+%."},
       {u"VX9 QZ", "VX9 QZ"},           {u"lower", "LOWER"},

@@ -53,7 +53,7 @@ struct FakeAdapters : ::testing::Test {
   SimPlatform sim;
   Adds adds{sim.platform};
   FakeAdapters() {
-    sim.platform.net_tables = &tables;
+    sim.platform.net_tables = tables;
     namespace fs = std::filesystem;
     fs::create_directories(root + "/proc/net");
     fs::create_directories(root + "/var/lib/dhcp");

@@ -111,7 +111,7 @@ TEST_F(HttpClient, HttpSendAndOpenUrl) {
             "Connection: close\r\nXonnection: open\r\nContent-Type: application/octet-stream\r\n"
             "\r\n<b>hi</b>");
   RecordingWebServices web;
-  sim.platform.web = &web;
+  sim.platform.web = web;
   EXPECT_FALSE(adds.INET_OpenURL(kNo, Variant(u"http://a/"), true, true));
   EXPECT_FALSE(adds.INET_OpenURL(kNo, Variant(u"http://b/"), false, true));
   EXPECT_FALSE(adds.INET_OpenURL(kNo, Variant(u"http://c/"), false, false));

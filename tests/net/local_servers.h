@@ -29,6 +29,7 @@
 #include "varnek/platform/linux/linux_web_services.h"
 #include "varnek/platform/sim/memory_settings_store.h"
 #include "varnek/platform/sim/fixed_application.h"
+#include "varnek/platform/sim/sim_platform.h"
 #include "varnek/platform/platform.h"
 
 namespace varnek {
@@ -193,12 +194,12 @@ struct LinuxNetPlatform {
     std::ofstream(hosts) << "127.0.0.1 gateway.test\n";
     setenv("CARES_HOSTS", hosts.c_str(), 1);
     sockets.SetResolverConfig({"", "f", 500, 1});
-    platform.loop = &loop;
-    platform.app = &app;
-    platform.settings = &settings;
-    platform.sockets = &sockets;
-    platform.net_tables = &tables;
-    platform.web = &web;
+    platform.loop = loop;
+    platform.app = app;
+    platform.settings = settings;
+    platform.sockets = sockets;
+    platform.net_tables = tables;
+    platform.web = web;
   }
   ~LinuxNetPlatform() {
     unsetenv("CARES_HOSTS");
@@ -211,7 +212,8 @@ struct LinuxNetPlatform {
   LinuxSocketFactory sockets{loop};
   LinuxNetTables tables;
   LinuxWebServices web{loop};
-  Platform platform;
+  SimPlatform sim;                    // the services a network test does not reach
+  Platform platform = sim.platform;
 };
 
 }  // namespace varnek

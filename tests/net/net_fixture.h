@@ -18,9 +18,8 @@ inline Text Units(const std::string& s) { return BytesToText(s); }
 
 // Adds on virtual time; gateways are scripted with net.Serve.
 struct SimNetFixture : public ::testing::Test {
-  SimNetFixture() { sim.platform.sockets = &net; }
   SimPlatform sim;
-  SimNetwork net{sim.loop};
+  SimNetwork& net = sim.net;
   Adds adds{sim.platform};
   std::unique_ptr<SocketCtl> sock = net.Create();
 };

@@ -36,7 +36,7 @@ struct FakeTable : ::testing::Test {
   SimPlatform sim;
   TableAdds adds{sim.platform};
   FakeTable() {
-    sim.platform.net_tables = &tables;
+    sim.platform.net_tables = tables;
     std::filesystem::create_directories(root + "/proc/net");
     std::ofstream(root + "/proc/net/tcp")
         << kHeading

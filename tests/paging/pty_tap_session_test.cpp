@@ -18,8 +18,8 @@ TEST(PtyTapSession, DeliversPagesAndLogsOutAtRealTime) {
   SimPlatform sim;
   LinuxLoop loop;
   LinuxCommFactory comms(loop, &sim.settings);
-  sim.platform.loop = &loop;  // real time from here on
-  sim.platform.comms = &comms;
+  sim.platform.loop = loop;  // real time from here on
+  sim.platform.comms = comms;
   Adds adds(sim.platform);
 
   auto tap = std::make_shared<TapTerminal>();

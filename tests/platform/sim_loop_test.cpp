@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "varnek/platform/sim/sim_platform.h"
@@ -125,12 +126,22 @@ TEST(SimLoop, OneStackTimersTickOnTheirPeriodAndDoNotReenter) {
   EXPECT_EQ(timer, nullptr);
 }
 
+// A bundle cannot be made with a service left out or null.
+static_assert(!std::is_default_constructible_v<Platform>);
+static_assert(!std::is_constructible_v<Service<HostLoop>, std::nullptr_t>);
+static_assert(!std::is_constructible_v<Service<HostLoop>, HostLoop*>);
+
 TEST(SimPlatform, BundlesTheSimulatedServices) {
   std::string folder;
   std::unique_ptr<LoopTimer> survivor;
   {
     SimPlatform sim(At(3600), u"-a b");
-    EXPECT_EQ(sim.platform.loop, &sim.loop);
+    EXPECT_EQ(sim.platform.loop.get(), &sim.loop);
+    SimNetwork other(sim.loop);
+    Platform copy = sim.platform;  // re-pointing a copy leaves the original alone
+    copy.sockets = other;
+    EXPECT_EQ(copy.sockets.get(), &other);
+    EXPECT_EQ(sim.platform.sockets.get(), &sim.net);
     EXPECT_EQ(sim.platform.app->Title(), u"VarnekTest");
     EXPECT_EQ(sim.platform.app->CommandLine(), u"-a b");
     Text path = sim.platform.app->Path();

@@ -95,7 +95,7 @@ class LingeringSocket : public SocketCtl {
 // give the same reports at the same virtual times either way.
 struct ServerFixture : public ::testing::TestWithParam<LoopMode>, public SocketFactory {
   ServerFixture() : sim(SimPlatform::kDefaultStart, {}, {}, GetParam()) {
-    sim.platform.sockets = this;
+    sim.platform.sockets = *this;
     server = std::make_unique<HTTPServer>(sim.platform);
     server->InternalState = [this](Variant& state, Variant& text) {
       EXPECT_EQ(Utf8(state), "");

@@ -67,7 +67,7 @@ TEST_F(BinaryFilesTest, RenameCopiesVerifiesAndDeletes) {
   // the first try fails, the second deletes, but the failure stays pending:
   // all ten count as failed and the copy is rolled back
   FaultyFiles flaky;
-  flaky.refuse_deletes = true, sim.platform.files = &flaky;
+  flaky.refuse_deletes = true, sim.platform.files = flaky;
   WriteBytes(P("old.txt"), "abc");
   EXPECT_FALSE(store.File_Renombrar(T("old.txt"), T("new.txt")));
   EXPECT_FALSE(PathExists(P("old.txt")) || PathExists(P("new.txt")));
@@ -104,7 +104,7 @@ TEST_F(BinaryFilesTest, VolumeLabelAndSerialKeepTheirQuirks) {
   EXPECT_EQ(store.Disk_GetLabel(drive), Text(14, u' '));
   EXPECT_EQ(CStr(drive), u"Q:/");
   ChosenVolume volume;
-  sim.platform.files = &volume;
+  sim.platform.files = volume;
   // The low half unpadded; the divisor is 65535, so -1 carries into the high half.
   for (auto [serial, text] : {std::pair{0x123400FFu, u"1234FF"}, {0x0001FFFFu, u"2FFFF"},
                               {0xFFFFFFFFu, u"FFFFFFFF"}, {0x7FFEFFFFu, u"7FFFFFFF"}}) {

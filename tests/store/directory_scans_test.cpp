@@ -83,7 +83,7 @@ TEST_F(ScanTest, WhatIsSkippedAndMissing) {
   EXPECT_EQ(Listed(), (std::vector<Text>{R("/a/b/c"), R("/a/b")}));
 
   FaultyFiles fs;  // a folder that cannot be listed is passed over
-  fs.unreadable = R("/a/b"), sim.platform.files = &fs;
+  fs.unreadable = R("/a/b"), sim.platform.files = fs;
   EXPECT_EQ(Scan("root", u"*.txt"), (std::vector<Text>{R("/a/a.txt"), R("/r.txt")}));
   EXPECT_EQ(Scan("root", u""), (std::vector<Text>{R("/a/b"), R("/a"), R("")}));
 }
@@ -116,7 +116,7 @@ TEST_F(ScanTest, LinksToFoldersAreListedButNeverWalked) {
       return found;
     }
   } mounts;
-  sim.platform.files = &mounts;
+  sim.platform.files = mounts;
   files = Scan("root", u"*.txt");
   std::sort(files.begin(), files.end());
   expected.push_back(R("/far/e.txt"));  // not seen before: walked
@@ -149,7 +149,7 @@ struct FixedDates : DateLocale {
 
 TEST_F(ScanTest, LocaleDateOrder) {
   FixedDates dates;
-  sim.platform.dates = &dates;
+  sim.platform.dates = dates;
   const std::array<const char16_t*, 3> rows[] = {
       {u"08/25/58", u"mm/dd/yyyy", u"/"},   {u"25.08.1958", u"dd/mm/yyyy", u"."}, {u"25 ago 1958", u"dd/mm/yyyy", u" "},
       {u"1958-08-25", u"yyyy/mm/dd", u"-"}, {u"25-Aug-58", u"dd/mm/yyyy", u"-"},
@@ -162,7 +162,7 @@ TEST_F(ScanTest, LocaleDateOrder) {
   }
   dates.text = u"19580825";  // no separator in the first five units
   EXPECT_RUNTIME_ERROR(store.Win_LocaleDateOrder(separator), kErrSubscript);
-  sim.platform.dates = &LinuxDates();  // the C locale of the test process
+  sim.platform.dates = LinuxDates();  // the C locale of the test process
   EXPECT_EQ(store.Win_LocaleDateOrder(separator), u"mm/dd/yyyy");
   EXPECT_EQ(separator, u"/");
 }

@@ -70,7 +70,7 @@ struct CountingProfiles : ProfileStore {
 
 TEST_F(IniStoreTest, ALongValueIsReadOnce) {
   CountingProfiles counting;
-  sim.platform.profiles = &counting;
+  sim.platform.profiles = counting;
   Text value(100000, u'v');
   value[50000] = u'\0';  // cut at its NUL, as the buffer's reading does
   Use("long.ini", "[s]\r\nk= " + TextToBytes(value) + " \r\n");

@@ -193,7 +193,7 @@ TEST_F(LinuxSharesTest, MountsThroughTheHelpersAndReadsMountsAndShares) {
 TEST_F(LinuxSharesTest, AddsOnTheLinuxSourcesWalksNothingAndNamesLocalPaths) {
   LinuxNetworkShares shares(runner, paths);
   SimPlatform sim;
-  sim.platform.shares = &shares;
+  sim.platform.shares = shares;
   Adds adds(sim.platform);
   EXPECT_FALSE(adds.NET_UpdateRecursos(u"", 0));
   EXPECT_EQ(adds.NET_Recursos->Count(), 0);

@@ -78,8 +78,8 @@ TEST(NetworkTime, AnSntpServersClockAsLocalTime) {
   LinuxNetworkClock clock(loop, responder.port, 5.0);
   SimPlatform sim;
   Platform platform = sim.platform;
-  platform.loop = &loop;
-  platform.network_clock = &clock;
+  platform.loop = loop;
+  platform.network_clock = clock;
   Adds adds(platform);
   time_t at = kSntpServerUnix;
   tm local{};

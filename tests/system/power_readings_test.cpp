@@ -203,7 +203,7 @@ TEST_F(FakeSysfs, AddsReadsTheFakeTreeThroughThePlatform) {
   Write("BAT1/capacity", "255");
   LinuxSystemReadings readings((root / "power").string());
   SimPlatform sim;
-  sim.platform.readings = &readings;
+  sim.platform.readings = readings;
   Adds adds(sim.platform);
   adds.POWER_Update();
   EXPECT_EQ(CLng(adds.POWER_Percent()), 255);
@@ -228,7 +228,7 @@ TEST_F(FakeSysfs, ProcStatGivesTheLoadSinceThePreviousReading) {
 
   SimPlatform sim;
   LinuxSystemReadings missing("/nonexistent", (root / "none").string());
-  sim.platform.readings = &missing;
+  sim.platform.readings = missing;
   Adds adds(sim.platform);
   EXPECT_EQ(CLng(adds.Win_CPUUsage()), -1);
 }
