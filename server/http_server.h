@@ -252,8 +252,6 @@ class HTTPServer {
   Text cached_404_;
   Text cached_start_;
   Text cached_end_;
-
-  friend struct HTTPServerTestAccess;
 };
 
 }  // namespace varnek

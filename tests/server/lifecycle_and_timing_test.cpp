@@ -2,6 +2,8 @@
 // waits of Stop and Close, settle and cap, sweep, watchdog, welcome and slots.
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "tests/server/server_fixture.h"
 
 namespace varnek::testing {
@@ -232,22 +234,33 @@ TEST_P(ConnectionTest, WatchdogTicksEveryTenSecondsAndClosesSilentSlots) {
 }
 
 TEST_P(ConnectionTest, WatchdogTimeoutZeroOrNegativeOnRunningServer) {
+  sim.loop.RunFor(0.5);  // ticks at 10.5, 20.5, ...: half a second into the clock's second
   Start(8080, 3);
   AnswerGet(u"held", true);
   auto a = Request(kGet, 1.0);
   sim.loop.RunFor(3);
   server->WatchdogTimeout(0);  // no default applies on a running server
-  sim.loop.RunFor(10);         // the tick at 10 s
+  sim.loop.RunFor(10);         // the tick at 10.5 s
   EXPECT_TRUE(a->ClosedByServer());
   EXPECT_EQ(server->WatchdogTimeout(), 0);
   auto b = Request(kGet, sim.loop.Elapsed() + 0.2);
   sim.loop.RunFor(3);
   ASSERT_EQ(server->ProcesoStatus_Code(1), kSocketConnected);
-  server->Proceso_Send(1, u"!");  // a stamp of this second: 0 spares it, -1 does not
-  HTTPServerTestAccess::Tick(*server);
+  // A stamp 0.3 s before a tick falls in the tick's own second: 0 spares
+  // it, -1 does not.
+  const auto send_just_before_the_tick = [&] {
+    const double tick = std::ceil((sim.loop.Elapsed() - 0.5) / 10.0) * 10.0 + 0.5;
+    sim.loop.RunFor(tick - 0.3 - sim.loop.Elapsed());
+    server->Proceso_Send(1, u"!");
+    const size_t ticks = CountOf("Watchdog - Servidor ");
+    sim.loop.RunFor(0.5);
+    EXPECT_EQ(CountOf("Watchdog - Servidor "), ticks + 1);
+  };
+  send_just_before_the_tick();
   EXPECT_FALSE(b->ClosedByServer());
   server->WatchdogTimeout(-1);
-  HTTPServerTestAccess::Tick(*server);
+  send_just_before_the_tick();
+  sim.loop.RunFor(1.5);  // the close's pause
   EXPECT_TRUE(b->ClosedByServer());
   EXPECT_EQ(CountOf("Watchdog - Forzando cerrado de motor 1"), 2u);
 }
@@ -258,8 +271,9 @@ TEST_P(ConnectionTest, DoneOfOtherOperationsOnlyReports) {
   sim.loop.RunFor(1.5);
   ASSERT_EQ(server->CurrentConnections(), 1);
   reports.clear();
-  HTTPServerTestAccess::Done(*server, 1, 7);
-  HTTPServerTestAccess::Done(*server, 1, 12);  // no name outside 1..9
+  SocketCtl& slot1 = *made.back();  // listener, slot 0, slot 1
+  slot1.on_done(7);
+  slot1.on_done(12);  // no name outside 1..9
   EXPECT_EQ(reports, (Strings{"Evento (1)- Done:ReceiveFrom Now:Connected",
                               "Evento (1)- Done: Now:Connected"}));
   EXPECT_EQ(server->CurrentConnections(), 1);

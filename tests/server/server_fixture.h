@@ -12,16 +12,6 @@
 #include "varnek/runtime/text.h"
 #include "varnek/server/http_server.h"
 
-namespace varnek {
-
-// Reaches the handlers the watchdog timer and the sockets normally call.
-struct HTTPServerTestAccess {
-  static void Tick(HTTPServer& s) { s.TimerWatchdog_Tick(); }
-  static void Done(HTTPServer& s, int16_t slot, int32_t code) { s.SocketX_Done(slot, code); }
-};
-
-}  // namespace varnek
-
 namespace varnek::testing {
 
 using Strings = std::vector<std::string>;
@@ -107,7 +97,9 @@ struct ServerFixture : public ::testing::TestWithParam<LoopMode>, public SocketF
     server.reset();
   }
   std::unique_ptr<SocketCtl> Create() override {
-    return std::make_unique<LingeringSocket>(net.Create(), sim.loop, linger);
+    auto socket = std::make_unique<LingeringSocket>(net.Create(), sim.loop, linger);
+    made.push_back(socket.get());
+    return socket;
   }
 
   // Starts the server on `port` with `slots` slots and forgets the reports.
@@ -144,6 +136,9 @@ struct ServerFixture : public ::testing::TestWithParam<LoopMode>, public SocketF
   double linger = 0;
   std::unique_ptr<HTTPServer> server;
   Strings reports;
+  // Every control the server made, in order (listener, slot 0, slot 1, ...);
+  // valid while the server holds it.
+  std::vector<SocketCtl*> made;
 };
 
 inline std::string ModeName(const ::testing::TestParamInfo<LoopMode>& info) {
