@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "varnek/platform/linux/eintr.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/settings_store.h"
 #include "varnek/runtime/convert.h"
@@ -98,12 +99,11 @@ struct LinuxComm::Impl {
       if (in.size() >= kInLimit) break;
       char chunk[4096];
       const size_t want = std::min<size_t>({sizeof chunk, static_cast<size_t>(queued), kInLimit - in.size()});
-      ssize_t n = ::read(fd, chunk, want);
+      const ssize_t n = linux_io::RetryOnEintr([&] { return ::read(fd, chunk, want); });
       if (n > 0) {
         in.append(chunk, static_cast<size_t>(n));
         continue;
       }
-      if (n < 0 && errno == EINTR) continue;
       // With VMIN and VTIME 0 an empty queue reads as 0 bytes, not as an end.
       if (n == 0 || errno == EAGAIN || errno == EWOULDBLOCK) break;
       return LineGone();  // EIO, ENODEV: the device or the far end is gone
@@ -117,11 +117,9 @@ struct LinuxComm::Impl {
 
   void Flush() {
     while (!pending.empty()) {
-      ssize_t n = ::write(fd, pending.data(), pending.size());
+      const ssize_t n = linux_io::RetryOnEintr([&] { return ::write(fd, pending.data(), pending.size()); });
       if (n > 0) {
         pending.erase(0, static_cast<size_t>(n));
-      } else if (n < 0 && errno == EINTR) {
-        continue;
       } else if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
         break;
       } else {

@@ -2,6 +2,8 @@
 // timerfd for the time limit, both watched by the loop.
 #include "varnek/platform/linux/linux_network_clock.h"
 
+#include "varnek/platform/linux/eintr.h"
+
 #include <netdb.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -144,9 +146,10 @@ void LinuxNetworkClock::OnReadable(int id) {
   Pending& p = *it->second;
   unsigned char packet[512];
   for (int reads = 0; reads < 16; ++reads) {
-    ssize_t n = ::recv(p.sock, packet, sizeof packet, MSG_DONTWAIT);
+    const ssize_t n =
+        linux_io::RetryOnEintr([&] { return ::recv(p.sock, packet, sizeof packet, MSG_DONTWAIT); });
     if (n < 0) {
-      if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) return;
+      if (errno == EAGAIN || errno == EWOULDBLOCK) return;
       Finish(id, std::nullopt);  // refused or unreachable
       return;
     }

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <string>
 
+#include "varnek/platform/linux/eintr.h"
 #include "varnek/platform/linux/linux_socket_impl.h"
 #include "varnek/runtime/failure.h"
 
@@ -70,13 +71,13 @@ void LinuxSocket::Send(const Variant& data) {
 
 bool LinuxSocket::WriteSome() {
   while (!out_.empty()) {
-    ssize_t n = ::send(fd_, out_.data(), out_.size(), MSG_NOSIGNAL);
+    const ssize_t n =
+        linux_io::RetryOnEintr([&] { return ::send(fd_, out_.data(), out_.size(), MSG_NOSIGNAL); });
     if (n > 0) {
       out_.erase(0, static_cast<size_t>(n));
       written_ += static_cast<uint64_t>(n);
       continue;
     }
-    if (n < 0 && errno == EINTR) continue;
     if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return true;
     Broken(n < 0 ? errno : EPIPE);
     return false;
@@ -146,9 +147,7 @@ void LinuxSocket::ReleaseFd(bool graceful) {
     } else {
       char buf[4096];
       for (int i = 0; i < 64; ++i) {
-        ssize_t n = ::recv(fd_, buf, sizeof buf, 0);
-        if (n > 0 || (n < 0 && errno == EINTR)) continue;
-        break;
+        if (linux_io::RetryOnEintr([&] { return ::recv(fd_, buf, sizeof buf, 0); }) <= 0) break;
       }
       ::shutdown(fd_, SHUT_WR);
     }

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <string>
 
+#include "varnek/platform/linux/eintr.h"
 #include "varnek/platform/linux/linux_socket_impl.h"
 #include "varnek/runtime/failure.h"
 
@@ -203,9 +204,10 @@ void LinuxSocket::Listen() {
 void LinuxSocket::OnListenerReadable() {
   std::weak_ptr<bool> alive = alive_;
   for (int n = 0; n < kAcceptBatch && state_ == kSocketListening; ++n) {
-    int fd = accept4(fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    const int fd = linux_io::RetryOnEintr(
+        [&] { return accept4(fd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC); });
     if (fd < 0) {
-      if (errno == EINTR || errno == ECONNABORTED) continue;
+      if (errno == ECONNABORTED) continue;
       if (errno != EAGAIN && errno != EWOULDBLOCK) {
         error_text_ = ErrnoText(errno);
         PauseAccepting();

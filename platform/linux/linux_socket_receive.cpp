@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "varnek/platform/linux/eintr.h"
 #include "varnek/platform/linux/linux_socket_impl.h"
 
 namespace varnek::linux_socket {
@@ -29,7 +30,7 @@ bool LinuxSocket::ReadIncoming(size_t budget) {
     const size_t want = std::min({budget - taken, room, size_t{65536}});
     const size_t old = in_.size();
     in_.resize(old + want);  // read straight into the buffer: no large stack array
-    const ssize_t n = ::recv(fd_, in_.data() + old, want, 0);
+    const ssize_t n = linux_io::RetryOnEintr([&] { return ::recv(fd_, in_.data() + old, want, 0); });
     in_.resize(old + static_cast<size_t>(std::max<ssize_t>(n, 0)));
     if (n > 0) {
       taken += static_cast<size_t>(n);
@@ -44,7 +45,6 @@ bool LinuxSocket::ReadIncoming(size_t budget) {
       peer_eof_ = true;
       break;
     }
-    if (errno == EINTR) continue;
     if (errno == EAGAIN || errno == EWOULDBLOCK) break;
     Broken(errno);
     return false;

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "varnek/platform/comm.h"
+#include "varnek/platform/linux/eintr.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/sim/delayed_calls.h"
 
@@ -30,10 +31,11 @@ struct PtyLine::Impl {
     if (owner->on_traffic) owner->on_traffic(false, bytes);
     size_t done = 0;
     for (int tries = 0; done < bytes.size() && tries < 1000; ++tries) {
-      ssize_t n = ::write(master, bytes.data() + done, bytes.size() - done);
+      const ssize_t n = linux_io::RetryOnEintr(
+          [&] { return ::write(master, bytes.data() + done, bytes.size() - done); });
       if (n > 0) {
         done += static_cast<size_t>(n);
-      } else if (n < 0 && errno != EINTR && errno != EAGAIN) {
+      } else if (n < 0 && errno != EAGAIN) {
         return;
       }
     }
@@ -41,12 +43,12 @@ struct PtyLine::Impl {
 
   void OnReadable(uint32_t events) {
     char chunk[4096];
-    ssize_t n = ::read(master, chunk, sizeof chunk);
+    const ssize_t n = linux_io::RetryOnEintr([&] { return ::read(master, chunk, sizeof chunk); });
     if (n > 0) {
       std::string bytes(chunk, static_cast<size_t>(n));
       if (owner->on_traffic) owner->on_traffic(true, bytes);
       peer->Receive(bytes);
-    } else if (n < 0 && (errno == EAGAIN || errno == EINTR)) {
+    } else if (n < 0 && errno == EAGAIN) {
       return;
     } else if (events & (EPOLLHUP | EPOLLERR)) {
       loop.Unwatch(master);  // epoll reports a hang-up whatever the interest
