@@ -5,11 +5,12 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <sstream>
 #include <string>
-#include <thread>
 
 #include "tests/integration/e2e_support.h"
 
@@ -40,10 +41,24 @@ TEST_F(ServerE2ETest, FallbacksExactAndHostAnswersToCurlAndPython) {
 
 TEST_F(ServerE2ETest, AllSlotsBusyGivesNoBytesAtAll) {
   Start(1);
+  std::mutex mutex;  // the late client connects once the holder has the slot
+  std::condition_variable assigned_changed;
+  bool assigned = false;
+  server.InternalState = [&](Variant&, Variant& text) {
+    reports.push_back(text.ToUtf8());
+    if (reports.back().rfind("Server - Asignando", 0) != 0) return;
+    std::lock_guard lock(mutex);
+    assigned = true;
+    assigned_changed.notify_all();
+  };
   const std::string reply = RunClientWhilePumping(server.loop(), [&] {
     RawClient holder, late;  // the holder takes the only slot and stays silent
     if (!holder.Connect(port)) return std::string("no connect");
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    std::unique_lock lock(mutex);
+    if (!assigned_changed.wait_for(lock, std::chrono::seconds(10), [&] { return assigned; })) {
+      return std::string("the holder got no slot");
+    }
+    lock.unlock();
     if (!late.Connect(port) || !late.Send(kGetHello)) return std::string("no connect");
     return late.ReadAll(2.5);
   });
