@@ -8,7 +8,7 @@
 
 #include "varnek/platform/linux/linux_comm.h"
 #include "varnek/platform/linux/linux_loop.h"
-#include "varnek/platform/linux/pty_line.h"
+#include "varnek/platform/sim/pty_line.h"
 #include "tests/paging/paging_fixture.h"
 
 namespace varnek {

@@ -1,5 +1,5 @@
 // A pty pair whose master side is a scripted peer on the Linux loop.
-#include "varnek/platform/linux/pty_line.h"
+#include "varnek/platform/sim/pty_line.h"
 
 #include <errno.h>
 #include <fcntl.h>
