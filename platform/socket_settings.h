@@ -1,6 +1,7 @@
 // The settings of a socket control that the logic writes and the control
-// keeps: a base for the controls, so each one only applies what has a meaning
-// on its platform (in SettingsChanged).
+// keeps, and the plain state every control reports (state, ports, remote
+// address, last error): a base for the controls, so each one only applies
+// what has a meaning on its platform (in SettingsChanged).
 #pragma once
 
 #include <cstdint>
@@ -39,10 +40,27 @@ class SocketWithSettings : public SocketCtl {
   bool RemoteNameAddrXlate() const override { return settings_.remote_name_xlate; }
   void SetLocalAddress(TextView address) override { Change(settings_.local_address, Text(address)); }
 
+  int32_t State() const override { return state_; }
+  int32_t LocalPort() const override { return local_port_; }
+  void SetLocalPort(int32_t port) override { local_port_ = port; }
+  Text RemoteAddress() const override { return remote_address_; }
+  int32_t RemotePort() const override { return remote_port_; }
+  void SetRemoteAddress(TextView address) override { remote_address_ = Text(address); }
+  void SetRemotePort(int32_t port) override { remote_port_ = port; }
+  bool Listening() const override { return state_ == kSocketListening; }
+  Text StateText() const override { return SocketStateText(state_); }
+  Text ErrorText() const override { return error_text_; }
+
  protected:
   // Called after every setting is written; the default applies nothing.
   virtual void SettingsChanged() {}
   const SocketSettings& settings() const { return settings_; }
+
+  int32_t state_ = kSocketClosed;
+  int32_t local_port_ = 0;
+  int32_t remote_port_ = 0;
+  Text remote_address_;
+  Text error_text_;  // the last failure's text, "" when none
 
  private:
   template <class T>

@@ -38,7 +38,6 @@ class LinuxSocket : public SocketWithSettings {
     ReleaseFd(false);
   }
 
-  int32_t State() const override { return state_; }
 
   void Create(const Variant& address, const Variant& port) override {
     if (state_ != kSocketClosed) FailWrongState();
@@ -61,15 +60,6 @@ class LinuxSocket : public SocketWithSettings {
   Text LocalAddress() const override {
     return Connection() && !local_address_.empty() ? local_address_ : PrimaryIPv4Address();
   }
-  int32_t LocalPort() const override { return local_port_; }
-  void SetLocalPort(int32_t port) override { local_port_ = port; }
-  Text RemoteAddress() const override { return remote_address_; }
-  int32_t RemotePort() const override { return remote_port_; }
-  void SetRemoteAddress(TextView address) override { remote_address_ = Text(address); }
-  void SetRemotePort(int32_t port) override { remote_port_ = port; }
-  bool Listening() const override { return state_ == kSocketListening; }
-  Text StateText() const override { return SocketStateText(state_); }
-  Text ErrorText() const override { return error_text_; }
 
   // Settings are kept by the base; buffer sizes and linger reach the
   // descriptor when it exists.
@@ -108,11 +98,7 @@ class LinuxSocket : public SocketWithSettings {
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
   int fd_ = -1;
   bool watched_ = false;
-  int32_t state_ = kSocketClosed;
   Text address_;
-  int32_t local_port_ = 0;
-  Text remote_address_;
-  int32_t remote_port_ = 0;
   bool armed_ = true;         // on_receive_ready may fire
   bool peer_eof_ = false;     // the peer has shut its side (its FIN was read)
   bool hung_up_ = false;      // both directions are gone; no longer watched
@@ -127,7 +113,6 @@ class LinuxSocket : public SocketWithSettings {
   std::unique_ptr<LoopTimer> accept_timer_;
   bool accept_paused_ = false;
   Variant received_data_;
-  Text error_text_;
   Text local_address_;          // of the connection, from getsockname
   uint64_t connect_attempt_ = 0; // tells a name lookup's answer from an older one's
 };

@@ -31,7 +31,6 @@ class SimSocket : public SocketWithSettings {
     *alive_ = false;
   }
 
-  int32_t State() const override { return state_; }
 
   void Create(const Variant& /*address*/, const Variant& port) override {
     if (state_ != kSocketClosed) FailWrongState();
@@ -168,15 +167,7 @@ class SimSocket : public SocketWithSettings {
   }
 
   Text LocalAddress() const override { return net_.local_address_; }
-  int32_t LocalPort() const override { return local_port_; }
-  void SetLocalPort(int32_t port) override { local_port_ = port; }
   Text RemoteAddress() const override { return peer_ ? Text(u"127.0.0.1") : remote_address_; }
-  int32_t RemotePort() const override { return remote_port_; }
-  void SetRemoteAddress(TextView address) override { remote_address_ = Text(address); }
-  void SetRemotePort(int32_t port) override { remote_port_ = port; }
-  bool Listening() const override { return state_ == kSocketListening; }
-  Text StateText() const override { return SocketStateText(state_); }
-  Text ErrorText() const override { return error_text_; }
 
   // Settings are kept by the base only: nothing here depends on them.
 
@@ -261,10 +252,6 @@ class SimSocket : public SocketWithSettings {
   SimNetwork& net_;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
   StrandRef strand_;
-  int32_t state_ = kSocketClosed;
-  int32_t local_port_ = 0;
-  int32_t remote_port_ = 0;
-  Text remote_address_;
   uint64_t connect_attempt_ = 0;
   bool registered_ = false;
   std::shared_ptr<SimPeer> peer_;
@@ -273,7 +260,6 @@ class SimSocket : public SocketWithSettings {
   bool received_any_ = false;
   bool outgoing_ = false;
   Variant received_data_;
-  Text error_text_;
 };
 
 // --- SimPeer ----------------------------------------------------------------
