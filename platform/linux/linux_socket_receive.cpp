@@ -24,15 +24,16 @@ constexpr size_t kMaxWaiting = static_cast<size_t>(kMaxWaitingBytes);
 // Reading the end of the stream sets peer_eof_. False when the connection
 // failed (State 1, ErrorText set, in_ dropped).
 bool LinuxSocket::ReadIncoming(size_t budget) {
+  // One scratch area for every control: not on a strand's small stack, and
+  // not a fresh 64 KiB of in_ to zero (and fault in) for each short read.
+  static thread_local char scratch[65536];
   size_t taken = 0;
   while (taken < budget && !peer_eof_) {
     const size_t room = kMaxWaiting + 1 - in_.size();
-    const size_t want = std::min({budget - taken, room, size_t{65536}});
-    const size_t old = in_.size();
-    in_.resize(old + want);  // read straight into the buffer: no large stack array
-    const ssize_t n = linux_io::RetryOnEintr([&] { return ::recv(fd_, in_.data() + old, want, 0); });
-    in_.resize(old + static_cast<size_t>(std::max<ssize_t>(n, 0)));
+    const size_t want = std::min({budget - taken, room, sizeof scratch});
+    const ssize_t n = linux_io::RetryOnEintr([&] { return ::recv(fd_, scratch, want, 0); });
     if (n > 0) {
+      in_.append(scratch, static_cast<size_t>(n));
       taken += static_cast<size_t>(n);
       received_any_ = true;
       if (in_.size() > kMaxWaiting) {
