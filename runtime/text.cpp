@@ -64,17 +64,20 @@ char16_t ByteToUnit(uint8_t byte) { return kByteUnits.units[byte]; }
 
 bool UnitHasByte(char16_t unit) { return LookupByte(unit) >= 0; }
 
+// Both sized once and filled by index: every answer the server sends and
+// every request it reads passes through here.
 std::string TextToBytes(TextView text) {
-  std::string out;
-  out.reserve(text.size());
-  for (char16_t u : text) out += static_cast<char>(UnitToByte(u));
+  std::string out(text.size(), '\0');
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char16_t u = text[i];
+    out[i] = static_cast<char>(u < 0x80 ? u : UnitToByte(u));
+  }
   return out;
 }
 
 Text BytesToText(std::string_view bytes) {
-  Text out;
-  out.reserve(bytes.size());
-  for (char c : bytes) out += ByteToUnit(static_cast<uint8_t>(c));
+  Text out(bytes.size(), u'\0');
+  for (size_t i = 0; i < bytes.size(); ++i) out[i] = ByteToUnit(static_cast<uint8_t>(bytes[i]));
   return out;
 }
 
