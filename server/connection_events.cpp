@@ -39,9 +39,10 @@ void HTTPServer::SocketXListen_Accept(int32_t handle) {
 
   for (int32_t i = 1; i <= UpperBound(); ++i) {
     bool stale = false;
+    // The state first: a closed slot (most of a large pool) needs no date
+    // arithmetic. A failure of either part leaves the slot alone.
     Resume([&] {
-      const double stamp = StampOrNow(i);
-      stale = DateDiff(u"n", stamp, loop().Now()) > 5 && Sock(i).State() != kSocketClosed;
+      stale = Sock(i).State() != kSocketClosed && DateDiff(u"n", StampOrNow(i), loop().Now()) > 5;
     });
     if (!stale) continue;
     Resume([&] { Report(u"Server - Forzando cerrado del motor " + Number(i)); });
