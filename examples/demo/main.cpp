@@ -5,35 +5,21 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <iostream>
 
 #include "examples/demo/demo_host.h"
 #include "examples/demo/demo_options.h"
 #include "examples/demo/file_limit.h"
+#include "examples/demo/stderr_log.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/linux_network_clock.h"
 
 namespace {
 
-// "2026-11-22 05:10:00.123" in local time.
-std::string Timestamp() {
-  const auto now = std::chrono::system_clock::now();
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-  const auto millis =
-      std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
-  std::tm local{};
-  localtime_r(&seconds, &local);
-  char text[40];
-  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-  char full[48];
-  std::snprintf(full, sizeof full, "%s.%03d", text, static_cast<int>(millis));
-  return full;
-}
+varnek::demo::StderrLog stderr_log;
 
-void Log(const std::string& text) { std::cerr << Timestamp() << " " << text << std::endl; }
+void Log(const std::string& text) { stderr_log.Line(text); }
 
 }  // namespace
 
@@ -67,6 +53,7 @@ int main(int argc, char** argv) {
   static LinuxLoop* const loop =
       new LinuxLoop(options.one_stack ? LoopMode::kOneStack : LoopMode::kStrands);
   Platform& platform = LinuxPlatformOn(*loop);
+  stderr_log.Attach(*loop);
   if (options.time_port)  // a time server of the host's choosing, for the system page
     platform.network_clock = *new LinuxNetworkClock(*loop, static_cast<uint16_t>(options.time_port));
   bool stop = false;
@@ -93,6 +80,7 @@ int main(int argc, char** argv) {
 
   server.ServerOpen(true);
   if (!server.ServerOpen()) {
+    stderr_log.Flush();
     std::cerr << "varnek-demo: the server did not start on port " << options.port
               << " (in use, or above 32767?)\n";
     return 1;
@@ -114,6 +102,7 @@ int main(int argc, char** argv) {
   server.ServerOpen(false);
   loop->Unwatch(signal_fd);
   close(signal_fd);
+  stderr_log.Flush();
   std::cerr << "MaxPumpDepth " << loop->MaxPumpDepth() << " LiveStrands " << loop->LiveStrands()
             << " MaxLiveStrands " << loop->MaxLiveStrands()
             << (options.one_stack ? " (one stack)" : "") << std::endl;
