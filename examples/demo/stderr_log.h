@@ -1,6 +1,7 @@
 // The demo's log on stderr: one line per report, stamped with local time to
 // the millisecond. Lines of a burst go out in one write, at most 0.1 s after
-// the first of them, so a request's dozen reports cost one system call.
+// the first of them, so a request's dozen reports cost one system call. A
+// process killed outright loses at most those 0.1 s of lines.
 #pragma once
 
 #include <memory>
