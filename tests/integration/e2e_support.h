@@ -1,7 +1,7 @@
 // What the end-to-end tests share: raw loopback clients whose reads end at a
 // deadline, commands run under `timeout`, a client thread beside a pumping
-// loop, the server fixture on the Linux loop and the demo host as a child
-// process (VARNEK_DEMO_PATH). Every wait is bounded.
+// loop and the server fixture on the Linux loop (the demo host as a child
+// process is tests/demo_process.h). Every wait is bounded.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/demo_process.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/strings.h"
@@ -162,58 +163,6 @@ class ServerE2ETest : public ::testing::Test {
   HTTPServer server;
   int port = 0;
   std::vector<std::string> reports;
-};
-
-class DemoProcess {
- public:
-  ~DemoProcess() { Stop(); }
-
-  // Starts on a free port below 32768, waits until it accepts; a child that exits is retried.
-  bool Start(std::vector<std::string> extra = {}, const std::string& log_path = "/dev/null") {
-    std::mt19937 random(std::random_device{}());
-    for (int attempt = 0; attempt < 10; ++attempt) {
-      std::string port = std::to_string(port_ = 20000 + static_cast<int>(random() % 12000));
-      std::vector<char*> args{const_cast<char*>("varnek-demo"), const_cast<char*>("--port"),
-                              port.data()};
-      for (auto& e : extra) args.push_back(e.data());
-      args.push_back(nullptr);
-      if ((pid_ = fork()) == 0) {
-        if (file_limit_ && setrlimit(RLIMIT_NOFILE, &*file_limit_) != 0) _exit(126);
-        if (freopen("/dev/null", "w", stdout) && freopen(log_path.c_str(), "w", stderr)) {
-          execv(VARNEK_DEMO_PATH, args.data());
-        }
-        _exit(127);
-      }
-      for (int k = 0; k < 60 && waitpid(pid_, nullptr, WNOHANG) == 0; ++k) {
-        if (RawClient().Connect(port_)) return true;
-        usleep(50000);
-      }
-      Stop();
-    }
-    return false;
-  }
-  // SIGTERM, then at most 15 s for the exit; the exit status, or -1.
-  int Stop() {
-    if (pid_ <= 0) return -1;
-    kill(pid_, SIGTERM);
-    int status = -1;
-    for (int k = 0; k < 750 && waitpid(pid_, &status, WNOHANG) == 0; ++k) usleep(20000);
-    if (kill(pid_, 0) == 0 && waitpid(pid_, nullptr, WNOHANG) == 0) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, nullptr, 0);
-    }
-    pid_ = -1;
-    return status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  int port() const { return port_; }
-  pid_t pid() const { return pid_; }
-  // The open-file limit the next Start gives the child (soft, hard).
-  void SetFileLimit(rlim_t soft, rlim_t hard) { file_limit_ = rlimit{soft, hard}; }
-
- private:
-  pid_t pid_ = -1;
-  int port_ = 0;
-  std::optional<rlimit> file_limit_;
 };
 
 class DemoHostTest : public ::testing::Test {

@@ -31,13 +31,15 @@ struct LinuxGatewayPost : ::testing::Test {
   }
   static Text Units(const std::string& s) { return BytesToText(s); }
   std::string Answer() { return TextToBytes(adds.POST_SendMensaje_Response.ToText()); }
+  // What a failed expectation shows: the answer so far and the socket's last error.
+  std::string Seen() { return "answer: [" + Answer() + "] socket error: " + TextToBytes(sock->ErrorText()); }
 };
 
 TEST_F(LinuxGatewayPost, DeliversToTheDemoEchoByNumberAndByName) {
   DemoProcess demo;
   ASSERT_TRUE(demo.Start());
   const std::string port = std::to_string(demo.port());
-  EXPECT_EQ(Post("http://127.0.0.1:" + port + "/echo"), -1);
+  EXPECT_EQ(Post("http://127.0.0.1:" + port + "/echo"), -1) << Seen();
   // The request is made before the connection: Host is the machine's address.
   const std::string host_line = "Header\tHost\t" + TextToBytes(PrimaryIPv4Address()) + "\n";
   for (const std::string& part : {std::string("HTTP/1.0 200"), std::string("Param\tpin\t77\n"),
@@ -45,9 +47,9 @@ TEST_F(LinuxGatewayPost, DeliversToTheDemoEchoByNumberAndByName) {
                                   std::string("Header\tContent-length\t19\n")}) {
     EXPECT_NE(Answer().find(part), std::string::npos) << part << "\n" << Answer();
   }
-  EXPECT_EQ(Post("http://gateway.test:" + port + "/echo?via=name", kNo, kNo, kNo, Variant(10)), -1);
+  EXPECT_EQ(Post("http://gateway.test:" + port + "/echo?via=name", kNo, kNo, kNo, Variant(10)), -1) << Seen();
   EXPECT_NE(Answer().find("URL\t/echo?via=name"), std::string::npos) << Answer();
-  EXPECT_EQ(sock->State(), kSocketClosed);
+  EXPECT_EQ(sock->State(), kSocketClosed) << Seen();
 }
 
 TEST_F(LinuxGatewayPost, LocalServersWithMarksAndACloseAtOnce) {

@@ -1,6 +1,7 @@
 // Real peers on 127.0.0.1 for the network tests: a scripted TCP server on a
-// thread of its own, the demo host as a child process, and a Linux platform
-// whose resolver reads a hosts file of the test's own and never asks DNS.
+// thread of its own, the demo host as a child process (tests/demo_process.h),
+// and a Linux platform whose resolver reads a hosts file of the test's own
+// and never asks DNS.
 // Every wait is bounded.
 #pragma once
 
@@ -23,6 +24,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/demo_process.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/linux_net_tables.h"
 #include "varnek/platform/linux/linux_socket.h"
@@ -135,56 +137,6 @@ class ScriptedServer {
   std::mutex mutex_;
   std::vector<std::string> requests_;
   std::thread thread_;
-};
-
-// The demo host on a free port below 32768, stopped with SIGTERM.
-class DemoProcess {
- public:
-  ~DemoProcess() { Stop(); }
-  bool Start(std::vector<std::string> extra = {}) {
-    std::mt19937 random(std::random_device{}());
-    for (int attempt = 0; attempt < 10; ++attempt) {
-      port_ = 20000 + static_cast<int>(random() % 12000);
-      std::string port = std::to_string(port_);
-      std::vector<char*> args{const_cast<char*>("varnek-demo"), const_cast<char*>("--port"), port.data()};
-      for (auto& e : extra) args.push_back(e.data());
-      args.push_back(nullptr);
-      if ((pid_ = fork()) == 0) {
-        if (freopen("/dev/null", "w", stdout) && freopen("/dev/null", "w", stderr)) {
-          execv(VARNEK_DEMO_PATH, args.data());
-        }
-        _exit(127);
-      }
-      for (int k = 0; k < 60 && waitpid(pid_, nullptr, WNOHANG) == 0; ++k) {
-        const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons(static_cast<uint16_t>(port_));
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        const bool up = ::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
-        ::close(fd);
-        if (up) return true;
-        usleep(50000);
-      }
-      Stop();
-    }
-    return false;
-  }
-  void Stop() {
-    if (pid_ <= 0) return;
-    kill(pid_, SIGTERM);
-    for (int k = 0; k < 500 && waitpid(pid_, nullptr, WNOHANG) == 0; ++k) usleep(20000);
-    if (kill(pid_, 0) == 0) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, nullptr, 0);
-    }
-    pid_ = -1;
-  }
-  int port() const { return port_; }
-
- private:
-  pid_t pid_ = -1;
-  int port_ = 0;
 };
 
 // A Linux platform for one test: its own loop and sockets, names from a

@@ -1,0 +1,104 @@
+// The demo host as a child process (VARNEK_DEMO_PATH) for the tests that talk
+// to it from outside. It counts as started once it has said on its standard
+// output that it serves: a bare connect could reach another listener on the
+// same port, or the probe itself by a self-connect, and pass a host that
+// never bound. Every wait is bounded.
+#pragma once
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace varnek {
+
+class DemoProcess {
+ public:
+  ~DemoProcess() { Stop(); }
+
+  // Starts on a random port in 20000..31999 (below 32768, so never an
+  // ephemeral one); a child that cannot serve there is retried elsewhere.
+  // Standard error goes to `log_path`.
+  bool Start(std::vector<std::string> extra = {}, const std::string& log_path = "/dev/null") {
+    std::mt19937 random(std::random_device{}());
+    for (int attempt = 0; attempt < 10; ++attempt) {
+      std::string port = std::to_string(port_ = 20000 + static_cast<int>(random() % 12000));
+      std::vector<char*> args{const_cast<char*>("varnek-demo"), const_cast<char*>("--port"), port.data()};
+      for (auto& e : extra) args.push_back(e.data());
+      args.push_back(nullptr);
+      int out[2];
+      if (pipe2(out, O_CLOEXEC) != 0) return false;
+      if ((pid_ = fork()) == 0) {
+        if (file_limit_ && setrlimit(RLIMIT_NOFILE, &*file_limit_) != 0) _exit(126);
+        if (dup2(out[1], STDOUT_FILENO) >= 0 && freopen(log_path.c_str(), "w", stderr)) {
+          execv(VARNEK_DEMO_PATH, args.data());
+        }
+        _exit(127);
+      }
+      ::close(out[1]);
+      stdout_fd_ = out[0];
+      if (pid_ > 0 && SaidItServes(std::chrono::seconds(30))) return true;
+      Stop();
+    }
+    return false;
+  }
+
+  // SIGTERM, then at most 15 s for the exit; the exit status, or -1.
+  int Stop() {
+    int status = -1;
+    if (pid_ > 0) {
+      kill(pid_, SIGTERM);
+      for (int k = 0; k < 750 && waitpid(pid_, &status, WNOHANG) == 0; ++k) usleep(20000);
+      if (kill(pid_, 0) == 0 && waitpid(pid_, nullptr, WNOHANG) == 0) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+      }
+    }
+    if (stdout_fd_ >= 0) ::close(stdout_fd_);
+    stdout_fd_ = -1;
+    const bool had_child = pid_ > 0;
+    pid_ = -1;
+    return had_child && status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  int port() const { return port_; }
+  pid_t pid() const { return pid_; }
+  // The open-file limit the next Start gives the child (soft, hard).
+  void SetFileLimit(rlim_t soft, rlim_t hard) { file_limit_ = rlimit{soft, hard}; }
+
+ private:
+  // Reads the child's standard output until its "serving on" line, its end
+  // (the child gave up: port taken) or the limit. The pipe stays open: the
+  // lines after it are few and fit in its buffer.
+  bool SaidItServes(std::chrono::seconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    std::string said;
+    while (said.find("serving on") == std::string::npos || said.find('\n', said.find("serving on")) == std::string::npos) {
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+      if (left.count() <= 0) return false;
+      pollfd p{stdout_fd_, POLLIN, 0};
+      if (::poll(&p, 1, static_cast<int>(left.count())) <= 0) continue;
+      char buf[512];
+      const ssize_t n = ::read(stdout_fd_, buf, sizeof buf);
+      if (n <= 0) return false;
+      said.append(buf, static_cast<size_t>(n));
+    }
+    return true;
+  }
+
+  pid_t pid_ = -1;
+  int port_ = 0;
+  int stdout_fd_ = -1;
+  std::optional<rlimit> file_limit_;
+};
+
+}  // namespace varnek
