@@ -23,4 +23,10 @@ fi
 
 cmake -S . -B "$dir" -G Ninja "${flags[@]}" > /dev/null
 cmake --build "$dir" -j "$(nproc)"
-ctest --test-dir "$dir" --output-on-failure -j "$(nproc)"
+if ! ctest --test-dir "$dir" --output-on-failure -j "$(nproc)"; then
+  # The failures again at the end of the log, alone, so they are easy to find;
+  # the run stays failed whatever the second attempt says.
+  echo "=== the failed tests once more, one at a time, with their output ==="
+  ctest --test-dir "$dir" --rerun-failed --output-on-failure || true
+  exit 1
+fi
