@@ -51,8 +51,13 @@ tm LocalNow(long* nanoseconds) {
 
 struct WatchEntry {
   uint32_t generation = 0;
+  uint32_t events = 0;  // what epoll holds for it, so an unchanged interest costs no call
   std::shared_ptr<std::function<void(uint32_t)>> handler;
 };
+
+// The loop whose Pump this thread is inside, if any: a Post from there is
+// seen before that Pump (or the next) blocks, so it needs no wake-up write.
+thread_local const void* pumping_loop = nullptr;
 
 }  // namespace
 
@@ -171,6 +176,12 @@ void LinuxLoop::Pump(double max_wait_seconds) {
     s.strands.Wait(max_wait_seconds);
     return;
   }
+  const void* outer = pumping_loop;
+  pumping_loop = &s;
+  struct Restore {
+    const void* outer;
+    ~Restore() { pumping_loop = outer; }
+  } restore{outer};
   s.strands.BeginPass();
   double now = MonotonicSeconds();
   // Block only when nothing is ready: no posted call, no due timer and no
@@ -197,6 +208,9 @@ void LinuxLoop::Post(std::function<void()> fn) {
     std::lock_guard<std::mutex> lock(impl_->posted_mutex);
     impl_->posted.push_back(std::move(fn));
   }
+  // Every Pump looks at the queue before it blocks; only a Pump already
+  // blocked (on another thread) has to be woken.
+  if (pumping_loop == impl_.get()) return;
   uint64_t one = 1;
   linux_io::RetryOnEintr([&] { return write(impl_->wake_fd, &one, sizeof one); });
 }
@@ -241,6 +255,7 @@ bool LinuxLoop::Watch(int fd, uint32_t epoll_events, std::function<void(uint32_t
   Unwatch(fd);
   WatchEntry entry;
   entry.generation = impl_->next_generation++;
+  entry.events = epoll_events;
   entry.handler = std::make_shared<std::function<void(uint32_t)>>(std::move(handler));
   epoll_event ev{};
   ev.events = epoll_events;
@@ -256,10 +271,13 @@ bool LinuxLoop::ModifyWatch(int fd, uint32_t epoll_events) {
     errno = ENOENT;
     return false;
   }
+  if (it->second.events == epoll_events) return true;
   epoll_event ev{};
   ev.events = epoll_events;
   ev.data.u64 = (static_cast<uint64_t>(it->second.generation) << 32) | static_cast<uint32_t>(fd);
-  return epoll_ctl(impl_->epoll_fd, EPOLL_CTL_MOD, fd, &ev) == 0;
+  if (epoll_ctl(impl_->epoll_fd, EPOLL_CTL_MOD, fd, &ev) != 0) return false;
+  it->second.events = epoll_events;
+  return true;
 }
 
 void LinuxLoop::Unwatch(int fd) {

@@ -76,7 +76,7 @@ class LinuxSocket : public SocketWithSettings {
   void ResolveFailed();
   bool WriteSome();          // false when the connection broke
   int CompletedSends();      // sends whose bytes have all been written
-  bool ReadIncoming(size_t budget);  // false when the connection failed
+  bool ReadIncoming(size_t budget, bool to_the_end = true);  // false when the connection failed
   void PeerClosed();
   void HungUp();
   void Broken(int err);      // the connection failed: State 1, no Done

@@ -21,9 +21,11 @@ constexpr size_t kMaxWaiting = static_cast<size_t>(kMaxWaitingBytes);
 
 // Reads what the kernel holds into in_: at most `budget` bytes, and never
 // more than one byte past kMaxWaitingBytes, which fails the connection.
-// Reading the end of the stream sets peer_eof_. False when the connection
-// failed (State 1, ErrorText set, in_ dropped).
-bool LinuxSocket::ReadIncoming(size_t budget) {
+// Reading the end of the stream sets peer_eof_. A short read means the queue
+// is empty, so the read that would only say "nothing more" is skipped unless
+// `to_the_end` (the peer has stopped: its end of stream is read now). False
+// when the connection failed (State 1, ErrorText set, in_ dropped).
+bool LinuxSocket::ReadIncoming(size_t budget, bool to_the_end) {
   // One scratch area for every control: not on a strand's small stack, and
   // not a fresh 64 KiB of in_ to zero (and fault in) for each short read.
   static thread_local char scratch[65536];
@@ -40,6 +42,7 @@ bool LinuxSocket::ReadIncoming(size_t budget) {
         Broken(EMSGSIZE);  // the close with unread bytes resets: the peer learns at once
         return false;
       }
+      if (static_cast<size_t>(n) < want && !to_the_end) break;
       continue;
     }
     if (n == 0) {

@@ -125,6 +125,36 @@ TEST(LinuxLoop, HandlersMayUnwatchPeersOfTheSameBatchAndPumpNested) {
   EXPECT_EQ(runs, 2);
 }
 
+// A Post from the pumping thread writes no wake-up: each Pump must look at
+// the queue before it blocks, whoever posted (an I/O handler, a posted call,
+// a timer, a strand after its own wait).
+TEST(LinuxLoop, CallsPostedWithinAPassNeverWaitOutALongPump) {
+  LinuxLoop loop;
+  Pipe p;
+  int runs = 0;
+  const auto count = [&] { ++runs; };
+  loop.Watch(p.fds[0], EPOLLIN, [&](uint32_t) {
+    char c;
+    ASSERT_EQ(read(p.fds[0], &c, 1), 1);
+    loop.Post(count);
+  });
+  p.Write();
+  loop.Post([&] { loop.Post(count); });
+  auto timer = loop.CreateTimer();
+  timer->on_tick = [&] {
+    timer->SetEnabled(false);
+    loop.Post(count);
+  };
+  timer->SetInterval(20);
+  timer->SetEnabled(true);
+  loop.RunOn(loop.NewStrand(), [&] {
+    loop.Pump(0.03);  // this strand waits; the scheduler pumps
+    loop.Post(count);
+  });
+  EXPECT_LT(Timed([&] { for (int i = 0; i < 20 && runs < 4; ++i) loop.Pump(5.0); }), 2.0);
+  EXPECT_EQ(runs, 4);
+}
+
 TEST(LinuxLoop, OneStackTimersFireOnTimeAndDoNotReenter) {
   LinuxLoop loop(LoopMode::kOneStack);
   auto timer = loop.CreateTimer();
