@@ -82,7 +82,11 @@ class DemoProcess {
   bool SaidItServes(std::chrono::seconds limit) {
     const auto end = std::chrono::steady_clock::now() + limit;
     std::string said;
-    while (said.find("serving on") == std::string::npos || said.find('\n', said.find("serving on")) == std::string::npos) {
+    const auto whole_line = [&] {
+      const size_t at = said.find("serving on");
+      return at != std::string::npos && said.find('\n', at) != std::string::npos;
+    };
+    while (!whole_line()) {
       const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
       if (left.count() <= 0) return false;
       pollfd p{stdout_fd_, POLLIN, 0};
