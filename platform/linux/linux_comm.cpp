@@ -6,15 +6,18 @@
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "varnek/platform/linux/eintr.h"
 #include "varnek/platform/linux/linux_loop.h"
+#include "varnek/platform/linux/uucp_lock.h"
 #include "varnek/platform/settings_store.h"
 #include "varnek/runtime/convert.h"
 
@@ -64,6 +67,8 @@ struct LinuxComm::Impl {
   bool armed = false;    // the read watch is on
   std::string pending;   // written by Output, not yet taken by the kernel
   std::string in;        // received, not yet taken by Input
+  std::string open_path; // the device, while open
+  std::string lock_path; // its lock file, "" when none was taken
   static constexpr size_t kInLimit = 1 << 20;
 
   Impl(LinuxLoop& l, SettingsStore* s, bool x) : loop(l), settings(s), xm(x) {}
@@ -129,10 +134,14 @@ struct LinuxComm::Impl {
     if (!gone) loop.ModifyWatch(fd, (armed ? uint32_t{EPOLLIN} : 0u) | (pending.empty() ? 0u : uint32_t{EPOLLOUT}));
   }
 
+  // A pty, and USB adapters or virtual ports that ignore character size or
+  // parity, answer EINVAL although they took the rest: what counts is what
+  // the device reads back, and only a speed or a raw mode that did not take
+  // is a failure.
   void Apply() {
     if (fd < 0) return;
     termios tio{};
-    if (tcgetattr(fd, &tio) != 0) Fail(kCommErrDevice);
+    if (tcgetattr(fd, &tio) != 0) Fail(kCommErrDevice, "Line settings unreadable: " + open_path);
     cfmakeraw(&tio);
     const speed_t speed = SpeedFor(line.baud);
     cfsetispeed(&tio, speed);
@@ -155,7 +164,18 @@ struct LinuxComm::Impl {
     if (handshake == 1 || handshake == 3) tio.c_iflag |= IXON | IXOFF;
     tio.c_cc[VMIN] = 0;
     tio.c_cc[VTIME] = 0;
-    if (tcsetattr(fd, TCSANOW, &tio) != 0) Fail(kCommErrDevice);
+    if (tcsetattr(fd, TCSANOW, &tio) != 0 && errno != EINVAL) {
+      Fail(kCommErrDevice, "Line settings refused: " + open_path);
+    }
+    termios got{};
+    if (tcgetattr(fd, &got) != 0 || cfgetospeed(&got) != speed || !IsRaw(got)) {
+      Fail(kCommErrDevice, "The device did not take speed " + std::to_string(line.baud) + " in raw mode: " + open_path);
+    }
+  }
+
+  static bool IsRaw(const termios& t) {
+    return (t.c_lflag & (ICANON | ECHO | ISIG | IEXTEN)) == 0 && (t.c_oflag & OPOST) == 0 &&
+           (t.c_iflag & (ICRNL | INLCR | IGNCR | ISTRIP)) == 0 && t.c_cc[VMIN] == 0 && t.c_cc[VTIME] == 0;
   }
 
   void ApplyDtr() {
@@ -164,19 +184,33 @@ struct LinuxComm::Impl {
     ::ioctl(fd, dtr ? TIOCMBIS : TIOCMBIC, &bits);  // a pty has no DTR: ignored
   }
 
+  // Opens the device after taking its lock file, so that two programs
+  // never dial on one line (root included); the kernel's exclusive flag
+  // then keeps out those that know no lock files. Each failure names its
+  // cause.
   void Open() {
     if (fd >= 0) return;
-    if (device_override.empty() && port < 1) Fail(kCommErrBadPort);
+    if (device_override.empty() && port < 1) Fail(kCommErrBadPort, "Invalid port number: " + std::to_string(port));
     const std::string path = device_override.empty() ? CommDevicePath(port, settings) : device_override;
-    int opened = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (opened < 0 && errno == EBUSY) Fail(kCommErrPortOpen, "Port already open: " + path);
-    if (opened < 0) Fail(kCommErrBadPort, "Invalid port number: " + path);
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) OpenFailed(path, errno);
+    if (S_ISDIR(st.st_mode)) Fail(kCommErrBadPort, "A directory, not a serial device: " + path);
+    lock_path = TakeUucpLock(path);
+    int opened = linux_io::RetryOnEintr(
+        [&] { return ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC); });
     termios probe{};
-    if (tcgetattr(opened, &probe) != 0) {  // not a terminal
+    const int open_errno = errno;
+    if (opened >= 0 && tcgetattr(opened, &probe) != 0) {
       ::close(opened);
+      ReleaseLock();
       Fail(kCommErrBadPort, "Not a serial device: " + path);
     }
+    if (opened < 0) {
+      ReleaseLock();
+      OpenFailed(path, open_errno);
+    }
     fd = opened;
+    open_path = path;
     gone = false;
     ::ioctl(fd, TIOCEXCL);  // one session a line: a second open fails (EBUSY) until this one closes
     try {
@@ -185,11 +219,33 @@ struct LinuxComm::Impl {
       ::ioctl(fd, TIOCNXCL);
       ::close(fd);
       fd = -1;
+      ReleaseLock();
       throw;
     }
     ApplyDtr();
     loop.Watch(fd, EPOLLIN, [this](uint32_t events) { OnEvents(events); });
     armed = true;
+  }
+
+  [[noreturn]] static void OpenFailed(const std::string& path, int error) {
+    switch (error) {
+      case ENOENT:
+      case ENODEV:
+      case ENXIO:
+        Fail(kCommErrBadPort, "No such device: " + path);
+      case EACCES:
+      case EPERM:
+        Fail(kCommErrBadPort, "Permission denied: " + path);
+      case EBUSY:
+        Fail(kCommErrPortOpen, "Port already open: " + path + " is held by another program");
+      default:
+        Fail(kCommErrBadPort, "Cannot open " + path + ": " + std::strerror(error));
+    }
+  }
+
+  void ReleaseLock() {
+    ReleaseUucpLock(lock_path);
+    lock_path.clear();
   }
 
   Text Read();
@@ -208,6 +264,7 @@ struct LinuxComm::Impl {
     in.clear();
     gone = false;
     armed = false;
+    ReleaseLock();
   }
 };
 
@@ -221,6 +278,8 @@ void LinuxComm::SetDevicePath(std::string path) { impl_->device_override = std::
 Text LinuxComm::TypeName() const { return impl_->xm ? kXMCommTypeName : u"CommCtl"; }
 
 bool LinuxComm::PortOpen() const { return impl_->fd >= 0; }
+
+bool LinuxComm::LineLost() const { return impl_->fd >= 0 && impl_->gone; }
 
 void LinuxComm::SetPortOpen(bool open) {
   if (open) {

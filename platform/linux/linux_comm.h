@@ -6,6 +6,12 @@
 // InBufferCount is read; OutBufferCount is the kernel's queue (TIOCOUTQ)
 // plus what waits in the control to be written. The buffer sizes are kept,
 // but the kernel's queues keep their own size.
+//
+// A port is held through its UUCP lock file (platform/linux/uucp_lock.h)
+// and the kernel's exclusive flag: a port another program holds fails with
+// 8005 naming the holder's pid. Settings are applied as far as the device
+// takes them and read back: a pty keeps 8 data bits and no parity whatever
+// is asked, and only a speed or raw mode that did not take fails (8015).
 #pragma once
 
 #include <memory>
@@ -31,6 +37,10 @@ class LinuxComm : public CommCtl {
   // Uses this device in place of the port number's mapping ("" goes back to
   // the mapping). Takes effect at the next open.
   void SetDevicePath(std::string path);
+
+  // True while the port is open on a device that went away (unplugged, or
+  // the far end of a pty closed); closing the port clears it.
+  bool LineLost() const;
 
   Text TypeName() const override;
   bool PortOpen() const override;
