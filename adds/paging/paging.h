@@ -84,7 +84,9 @@ class Paging : public virtual VariableStore, public virtual Storage {
   // the final "OK" CR LF, trailing CR LFs (twice), a leading CR LF (once) and
   // a leading FiltrarParteRespuesta when given. Waits up to 5 s for "OK" or
   // "ERROR" lines; an "ERROR" line stays in the answer. Empty when the port is
-  // closed. Reads Input always. Resume. Pumps.
+  // closed. Reads Input, whatever the type name; a control that offers
+  // InputData in place of Input (the XMComm variant) is read through that.
+  // Resume. Pumps.
   Variant SERIAL_SendCommand(CommCtl& Comm, const Variant& NewCommand,
                              const Variant& FiltrarParteRespuesta = Variant::Missing());
 
@@ -175,9 +177,9 @@ class Paging : public virtual VariableStore, public virtual Storage {
   // character, capcode = 2..L-1, function = character L-1; the last one is
   // not used) and the filtered message, following whatever question comes,
   // for at most 60 s counted at each state's entry. True when the closing
-  // check's reply holds "* Message Accepted *" and no prompt; as that text
-  // holds "Message", which the check looks for first, a terminal that
-  // answers with it makes the routine run to its limit and give False: kept.
+  // check's reply holds "* Message Accepted *" and no prompt; the "Message"
+  // inside that acceptance text is never read as the "Message" question.
+  // A good page sends "C" CR twice: once to ask, once after the acceptance.
   // Open: a code under 2 characters fails with 5. Pumps.
   bool ZETRON_SendMsg(CommCtl& SerialControl, const Variant& CurrCodigo, Variant& CurrMensaje);
 
@@ -192,6 +194,9 @@ class Paging : public virtual VariableStore, public virtual Storage {
  private:
   // The one read of a control: InputData on "XMComm", Input otherwise.
   Text SerialRead(CommCtl& comm);
+  // SERIAL_SendCommand's read: Input, or InputData where the control offers
+  // that in place of Input.
+  Text CommandRead(CommCtl& comm);
   // Now in whole seconds.
   int64_t NowSeconds();
   // One pump that blocks until the calendar second `limit` at most.

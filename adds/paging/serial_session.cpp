@@ -30,6 +30,15 @@ Text Paging::SerialRead(CommCtl& comm) {
   return comm.TypeName() == kXMCommTypeName ? comm.InputData() : comm.Input();
 }
 
+Text Paging::CommandRead(CommCtl& comm) {
+  try {
+    return comm.Input();
+  } catch (const RuntimeError& e) {
+    if (e.number() != kErrNoSuchMember) throw;
+  }
+  return comm.InputData();  // a control offering InputData in place of Input
+}
+
 int64_t Paging::NowSeconds() { return std::llround(loop().Now() * 86400.0); }
 
 void Paging::PumpTowards(int64_t limit) {
@@ -221,19 +230,19 @@ Variant Paging::SERIAL_SendCommand(CommCtl& Comm, const Variant& NewCommand,
   if (!open) return Variant();
   Text command, reply;
   Resume([&] { command = CStr(NewCommand); });
-  Resume([&] { Comm.Input(); });
+  Resume([&] { CommandRead(Comm); });
   Resume([&] { Comm.SetOutput(command + kCrLf); });
   loop().DoEvents();
   loop().DoEvents();
-  Resume([&] { reply = Comm.Input(); });
+  Resume([&] { reply = CommandRead(Comm); });
   const int64_t start = NowSeconds();
   while (NowSeconds() - start < 5 && InStr(reply, u"OK\r\n") == 0 && InStr(reply, u"ERROR\r\n") == 0) {
     PumpTowards(start + 5);
-    Resume([&] { reply += Comm.Input(); });
+    Resume([&] { reply += CommandRead(Comm); });
     loop().DoEvents();
   }
   loop().DoEvents();
-  Resume([&] { reply += Comm.Input(); });
+  Resume([&] { reply += CommandRead(Comm); });
   loop().DoEvents();
   const Text echo = command + kCrLf;
   if (StartsWith(reply, echo)) reply.erase(0, echo.size());

@@ -1,5 +1,10 @@
 // The Zetron dialog: the terminal's questions answered one by one, following
-// whatever question comes back, within one minute for the whole message.
+// whatever question comes back, within one minute for the whole message. A
+// good page ends at the closing check: "C" CR brings "* Message Accepted *",
+// a last "C" CR returns the terminal to its format question, and the result
+// is True. The acceptance text holds the word "Message", so the prompt
+// searches skip that occurrence; read as the "Message" question, it would
+// keep every good page answering "C" until the minute ran out.
 #include "varnek/adds/paging/paging.h"
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/strings.h"
@@ -11,6 +16,19 @@ namespace {
 const Text kCr = u"\r";
 
 bool Holds(const Text& text, const Text& part) { return InStr(text, part) > 0; }
+
+const Text kAccepted = u"* Message Accepted *";
+
+// The "Message" question: an occurrence of "Message" that is not the one
+// inside the acceptance text "* Message Accepted *".
+bool AsksMessage(const Text& reply) {
+  const Text word = u"Message";
+  for (size_t at = reply.find(word); at != Text::npos; at = reply.find(word, at + 1)) {
+    const bool accepted = at >= 2 && reply.compare(at - 2, kAccepted.size(), kAccepted) == 0;
+    if (!accepted) return true;
+  }
+  return false;
+}
 
 enum class ZState { Format, Capcode, Function, Message, Alpha, PageNow, Skip1, Skip2, Check };
 
@@ -31,7 +49,7 @@ ZState NextAfter(ZState state, const Text& reply) {
   if (Holds(reply, u"Format")) return row.on_format;
   if (Holds(reply, u"Capcode")) return row.on_capcode;
   if (Holds(reply, u"Function")) return row.on_function;
-  if (Holds(reply, u"Message")) return row.on_message;
+  if (AsksMessage(reply)) return row.on_message;
   if (Holds(reply, u"Alpha (Y/N)")) return row.on_alpha;
   if (Holds(reply, u"Page Now (Y/N)")) return row.on_page_now;
   return ZState::Check;
@@ -88,11 +106,11 @@ bool Paging::ZETRON_SendMsg(CommCtl& SerialControl, const Variant& CurrCodigo, V
     SendLine(SerialControl, u"C" + kCr);
     const Text reply = Collect(SerialControl, 3);
     if (Holds(reply, u"Format") || Holds(reply, u"Capcode") || Holds(reply, u"Function") ||
-        Holds(reply, u"Message")) {
-      state = ZState::Skip1;  // also on "* Message Accepted *", which holds "Message": kept
+        AsksMessage(reply)) {
+      state = ZState::Skip1;
     } else if (Holds(reply, u"Alpha (Y/N)") || Holds(reply, u"Page Now (Y/N)")) {
       state = ZState::Skip2;
-    } else if (Holds(reply, u"* Message Accepted *")) {
+    } else if (Holds(reply, kAccepted)) {
       SendLine(SerialControl, u"C" + kCr);
       Collect(SerialControl, 3);
       return true;

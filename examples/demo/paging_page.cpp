@@ -33,8 +33,7 @@ Text Form(const Text& pager, const Text& message) {
          u"<p>Pager code <input name=\"pager\" value=\"" + HtmlEscape(pager) + u"\"></p>\r\n"
          u"<p>Message <input name=\"message\" size=\"60\" value=\"" + HtmlEscape(message) + u"\"></p>\r\n"
          u"<p>Protocol <select name=\"protocol\"><option>tap</option><option>skytel</option>"
-         u"<option>zetron</option></select> (the Zetron dialog reads the terminal's "
-         u"\"* Message Accepted *\" as a question and runs to its one-minute limit)</p>\r\n"
+         u"<option>zetron</option></select></p>\r\n"
          u"<p><input type=\"submit\" value=\"Send\"></p>\r\n</form>\r\n";
 }
 

@@ -41,13 +41,14 @@ void HayesModem::Command(const std::string& line) {
   if (upper.rfind("AT", 0) != 0) return Say("\r\nERROR\r\n", 0.01);
   if (upper.find("E0") != std::string::npos) echo_ = false;
   if (upper.find("E1") != std::string::npos) echo_ = true;
+  if (upper.rfind("ATD", 0) == 0 && behaviour_.busy) return Say("\r\nBUSY\r\n", behaviour_.connect_delay);
   if (upper.rfind("ATD", 0) == 0) {
     connected_ = true;  // what the system writes from now on goes to the far end
     Say(behaviour_.lower_case_connect ? "\r\nconnect 1200\r\n" : "\r\nCONNECT 1200\r\n",
         behaviour_.connect_delay);
     return;
   }
-  Say("\r\nOK\r\n", 0.01);
+  Say(std::string(upper.rfind("ATI", 0) == 0 ? "\r\nVarnek line modem\r\n" : "") + "\r\nOK\r\n", 0.01);
 }
 
 void HayesModem::Hangup() {
@@ -123,6 +124,7 @@ void TapTerminal::Block(const std::string& block) {
                       block.back() == '\r';
   size_t cr1 = block.find('\r');
   const bool shape_ok = cr1 != std::string::npos && cr1 < etx && block[etx - 1] == '\r';
+  if (behaviour_.ignore_blocks) return;
   if (!sum_ok || !shape_ok || behaviour_.refuse_blocks) {
     ++refused_;
     return Say(std::string{kNak, '\r'}, behaviour_.delay);

@@ -58,10 +58,12 @@ struct ModemBehaviour {
   bool echo = true;                 // echoes commands until ATE0
   bool silent = false;              // never answers anything
   bool lower_case_connect = false;  // "connect 1200" in place of "CONNECT 1200"
+  bool busy = false;                // answers a dial with "BUSY" and stays in command mode
   double connect_delay = 15;        // seconds from ATDT to the connect message
 };
 
-// Command mode until a dial, then a transparent line to the far peer.
+// Command mode until a dial, then a transparent line to the far peer. "ATI"
+// answers "Varnek line modem" before its "OK".
 class HayesModem : public LinePeer {
  public:
   explicit HayesModem(std::shared_ptr<LinePeer> far, ModemBehaviour behaviour = {});
@@ -88,6 +90,7 @@ struct TapBehaviour {
   bool abandon_blocks = false;  // answers every block with RS
   bool ack_without_cr = false;  // a bare ACK with no CR behind it
   bool flood = false;           // after the login, chatters "." every 0.5 s, never pausing
+  bool ignore_blocks = false;   // takes blocks in silence, answering only the logout
   double delay = 0.05;          // seconds before each answer
 };
 

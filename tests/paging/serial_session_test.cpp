@@ -172,12 +172,13 @@ TEST_F(PagingTest, SendCommandCleansTheModemsAnswer) {
     EXPECT_EQ(adds.SERIAL_SendCommand(*comm, u"AT").ToText(), u"");
     EXPECT_NEAR(Elapsed() - start, 5, 1.05);
   }
-  {  // the XMComm variant offers no Input: nothing read, no failure
+  {  // the XMComm variant offers InputData in place of Input: read through it
     adds.SERIAL_Disconnect(*comm);  // one control a port
+    peer->reply = [](std::string_view) { return std::string("ATI3\r\n\r\nV1.2\r\nOK\r\n"); };
     auto xm = comms.Create(true);
     xm->SetCommPort(1);
     xm->SetPortOpen(true);
-    EXPECT_EQ(adds.SERIAL_SendCommand(*xm, u"AT").ToText(), u"");
+    EXPECT_EQ(adds.SERIAL_SendCommand(*xm, u"ATI3").ToText(), u"V1.2");
   }
 }
 
