@@ -61,6 +61,13 @@ configure_file(cmake/varnek.pc.in ${PROJECT_BINARY_DIR}/package/varnek.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/package/varnek.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 
+# The paging tool with its manual page and bash completion.
+if(TARGET varnek-page)
+  install(TARGETS varnek-page RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT demo)
+  install(FILES examples/page/varnek-page.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT demo)
+  install(FILES examples/page/varnek-page.bash-completion
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME varnek-page COMPONENT demo)
+endif()
 # The demo host as a service: the binary, its systemd unit and users, the
 # environment file and the proxy site as examples.
 if(TARGET varnek-demo)

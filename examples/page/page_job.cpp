@@ -13,7 +13,8 @@ namespace varnek::page {
 namespace {
 
 struct Line {
-  int16_t baud = 1200, data = 7, stop = 1;
+  int32_t baud = 1200;
+  int16_t data = 7, stop = 1;
   bool parity_n = false;
 };
 
@@ -26,18 +27,45 @@ bool ReadSettings(const std::string& text, Line& line) {
       !ParseNumber(Trim(parts[3]), stop) || (parity != u"N" && parity != u"E")) {
     return false;
   }
-  // The dialogs take 16-bit settings: a speed above 32767 cannot be given.
-  if (baud < 50 || baud > 32767 || data < 5 || data > 8 || (stop != 1 && stop != 2)) return false;
-  line = {static_cast<int16_t>(baud), static_cast<int16_t>(data), static_cast<int16_t>(stop), parity == u"N"};
+  if (baud < 50 || baud > 4000000 || data < 5 || data > 8 || (stop != 1 && stop != 2)) return false;
+  line = {static_cast<int32_t>(baud), static_cast<int16_t>(data), static_cast<int16_t>(stop), parity == u"N"};
   return true;
+}
+
+int Digits(size_t n) { return static_cast<int>(std::to_string(n).size()); }
+
+bool CloseDialog(Adds& adds, CommCtl& comm, const std::string& protocol) {
+  if (protocol == "tap") return adds.TAP_CloseDialog(comm);
+  if (protocol == "skytel") return adds.SKYTEL_CloseDialog(comm);
+  return adds.ZETRON_CloseDialog(comm);
 }
 
 }  // namespace
 
-int SendPage(Adds& adds, CommCtl& comm, const PageJob& job, const std::function<void(const std::string&)>& report) {
+std::vector<Text> CutIntoBlocks(Adds& adds, const Text& message, int size) {
+  if (Len(message) <= size) return {message};
+  // A block is "#" id "#" number total "#" slice "#": 5 characters and two
+  // numbers as wide as the count of blocks, which depends on the slice.
+  int digits = 1, slice = 0;
+  for (;;) {
+    slice = size - 5 - 2 * digits;
+    if (slice < 1) return {};
+    const size_t count = (static_cast<size_t>(Len(message)) + static_cast<size_t>(slice) - 1) / static_cast<size_t>(slice);
+    if (Digits(count) <= digits) break;
+    digits = Digits(count);
+  }
+  Variant id;
+  auto cut = adds.Mensajes_GenerarBloques(Variant(message), Variant::Long(slice), id);
+  std::vector<Text> blocks;
+  for (int32_t i = 1; i <= cut->Count(); ++i) blocks.push_back(cut->Item(i).ToText());
+  return blocks;
+}
+
+int SendPage(Adds& adds, CommCtl& comm, const PageJob& job, const std::function<void(const std::string&)>& report,
+             const PageWatch& watch) {
   Line line;
   if (!ReadSettings(job.settings, line)) {
-    report("bad settings: " + job.settings + " (baud up to 32767, N or E, 5-8 data bits, 1 or 2 stop bits)");
+    report("bad settings: " + job.settings + " (baud, N or E, 5-8 data bits, 1 or 2 stop bits)");
     return kPageBadJob;
   }
   const bool tap = job.protocol == "tap", skytel = job.protocol == "skytel", zetron = job.protocol == "zetron";
@@ -45,41 +73,48 @@ int SendPage(Adds& adds, CommCtl& comm, const PageJob& job, const std::function<
     report("unknown protocol: " + job.protocol + " (tap, skytel or zetron)");
     return kPageBadJob;
   }
+  // TAP takes its settings as Variants; Skytel and Zetron as 16-bit integers.
+  if (!tap && line.baud > 32767) {
+    report("bad settings: " + job.settings + " (" + job.protocol + " takes speeds up to 32767)");
+    return kPageBadJob;
+  }
+  const int size = job.block_size > 0 ? job.block_size : (tap ? 230 : 200);
+  const std::vector<Text> blocks = CutIntoBlocks(adds, Utf8ToText(job.message), size);
+  if (blocks.empty()) {
+    report("message too long for blocks of " + std::to_string(size) + " characters");
+    return kPageBadJob;
+  }
   const Variant init = Utf8ToText(job.init), phone = Utf8ToText(job.phone);
   const Variant password = Utf8ToText(job.password), pager = Utf8ToText(job.pager);
-  const Variant port = Variant::Integer(static_cast<int16_t>(job.port));
+  const auto lost = [&] { return watch.line_lost && watch.line_lost(); };
+  const auto cancelled = [&] { return adds.SERIAL_CancelOperation() || (watch.cancelled && watch.cancelled()); };
 
   bool up = false;
+  const auto data = static_cast<int16_t>(line.data), stop = static_cast<int16_t>(line.stop);
   if (tap) {
-    up = adds.TAP_InitDialog(comm, port, Variant::Integer(line.baud), Variant::Integer(line.data), line.parity_n,
-                             Variant::Integer(line.stop), init, phone, password);
+    up = adds.TAP_InitDialog(comm, Variant::Integer(static_cast<int16_t>(job.port)), Variant::Long(line.baud),
+                             Variant::Integer(data), line.parity_n, Variant::Integer(stop), init, phone, password);
   } else if (skytel) {
-    up = adds.SKYTEL_InitDialog(comm, static_cast<int16_t>(job.port), line.baud, line.data, line.parity_n, line.stop,
-                                init, phone, pager);
+    up = adds.SKYTEL_InitDialog(comm, static_cast<int16_t>(job.port), static_cast<int16_t>(line.baud), data,
+                                line.parity_n, stop, init, phone, pager);
   } else {
-    up = adds.ZETRON_InitDialog(comm, static_cast<int16_t>(job.port), line.baud, line.data, line.parity_n,
-                                line.stop, init, phone, password);
+    up = adds.ZETRON_InitDialog(comm, static_cast<int16_t>(job.port), static_cast<int16_t>(line.baud), data,
+                                line.parity_n, stop, init, phone, password);
   }
   if (!up) {
+    if (cancelled()) {
+      adds.SERIAL_Disconnect(comm);
+      report("session: cancelled before the session was up");
+      return kPageCancelled;
+    }
     report("session: no " + job.protocol + " session (dial or login failed, line dropped)");
     return kPageNoSession;
   }
   report("session: logged in");
 
-  // A long message goes as numbered blocks ("#A#12#...#"), a short one as it is.
-  const int size = job.block_size > 0 ? job.block_size : (tap ? 230 : 200);
-  std::vector<Text> blocks;
-  const Text message = Utf8ToText(job.message);
-  if (Len(message) > size) {
-    Variant id;
-    auto cut = adds.Mensajes_GenerarBloques(Variant(message), Variant::Long(size - 12), id);
-    for (int32_t i = 1; i <= cut->Count(); ++i) blocks.push_back(cut->Item(i).ToText());
-  } else {
-    blocks.push_back(message);
-  }
-
   int status = kPageSent;
-  for (size_t i = 0; i < blocks.size(); ++i) {
+  const std::string of = "/" + std::to_string(blocks.size());
+  for (size_t i = 0; i < blocks.size() && status != kPageCancelled && status != kPageLineLost; ++i) {
     Variant text = blocks[i];
     bool sent = false;
     if (tap) {
@@ -93,19 +128,45 @@ int SendPage(Adds& adds, CommCtl& comm, const PageJob& job, const std::function<
         report("block: " + TextToUtf8(FailureText(e)));
       }
     }
-    report("block " + std::to_string(i + 1) + "/" + std::to_string(blocks.size()) + " " +
-           (sent ? "sent" : "refused") + " (" + std::to_string(Len(text.ToText())) + " characters)");
-    if (!sent) status = kPageRefused;
-    if (sent && job.history) adds.Mensajes_GuardaHistorico(pager, text);
+    const std::string which = "block " + std::to_string(i + 1) + of;
+    if (!sent && cancelled()) {
+      report(which + " not sent: cancelled");
+      status = kPageCancelled;
+    } else if (!sent && lost()) {
+      report(which + " not sent: line lost");
+      status = kPageLineLost;
+    } else {
+      report(which + " " + (sent ? "sent" : "refused") + " (" + std::to_string(Len(text.ToText())) + " characters)");
+      if (!sent) status = kPageRefused;
+      if (sent && job.history) {
+        if (job.history_dir.empty()) {
+          adds.Mensajes_GuardaHistorico(pager, text);
+        } else {
+          adds.Mensajes_GuardaHistorico(pager, text, Utf8ToText(job.history_dir + "/"));
+        }
+      }
+    }
+    if (sent && i + 1 < blocks.size() && cancelled()) {
+      report("block " + std::to_string(i + 2) + of + " not sent: cancelled");
+      status = kPageCancelled;
+    }
   }
-  bool closed = false;
-  if (tap) {
-    closed = adds.TAP_CloseDialog(comm);
-  } else if (skytel) {
-    closed = adds.SKYTEL_CloseDialog(comm);
-  } else {
-    closed = adds.ZETRON_CloseDialog(comm);
+  if (status == kPageLineLost) {
+    adds.SERIAL_Disconnect(comm);
+    report("session: line lost");
+    return status;
   }
+  if (status == kPageCancelled) {
+    // The cancelled session's sends fail until its SERIAL_Disconnect, which
+    // would hang up before any goodbye: the close routine runs on an Adds of
+    // its own, whose flags are clear, and the first then only clears its flags.
+    Adds closer(adds.platform());
+    const bool closed = CloseDialog(closer, comm, job.protocol);
+    adds.SERIAL_Disconnect(comm);
+    report(std::string("session: cancelled, ") + (closed ? "logged out" : "closed without the terminal's goodbye"));
+    return status;
+  }
+  const bool closed = CloseDialog(adds, comm, job.protocol);
   report(std::string("session: ") + (closed ? "logged out" : "closed without the terminal's goodbye"));
   return status;
 }

@@ -49,6 +49,9 @@ expect_file "$dev_deb" '^\./usr/lib/.*cmake/Varnek/VarnekConfigVersion\.cmake$'
 expect_file "$dev_deb" '^\./usr/lib/.*pkgconfig/varnek\.pc$'
 expect_file "$demo_deb" '^\./usr/bin/varnek-demo$'
 expect_file "$demo_deb" '^\./usr/lib/systemd/system/varnek-demo@\.service$'
+expect_file "$demo_deb" '^\./usr/bin/varnek-page$'
+expect_file "$demo_deb" '^\./usr/share/man/man1/varnek-page\.1$'
+expect_file "$demo_deb" '^\./usr/share/bash-completion/completions/varnek-page$'
 if dpkg-deb -c "$dev_deb" | grep -q 'platform/sim/'; then
   echo "FAIL: the simulated platform is in varnek-dev"; exit 1
 fi
