@@ -237,7 +237,14 @@ Variant Paging::SERIAL_SendCommand(CommCtl& Comm, const Variant& NewCommand,
   Resume([&] { reply = CommandRead(Comm); });
   const int64_t start = NowSeconds();
   while (NowSeconds() - start < 5 && InStr(reply, u"OK\r\n") == 0 && InStr(reply, u"ERROR\r\n") == 0) {
-    PumpTowards(start + 5);
+    // Block only on an empty buffer: text taken in by the last pump wakes nobody.
+    int32_t waiting = 0;
+    Resume([&] { waiting = Comm.InBufferCount(); });
+    if (waiting > 0) {
+      loop().DoEvents();
+    } else {
+      PumpTowards(start + 5);
+    }
     Resume([&] { reply += CommandRead(Comm); });
     loop().DoEvents();
   }
