@@ -32,6 +32,19 @@ expect 64 '' 'bad block size 19 \(20 to 10000\)' -- --simulate --pager 1 --messa
 expect 66 '' 'cannot read the message file' -- --simulate --pager 1 --message-file "$work/none"
 expect 69 '' 'No such device: /nonexistent/tty' -- --device /nonexistent/tty --pager 1 --message x
 expect 69 '' 'A directory, not a serial device: /tmp' -- --device /tmp --pager 1 --message x
+# A device this user may not open (root is checked as nobody, where nobody
+# may run the tool at all).
+touch "$work/tty" && chmod 000 "$work/tty" && chmod 755 "$work"
+if [ "$(id -u)" -ne 0 ]; then
+  expect 69 '' "Permission denied: $work/tty" -- --device "$work/tty" --pager 1 --message x
+elif command -v setpriv > /dev/null \
+    && setpriv --reuid=nobody --regid=nogroup --clear-groups "$tool" --help > /dev/null 2>&1; then
+  setpriv --reuid=nobody --regid=nogroup --clear-groups "$tool" --device "$work/tty" --pager 1 --message x \
+    2> "$work/err" < /dev/null
+  status=$?
+  [ "$status" -eq 69 ] && grep -q "Permission denied: $work/tty" "$work/err" \
+    || fail "as nobody: status $status, $(cat "$work/err")"
+fi
 
 # The message piped in, a final line end dropped.
 echo "disk full on db1" | "$tool" --simulate --pager 1234 --message - --trace > "$work/out" 2>&1
