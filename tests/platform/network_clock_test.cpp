@@ -4,9 +4,6 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -146,17 +143,11 @@ TEST(LinuxNetworkClock, RefusedIsQuickAndSilenceLastsTheTimeLimit) {
 TEST(LinuxNetworkClock, NamesResolveOnTheLoopAndASilentLookupEndsAtTheTimeLimit) {
   LinuxLoop loop;
   SntpResponder responder(loop, SntpResponder::kAnswer);
-  int dns = ::socket(AF_INET, SOCK_DGRAM, 0);  // a name server that never answers
-  sockaddr_in a{};
-  a.sin_family = AF_INET;
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(::bind(dns, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
-  socklen_t len = sizeof a;
-  getsockname(dns, reinterpret_cast<sockaddr*>(&a), &len);
+  SntpResponder dns(loop, SntpResponder::kSilent);  // a name server that never answers
   const std::string hosts = "/tmp/varnek-clock-hosts-" + std::to_string(getpid());
   std::ofstream(hosts) << "127.0.0.1 timehost.test\n";
   setenv("CARES_HOSTS", hosts.c_str(), 1);
-  const std::string server = "127.0.0.1:" + std::to_string(ntohs(a.sin_port));
+  const std::string server = "127.0.0.1:" + std::to_string(dns.port);
   // a name of the hosts file the resolver was given, unknown to the system
   LinuxNetworkClock by_file(loop, responder.port, 5.0, {server, "fb", 300, 1});
   std::optional<TimeOfDayInfo> t = AskLinux(loop, by_file, u"\\\\timehost.test");
@@ -177,7 +168,6 @@ TEST(LinuxNetworkClock, NamesResolveOnTheLoopAndASilentLookupEndsAtTheTimeLimit)
   EXPECT_EQ(responder.requests, 1);
   unsetenv("CARES_HOSTS");
   unlink(hosts.c_str());
-  ::close(dns);
 }
 
 }  // namespace

@@ -32,9 +32,12 @@ std::vector<Text> Lines(const Collection& c) {
   return out;
 }
 
-TEST(NetworkShares, WalkListsInTreeOrderAndRepeatsTheLastLine) {
+struct FakeShares : ::testing::Test {
   SimPlatform sim;
-  Adds adds(sim.platform);
+  Adds adds{sim.platform};
+};
+
+TEST_F(FakeShares, WalkListsInTreeOrderAndRepeatsTheLastLine) {
   auto& tree = sim.shares.tree;
   tree[u""] = {Entry(6, 0, 2, u"Net")};
   tree[u"Net"] = {Entry(5, 0, 1, u"odd"), Entry(1, 0, 2, u"WORKGROUP")};
@@ -70,9 +73,7 @@ TEST(NetworkShares, WalkListsInTreeOrderAndRepeatsTheLastLine) {
   EXPECT_EQ(adds.NET_Recursos->Count(), 4);
 }
 
-TEST(NetworkShares, AContainerWithoutANameDescendsAtMost32Levels) {
-  SimPlatform sim;
-  Adds adds(sim.platform);
+TEST_F(FakeShares, AContainerWithoutANameDescendsAtMost32Levels) {
   // No class and no name: the descent reopens the top, again and again.
   sim.shares.tree[u""] = {Entry(9, 0, 2, u"loop")};
   EXPECT_TRUE(adds.NET_UpdateRecursos(u"", 0));
@@ -80,9 +81,7 @@ TEST(NetworkShares, AContainerWithoutANameDescendsAtMost32Levels) {
   EXPECT_EQ(sim.shares.opened.size(), 32u);
 }
 
-TEST(NetworkShares, DriveLettersUniversalNamesAndMessages) {
-  SimPlatform sim;
-  Adds adds(sim.platform);
+TEST_F(FakeShares, DriveLettersUniversalNamesAndMessages) {
   Text letter = u"Zebra";
   EXPECT_TRUE(adds.NET_ShareConnect(u"\\\\srv\\pub", letter));
   EXPECT_EQ(letter, u"Z");
