@@ -25,15 +25,6 @@ Text SampleRtf(size_t n) {
   return rtf + u"}";
 }
 
-void BM_RTF2HTML(benchmark::State& state) {
-  SimPlatform sim;
-  Adds adds(sim.platform);
-  Variant rtf = SampleRtf(static_cast<size_t>(state.range(0))), options = u"+H";
-  for (auto _ : state) benchmark::DoNotOptimize(adds.Var_RTF2HTML(rtf, options));
-  state.SetBytesProcessed(state.iterations() * state.range(0));
-}
-BENCHMARK(BM_RTF2HTML)->Arg(64 << 10)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
-
 // Paragraphs of "\b word\b0" and "\i word\i0" until the text holds n units.
 Text BoldRunsRtf(size_t n) {
   Text rtf = u"{\\rtf1\\ansi\\deff0{\\fonttbl{\\f0\\fswiss Arial;}}\r\n\\deflang1033\\pard\\f0\\fs20 ";
@@ -42,14 +33,17 @@ Text BoldRunsRtf(size_t n) {
   return rtf + u"}";
 }
 
-void BM_RTF2HTML_BoldRuns(benchmark::State& state) {
+// Var_RTF2HTML over the text `make` gives for state.range(0) units.
+void BM_RTF2HTML(benchmark::State& state, Text (*make)(size_t), const char16_t* flags) {
   SimPlatform sim;
   Adds adds(sim.platform);
-  Variant rtf = BoldRunsRtf(static_cast<size_t>(state.range(0))), options = u"";
+  Variant rtf = make(static_cast<size_t>(state.range(0))), options = Text(flags);
   for (auto _ : state) benchmark::DoNotOptimize(adds.Var_RTF2HTML(rtf, options));
   state.SetBytesProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(BM_RTF2HTML_BoldRuns)->Arg(1 << 20)->Arg(5 << 20)->Arg(20 << 20)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_RTF2HTML, edit_control, SampleRtf, u"+H")->Arg(64 << 10)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_RTF2HTML, bold_runs, BoldRunsRtf, u"")
+    ->Arg(1 << 20)->Arg(5 << 20)->Arg(20 << 20)->Unit(benchmark::kMillisecond);
 
 void BM_DrawBarcode40(benchmark::State& state) {
   SimPlatform sim;  // the clipboard is the recording one: no file is written
