@@ -17,8 +17,9 @@ class Application {
   // the per-application data folder $XDG_DATA_HOME/<title> (by default
   // ~/.local/share/<title>), made on first use.
   virtual Text Path() = 0;
-  // The arguments after the program name, joined by single blanks, as the
-  // classic Command$ gives them.
+  // The arguments after the program name in one text, as the classic
+  // platform gives them: quoted where the classic rules need it to read
+  // them back (platform/classic_command_line.h).
   virtual Text CommandLine() = 0;
 };
 

@@ -6,6 +6,9 @@
 // - ShortMessage takes status + data1 * 256 + data2 * 65536; only the low
 //   byte of each goes out (a Note On is status 144 on channel 0).
 // - Reset silences every sounding note on every channel.
+// - Close first ends what still sounds, through ShortMessage: a Note Off for
+//   each note started and not ended (SoundingNotes), then All Notes Off
+//   (controller 123) on channel 0. A note never outlives the output.
 // - Sleep blocks the thread for the milliseconds given and never pumps the
 //   host loop: no event runs during it. Negative or zero waits return at once.
 //

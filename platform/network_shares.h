@@ -31,11 +31,13 @@ struct NetResource {
   Text provider;
 };
 
-// One share this machine offers: name, type (0 disk, 1 print queue) and path.
+// One share this machine offers: name, type (0 disk, 1 print queue), path
+// and the comment it is offered with.
 struct ShareInfo {
   Text name;
   int32_t type = 0;
   Text path;
+  Text comment;
 };
 
 class ResourceEnumeration {

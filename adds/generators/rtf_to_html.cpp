@@ -35,6 +35,26 @@ constexpr char16_t kAlignClose[] = u"</TD></TR></TABLE><BR>";
 
 bool IsDigit(int c) { return c >= u'0' && c <= u'9'; }
 
+// The closing tags still owed, newest last. Written out newest first, which
+// gives the same bytes as putting each new close in front of a string, but
+// an open costs one byte instead of a copy of everything owed so far.
+class PendingCloses {
+ public:
+  enum Tag : uint8_t { kBold, kItalic, kUnderline, kStrike };
+  void Push(Tag tag) { owed_.push_back(tag); }
+  bool empty() const { return owed_.empty(); }
+  void Clear() { owed_.clear(); }
+  // Appends the closes, newest first, and forgets them.
+  void FlushTo(Text& out) {
+    static constexpr TextView kClose[] = {u"</B>", u"</I>", u"</U>", u"</STRIKE>"};
+    for (auto tag = owed_.rbegin(); tag != owed_.rend(); ++tag) out += kClose[*tag];
+    owed_.clear();
+  }
+
+ private:
+  std::vector<Tag> owed_;
+};
+
 // The converter's state for one call: the tables, the paragraph being built
 // and what waits to be written.
 class Converter {
@@ -69,16 +89,18 @@ class Converter {
   void ControlWord(int32_t p);
   void EmitText();
   void Plain();
+  // A face or a colour is in force.
+  bool HasFont() const { return !font_face_.empty() || !font_colour_.empty(); }
   // Where the scan goes on after a number word: after a blank, at a backslash.
   int64_t AfterNumberWord(int64_t from) const;
   void UnknownWord(int32_t q);
-  void OpenTag(TextView open, TextView close) {
+  void OpenTag(TextView open, PendingCloses::Tag close) {
     phrase_ += open;
-    pending_close_.insert(0, close);
+    pending_close_.Push(close);
   }
   // "\b" or "\i" before a blank or backslash: opens the tag and resumes
   // after the blank or at the backslash. False when the word is another.
-  bool LetterTag(int32_t q, TextView open, TextView close) {
+  bool LetterTag(int32_t q, TextView open, PendingCloses::Tag close) {
     if (!IsDelim(q + 1)) return false;
     OpenTag(open, close);
     l_ = At(q + 1) == u' ' ? q + 2 : q + 1;
@@ -93,7 +115,8 @@ class Converter {
   std::vector<Text> colours_{Text()};
   std::vector<Text> fonts_{Text()};
 
-  Text html_, phrase_, pending_close_, font_face_, font_colour_, size_code_;
+  Text html_, phrase_, font_face_, font_colour_, size_code_;
+  PendingCloses pending_close_;
   int32_t size_value_ = 0;
   Text alignment_;
   bool in_align_table_ = false, font_changed_ = false, got_text_ = false;
@@ -178,8 +201,8 @@ Text Converter::Run() {
     start = next_start;
     end = next_end;
   }
-  html_ += pending_close_;
-  if (!(font_face_ + font_colour_).empty()) html_ += u"</FONT>";
+  pending_close_.FlushTo(html_);
+  if (HasFont()) html_ += u"</FONT>";
   return std::move(html_);
 }
 
@@ -190,8 +213,7 @@ void Converter::ScanCharacter() {
       ++l_;
       break;
     case u'}':
-      phrase_ += pending_close_;
-      pending_close_.clear();
+      pending_close_.FlushTo(phrase_);
       ++l_;
       break;
     case u'\n':
@@ -208,7 +230,7 @@ void Converter::ScanCharacter() {
 }
 
 void Converter::EmitText() {
-  if (font_changed_ && !(font_face_ + font_colour_).empty()) {
+  if (font_changed_ && HasFont()) {
     if (!alignment_.empty()) {
       in_align_table_ = true;
       phrase_ += alignment_ == u"center" ? kAlignOpenCenter : kAlignOpenRight;
@@ -229,7 +251,7 @@ void Converter::EmitText() {
 }
 
 void Converter::Plain() {
-  if (!(font_face_ + font_colour_).empty()) {
+  if (HasFont()) {
     if (!font_changed_) phrase_ += u"</FONT>";
     font_colour_.clear();
     font_face_.clear();
@@ -238,8 +260,7 @@ void Converter::Plain() {
     phrase_ += kAlignClose;
     in_align_table_ = false;
   }
-  phrase_ += pending_close_;
-  pending_close_.clear();
+  pending_close_.FlushTo(phrase_);
 }
 
 int64_t Converter::AfterNumberWord(int64_t from) const {
@@ -282,7 +303,7 @@ void Converter::ControlWord(int32_t p) {
   const int32_t q = p + 1;
   switch (At(q)) {
     case u'b':
-      if (LetterTag(q, u"<B>", u"</B>")) return;
+      if (LetterTag(q, u"<B>", PendingCloses::kBold)) return;
       if (Has(q, u"bullet ")) VARNEK_TEXT_WORD(u"\u2022", p + 9);
       break;
     case u'c':
@@ -331,7 +352,7 @@ void Converter::ControlWord(int32_t p) {
       break;
     }
     case u'i':
-      if (LetterTag(q, u"<I>", u"</I>")) return;
+      if (LetterTag(q, u"<I>", PendingCloses::kItalic)) return;
       break;
     case u'l':
       if (Has(q, u"ldblquote ")) VARNEK_TEXT_WORD(u"\u201C", p + 12);
@@ -344,7 +365,7 @@ void Converter::ControlWord(int32_t p) {
         return;
       }
       if (Has(q, u"pnlvlblt\\")) {
-        pending_close_.clear();
+        pending_close_.Clear();
         list_open_ = u"<UL>";
         item_open_ = u"<LI>";
         item_close_ = u"</LI>";
@@ -359,9 +380,8 @@ void Converter::ControlWord(int32_t p) {
         return;
       }
       if (Has(q, u"pard\\plain")) {
-        phrase_ += pending_close_;
+        pending_close_.FlushTo(phrase_);
         phrase_ += list_close_;
-        pending_close_.clear();
         list_close_.clear();
         item_open_.clear();
         item_close_ = u"<BR>";
@@ -382,7 +402,7 @@ void Converter::ControlWord(int32_t p) {
       break;
     case u's':
       if (Has(q, u"strike") && IsDelim(q + 6)) {
-        OpenTag(u"<STRIKE>", u"</STRIKE>");
+        OpenTag(u"<STRIKE>", PendingCloses::kStrike);
         l_ = p + 8;
         return;
       }
@@ -392,7 +412,7 @@ void Converter::ControlWord(int32_t p) {
       break;
     case u'u':
       if (At(q + 1) == u'l' && IsDelim(q + 2)) {
-        OpenTag(u"<U>", u"</U>");
+        OpenTag(u"<U>", PendingCloses::kUnderline);
         l_ = p + 3;
         return;
       }

@@ -16,8 +16,8 @@ namespace {
 
 constexpr char16_t kDefaultText[] = u"HELLO 39";
 
-// The value of "text=" in the query (the server has URL-decoded it), or a
-// default. The server gives a URL whose last segment has no dot a closing
+// The value of "text=" in the query (the server has URL-decoded it, a unit a
+// byte; a browser's UTF-8 is decoded here), or a default. The server gives a URL whose last segment has no dot a closing
 // "/"; that one is dropped again here.
 Text QueryText(Text url) {
   const int32_t query = InStr(url, u"?");
@@ -27,7 +27,7 @@ Text QueryText(Text url) {
     if (url.find(u'.', segment == Text::npos ? 0 : segment) == Text::npos) url.pop_back();
   }
   for (const Text& pair : Split(Mid(url, query + 1), u"&")) {
-    if (pair.rfind(u"text=", 0) == 0) return pair.substr(5);
+    if (pair.rfind(u"text=", 0) == 0) return BrowserText(pair.substr(5));
   }
   return kDefaultText;
 }

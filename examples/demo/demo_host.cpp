@@ -63,7 +63,8 @@ DemoHost::DemoHost(HTTPServer& server, std::function<void(const std::string&)> l
 }
 
 Text DemoHost::Framed(int32_t code, const Text& body) {
-  return CStr(server_.http_Header(code, eTextHTML, Variant::Long(Len(body)))) + body;
+  const Text page = WithCharset(body);  // the server's header bytes stay as they are
+  return CStr(server_.http_Header(code, eTextHTML, Variant::Long(Len(page)))) + page;
 }
 
 Text DemoHost::IndexPage() {

@@ -55,4 +55,20 @@ const std::vector<Page>& RegisteredPages();
 // or null.
 const Page* FindPage(const Text& url);
 
+// The page with its character set named for the browser, since the wire
+// carries one byte a unit in windows-1252: <meta charset="windows-1252">
+// right after the first "<head>" (any case), or in front when it has none.
+//   WithCharset(u"<html><head><title>x</title>") ==
+//     u"<html><head><meta charset=\"windows-1252\"><title>x</title>"
+Text WithCharset(const Text& page);
+
+// A text as a browser sent it: a URL or a form in UTF-8 reaches the demo as
+// its bytes, one unit each. Units that read as UTF-8 with at least one
+// character past ASCII are decoded; any other text stands as it came.
+//   BrowserText(u"\u00C3\u00A9t\u00C3\u00A9") == u"\u00E9t\u00E9"   // "été"
+Text BrowserText(const Text& units);
+
+// The POST field `name` through BrowserText; "" when the form has none.
+Text FormValue(const PageRequest& r, const Text& name);
+
 }  // namespace varnek::demo

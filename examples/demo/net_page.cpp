@@ -4,6 +4,7 @@
 #include "examples/demo/demo_host.h"
 #include "examples/demo/demo_pages.h"
 #include "varnek/runtime/convert.h"
+#include "varnek/runtime/strings.h"
 
 namespace varnek::demo {
 
@@ -28,14 +29,33 @@ Text TcpTable(Adds& adds) {
   return html + u"</table>\r\n";
 }
 
+// The items of a list delimited by ", ", blank ones left out, one a line.
+// The list ends with what is left of its last delimiter (", , 192.0.2.2,"),
+// so the items are parted at the comma and trimmed.
+Text CleanList(const Text& list) {
+  Text clean;
+  for (const Text& item : Split(list, u",")) {
+    const Text trimmed = Trim(item);
+    if (!trimmed.empty()) clean += (clean.empty() ? u"" : u"<br>") + HtmlEscape(trimmed);
+  }
+  return clean.empty() ? Text(u"(none)") : clean;
+}
+
+// A list as a person reads it, then the routine's delimited text as it came
+// (an item for each adapter, blank where one has none).
+Text ListRow(const Text& name, const Text& list) {
+  return u"<tr><td>" + HtmlEscape(name) + u"</td><td>" + CleanList(list) + u"</td><td><code>" +
+         HtmlEscape(u"\"" + list + u"\"") + u"</code></td></tr>\r\n";
+}
+
 Text Adapters(Adds& adds) {
   const Text state = adds.NET_CheckState(2) ? u"LAN" : (adds.NET_CheckState(32) ? u"offline" : u"other");
   return u"<h3>Adapters</h3>\r\n<table id=\"adapters\" border=\"1\">\r\n" +
-         Row({u"Machine name", adds.NET_CurrentMachineName()}) +
-         Row({u"Local addresses", adds.NET_LocalIPList(u", ")}) +
-         Row({u"Gateways", adds.NET_GatewayList(u", ")}) +
-         Row({u"DHCP servers", adds.NET_DHCPServerList(u", ")}) +
-         Row({u"Connected state", state}) + u"</table>\r\n";
+         Row({u"", u"", u"As the routine gives it"}, u"th") + Row({u"Machine name", adds.NET_CurrentMachineName(), u""}) +
+         ListRow(u"Local addresses", adds.NET_LocalIPList(u", ")) +
+         ListRow(u"Gateways", adds.NET_GatewayList(u", ")) +
+         ListRow(u"DHCP servers", adds.NET_DHCPServerList(u", ")) +
+         Row({u"Connected state", state, u""}) + u"</table>\r\n";
 }
 
 void Serve(PageRequest& r) {

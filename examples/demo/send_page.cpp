@@ -15,12 +15,9 @@ namespace varnek::demo {
 
 namespace {
 
-Text ParamValue(const PageRequest& r, const Text& name) {
-  for (int32_t k = 1; r.param_names && k <= r.param_names->Count(); ++k) {
-    if (r.param_names->Item(k).ToText() == name) return r.param_values->Item(k).ToText();
-  }
-  return Text();
-}
+// A blank field stands for a missing argument, which takes the routine's
+// default: a time limit of 45 s, a success mark of "200".
+Variant OrMissing(const Text& value) { return value.empty() ? Variant::Missing() : Variant(value); }
 
 Text ResultMeaning(int32_t code) {
   switch (code) {
@@ -33,12 +30,12 @@ Text ResultMeaning(int32_t code) {
 
 Text SendForm(const Text& gateway) {
   return u"<p>Gateway: <code>" + HtmlEscape(gateway) + u"</code></p>\r\n"
-         u"<form method=\"post\" action=\"/send\">\r\n"
+         u"<form method=\"post\" action=\"/send\" accept-charset=\"UTF-8\">\r\n"
          u"Pager code <input type=\"text\" name=\"code\" value=\"1234\"><br>\r\n"
          u"Message <input type=\"text\" name=\"message\" value=\"\"><br>\r\n"
-         u"Success mark <input type=\"text\" name=\"ok\" value=\"200\"><br>\r\n"
+         u"Success mark <input type=\"text\" name=\"ok\" value=\"\" placeholder=\"200\"><br>\r\n"
          u"Failure mark <input type=\"text\" name=\"fail\" value=\"\"><br>\r\n"
-         u"Time limit (s) <input type=\"text\" name=\"timeout\" value=\"10\"><br>\r\n"
+         u"Time limit (s) <input type=\"text\" name=\"timeout\" value=\"\" placeholder=\"45\"><br>\r\n"
          u"<input type=\"submit\" value=\"Send\">\r\n"
          u"</form>\r\n";
 }
@@ -52,10 +49,11 @@ void Serve(PageRequest& r) {
   if (r.param_names) {
     Adds& adds = server.adds();
     std::unique_ptr<SocketCtl> socket = adds.platform().sockets->Create();
-    Variant url = gateway, code_field = u"code", code = ParamValue(r, u"code"),
-            message_field = u"message", message = ParamValue(r, u"message"),
-            ok = ParamValue(r, u"ok"), fail = ParamValue(r, u"fail"),
-            timeout = Variant(Val(ParamValue(r, u"timeout")));
+    const Text limit = FormValue(r, u"timeout");
+    Variant url = gateway, code_field = u"code", code = FormValue(r, u"code"),
+            message_field = u"message", message = FormValue(r, u"message"),
+            ok = OrMissing(FormValue(r, u"ok")), fail = FormValue(r, u"fail"),
+            timeout = limit.empty() ? Variant::Missing() : Variant(Val(limit));
     const int32_t result = adds.POST_SendMensaje(socket.get(), url, code_field, code,
                                                  message_field, message, {}, {}, ok, fail, {}, {},
                                                  {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {},

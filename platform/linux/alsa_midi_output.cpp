@@ -89,11 +89,13 @@ bool AlsaMidiOutput::Send(unsigned char status, unsigned char data1, unsigned ch
 
 bool AlsaMidiOutput::ShortMessage(uint32_t message) {
   if (!seq_) return false;
+  sounding_.Track(message);
   return Send(message & 0xFF, (message >> 8) & 0xFF, (message >> 16) & 0xFF);
 }
 
 bool AlsaMidiOutput::Reset() {
   if (!seq_) return false;
+  sounding_.Clear();
   bool ok = true;
   for (unsigned char channel = 0; channel < 16; ++channel) {
     ok = Send(0xB0 | channel, 120, 0) && ok;  // all sound off
@@ -104,6 +106,9 @@ bool AlsaMidiOutput::Reset() {
 
 bool AlsaMidiOutput::Close() {
   if (!seq_) return false;
+  // Direct events are delivered as they are drained, so these reach the
+  // synthesizer before the client goes.
+  for (uint32_t message : sounding_.StopMessages()) ShortMessage(message);
   snd_seq_close(seq_);
   seq_ = nullptr;
   port_ = -1;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "varnek/platform/midi_output.h"
+#include "varnek/platform/midi_sounding_notes.h"
 
 typedef struct _snd_seq snd_seq_t;
 
@@ -20,6 +21,7 @@ class AlsaMidiOutput : public MidiOutput {
   bool ShortMessage(uint32_t message) override;
   // Sends "all sound off" and "all notes off" on the 16 channels.
   bool Reset() override;
+  // Ends the sounding notes (Note Offs, All Notes Off on channel 0) first.
   bool Close() override;
   // clock_nanosleep: the thread sleeps, no event runs.
   void Sleep(int32_t milliseconds) override;
@@ -30,6 +32,7 @@ class AlsaMidiOutput : public MidiOutput {
 
   snd_seq_t* seq_ = nullptr;
   int port_ = -1;
+  SoundingNotes sounding_;
 };
 
 }  // namespace varnek

@@ -2,6 +2,7 @@
 // its files go to. File names are taken as UTF-8.
 #include "varnek/platform/linux/linux_application.h"
 
+#include "varnek/platform/classic_command_line.h"
 #include "varnek/platform/linux/file_io.h"
 
 #include <limits.h>
@@ -27,8 +28,8 @@ std::string ExecutablePath() {
 }
 
 // argv as the kernel keeps it: NUL-terminated strings one after the other.
-std::vector<std::string> Arguments() {
-  std::ifstream in("/proc/self/cmdline", std::ios::binary);
+std::vector<std::string> Arguments(const std::string& cmdline) {
+  std::ifstream in(cmdline, std::ios::binary);
   std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   std::vector<std::string> args;
   size_t start = 0;
@@ -48,12 +49,13 @@ std::string BaseName(const std::string& path) {
 
 }  // namespace
 
-LinuxApplication::LinuxApplication(std::string executable) : executable_(std::move(executable)) {}
+LinuxApplication::LinuxApplication(std::string executable, std::string cmdline)
+    : executable_(std::move(executable)), cmdline_(std::move(cmdline)) {}
 
 Text LinuxApplication::Title() {
   std::string exe = executable_.empty() ? ExecutablePath() : executable_;
   if (exe.empty()) {
-    std::vector<std::string> args = Arguments();
+    std::vector<std::string> args = Arguments(cmdline_);
     if (!args.empty()) exe = args.front();
   }
   return Utf8ToText(BaseName(exe));
@@ -86,13 +88,9 @@ Text LinuxApplication::ProgramFolder() {
 }
 
 Text LinuxApplication::CommandLine() {
-  std::vector<std::string> args = Arguments();
-  std::string joined;
-  for (size_t i = 1; i < args.size(); ++i) {
-    if (i > 1) joined += ' ';
-    joined += args[i];
-  }
-  return Utf8ToText(joined);
+  std::vector<std::string> args = Arguments(cmdline_);
+  if (!args.empty()) args.erase(args.begin());
+  return Utf8ToText(JoinClassicCommandLine(args));
 }
 
 }  // namespace varnek

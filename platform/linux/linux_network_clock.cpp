@@ -1,10 +1,10 @@
-// SNTP client on the host loop: a connected non-blocking UDP socket and a
-// timerfd for the time limit, both watched by the loop.
+// SNTP client on the host loop: the name resolved by c-ares on the loop, a
+// connected non-blocking UDP socket and a timerfd for the time limit, all
+// watched by the loop.
 #include "varnek/platform/linux/linux_network_clock.h"
 
 #include "varnek/platform/linux/eintr.h"
 
-#include <netdb.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
@@ -62,22 +62,16 @@ TimeOfDayInfo InfoFromUnixSeconds(double unix_seconds) {
   return TimeOfDayFromUnix(seconds, ms, MinutesWestAt(static_cast<time_t>(seconds)));
 }
 
-// A connected UDP socket to host:port, or -1.
-int ConnectUdp(const std::string& host, uint16_t port) {
-  addrinfo hints{}, *found = nullptr;
-  hints.ai_socktype = SOCK_DGRAM;
-  hints.ai_flags = AI_NUMERICSERV;
-  if (getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found) != 0) return -1;
-  int fd = -1;
-  for (addrinfo* ai = found; ai && fd < 0; ai = ai->ai_next) {
-    fd = ::socket(ai->ai_family, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (fd >= 0 && ::connect(fd, ai->ai_addr, ai->ai_addrlen) != 0) {
-      ::close(fd);
-      fd = -1;
-    }
+// A non-blocking UDP socket connected to the first address that takes it,
+// or -1.
+int ConnectUdp(const std::vector<ResolvedAddress>& found) {
+  for (const ResolvedAddress& a : found) {
+    int fd = ::socket(a.address.ss_family, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd < 0) continue;
+    if (::connect(fd, reinterpret_cast<const sockaddr*>(&a.address), a.length) == 0) return fd;
+    ::close(fd);
   }
-  freeaddrinfo(found);
-  return fd;
+  return -1;
 }
 
 }  // namespace
@@ -85,19 +79,25 @@ int ConnectUdp(const std::string& host, uint16_t port) {
 struct LinuxNetworkClock::Pending {
   int sock = -1;
   int timer = -1;
+  uint64_t resolving = 0;  // the resolver's ticket until the name is known
   uint64_t sent = 0;
   Answer done;
 };
 
-LinuxNetworkClock::LinuxNetworkClock(LinuxLoop& loop, uint16_t port, double time_limit_seconds)
-    : loop_(loop), port_(port), time_limit_(time_limit_seconds) {}
+LinuxNetworkClock::LinuxNetworkClock(LinuxLoop& loop, uint16_t port, double time_limit_seconds,
+                                     ResolverConfig resolver_config)
+    : loop_(loop), port_(port), time_limit_(time_limit_seconds), resolver_(loop, std::move(resolver_config)) {}
 
 LinuxNetworkClock::~LinuxNetworkClock() {
-  for (auto& [id, p] : pending_) {
-    loop_.Unwatch(p->sock);
-    loop_.Unwatch(p->timer);
-    ::close(p->sock);
-    ::close(p->timer);
+  for (auto& [id, p] : pending_) Release(*p);
+}
+
+void LinuxNetworkClock::Release(Pending& p) {
+  if (p.resolving) resolver_.Cancel(p.resolving);
+  for (int fd : {p.sock, p.timer}) {
+    if (fd < 0) continue;
+    loop_.Unwatch(fd);
+    ::close(fd);
   }
 }
 
@@ -111,33 +111,50 @@ void LinuxNetworkClock::Query(const Text& server, Answer done) {
     loop_.Post([done = std::move(done), info] { done(info); });
     return;
   }
-  int sock = ConnectUdp(TextToUtf8(bare), port_);
-  int timer = sock < 0 ? -1 : timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
-  unsigned char packet[kPacketSize] = {};
-  packet[0] = 0x23;  // no leap warning, version 4, client
-  uint64_t sent = NtpNow();
-  WriteStamp(packet + 40, sent);
+  // The time limit runs from here, through the lookup and the answer.
+  int timer = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
   itimerspec limit{};
   double whole = std::floor(time_limit_);
   limit.it_value.tv_sec = static_cast<time_t>(whole);
   limit.it_value.tv_nsec = static_cast<long>((time_limit_ - whole) * 1e9);
   if (limit.it_value.tv_sec == 0 && limit.it_value.tv_nsec == 0) limit.it_value.tv_nsec = 1;
-  if (sock < 0 || timer < 0 || ::send(sock, packet, sizeof packet, MSG_NOSIGNAL) < 0 ||
-      timerfd_settime(timer, 0, &limit, nullptr) != 0) {
-    if (sock >= 0) ::close(sock);
+  if (timer < 0 || timerfd_settime(timer, 0, &limit, nullptr) != 0) {
     if (timer >= 0) ::close(timer);
     loop_.Post([done = std::move(done)] { done(std::nullopt); });
     return;
   }
   int id = next_id_++;
   auto p = std::make_unique<Pending>();
-  p->sock = sock;
   p->timer = timer;
-  p->sent = sent;
   p->done = std::move(done);
+  Pending& pending = *p;
   pending_[id] = std::move(p);
-  loop_.Watch(sock, EPOLLIN, [this, id](uint32_t) { OnReadable(id); });
   loop_.Watch(timer, EPOLLIN, [this, id](uint32_t) { Finish(id, std::nullopt); });
+  // Resolve never answers from inside itself, so the ticket is stored first.
+  pending.resolving = resolver_.Resolve(TextToUtf8(bare), port_, [this, id](int err, std::vector<ResolvedAddress> found) {
+    auto it = pending_.find(id);
+    if (it == pending_.end()) return;
+    it->second->resolving = 0;
+    if (err != 0) {
+      Finish(id, std::nullopt);
+      return;
+    }
+    Send(id, found);
+  });
+}
+
+void LinuxNetworkClock::Send(int id, const std::vector<ResolvedAddress>& found) {
+  Pending& p = *pending_.at(id);
+  p.sock = ConnectUdp(found);
+  unsigned char packet[kPacketSize] = {};
+  packet[0] = 0x23;  // no leap warning, version 4, client
+  p.sent = NtpNow();
+  WriteStamp(packet + 40, p.sent);
+  if (p.sock < 0 || ::send(p.sock, packet, sizeof packet, MSG_NOSIGNAL) < 0) {
+    Finish(id, std::nullopt);
+    return;
+  }
+  loop_.Watch(p.sock, EPOLLIN, [this, id](uint32_t) { OnReadable(id); });
 }
 
 void LinuxNetworkClock::OnReadable(int id) {
@@ -174,10 +191,7 @@ void LinuxNetworkClock::Finish(int id, std::optional<TimeOfDayInfo> result) {
   if (it == pending_.end()) return;
   std::unique_ptr<Pending> p = std::move(it->second);
   pending_.erase(it);
-  loop_.Unwatch(p->sock);
-  loop_.Unwatch(p->timer);
-  ::close(p->sock);
-  ::close(p->timer);
+  Release(*p);
   Answer done = std::move(p->done);
   done(result);
 }

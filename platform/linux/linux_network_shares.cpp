@@ -1,13 +1,17 @@
-// Drive letters over mount.cifs, universal names from mountinfo and local
-// shares from the Samba configuration.
+// The browse tree from the machine's own sources, drive letters over
+// mount.cifs, universal names from mountinfo and local shares from the Samba
+// configuration.
 #include "varnek/platform/linux/linux_network_shares.h"
+
+#include "varnek/platform/linux/linux_resource_tree.h"
+#include "varnek/platform/linux/mount_table.h"
+#include "varnek/platform/linux/samba_shares.h"
+#include "varnek/platform/settings_store.h"
 
 #include <unistd.h>
 
 #include <cctype>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <system_error>
 
 namespace varnek {
@@ -17,72 +21,46 @@ namespace {
 constexpr int32_t kBadNetName = 67;
 constexpr int32_t kBadDevice = 1200;
 
-class EmptyEnumeration : public ResourceEnumeration {
+// The entries of one level of the browse tree, handed out one by one.
+class ListEnumeration : public ResourceEnumeration {
  public:
-  int32_t Next(NetResource&) override { return NetworkShares::kNoMoreItems; }
+  explicit ListEnumeration(std::vector<NetResource> items) : items_(std::move(items)) {}
+  int32_t Next(NetResource& entry) override {
+    if (next_ >= items_.size()) return NetworkShares::kNoMoreItems;
+    entry = items_[next_++];
+    return 0;
+  }
+
+ private:
+  std::vector<NetResource> items_;
+  size_t next_ = 0;
 };
 
-// mountinfo writes blanks, tabs, newlines and backslashes as \ooo.
-std::string Unescape(const std::string& field) {
-  std::string out;
-  for (size_t i = 0; i < field.size(); ++i) {
-    if (field[i] == '\\' && i + 3 < field.size() &&
-        std::isdigit(static_cast<unsigned char>(field[i + 1]))) {
-      out += static_cast<char>(std::stoi(field.substr(i + 1, 3), nullptr, 8));
-      i += 3;
-    } else {
-      out += field[i];
-    }
+// The folders from `folder` up to the first that exists, deepest first: what
+// create_directories is about to make.
+std::vector<std::string> MissingLevels(std::filesystem::path folder) {
+  std::vector<std::string> missing;
+  std::error_code ec;
+  for (; !folder.empty() && !std::filesystem::exists(folder, ec); folder = folder.parent_path()) {
+    missing.push_back(folder.string());
+    if (folder == folder.parent_path()) break;
   }
-  return out;
-}
-
-struct Mount {
-  std::string point, type, source;
-};
-
-// The mount whose point is the longest folder prefix of `path`.
-bool MountOf(const std::string& mountinfo, const std::string& path, Mount& found) {
-  std::ifstream in(mountinfo);
-  std::string line;
-  size_t best = 0;
-  bool any = false;
-  while (std::getline(in, line)) {
-    std::istringstream fields(line);
-    std::vector<std::string> f;
-    for (std::string w; fields >> w;) f.push_back(w);
-    size_t dash = 0;
-    while (dash < f.size() && f[dash] != "-") ++dash;
-    if (f.size() < 5 || dash + 2 >= f.size()) continue;
-    std::string point = Unescape(f[4]);
-    bool inside =
-        point == "/" || path == point ||
-        (path.rfind(point, 0) == 0 && path.size() > point.size() && path[point.size()] == '/');
-    if (inside && (!any || point.size() >= best)) {
-      found = {point, f[dash + 1], Unescape(f[dash + 2])};
-      best = point.size();
-      any = true;
-    }
-  }
-  return any;
-}
-
-std::string Trimmed(const std::string& s) {
-  size_t a = s.find_first_not_of(" \t\r");
-  if (a == std::string::npos) return {};
-  size_t b = s.find_last_not_of(" \t\r");
-  return s.substr(a, b - a + 1);
-}
-
-std::string Lower(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return s;
+  return missing;
 }
 
 }  // namespace
 
-std::unique_ptr<ResourceEnumeration> LinuxNetworkShares::OpenEnum(const NetResource*) {
-  return std::make_unique<EmptyEnumeration>();
+std::unique_ptr<ResourceEnumeration> LinuxNetworkShares::OpenEnum(const NetResource* start) {
+  ResourceSources sources;
+  SambaConfig samba = ReadSambaConfig(paths_.samba_config);
+  sources.shares = samba.shares;
+  for (ShareInfo& share : ReadUserShares(samba.usershare_path)) sources.shares.push_back(std::move(share));
+  if (!sources.shares.empty()) sources.machine = MachineName();
+  sources.mounts = ReadMounts(paths_.mountinfo);
+  if (settings_) sources.named_servers = ParseServerList(settings_->Get(kServersGroup, kServersFamily, kServersName, u""));
+  std::vector<NetResource> children;
+  if (!ResourceChildren(sources, start, children)) return nullptr;
+  return std::make_unique<ListEnumeration>(std::move(children));
 }
 
 std::string LinuxNetworkShares::DriveFolder(const Text& local) const {
@@ -103,10 +81,16 @@ int32_t LinuxNetworkShares::AddConnection(const Text& remote, const Text& passwo
     return kBadNetName;
   std::string folder = DriveFolder(local);
   if (folder.empty()) return kBadDevice;
+  std::vector<std::string> made = MissingLevels(folder);
   std::error_code ec;
   std::filesystem::create_directories(folder, ec);
   std::string options = password.empty() ? "guest" : "password=" + TextToUtf8(password);
-  return runner_.Run({"mount.cifs", unc, folder, "-o", options});
+  int32_t status = runner_.Run({"mount.cifs", unc, folder, "-o", options});
+  // A failed mount leaves no folder behind that this call made; rmdir takes
+  // only empty ones, so nothing else can go.
+  if (status != 0)
+    for (const std::string& level : made) rmdir(level.c_str());
+  return status;
 }
 
 int32_t LinuxNetworkShares::CancelConnection(const Text& local, int32_t force) {
@@ -128,7 +112,7 @@ int32_t LinuxNetworkShares::GetUniversalName(const Text& path, Text& universal) 
   }
   if (p.empty() || p[0] != '/') return kBadDevice;
   Mount m;
-  if (!MountOf(paths_.mountinfo, p, m)) return kNotConnected;
+  if (!MountHolding(ReadMounts(paths_.mountinfo), p, m)) return kNotConnected;
   if (m.type != "cifs" && m.type != "smb3" && m.type != "smbfs") return kNotConnected;
   std::string unc = m.source + (m.point == "/" ? p : p.substr(m.point.size()));
   for (char& c : unc)
@@ -137,40 +121,7 @@ int32_t LinuxNetworkShares::GetUniversalName(const Text& path, Text& universal) 
   return 0;
 }
 
-std::vector<ShareInfo> LinuxNetworkShares::LocalShares() {
-  std::vector<ShareInfo> shares;
-  std::ifstream in(paths_.samba_config);
-  std::string line, section;
-  ShareInfo current;
-  bool open = false;
-  auto flush = [&] {
-    if (open && !current.path.empty()) shares.push_back(current);
-    open = false;
-  };
-  while (std::getline(in, line)) {
-    line = Trimmed(line);
-    if (line.empty() || line[0] == '#' || line[0] == ';') continue;
-    if (line.front() == '[' && line.back() == ']') {
-      flush();
-      section = Trimmed(line.substr(1, line.size() - 2));
-      std::string lower = Lower(section);
-      open = lower != "global" && lower != "homes" && lower != "printers";
-      current = {Utf8ToText(section), 0, {}};
-      continue;
-    }
-    size_t eq = line.find('=');
-    if (!open || eq == std::string::npos) continue;
-    std::string key = Lower(Trimmed(line.substr(0, eq)));
-    std::string value = Trimmed(line.substr(eq + 1));
-    if (key == "path") current.path = Utf8ToText(value);
-    if ((key == "printable" || key == "print ok") &&
-        (Lower(value) == "yes" || value == "1" || Lower(value) == "true")) {
-      current.type = 1;
-    }
-  }
-  flush();
-  return shares;
-}
+std::vector<ShareInfo> LinuxNetworkShares::LocalShares() { return ReadSambaConfig(paths_.samba_config).shares; }
 
 Text LinuxNetworkShares::MachineName() {
   char name[256] = {};

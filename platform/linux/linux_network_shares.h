@@ -1,12 +1,16 @@
 // Network resources on Linux.
 //
-// - Browse tree: no browse source is linked (a walk of the SMB browse list
-//   would broadcast on the local network), so the enumeration opens empty
-//   and NET_UpdateRecursos lists nothing. A host with a source of its own
-//   gives it through the NetworkShares interface.
+// - Browse tree: nothing is asked of the network (a walk of the SMB browse
+//   list would broadcast on it). The tree (linux_resource_tree.h) holds this
+//   machine's Samba shares (smb.conf sections, then the user shares of
+//   `net usershare`, read from the files of its usershare folder), the cifs,
+//   smb3, nfs and nfs4 mounts of mountinfo, and the servers named in the
+//   setting VarnekGlobal / Network / Servers ("srv1; srv2"). Each source is
+//   read afresh at every OpenEnum.
 // - Drive letters: "Z:" is the folder <drive root>/Z, mounted with
 //   `mount.cifs //server/share <folder> -o guest` (the folder is made
-//   first) and released with `umount [-f] <folder>`. Both need the right to
+//   first, and removed again with any level made for it when the mount
+//   fails) and released with `umount [-f] <folder>`. Both need the right to
 //   mount; without it the helper fails and so does the call.
 // - Universal names: the mount holding the path (from mountinfo); a CIFS or
 //   SMB mount gives "\\server\share\rest", any other kNotConnected. A path
@@ -22,6 +26,13 @@
 
 namespace varnek {
 
+class SettingsStore;
+
+// Where the servers to list are named: a text of names parted by ";".
+inline constexpr char16_t kServersGroup[] = u"VarnekGlobal";
+inline constexpr char16_t kServersFamily[] = u"Network";
+inline constexpr char16_t kServersName[] = u"Servers";
+
 struct LinuxSharesPaths {
   std::string drive_root = "/mnt/varnek";
   std::string samba_config = "/etc/samba/smb.conf";
@@ -30,9 +41,12 @@ struct LinuxSharesPaths {
 
 class LinuxNetworkShares : public NetworkShares {
  public:
-  LinuxNetworkShares(CommandRunner& runner, LinuxSharesPaths paths = {})
-      : runner_(runner), paths_(std::move(paths)) {}
+  // settings: where the named servers are read; null lists none.
+  LinuxNetworkShares(CommandRunner& runner, LinuxSharesPaths paths = {}, SettingsStore* settings = nullptr)
+      : runner_(runner), paths_(std::move(paths)), settings_(settings) {}
 
+  // The level below start in the machine's own tree; null when start names
+  // no node of it.
   std::unique_ptr<ResourceEnumeration> OpenEnum(const NetResource* start) override;
   // 67 for a remote name that is not "\\server\share", 1200 for a local
   // name that is not a letter and ":", else the helper's status.
@@ -50,6 +64,7 @@ class LinuxNetworkShares : public NetworkShares {
 
   CommandRunner& runner_;
   LinuxSharesPaths paths_;
+  SettingsStore* settings_;
 };
 
 }  // namespace varnek

@@ -44,7 +44,7 @@ Platform& LinuxPlatformOn(LinuxLoop& loop) {
       .readings = *new LinuxSystemReadings,
       .network_clock = *new LinuxNetworkClock(loop),
       .messages = *new StderrMessageBox,
-      .shares = *new LinuxNetworkShares(*new LinuxCommandRunner),
+      .shares = *new LinuxNetworkShares(*new LinuxCommandRunner, {}, settings),
       .surfaces = *new CairoSurfaceFactory,
       .clipboard = *new LinuxClipboard,
       .midi = *new AlsaMidiOutput,

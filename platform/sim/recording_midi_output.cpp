@@ -14,6 +14,7 @@ bool RecordingMidiOutput::Open() {
 
 bool RecordingMidiOutput::ShortMessage(uint32_t message) {
   if (!is_open) return false;
+  sounding_.Track(message);
   char text[32];
   std::snprintf(text, sizeof text, "msg %02X %02X %02X", message & 0xFF, (message >> 8) & 0xFF,
                 (message >> 16) & 0xFF);
@@ -24,12 +25,14 @@ bool RecordingMidiOutput::ShortMessage(uint32_t message) {
 
 bool RecordingMidiOutput::Reset() {
   if (!is_open) return false;
+  sounding_.Clear();
   log.push_back("reset");
   return true;
 }
 
 bool RecordingMidiOutput::Close() {
   if (!is_open) return false;
+  for (uint32_t message : sounding_.StopMessages()) ShortMessage(message);
   is_open = false;
   log.push_back("close");
   return true;

@@ -1,9 +1,10 @@
 // A MIDI output for tests: it keeps every message, reset and wait in order and
-// waits no real time. Open can be made to fail, as with no sequencer.
+// waits no real time. Open can be made to fail, as with no sequencer. Close
+// ends the sounding notes as every output does, and the log shows it.
 //
 //   RecordingMidiOutput midi;
-//   midi.Open(); midi.ShortMessage(0x603C90); midi.Sleep(500);
-//   // midi.log: {"open", "msg 90 3C 60", "sleep 500"}
+//   midi.Open(); midi.ShortMessage(0x603C90); midi.Sleep(500); midi.Close();
+//   // midi.log: {"open", "msg 90 3C 60", "sleep 500", "msg 80 3C 00", "msg B0 7B 00", "close"}
 #pragma once
 
 #include <cstdint>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "varnek/platform/midi_output.h"
+#include "varnek/platform/midi_sounding_notes.h"
 
 namespace varnek {
 
@@ -31,6 +33,9 @@ class RecordingMidiOutput : public MidiOutput {
   int64_t slept_ms = 0;
   // Called on every Sleep, to act during a play (a re-entrant call, say).
   std::function<void()> on_sleep;
+
+ private:
+  SoundingNotes sounding_;
 };
 
 }  // namespace varnek

@@ -85,6 +85,26 @@ TEST(PlayString, HugeNumbersFailOnlyBeforeTheFirstNote) {
   EXPECT_EQ(Parsed(u"C", s), V({"84/8"}));
 }
 
+// The end of a play: a Note Off for each note still sounding, All Notes Off
+// on channel 0, and the close.
+V Stop(std::initializer_list<int> notes) {
+  V tail;
+  char text[16];
+  for (int note : notes) {
+    std::snprintf(text, sizeof text, "msg 80 %02X 00", note);
+    tail.push_back(text);
+  }
+  tail.push_back("msg B0 7B 00");
+  tail.push_back("close");
+  return tail;
+}
+
+// A log that ends with the end of a play.
+V Then(V head, const V& tail) {
+  head.insert(head.end(), tail.begin(), tail.end());
+  return head;
+}
+
 struct PlayMidiTest : ::testing::Test {
   SimPlatform sim;
   Adds adds{sim.platform};
@@ -102,35 +122,39 @@ TEST_F(PlayMidiTest, HelpExamplePlaysItsNotesAndWaits) {
       "msg 90 4A 60", "sleep 313", "msg 90 4C 60", "sleep 313", "msg 90 4D 60", "sleep 313",
       "msg 90 4F 60", "sleep 313", "msg 90 51 60", "sleep 313", "msg 90 53 60", "sleep 313",
       "msg 90 54 60",  // the last note gets no wait
-      "sleep 1", "close"};
-  EXPECT_EQ(log, expected);
+      "sleep 1"};
+  // sustained notes all sound until the output closes, which ends them
+  EXPECT_EQ(log, Then(expected, Stop({0x3C, 0x3E, 0x40, 0x41, 0x43, 0x45, 0x47, 0x48, 0x4A, 0x4C, 0x4D, 0x4F,
+                                      0x51, 0x53, 0x54})));
   EXPECT_FALSE(adds.PlaySettings().DeviceOpen);
   EXPECT_EQ(adds.PlaySettings().Tempo, 96);
   // the last T rules the whole string; octave 5 and length 8 carry over
   log.clear();
   adds.Sound_PlayMidi(u"T99CDT48");
-  EXPECT_EQ(log, V({"open", "msg 90 54 60", "sleep 625", "msg 90 56 60", "sleep 1", "close"}));
+  EXPECT_EQ(log, Then({"open", "msg 90 54 60", "sleep 625", "msg 90 56 60", "sleep 1"}, Stop({0x54, 0x56})));
 }
 
 TEST_F(PlayMidiTest, StylesChordsAndEmptyStrings) {
   adds.Sound_PlayMidi(u"");
-  EXPECT_EQ(log, V({"open", "sleep 1", "close"}));
-  log.clear();  // normal: 7/8, reset, 1/8 of 500 ms, halves rounded up
+  EXPECT_EQ(log, Then({"open", "sleep 1"}, Stop({})));
+  log.clear();  // normal: 7/8, reset, 1/8 of 500 ms, halves rounded up; a reset note needs no Note Off
   adds.Sound_PlayMidi(u"MNC D");
-  EXPECT_EQ(log, V({"open", "msg 90 3C 60", "sleep 438", "reset", "sleep 63", "msg 90 3E 60", "sleep 1", "close"}));
+  EXPECT_EQ(log, Then({"open", "msg 90 3C 60", "sleep 438", "reset", "sleep 63", "msg 90 3E 60", "sleep 1"},
+                      Stop({0x3E})));
   log.clear();  // staccato, legato
   adds.Sound_PlayMidi(u"MSCMLDE");
-  EXPECT_EQ(log, V({"open", "msg 90 3C 60", "sleep 250", "reset", "sleep 250", "msg 90 3E 60", "sleep 500",
-                    "reset", "sleep 1", "msg 90 40 60", "sleep 1", "close"}));
+  EXPECT_EQ(log, Then({"open", "msg 90 3C 60", "sleep 250", "reset", "sleep 250", "msg 90 3E 60", "sleep 500",
+                       "reset", "sleep 1", "msg 90 40 60", "sleep 1"},
+                      Stop({0x40})));
   log.clear();  // length 0 sounds together; "L0" everywhere plays nothing
   adds.Sound_PlayMidi(u"MDL0CEG");
-  EXPECT_EQ(log, V({"open", "msg 90 3C 60", "msg 90 40 60", "msg 90 43 60", "sleep 1", "close"}));
+  EXPECT_EQ(log, Then({"open", "msg 90 3C 60", "msg 90 40 60", "msg 90 43 60", "sleep 1"}, Stop({0x3C, 0x40, 0x43})));
   log.clear();
   adds.Sound_PlayMidi(u"L0L0P0L0");
-  EXPECT_EQ(log, V({"open", "sleep 1", "close"}));
-  log.clear();  // a pause sends nothing but waits; volume forte
+  EXPECT_EQ(log, Then({"open", "sleep 1"}, Stop({})));
+  log.clear();  // a pause sends nothing but waits; volume forte; a note struck twice ends once
   adds.Sound_PlayMidi(u"L4VFCPC");
-  EXPECT_EQ(log, V({"open", "msg 90 3C 7F", "sleep 500", "sleep 500", "msg 90 3C 7F", "sleep 1", "close"}));
+  EXPECT_EQ(log, Then({"open", "msg 90 3C 7F", "sleep 500", "sleep 500", "msg 90 3C 7F", "sleep 1"}, Stop({0x3C})));
 }
 
 TEST_F(PlayMidiTest, FailuresNoOutputAndSecondEntry) {
@@ -141,7 +165,7 @@ TEST_F(PlayMidiTest, FailuresNoOutputAndSecondEntry) {
   sim.midi.fail_open = false;
   // a huge note after the first letter is skipped when sent
   adds.Sound_PlayMidi(u"MDCN99999999");
-  EXPECT_EQ(log, V({"open", "msg 90 3C 60", "sleep 500", "sleep 1", "close"}));
+  EXPECT_EQ(log, Then({"open", "msg 90 3C 60", "sleep 500", "sleep 1"}, Stop({0x3C})));
   // N events only with length 0: the division fails towards the caller and
   // the output stays open, so later calls play nothing
   log.clear();
@@ -157,7 +181,7 @@ TEST_F(PlayMidiTest, SecondCallDuringPlayIsRefused) {
     if (inner++ == 0) adds.Sound_PlayMidi(u"GGG");
   };
   adds.Sound_PlayMidi(u"MDCD");
-  EXPECT_EQ(log, V({"open", "msg 90 3C 60", "sleep 500", "msg 90 3E 60", "sleep 1", "close"}));
+  EXPECT_EQ(log, Then({"open", "msg 90 3C 60", "sleep 500", "msg 90 3E 60", "sleep 1"}, Stop({0x3C, 0x3E})));
   EXPECT_EQ(adds.Sound_PlayMidiHelp().substr(0, 29), u" Plays a note(s) using MIDI\r\n");
   EXPECT_EQ(Split(adds.Sound_PlayMidiHelp(), u"\r\n").size(), 13u);
 }

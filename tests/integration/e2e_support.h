@@ -115,6 +115,18 @@ auto RunClientWhilePumping(HostLoop& loop, Fn client, double max_seconds = 20.0)
   return future.get();
 }
 
+inline constexpr const char* kChromium = "/usr/bin/chromium";
+
+// Headless Chromium's DOM of `url` after loading, with a profile of its own
+// under `profile_folder`; "" when it did not finish within `seconds`.
+inline std::string ChromiumDom(const std::string& url, const std::string& profile_folder,
+                               const std::string& extra_flags = "", double seconds = 30.0) {
+  return RunCommand(std::string(kChromium) + " --headless --no-sandbox --disable-gpu"
+                    " --disable-quic --no-first-run --disable-background-networking"
+                    " --disable-component-update --disable-sync " + extra_flags +
+                    " --user-data-dir=" + profile_folder + " --dump-dom '" + url + "' 2>/dev/null", seconds);
+}
+
 inline const std::string kGetHello = "GET /hello HTTP/1.0\r\n\r\n";
 
 class ServerE2ETest : public ::testing::Test {

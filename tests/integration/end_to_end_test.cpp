@@ -154,19 +154,13 @@ TEST_F(DemoHostTest, HundredSimultaneousGetsAreAnsweredSideBySide) {
   EXPECT_LT(slowest, 8.0);
 }
 
-constexpr const char* kChromium = "/usr/bin/chromium";
-
 TEST_F(DemoHostTest, ChromiumRendersIndexAndEcho) {
   if (access(kChromium, X_OK) != 0) GTEST_SKIP() << "no " << kChromium << " on this machine";
   ASSERT_TRUE(demo.Start());
   char profile[] = "/tmp/varnek-chromium-XXXXXX";
   ASSERT_NE(mkdtemp(profile), nullptr);
   const auto dom = [&](const std::string& path) {
-    return RunCommand(std::string(kChromium) + " --headless --no-sandbox --disable-gpu"
-                      " --disable-quic --no-first-run --disable-background-networking"
-                      " --disable-component-update --disable-sync"
-                      " --user-data-dir=" + profile + " --dump-dom 'http://127.0.0.1:" +
-                      std::to_string(demo.port()) + path + "' 2>/dev/null", 30.0);
+    return ChromiumDom("http://127.0.0.1:" + std::to_string(demo.port()) + path, profile);
   };
   const std::string index = dom("/");
   for (const char* part : {"<title>Varnek demo</title>", "<form method=\"post\" action=\"/echo\">",
@@ -217,10 +211,8 @@ TEST_F(DemoHostTest, ChromiumSubmitsThePageForm) {
                       << "/page\"><input name=\"pager\" value=\"42\"><input name=\"message\" value=\"From "
                          "Chromium\"><input name=\"protocol\" value=\"tap\"></form>"
                          "<script>document.forms[0].submit()</script></body></html>";
-  const std::string dom = RunCommand(std::string(kChromium) + " --headless --no-sandbox --disable-gpu"
-                                     " --no-first-run --disable-background-networking --disable-sync"
-                                     " --virtual-time-budget=40000 --user-data-dir=" + folder +
-                                     "/profile --dump-dom file://" + form + " 2>/dev/null", 60.0);
+  const std::string dom =
+      ChromiumDom("file://" + form, std::string(folder) + "/profile", "--virtual-time-budget=40000", 60.0);
   for (const char* part : {"<b id=\"result\">sent</b>", "block 1/1 sent (13 characters)",
                            "«STX»42«CR»From Chromium«CR»«ETX»"}) {
     EXPECT_NE(dom.find(part), std::string::npos) << part << "\n" << dom;

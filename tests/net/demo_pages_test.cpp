@@ -20,22 +20,32 @@ TEST(DemoPages, SendPostsToItsOwnEchoAndToAGivenGateway) {
   ASSERT_TRUE(demo.Start());
   const std::string base = "http://127.0.0.1:" + std::to_string(demo.port());
   const std::string form = Shell("curl -s -m 30 " + base + "/send");
-  ExpectHas(form, "<form method=\"post\" action=\"/send\">");
+  ExpectHas(form, "<form method=\"post\" action=\"/send\" accept-charset=\"UTF-8\">");
   ExpectHas(form, "<code>" + base + "/echo</code>");
   const std::string sent = Shell("curl -s -m 30 -d 'code=42&message=Hola+se%F1or&ok=200&fail=&timeout=10' " +
                                  base + "/send");
   ExpectHas(sent, "<b id=\"result\">-1</b> (delivered), message sent: Hola senor");
   ExpectHas(sent, "Param\tmessage\tHola senor\n");
   ExpectHas(sent, "Param\tcode\t42\n");
+  // a blank time limit is the routine's default, not 0 (which tries nothing)
+  ExpectHas(Shell("curl -s -m 60 -d 'code=43&message=x&ok=&fail=&timeout=' " + base + "/send"),
+            "<b id=\"result\">-1</b> (delivered)");
   demo.Stop();
 
-  ScriptedServer gateway([](int fd, const std::string&) { SendAll(fd, "HTTP/1.0 200 OK\r\n\r\nFAILED: unknown pager"); });
+  ScriptedServer gateway([](int fd, const std::string& request) {
+    SendAll(fd, request.find("code=7&") != std::string::npos ? "HTTP/1.0 503 Busy\r\n\r\nlater"
+                                                              : "HTTP/1.0 200 OK\r\n\r\nFAILED: unknown pager");
+  });
   ASSERT_TRUE(demo.Start({"--gateway", "http://127.0.0.1:" + std::to_string(gateway.port()) + "/cgi"}));
   const std::string failed = Shell("curl -s -m 30 -d 'code=9&message=x&ok=ACCEPTED&fail=FAILED&timeout=10' "
                                    "http://127.0.0.1:" + std::to_string(demo.port()) + "/send");
   ExpectHas(failed, "<b id=\"result\">0</b> (not delivered)");
   ExpectHas(failed, "FAILED: unknown pager</pre>");
-  ASSERT_EQ(gateway.requests().size(), 1u);
+  // a blank success mark is "200", so a busy answer is not a delivery
+  ExpectHas(Shell("curl -s -m 60 -d 'code=7&message=x&ok=&fail=&timeout=' http://127.0.0.1:" +
+                  std::to_string(demo.port()) + "/send"),
+            "<b id=\"result\">0</b> (not delivered)");
+  ASSERT_EQ(gateway.requests().size(), 2u);
   ExpectHas(gateway.requests()[0], "code=9&message=x\r\n");
 }
 

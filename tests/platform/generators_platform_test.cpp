@@ -15,6 +15,7 @@
 #include "varnek/platform/linux/alsa_midi_output.h"
 #include "varnek/platform/linux/cairo_surface.h"
 #include "varnek/platform/linux/linux_clipboard.h"
+#include "varnek/platform/midi_sounding_notes.h"
 #include "varnek/platform/sim/recording_clipboard.h"
 #include "varnek/platform/sim/recording_midi_output.h"
 #include "varnek/platform/sim/recording_surface.h"
@@ -190,6 +191,19 @@ TYPED_TEST(MidiOutputRules, OpenOnceThenSendResetAndCloseOnce) {
     EXPECT_FALSE(midi.Close());
     EXPECT_FALSE(midi.ShortMessage(0x603C90));
   }
+}
+
+TEST(SoundingNotes, CloseEndsOnlyWhatStillSounds) {
+  SoundingNotes notes;
+  for (uint32_t m : {0x603C90u, 0x604091u, 0x004390u, 0x004090u, 0x7F3E90u, 0x403E80u, 0x604590u, 0x007BB0u,
+                     0x0078B1u, 0x604791u, 0x604890u}) {
+    notes.Track(m);  // velocity 0 and Note Off end a note; 123 and 120 end a channel's
+  }
+  EXPECT_EQ(notes.StopMessages(), std::vector<uint32_t>({0x4880, 0x4781, 0x7BB0}));
+  EXPECT_EQ(notes.StopMessages(), std::vector<uint32_t>({0x7BB0}));  // forgotten once stopped
+  notes.Track(0x603C90);
+  notes.Clear();  // after a reset
+  EXPECT_EQ(notes.StopMessages(), std::vector<uint32_t>({0x7BB0}));
 }
 
 TYPED_TEST(MidiOutputRules, SleepBlocksForItsTimeOnly) {

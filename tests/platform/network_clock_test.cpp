@@ -4,7 +4,10 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
+#include <unistd.h>
+
 #include <chrono>
+#include <fstream>
 #include <memory>
 #include <optional>
 
@@ -135,6 +138,36 @@ TEST(LinuxNetworkClock, RefusedIsQuickAndSilenceLastsTheTimeLimit) {
   doomed.reset();
   for (int i = 0; i < 5; ++i) loop.Pump(0.02);
   EXPECT_FALSE(answered);
+}
+
+TEST(LinuxNetworkClock, NamesResolveOnTheLoopAndASilentLookupEndsAtTheTimeLimit) {
+  LinuxLoop loop;
+  SntpResponder responder(loop, SntpResponder::kAnswer);
+  SntpResponder dns(loop, SntpResponder::kSilent);  // a name server that never answers
+  const std::string hosts = "/tmp/varnek-clock-hosts-" + std::to_string(getpid());
+  std::ofstream(hosts) << "127.0.0.1 timehost.test\n";
+  setenv("CARES_HOSTS", hosts.c_str(), 1);
+  const std::string server = "127.0.0.1:" + std::to_string(dns.port);
+  // a name of the hosts file the resolver was given, unknown to the system
+  LinuxNetworkClock by_file(loop, responder.port, 5.0, {server, "fb", 300, 1});
+  std::optional<TimeOfDayInfo> t = AskLinux(loop, by_file, u"\\\\timehost.test");
+  ASSERT_TRUE(t.has_value());
+  EXPECT_EQ(t->elapsedt, kSntpServerUnix);
+  // a lookup that hangs keeps the loop running and ends with the time limit
+  LinuxNetworkClock by_dns(loop, responder.port, 0.4, {server, "b", 5000, 1});
+  bool answered = false, other_ran = false;
+  auto start = std::chrono::steady_clock::now();
+  by_dns.Query(u"nowhere.test", [&](std::optional<TimeOfDayInfo> r) { answered = !r.has_value(); });
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200));
+  loop.Post([&] { other_ran = true; });
+  for (int i = 0; i < 100 && !answered; ++i) loop.Pump(0.1);
+  EXPECT_TRUE(other_ran);
+  EXPECT_TRUE(answered);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(350));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
+  EXPECT_EQ(responder.requests, 1);
+  unsetenv("CARES_HOSTS");
+  unlink(hosts.c_str());
 }
 
 }  // namespace

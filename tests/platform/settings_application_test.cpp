@@ -8,6 +8,7 @@
 #include <iterator>
 #include <string>
 
+#include "varnek/platform/classic_command_line.h"
 #include "varnek/platform/linux/file_settings_store.h"
 #include "varnek/platform/linux/linux_application.h"
 #include "tests/store/child_process.h"
@@ -93,10 +94,54 @@ TEST(LinuxApplication, DescribesTheRunningProgram) {
   EXPECT_EQ(app.Title(), Utf8ToText(exe.filename().string()));
   EXPECT_EQ(app.Path(), Utf8ToText(exe.parent_path().string()));
   EXPECT_NE(app.Path().back(), u'/');
-  std::string joined;  // the arguments gtest received, after the program name
-  const std::vector<std::string> argv = testing::internal::GetArgvs();
-  for (size_t i = 1; i < argv.size(); ++i) joined += (i > 1 ? " " : "") + argv[i];
-  EXPECT_EQ(app.CommandLine(), Utf8ToText(joined));
+  // the arguments gtest received, after the program name
+  std::vector<std::string> argv = testing::internal::GetArgvs();
+  argv.erase(argv.begin());
+  EXPECT_EQ(app.CommandLine(), Utf8ToText(JoinClassicCommandLine(argv)));
+}
+
+// The classic reading of a command line, to read the quoting back.
+std::vector<std::string> ClassicSplit(const std::string& line) {
+  std::vector<std::string> out;
+  size_t i = 0;
+  while (i < line.size()) {
+    while (i < line.size() && (line[i] == ' ' || line[i] == '\t')) ++i;
+    if (i == line.size()) break;
+    std::string arg;
+    bool quoted = false;
+    for (; i < line.size() && (quoted || (line[i] != ' ' && line[i] != '\t')); ++i) {
+      size_t slashes = 0;
+      while (i < line.size() && line[i] == '\\') ++slashes, ++i;
+      if (i < line.size() && line[i] == '"') {
+        arg.append(slashes / 2, '\\');
+        if (slashes % 2) arg += '"';
+        else quoted = !quoted;
+      } else {
+        arg.append(slashes, '\\');
+        if (i == line.size()) break;
+        if (!quoted && (line[i] == ' ' || line[i] == '\t')) break;
+        arg += line[i];
+      }
+    }
+    out.push_back(arg);
+  }
+  return out;
+}
+
+TEST(LinuxApplication, CommandLineKeepsItsQuotesForTheClassicReading) {
+  const std::vector<std::string> args = {"a b", "", "say \"hi\"", "C:\\dir\\", "end\\\\", "\\\"", "tab\there",
+                                         "plain\\path", "/port", "été"};
+  const std::string line = JoinClassicCommandLine(args);
+  EXPECT_EQ(line, R"("a b" "" "say \"hi\"" C:\dir\ end\\ "\\\"" "tab	here" plain\path /port été)");
+  EXPECT_EQ(ClassicSplit(line), args);
+  // read from the process's argument file, after the program's name
+  TempRoot root;
+  std::string file = root.path + "/cmdline", bytes = "prog";
+  for (const std::string& a : args) bytes += std::string(1, '\0') + a;
+  std::ofstream(file, std::ios::binary) << bytes + '\0';
+  EXPECT_EQ(LinuxApplication("/bin/prog", file).CommandLine(), Utf8ToText(line));
+  std::ofstream(file, std::ios::binary) << std::string("prog\0", 5);
+  EXPECT_EQ(LinuxApplication("/bin/prog", file).CommandLine(), u"");
 }
 
 TEST(FileSettingsStore, AFileThatCannotBeReadIsNeverWrittenOver) {

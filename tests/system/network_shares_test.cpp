@@ -8,6 +8,7 @@
 
 #include "varnek/adds/adds.h"
 #include "varnek/platform/linux/linux_network_shares.h"
+#include "varnek/platform/sim/memory_settings_store.h"
 #include "varnek/platform/sim/sim_platform.h"
 #include "varnek/runtime/convert.h"
 #include "tests/runtime/test_util.h"
@@ -31,9 +32,12 @@ std::vector<Text> Lines(const Collection& c) {
   return out;
 }
 
-TEST(NetworkShares, WalkListsInTreeOrderAndRepeatsTheLastLine) {
+struct FakeShares : ::testing::Test {
   SimPlatform sim;
-  Adds adds(sim.platform);
+  Adds adds{sim.platform};
+};
+
+TEST_F(FakeShares, WalkListsInTreeOrderAndRepeatsTheLastLine) {
   auto& tree = sim.shares.tree;
   tree[u""] = {Entry(6, 0, 2, u"Net")};
   tree[u"Net"] = {Entry(5, 0, 1, u"odd"), Entry(1, 0, 2, u"WORKGROUP")};
@@ -69,9 +73,7 @@ TEST(NetworkShares, WalkListsInTreeOrderAndRepeatsTheLastLine) {
   EXPECT_EQ(adds.NET_Recursos->Count(), 4);
 }
 
-TEST(NetworkShares, AContainerWithoutANameDescendsAtMost32Levels) {
-  SimPlatform sim;
-  Adds adds(sim.platform);
+TEST_F(FakeShares, AContainerWithoutANameDescendsAtMost32Levels) {
   // No class and no name: the descent reopens the top, again and again.
   sim.shares.tree[u""] = {Entry(9, 0, 2, u"loop")};
   EXPECT_TRUE(adds.NET_UpdateRecursos(u"", 0));
@@ -79,9 +81,7 @@ TEST(NetworkShares, AContainerWithoutANameDescendsAtMost32Levels) {
   EXPECT_EQ(sim.shares.opened.size(), 32u);
 }
 
-TEST(NetworkShares, DriveLettersUniversalNamesAndMessages) {
-  SimPlatform sim;
-  Adds adds(sim.platform);
+TEST_F(FakeShares, DriveLettersUniversalNamesAndMessages) {
   Text letter = u"Zebra";
   EXPECT_TRUE(adds.NET_ShareConnect(u"\\\\srv\\pub", letter));
   EXPECT_EQ(letter, u"Z");
@@ -115,7 +115,7 @@ TEST(NetworkShares, DriveLettersUniversalNamesAndMessages) {
   // A local path: the first disk share whose path begins it, ignoring case.
   sim.shares.universal_status = NetworkShares::kNotConnected;
   sim.shares.local_shares = {
-      {u"LASER", 1, u"C:\\"}, {u"DATA", 0, u"C:\\Data"}, {u"CDRIVE", 0, u"C:\\"}};
+      {u"LASER", 1, u"C:\\", {}}, {u"DATA", 0, u"C:\\Data", {}}, {u"CDRIVE", 0, u"C:\\", {}}};
   EXPECT_EQ(adds.NET_GetUncName(u"c:\\data\\x.txt"), u"\\\\SIMHOST\\DATAa\\x.txt");  // "a" repeats
   EXPECT_EQ(adds.NET_GetUncName(u"C:\\Temp\\y"), u"\\\\SIMHOST\\CDRIVE\\Temp\\y");
   EXPECT_EQ(adds.NET_GetUncName(u"D:\\z"), u"D:\\z");
@@ -146,9 +146,13 @@ class LinuxSharesTest : public ::testing::Test {
 TEST_F(LinuxSharesTest, MountsThroughTheHelpersAndReadsMountsAndShares) {
   LinuxNetworkShares shares(runner, paths);
   std::string z = paths.drive_root + "/Z";
-  runner.status = 32;  // mount.cifs: mount failure
+  runner.status = 32;  // mount.cifs: mount failure; the folders made for it go again
   EXPECT_EQ(shares.AddConnection(u"\\\\srv\\pub", u"", u"z:"), 32);
-  EXPECT_TRUE(std::filesystem::is_directory(z));
+  EXPECT_FALSE(std::filesystem::exists(paths.drive_root));
+  std::filesystem::create_directories(root / "drives" / "Y");  // one that was there stays
+  EXPECT_EQ(shares.AddConnection(u"\\\\srv\\pub", u"", u"Y:"), 32);
+  EXPECT_TRUE(std::filesystem::is_directory(root / "drives" / "Y"));
+  runner.commands.erase(runner.commands.begin() + 1);
   EXPECT_EQ(shares.AddConnection(u"srv", u"", u"Z:"), 67);
   EXPECT_EQ(shares.AddConnection(u"\\\\srv\\pub", u"", u"ZZ"), 1200);
   runner.status = 0;
@@ -190,21 +194,61 @@ TEST_F(LinuxSharesTest, MountsThroughTheHelpersAndReadsMountsAndShares) {
   EXPECT_EQ(shares.MachineName().find(u'.'), Text::npos);
 }
 
-TEST_F(LinuxSharesTest, AddsOnTheLinuxSourcesWalksNothingAndNamesLocalPaths) {
-  LinuxNetworkShares shares(runner, paths);
+TEST_F(LinuxSharesTest, WalkListsOwnSharesMountsAndNamedServersAndNamesLocalPaths) {
+  MemorySettingsStore settings;
+  LinuxNetworkShares shares(runner, paths, &settings);
   SimPlatform sim;
   sim.platform.shares = shares;
   Adds adds(sim.platform);
+  // no share, no network mount, no named server: the empty result
+  std::ofstream(paths.mountinfo) << "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n";
   EXPECT_FALSE(adds.NET_UpdateRecursos(u"", 0));
   EXPECT_EQ(adds.NET_Recursos->Count(), 0);
   Text letter = u"Quebec";
   EXPECT_TRUE(adds.NET_ShareConnect(u"\\\\srv\\pub", letter));
   EXPECT_EQ(runner.commands.at(0).at(2), paths.drive_root + "/Q");
 
-  std::ofstream(paths.mountinfo) << "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n";
-  std::ofstream(paths.samba_config) << "[srv]\npath = /srv\n";
-  EXPECT_EQ(adds.NET_GetUncName(u"/SRV/files/x"),
-            u"\\\\" + shares.MachineName() + u"\\srvV/files/x");
+  const std::string users = (root / "usershares").string();
+  std::filesystem::create_directories(users);
+  std::ofstream(users + "/music") << "#VERSION 2\npath=/home/me/Music\ncomment=songs\nsharename=Music\n";
+  std::ofstream(users + "/nopath") << "comment=x\n";
+  std::ofstream(paths.samba_config) << "[global]\nusershare path = " << users
+                                    << "\n[srv]\npath = /srv\ncomment = all\n[laser]\npath = /var/spool\nprintable = yes\n";
+  std::ofstream(paths.mountinfo) << "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
+                                 << "40 22 0:50 / /mnt/pub rw - cifs //srv/pub rw\n"
+                                 << "41 22 0:51 / /mnt/home rw - nfs4 nas:/export/home rw\n"
+                                 << "42 22 0:52 / /mnt/a\\040b rw - smb3 //SRV/a\\040b rw\n"
+                                 << "43 22 0:53 / /mnt/old rw - nfs [fe80::1]:/old rw\n";
+  settings.Set(kServersGroup, kServersFamily, kServersName, u"\\\\files; srv,  //print ");
+  ASSERT_TRUE(adds.NET_UpdateRecursos(u"", 0));
+  const Text m = u"\\\\" + shares.MachineName();
+  const std::vector<Text> expected = {
+      u"Type\tProvider\tRemoteName\tLocalName\tComment",
+      u"Provider\tSMB Network\tSMB Network\t\t",
+      u"Server\tSMB Network\t" + m + u"\t\t",
+      u"Disk\tSMB Network\t" + m + u"\\srv\t\tall",
+      u"Printer\tSMB Network\t" + m + u"\\laser\t\t",
+      u"Disk\tSMB Network\t" + m + u"\\Music\t\tsongs",
+      u"Server\tSMB Network\t\\\\srv\t\t",  // a mounted server, named again in any case
+      u"Disk\tSMB Network\t\\\\srv\\pub\t/mnt/pub\t",
+      u"Disk\tSMB Network\t\\\\SRV\\a b\t/mnt/a b\t",
+      u"Server\tSMB Network\t\\\\files\t\t",  // named only: a container with nothing known in it
+      u"Server\tSMB Network\t\\\\print\t\t",
+      u"Provider\tNFS Network\tNFS Network\t\t",
+      u"Server\tNFS Network\tnas:\t\t",
+      u"Disk\tNFS Network\tnas:/export/home\t/mnt/home\t",
+      u"Server\tNFS Network\t[fe80::1]:\t\t",
+      u"Disk\tNFS Network\t[fe80::1]:/old\t/mnt/old\t",
+  };
+  EXPECT_EQ(Lines(*adds.NET_Recursos), expected);
+  // a walk that starts below a node; a node that is not there lists nothing
+  EXPECT_TRUE(adds.NET_UpdateRecursos(u"nas:", 2));
+  EXPECT_EQ(Lines(*adds.NET_Recursos), std::vector<Text>({expected[0], expected[13]}));
+  EXPECT_TRUE(adds.NET_UpdateRecursos(u"NFS Network", 6));
+  EXPECT_EQ(adds.NET_Recursos->Count(), 5);
+  EXPECT_FALSE(adds.NET_UpdateRecursos(u"\\\\nobody", 2));
+
+  EXPECT_EQ(adds.NET_GetUncName(u"/SRV/files/x"), m + u"\\srvV/files/x");
   EXPECT_EQ(adds.NET_GetUncName(u"/home/x"), u"/home/x");
 }
 
