@@ -73,6 +73,30 @@ TEST_F(BinaryFilesTest, RenameCopiesVerifiesAndDeletes) {
   EXPECT_FALSE(PathExists(P("old.txt")) || PathExists(P("new.txt")));
 }
 
+TEST_F(BinaryFilesTest, RenameNeverDeletesASourceThatWasNotCopied) {
+  // a failed copy over a target of equal length: the lengths "differ", the
+  // target goes and the source stays
+  FaultyFiles full;
+  full.refuse_copies = true, sim.platform.files = full;
+  WriteBytes(P("src"), "new");
+  WriteBytes(P("dst"), "old");
+  EXPECT_FALSE(store.File_Renombrar(T("src"), T("dst")));
+  EXPECT_EQ(ReadBytes(P("src")) + (PathExists(P("dst")) ? "+dst" : ""), "new");
+  sim.platform.files = LinuxFiles();
+  // onto itself, directly or through a link that leads back: left in place
+  std::filesystem::create_symlink(P("src"), P("link"));
+  for (Text to : {tmp.text() + u"/./src", T("link")}) {
+    EXPECT_FALSE(store.File_Renombrar(T("src"), to)) << TextToUtf8(to);
+    EXPECT_EQ(ReadBytes(P("src")), "new");
+  }
+  EXPECT_FALSE(store.File_Renombrar(T("link"), T("src")));
+  EXPECT_EQ(ReadBytes(P("src")), "new");
+  // a second hard link of the same file is another name: renamed as usual
+  std::filesystem::create_hard_link(P("src"), P("hard"));
+  EXPECT_TRUE(store.File_Renombrar(T("src"), T("hard")));
+  EXPECT_EQ(ReadBytes(P("hard")) + (PathExists(P("src")) ? "+src" : ""), "new");
+}
+
 struct AppLogTest : StoreTest {
   AppLogTest() : StoreTest(DateFromParts(2004, 3, 7, 9, 5, 3)) {}
 };

@@ -28,7 +28,9 @@ struct TestStorage : Storage {
 // A folder made with mkdtemp and removed with everything in it.
 struct TempFolder {
   std::string path_;
-  TempFolder() : path_("/tmp/varnek-store-XXXXXX") { EXPECT_TRUE(mkdtemp(path_.data())); }
+  explicit TempFolder(const std::string& base = "/tmp") : path_(base + "/varnek-store-XXXXXX") {
+    EXPECT_TRUE(mkdtemp(path_.data()));
+  }
   ~TempFolder() { std::filesystem::remove_all(path_); }
   const std::string& path() const { return path_; }
   Text text() const { return Utf8ToText(path_); }
@@ -46,8 +48,13 @@ inline void WriteBytes(const std::string& path, const std::string& bytes) {
 inline bool PathExists(const std::string& path) { return std::filesystem::exists(path); }
 
 // The real file system, except: the first deletion of each path is refused
-// (refuse_deletes) and folders under `unreadable` cannot be listed.
+// (refuse_deletes), copies fail as on a full disk (refuse_copies) and folders
+// under `unreadable` cannot be listed.
 struct FaultyFiles : LinuxFileSystem {
+  void Copy(TextView from, TextView to) override {
+    if (refuse_copies) Fail(kErrDiskFull);
+    LinuxFileSystem::Copy(from, to);
+  }
   void Delete(TextView p) override {
     if (refuse_deletes && refused.insert(Text(p)).second) Fail(kErrPermissionDenied);
     LinuxFileSystem::Delete(p);
@@ -56,7 +63,7 @@ struct FaultyFiles : LinuxFileSystem {
     if (!unreadable.empty() && p.substr(0, unreadable.size() + 1) == unreadable + u"/") return o.clear(), false;
     return LinuxFileSystem::Enumerate(p, o);
   }
-  bool refuse_deletes = false;
+  bool refuse_deletes = false, refuse_copies = false;
   Text unreadable;
   std::set<Text> refused;
 };

@@ -1,0 +1,100 @@
+// Appends of logs, binary files and record files leave whole records or
+// none: under SIGKILL, past RLIMIT_FSIZE and on a full tmpfs.
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+
+#include <random>
+
+#include "tests/store/append_kills.h"
+#include "tests/store/store_fixture.h"
+
+namespace varnek {
+namespace {
+
+struct AppendsTest : StoreTest {
+  static std::string Record(const std::string& a, const std::string& b) { return a + "\xF4" + b + "\xF4\xF5"; }
+  // Lets this process grow files to `bytes` at most; past that a write is
+  // cut short, and the next one fails with EFBIG and raises SIGXFSZ.
+  static void LimitFileSize(size_t bytes) {
+    rlimit limit{bytes, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+};
+
+TEST_F(AppendsTest, RecordTornByAKillIsCutBackByTheNextAppendOrOpen) {
+  const std::string before = Record("a", "b");
+  for (bool by_reading : {false, true}) {
+    WriteBytes(P("h.db"), before);
+    // 1,000 of the record's 5,004 bytes get in, then SIGXFSZ kills the child.
+    ASSERT_EQ(InChild([&] {
+      LimitFileSize(before.size() + 1000);
+      store.FileDB_Agregar(T("h.db"), Text(5000, u'x'), u"y");
+      return "not killed";
+    }), "child failed");
+    ASSERT_EQ(ReadBytes(P("h.db")).size(), before.size() + 1000) << "no torn record to cut";
+    if (by_reading) {
+      EXPECT_TRUE(store.FileDB_Leer(T("h.db")).RawArray()->At({1, 0}).IsEmpty());
+      EXPECT_EQ(ReadBytes(P("h.db")), before);
+    } else {  // never glued onto the torn one
+      store.FileDB_Agregar(T("h.db"), u"c", u"d");
+      EXPECT_EQ(ReadBytes(P("h.db")), before + Record("c", "d"));
+    }
+  }
+}
+
+TEST_F(AppendsTest, ShortWriteCutsTheFileBackAndFails) {
+  WriteBytes(P("s.log"), "old\r\n");
+  std::string got = InChild([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    LimitFileSize(100);
+    std::string out = std::to_string(FailureNumber([&] { LinuxFiles().Append(T("s.log"), std::string(500, 'z')); }));
+    out += store.File_AppendBinary(T("s.log"), Text(500, u'z')) ? " true" : " false";
+    Variant log = T("s.log");
+    out += store.App_Log(u"op", Text(500, u'z'), log) ? " true" : " false";
+    store.ARRAY_Append(T("s.log"), Text(500, u'z'), u"");
+    return out;
+  });
+  EXPECT_EQ(got, "61 true false");  // disk full; the routines' results are as always
+  EXPECT_EQ(ReadBytes(P("s.log")), "old\r\n");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tmp.path()), {}), 1);  // no marker left
+}
+
+TEST_F(AppendsTest, FullTmpfsKeepsWholeRecords) {
+  if (geteuid() != 0) GTEST_SKIP() << "mounting a 64 KB tmpfs needs root";
+  std::string got = InChild([&] {
+    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("tmpfs", tmp.path().c_str(), "tmpfs", 0, "size=64k") != 0)
+      return std::string("no mount");
+    std::string expected;
+    for (int i = 0; i < 100; ++i) {
+      std::string record = Record(std::to_string(i), std::string(3000 + 7 * i, 'r'));
+      int error = FailureNumber([&] { LinuxFiles().Append(T("full.db"), record); });
+      if (error) return std::to_string(error) + (ReadBytes(P("full.db")) == expected ? " whole" : " torn");
+      expected += record;
+    }
+    return std::string("never full");
+  });
+  if (got == "no mount") GTEST_SKIP() << "a tmpfs could not be mounted here";
+  EXPECT_EQ(got, "61 whole");
+}
+
+// A few dozen kills per size here; bench/append_kills_bench.cpp counts 1,000.
+TEST_F(AppendsTest, RandomKillsLeaveWholeRecords) {
+  std::mt19937 random(20);
+  const std::string path = P("k.db");
+  RecordAppender append = [&](const std::string& a, const std::string& b) {
+    store.FileDB_Agregar(Utf8ToText(path), BytesToText(a), BytesToText(b));
+  };
+  for (size_t size : {size_t{100}, size_t{3000}, size_t{50000}, size_t{1} << 20}) {
+    const int kills = size <= 3000 ? 24 : 12;
+    for (int k = 0; k < kills; ++k) {
+      auto delay = std::chrono::microseconds(std::uniform_int_distribution<int>(0, 3000)(random));
+      EXPECT_EQ(KilledAppendRound(path, size, delay, append), 0) << size << " bytes, kill " << k;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace varnek
