@@ -28,30 +28,42 @@ std::string MarkerOf(int fd, const std::string& path) {
   return FolderOf(real) + "/.varnek-append-" + std::to_string(static_cast<uintmax_t>(st.st_ino));
 }
 
+// The file's birth time as "seconds.nanoseconds" ("0.0" where the file system
+// keeps none): a marker left for a file since deleted never applies to a
+// new file that got the same inode number.
+std::string BirthOf(int fd) {
+  struct statx stx {};
+  if (statx(fd, "", AT_EMPTY_PATH, STATX_BTIME, &stx) != 0 || !(stx.stx_mask & STATX_BTIME)) return "0.0";
+  return std::to_string(stx.stx_btime.tv_sec) + "." + std::to_string(stx.stx_btime.tv_nsec);
+}
+
 bool LockExclusive(int fd) {
   return RetryOnEintr([&] { return flock(fd, LOCK_EX); }) == 0;
 }
 
-// With the lock held: a length strictly between the marker's two figures is
-// a torn record of ours, cut back; the marker goes in every case.
+// With the lock held: a length strictly between the marker's two figures, in
+// the file the marker was written for, is a torn record of ours, cut back;
+// the marker goes in every case.
 void CutTornTail(int fd, const std::string& marker) {
   std::string text;
   if (!ReadFile(marker, text)) return;
   long long before = -1, after = -1;
+  char birth[64] = "";
   struct stat st {};
-  if (std::sscanf(text.c_str(), "%lld %lld", &before, &after) == 2 && fstat(fd, &st) == 0 &&
-      before < st.st_size && st.st_size < after && ftruncate(fd, before) != 0)
+  if (std::sscanf(text.c_str(), "%lld %lld %63s", &before, &after, birth) == 3 && BirthOf(fd) == birth &&
+      fstat(fd, &st) == 0 && before < st.st_size && st.st_size < after && ftruncate(fd, before) != 0)
     return;  // keep the marker: the next append tries again
   unlink(marker.c_str());
 }
 
 // Notes the lengths before and after the append; false when no marker could
 // be made (the append then goes ahead unprotected).
-bool WriteMarker(const std::string& marker, long long before, size_t length) {
+bool WriteMarker(const std::string& marker, long long before, size_t length, const std::string& birth) {
   int fd = RetryOnEintr(
       [&] { return open(marker.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644); });
   if (fd < 0) return false;
-  std::string text = std::to_string(before) + " " + std::to_string(before + static_cast<long long>(length)) + "\n";
+  std::string text = std::to_string(before) + " " + std::to_string(before + static_cast<long long>(length)) +
+                     " " + birth + "\n";
   bool written = WriteFd(fd, text);
   close(fd);
   if (!written) unlink(marker.c_str());
@@ -65,7 +77,7 @@ bool AppendLocked(int fd, const std::string& marker, std::string_view bytes) {
   struct stat st {};
   if (fstat(fd, &st) != 0) return false;
   const long long before = st.st_size;
-  const bool marked = !marker.empty() && WriteMarker(marker, before, bytes.size());
+  const bool marked = !marker.empty() && WriteMarker(marker, before, bytes.size(), BirthOf(fd));
   if (WriteFd(fd, bytes)) {
     if (marked) unlink(marker.c_str());
     return true;

@@ -3,7 +3,7 @@
 //
 // Before the record is written, a marker ".varnek-append-<inode>" beside the
 // file (after its links are followed) notes the length before and after the
-// append; it is removed once the record is in. Varnek's appenders take an
+// append and the file's birth time; it is removed once the record is in. Varnek's appenders take an
 // exclusive flock on the file around this, so they never overlap. A process
 // killed mid-record leaves the marker: the next append, or the next
 // read-write open, sees a length between the two and cuts the torn tail

@@ -3,10 +3,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <optional>
 #include <regex>
 
 #include "tests/store/child_process.h"
-
 #include "tests/store/store_fixture.h"
 
 namespace varnek {
@@ -14,12 +14,22 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// The desktop's trash lives under the test's folder while a test runs.
 struct ShellOperationsTest : StoreTest {
+  ShellOperationsTest() {
+    if (const char* home = getenv("XDG_DATA_HOME")) saved_data_home = home;
+    setenv("XDG_DATA_HOME", P("data").c_str(), 1);
+  }
+  ~ShellOperationsTest() override {
+    if (saved_data_home) setenv("XDG_DATA_HOME", saved_data_home->c_str(), 1); else unsetenv("XDG_DATA_HOME");
+  }
   bool Op(int32_t function, int32_t flags, const Text& from, const Text& to = Text()) {
     return store.File_Operacion(Variant(), function, flags, from, to);
   }
   // Two names as a NUL-separated list.
   Text List(const char* a, const char* b) { return T(a) + u'\0' + T(b) + u'\0' + u'\0'; }
+  std::optional<std::string> saved_data_home;
+  const std::string trash = P("data/Trash");
 };
 
 TEST_F(ShellOperationsTest, CopyMoveRenameAndDelete) {
@@ -64,10 +74,6 @@ TEST_F(ShellOperationsTest, CopyMoveRenameAndDelete) {
 }
 
 TEST_F(ShellOperationsTest, AllowUndoMovesToTheTrashWithoutAsking) {
-  const char* saved = getenv("XDG_DATA_HOME");
-  std::string saved_value = saved ? saved : "";
-  setenv("XDG_DATA_HOME", P("data").c_str(), 1);
-  const std::string trash = P("data/Trash");
   for (const char* name : {"d/x.txt", "d/my file.txt", "d/folder/in.txt"}) WriteBytes(P(name), name);
 
   EXPECT_TRUE(Op(kShellDelete, kShellAllowUndo, T("d/x.txt")));
@@ -93,7 +99,6 @@ TEST_F(ShellOperationsTest, AllowUndoMovesToTheTrashWithoutAsking) {
   EXPECT_TRUE(Op(kShellDelete, 0x10000 | kShellAllowUndo, T("d/z.txt")));
   EXPECT_FALSE(PathExists(P("d/y.txt")) || PathExists(P("d/z.txt")));
   EXPECT_EQ(std::distance(fs::directory_iterator(trash + "/files"), {}), 4);
-  if (saved) setenv("XDG_DATA_HOME", saved_value.c_str(), 1); else unsetenv("XDG_DATA_HOME");
 }
 
 TEST_F(ShellOperationsTest, FolderIsNeverCopiedIntoItself) {
@@ -142,9 +147,8 @@ TEST_F(ShellOperationsTest, TrashAcrossFileSystemsLosesNothing) {
   if (stat(tmp.path().c_str(), &here) != 0 || stat(other.path().c_str(), &there) != 0 || here.st_dev == there.st_dev)
     GTEST_SKIP() << "/dev/shm is not another file system here";
   for (const std::string& folder : {tmp.path(), other.path()}) ASSERT_EQ(chown(folder.c_str(), kNobody, kNobody), 0);
-  const std::string source = other.path() + "/d", trash = P("data/Trash/files/d");
+  const std::string source = other.path() + "/d";
   std::string got = AsNobody([&] {
-    setenv("XDG_DATA_HOME", P("data").c_str(), 1);
     for (const char* name : {"a.txt", "b.txt", "locked/c.txt", "open/e.txt"}) WriteBytes(source + "/" + name, name);
     chmod((source + "/locked").c_str(), 0555);  // its file cannot be removed
     WriteBytes(other.path() + "/u/secret", "s");
@@ -155,13 +159,13 @@ TEST_F(ShellOperationsTest, TrashAcrossFileSystemsLosesNothing) {
   });
   chmod((source + "/locked").c_str(), 0755);
   EXPECT_EQ(got, "refused refused");
-  EXPECT_EQ(ReadBytes(other.path() + "/u/plain") + (PathExists(P("data/Trash/files/u")) ? "+copy" : ""), "p");
-  EXPECT_FALSE(PathExists(P("data/Trash/info/u.trashinfo")));
+  EXPECT_EQ(ReadBytes(other.path() + "/u/plain") + (PathExists(trash + "/files/u") ? "+copy" : ""), "p");
+  EXPECT_FALSE(PathExists(trash + "/info/u.trashinfo"));
   for (const char* name : {"a.txt", "b.txt", "locked/c.txt", "open/e.txt"}) {
-    std::string in_source = ReadBytes(source + "/" + name), in_trash = ReadBytes(trash + "/" + name);
+    std::string in_source = ReadBytes(source + "/" + name), in_trash = ReadBytes(trash + "/files/d/" + name);
     EXPECT_EQ(in_source + in_trash, name) << "in both places or lost: " << name;
   }
-  EXPECT_TRUE(PathExists(P("data/Trash/info/d.trashinfo")));
+  EXPECT_TRUE(PathExists(trash + "/info/d.trashinfo"));
 }
 
 TEST_F(ShellOperationsTest, GeneratedNames) {
