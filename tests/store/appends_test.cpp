@@ -30,20 +30,15 @@ struct AppendsTest : StoreTest {
 TEST_F(AppendsTest, RecordTornByAKillIsCutBackByTheNextAppendOrOpen) {
   const std::string before = Record("a", "b");
   const long long torn = static_cast<long long>(before.size()) + 1000;
-  struct Row {
-    const char* label;
-    std::function<std::string(long long before, const std::string& birth)> marker;  // {} keeps it
-    bool by_reading, cut;
+  // What the marker says instead of the lengths after and the birth time it
+  // was written with ("" keeps them), whether the next call reads, whether
+  // the tail goes.
+  const std::tuple<const char*, std::string, std::string, bool, bool> rows[] = {
+      {"next append", "", "", false, true},        {"next read", "", "", true, true},
+      {"whole record", std::to_string(torn), "", false, false}, {"other file", "9999", "1.1", false, false},
+      {"unreadable", "x", "", false, false},
   };
-  const Row rows[] = {
-      {"next append", {}, false, true},
-      {"next read", {}, true, true},
-      {"whole record", [&](long long b, const std::string& birth) { return std::to_string(b) + " " +
-                            std::to_string(torn) + " " + birth; }, false, false},
-      {"other file", [&](long long b, const std::string&) { return std::to_string(b) + " 9999 1.1"; }, false, false},
-      {"unreadable", [&](long long, const std::string&) { return std::string("x"); }, false, false},
-  };
-  for (const Row& row : rows) {
+  for (const auto& [label, after, other_birth, by_reading, cut] : rows) {
     WriteBytes(P("h.db"), before);
     // 1,000 of the record's 5,004 bytes get in, then SIGXFSZ kills the child.
     ASSERT_EQ(InChild([&] {
@@ -59,18 +54,18 @@ TEST_F(AppendsTest, RecordTornByAKillIsCutBackByTheNextAppendOrOpen) {
     long long lengths[2] = {0, 0};
     char birth[64] = "";
     ASSERT_EQ(std::sscanf(ReadBytes(marker).c_str(), "%lld %lld %63s", &lengths[0], &lengths[1], birth), 3);
-    EXPECT_EQ(lengths[1] - lengths[0], 5004) << row.label;
-    if (row.marker) WriteBytes(marker, row.marker(lengths[0], birth));
-
-    std::string kept = row.cut ? before : torn_bytes;
-    if (row.by_reading) {
+    EXPECT_EQ(lengths[1] - lengths[0], 5004) << label;
+    WriteBytes(marker, std::to_string(lengths[0]) + " " + (after.empty() ? std::to_string(lengths[1]) : after) +
+                           " " + (other_birth.empty() ? birth : other_birth));
+    std::string kept = cut ? before : torn_bytes;
+    if (by_reading) {
       store.FileDB_Leer(T("h.db"));
     } else {  // never glued onto the torn one
       store.FileDB_Agregar(T("h.db"), u"c", u"d");
       kept += Record("c", "d");
     }
-    EXPECT_EQ(ReadBytes(P("h.db")), kept) << row.label;
-    EXPECT_FALSE(PathExists(marker)) << row.label;
+    EXPECT_EQ(ReadBytes(P("h.db")), kept) << label;
+    EXPECT_FALSE(PathExists(marker)) << label;
   }
 }
 
