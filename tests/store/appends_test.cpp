@@ -1,9 +1,7 @@
 // Appends of logs, binary files and record files leave whole records or
 // none: under SIGKILL, past RLIMIT_FSIZE and on a full tmpfs.
 #include <sched.h>
-#include <signal.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 
 #include <cstdio>
 #include <random>
@@ -16,12 +14,6 @@ namespace {
 
 struct AppendsTest : StoreTest {
   static std::string Record(const std::string& a, const std::string& b) { return a + "\xF4" + b + "\xF4\xF5"; }
-  // Lets this process grow files to `bytes` at most; past that a write is
-  // cut short, and the next one fails with EFBIG and raises SIGXFSZ.
-  static void LimitFileSize(size_t bytes) {
-    rlimit limit{bytes, RLIM_INFINITY};
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
 };
 
 // The marker a kill leaves decides: a tail between its two lengths, in the
@@ -72,8 +64,7 @@ TEST_F(AppendsTest, RecordTornByAKillIsCutBackByTheNextAppendOrOpen) {
 TEST_F(AppendsTest, ShortWriteCutsTheFileBackAndFails) {
   WriteBytes(P("s.log"), "old\r\n");
   std::string got = InChild([&] {
-    signal(SIGXFSZ, SIG_IGN);
-    LimitFileSize(100);
+    LimitFileSize(100, true);
     std::string out = std::to_string(FailureNumber([&] { LinuxFiles().Append(T("s.log"), std::string(500, 'z')); }));
     out += store.File_AppendBinary(T("s.log"), Text(500, u'z')) ? " true" : " false";
     Variant log = T("s.log");

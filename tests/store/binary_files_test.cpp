@@ -2,6 +2,7 @@
 // folder paths and the log.
 #include <unistd.h>
 
+#include "tests/store/child_process.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {
@@ -74,15 +75,15 @@ TEST_F(BinaryFilesTest, RenameCopiesVerifiesAndDeletes) {
 }
 
 TEST_F(BinaryFilesTest, RenameNeverDeletesASourceThatWasNotCopied) {
-  // a failed copy over a target of equal length: the lengths "differ", the
-  // target goes and the source stays
-  FaultyFiles full;
-  full.refuse_copies = true, sim.platform.files = full;
+  // a copy cut short by a full disk, over a target of equal length: the
+  // lengths "differ", the target goes and the source stays
   WriteBytes(P("src"), "new");
   WriteBytes(P("dst"), "old");
-  EXPECT_FALSE(store.File_Renombrar(T("src"), T("dst")));
+  EXPECT_EQ(InChild([&] {
+    LimitFileSize(2, true);
+    return std::string(store.File_Renombrar(T("src"), T("dst")) ? "renamed" : "refused");
+  }), "refused");
   EXPECT_EQ(ReadBytes(P("src")) + (PathExists(P("dst")) ? "+dst" : ""), "new");
-  sim.platform.files = LinuxFiles();
   // onto itself, directly or through a link that leads back: left in place
   std::filesystem::create_symlink(P("src"), P("link"));
   for (Text to : {tmp.text() + u"/./src", T("link")}) {

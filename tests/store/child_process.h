@@ -6,6 +6,7 @@
 
 #include <grp.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -49,6 +50,15 @@ inline std::string InChild(const std::function<std::string()>& body, bool as_nob
 
 // The child's text, run as an ordinary user.
 inline std::string AsNobody(const std::function<std::string()>& body) { return InChild(body, true); }
+
+// For a child: lets this process grow files to `bytes` at most. Past that a
+// write is cut short, and the next one fails with EFBIG and raises SIGXFSZ,
+// which ends the process unless `survive`.
+inline void LimitFileSize(size_t bytes, bool survive = false) {
+  if (survive) signal(SIGXFSZ, SIG_IGN);
+  rlimit limit{bytes, RLIM_INFINITY};
+  setrlimit(RLIMIT_FSIZE, &limit);
+}
 
 // Runs body(ready) in a child, waits until the child writes a byte to the
 // descriptor ready (or ends), lets it run on for `delay`, then kills it with

@@ -48,13 +48,8 @@ inline void WriteBytes(const std::string& path, const std::string& bytes) {
 inline bool PathExists(const std::string& path) { return std::filesystem::exists(path); }
 
 // The real file system, except: the first deletion of each path is refused
-// (refuse_deletes), copies fail as on a full disk (refuse_copies) and folders
-// under `unreadable` cannot be listed.
+// (refuse_deletes) and folders under `unreadable` cannot be listed.
 struct FaultyFiles : LinuxFileSystem {
-  void Copy(TextView from, TextView to) override {
-    if (refuse_copies) Fail(kErrDiskFull);
-    LinuxFileSystem::Copy(from, to);
-  }
   void Delete(TextView p) override {
     if (refuse_deletes && refused.insert(Text(p)).second) Fail(kErrPermissionDenied);
     LinuxFileSystem::Delete(p);
@@ -63,7 +58,7 @@ struct FaultyFiles : LinuxFileSystem {
     if (!unreadable.empty() && p.substr(0, unreadable.size() + 1) == unreadable + u"/") return o.clear(), false;
     return LinuxFileSystem::Enumerate(p, o);
   }
-  bool refuse_deletes = false, refuse_copies = false;
+  bool refuse_deletes = false;
   Text unreadable;
   std::set<Text> refused;
 };
