@@ -1,6 +1,6 @@
 // Storage measurements: INI reads through the cache and from the file, long
 // values and the section lister on large files, a record file of 1,500
-// records, and a scan of a tree of 10,000 files (appends under SIGKILL:
+// records, appends to it, and a scan of a tree of 10,000 files (appends under SIGKILL:
 // append_kills_bench.cpp).
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
@@ -98,6 +98,15 @@ void BM_FileDbLeer1500(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(bytes.size()));
 }
 BENCHMARK(BM_FileDbLeer1500)->Unit(benchmark::kMillisecond);
+
+// One 100-byte record appended per call, with its lock and marker.
+void BM_FileDbAgregar(benchmark::State& state) {
+  BenchStorage store(LinuxPlatform());
+  Text path = InFolder("appended.db");
+  for (auto _ : state) store.FileDB_Agregar(path, Text(90, u'a'), u"b");
+  state.SetLabel("100-byte records");
+}
+BENCHMARK(BM_FileDbAgregar);
 
 void BM_ScanRecursiveFiles10000(benchmark::State& state) {
   BenchStorage store(LinuxPlatform());

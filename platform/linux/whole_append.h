@@ -1,17 +1,20 @@
 // Appends that leave a whole record or none: the one append of the Linux
 // file service (logs, binary appends, record files, the message history).
 //
-// Before the record is written, a marker ".varnek-append-<inode>" beside the
-// file (after its links are followed) notes the length before and after the
-// append and the file's birth time; it is removed once the record is in. Varnek's appenders take an
-// exclusive flock on the file around this, so they never overlap. A process
-// killed mid-record leaves the marker: the next append, or the next
+// Before the record is written, a marker notes the length before and after
+// the append and the file's birth time: the extended attribute
+// "user.varnek.append" of the file itself or, on file systems that keep no
+// such attributes, a file ".varnek-append-<inode>" beside it (after its links
+// are followed). It is removed once the record is in. Varnek's appenders
+// take an exclusive flock on the file around this, so they never overlap. A
+// process killed mid-record leaves the marker: the next append, or the next
 // read-write open, sees a length between the two and cuts the torn tail
 // back, while a length equal to the "after" figure (the record got in whole)
 // or outside both (another program changed the file since) is left alone.
 // A write cut short (disk full, EFBIG past RLIMIT_FSIZE) cuts the file back
-// to its old length at once and fails. A folder where no marker can be made
-// (not writable) still gets the append, without the protection against kills.
+// to its old length at once and fails. Where no marker can be made (a
+// marker file in a folder that is not writable) the append still goes
+// ahead, without the protection against kills.
 //
 //   if (!AppendRecord("/var/log/app/07.log", line)) FailFromErrno(...);
 #pragma once
