@@ -1,6 +1,7 @@
 // Storage measurements: INI reads through the cache and from the file, long
 // values and the section lister on large files, a record file of 1,500
-// records, a scan of a tree of 10,000 files, and appends under SIGKILL.
+// records, appends to it, and a scan of a tree of 10,000 files (appends under SIGKILL:
+// append_kills_bench.cpp).
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
 
@@ -12,7 +13,6 @@
 #include "varnek/adds/store/storage.h"
 #include "varnek/platform/platform.h"
 #include "varnek/runtime/convert.h"
-#include "tests/store/child_process.h"
 
 namespace varnek {
 namespace {
@@ -99,6 +99,15 @@ void BM_FileDbLeer1500(benchmark::State& state) {
 }
 BENCHMARK(BM_FileDbLeer1500)->Unit(benchmark::kMillisecond);
 
+// One 100-byte record appended per call, with its lock and marker.
+void BM_FileDbAgregar(benchmark::State& state) {
+  BenchStorage store(LinuxPlatform());
+  Text path = InFolder("appended.db");
+  for (auto _ : state) store.FileDB_Agregar(path, Text(90, u'a'), u"b");
+  state.SetLabel("100-byte records");
+}
+BENCHMARK(BM_FileDbAgregar);
+
 void BM_ScanRecursiveFiles10000(benchmark::State& state) {
   BenchStorage store(LinuxPlatform());
   std::string root = Folder() + "/tree";
@@ -166,36 +175,6 @@ void BM_IniListAppName(benchmark::State& state) {
   state.SetLabel(std::to_string(megabytes) + " MB" + (state.range(1) ? ", 8,000 sections first" : " of junk"));
 }
 BENCHMARK(BM_IniListAppName)->Args({100, 0})->Args({20, 1})->Unit(benchmark::kMillisecond)->Iterations(2);
-
-// 100 children append records until each is killed; a torn record is one
-// whose bytes are not the record written.
-void BM_KilledAppends(benchmark::State& state) {
-  const std::string record = std::string(300, 'a') + "\xF4" "b\xF4\xF5";
-  const std::string path = Folder() + "/killed.db";
-  size_t torn = 0, records = 0;
-  for (auto _ : state) {
-    std::filesystem::remove(path);
-    for (int run = 0; run < 100; ++run) {
-      KillWhenReady([&](int ready) {
-        BenchStorage store(LinuxPlatform());
-        for (int i = 0; i < 20000; ++i) {
-          store.FileDB_Agregar(Utf8ToText(path), Text(300, u'a'), u"b");
-          if (i == run % 50) (void)!write(ready, "r", 1);
-        }
-      });
-    }
-    std::ifstream in(path, std::ios::binary);
-    std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    torn = all.size() % record.size() != 0;
-    records = all.size() / record.size();
-    for (size_t at = 0; at + record.size() <= all.size(); at += record.size())
-      torn += all.compare(at, record.size(), record) != 0;
-  }
-  state.counters["kills"] = 100;
-  state.counters["records"] = static_cast<double>(records);
-  state.counters["torn"] = static_cast<double>(torn);
-}
-BENCHMARK(BM_KilledAppends)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 }  // namespace
 }  // namespace varnek

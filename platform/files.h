@@ -14,7 +14,10 @@
 //   - a whole-file write behaves like the truncating write: a file the caller
 //     may not write fails (70) and keeps its content; links are followed and
 //     mode and owner kept; where it is safe the write is atomic;
-//   - an append is one write of the whole record.
+//   - an append leaves the whole record or none, even when the process is
+//     killed mid-way or the disk fills (the file is cut back and it fails);
+//   - names read back from the disk open again, also names that are not
+//     UTF-8 (made by other programs).
 //
 //   std::vector<FileEntry> found;
 //   if (fs.Enumerate(u"/tmp/x/*.txt", found)) { ... }
@@ -89,9 +92,10 @@ class FileSystem {
   // where that is safe (the Linux rules: platform/linux/safe_replace.h). A file
   // the caller may not write fails with 70 and is left as it was.
   virtual void WriteAll(TextView path, std::string_view bytes) = 0;
-  // Appends the bytes in one write to a descriptor opened for appending, so a
-  // killed process leaves the whole record or none; creates the file if need
-  // be. A pipe or device fails with 75.
+  // Appends the bytes as one record, creating the file if need be: a process
+  // killed mid-way leaves a torn tail that the next append (or read-write
+  // ReadAll) cuts back; a write cut short (disk full: 61) cuts the file back
+  // to its length before the call and fails. A pipe or device fails with 75.
   virtual void Append(TextView path, std::string_view bytes) = 0;
   // FileLen: the length in bytes; fails with 53 when the file is missing.
   virtual int64_t Length(TextView path) = 0;
@@ -111,6 +115,10 @@ class FileSystem {
     FileEntry e;
     return Stat(path, e);
   }
+  // True when both paths lead, once their symbolic links are followed, to the
+  // same entry of a folder ("a" and "./a", a link and the file it points
+  // to); hard-linked names of one file are different entries.
+  virtual bool SameEntry(TextView a, TextView b) = 0;
   bool IsDirectory(TextView path) {
     FileEntry e;
     return Stat(path, e) && e.directory;
@@ -128,7 +136,8 @@ class FileSystem {
   virtual bool VolumeInfo(TextView path, Text& label, uint32_t& serial) = 0;
 
   // The shell operation; 0 on success, otherwise a classic error code (2 not
-  // found, 5 access denied, 0xB7 already exists, 0x7C invalid request).
+  // found, 5 access denied, 0xB7 already exists, 0x7C invalid request, 0x76
+  // a copy or move of a folder into itself, refused before anything is done).
   virtual int32_t ShellOperation(const ShellFileRequest& request) = 0;
 };
 

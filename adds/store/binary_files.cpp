@@ -73,9 +73,14 @@ bool Storage::File_Renombrar(const Variant& FileNameWithPath, const Variant& New
   failed = false;
   loop().DoEvents();
   int64_t old_length = 0, new_length = 0;
-  step([&] { old_length = files().Length(from); });
+  bool source_read = Resume([&] { old_length = files().Length(from); });
   loop().DoEvents();
-  step([&] { files().Copy(from, to); });
+  // Onto itself, the copy would be the file and the deletion would remove
+  // it: refused, the file stays.
+  bool same = false;
+  Resume([&] { same = files().SameEntry(from, to); });
+  if (same) return false;
+  bool copied = Resume([&] { files().Copy(from, to); });
   loop().DoEvents();
   step([&] { new_length = files().Length(to); });
 
@@ -90,7 +95,10 @@ bool Storage::File_Renombrar(const Variant& FileNameWithPath, const Variant& New
     return false;
   };
 
-  if (old_length != new_length) {
+  // A failed copy of a file that is there leaves the old target, maybe of
+  // equal length: it counts as lengths that differ, so the source stays.
+  // (A missing source keeps its classic course: nothing of it can be lost.)
+  if ((source_read && !copied) || old_length != new_length) {
     if (files().Exists(to)) delete_with_retries(to);
     return false;
   }

@@ -50,9 +50,11 @@ class Storage : public virtual TextToolkit {
   // first, atomic where that is safe. Resume; always true, also when the file
   // could not be written (it is then left as it was).
   bool File_SaveBinary(const Variant& Filename, const Variant& Content);
-  // Appends Content in one write, creating the file and its folders; a killed
-  // process leaves it whole or not at all. ExitIfNotExist is not read.
-  // Resume; always true.
+  // Appends Content as one record, creating the file and its folders: a
+  // killed process leaves it whole or not at all (the next append cuts a
+  // torn tail back), and a disk that fills leaves the file as it was.
+  // ExitIfNotExist is not read. Resume; always true, also when nothing could
+  // be written.
   bool File_AppendBinary(const Variant& Filename, const Variant& Content,
                          bool ExitIfNotExist = false);
   // Appends "[dd-mm-yyyy HH:MM:SS]" TAB op TAB description CR LF to the day's
@@ -71,13 +73,19 @@ class Storage : public virtual TextToolkit {
   Variant File_FileNameFromDateTime();
   // Copy, compare lengths, delete the old file (up to 10 tries, 0.2 s
   // apart), rolling back the copy when the old file stays. One failed try
-  // marks the rest of its loop as failed. Pumps the host loop. Resume.
+  // marks the rest of its loop as failed. A copy that failed counts as
+  // lengths that differ, so the old file is never deleted uncopied; a file
+  // renamed onto itself ("a" to "./a", or to a link leading back to it),
+  // which the copy-then-delete would destroy, is left in place and the
+  // result is False. Pumps the host loop. Resume.
   bool File_Renombrar(const Variant& FileNameWithPath, const Variant& NewFileNameWithPath);
   // The shell's move (1), copy (2), delete (3) or rename (4) of NUL-separated
   // lists; pCaracteristicas are the 16-bit flags (one above 32767 overflows
   // and is dropped). The window is not used and nothing is ever asked; with
   // allow-undo (0x40) a delete moves to the desktop's trash, without it the
-  // items are gone for good. True when the operation gave 0. Resume.
+  // items are gone for good. A copy or move of a folder into itself is
+  // refused before anything is written. True when the operation gave 0.
+  // Resume.
   bool File_Operacion(const Variant& ParentWindow, int32_t pFuncion, int32_t pCaracteristicas,
                       const Variant& pFrom, const Variant& pTo);
   // Counts the entries of sSourcePath (which gets a trailing "/") matching

@@ -14,7 +14,57 @@
 
 namespace varnek::linux_io {
 
-std::string PathBytes(TextView path) { return TextToUtf8(path); }
+namespace {
+
+bool AllAscii(TextView text) {
+  for (char16_t u : text)
+    if (u >= 0x80) return false;
+  return true;
+}
+
+bool Present(const std::string& path) {
+  struct stat st {};
+  return lstat(path.c_str(), &st) == 0;
+}
+
+// The bytes of one path part: UTF-8, or the code-page bytes it was read from
+// (see PathText) when only those name an entry under the folder so far.
+std::string PartBytes(const std::string& folder, TextView part) {
+  std::string utf8 = TextToUtf8(part);
+  if (AllAscii(part)) return utf8;
+  for (char16_t u : part)
+    if (!UnitHasByte(u)) return utf8;
+  std::string legacy = TextToBytes(part);
+  if (IsValidUtf8(legacy) || Present(folder + utf8) || !Present(folder + legacy)) return utf8;
+  return legacy;
+}
+
+}  // namespace
+
+bool IsValidUtf8(std::string_view bytes) {
+  // Strict decoding turns every invalid sequence into U+FFFD, whose own
+  // encoding differs from it: only valid UTF-8 comes back unchanged.
+  bool ascii = true;
+  for (char c : bytes) ascii = ascii && static_cast<unsigned char>(c) < 0x80;
+  return ascii || TextToUtf8(Utf8ToText(bytes)) == bytes;
+}
+
+Text PathText(std::string_view bytes) {
+  return IsValidUtf8(bytes) ? Utf8ToText(bytes) : BytesToText(bytes);
+}
+
+std::string PathBytes(TextView path) {
+  std::string utf8 = TextToUtf8(path);
+  if (AllAscii(path) || Present(utf8)) return utf8;
+  std::string out;
+  for (size_t start = 0;;) {
+    size_t slash = path.find(u'/', start);
+    out += PartBytes(out, path.substr(start, slash == TextView::npos ? TextView::npos : slash - start));
+    if (slash == TextView::npos) return out;
+    out += '/';
+    start = slash + 1;
+  }
+}
 
 int ClassicFileError(int errno_value, const std::string& path) {
   switch (errno_value) {
@@ -37,6 +87,7 @@ int ClassicFileError(int errno_value, const std::string& path) {
       return kErrFileAlreadyOpen;
     case ENOSPC:
     case EDQUOT:
+    case EFBIG:
       return kErrDiskFull;
     case ENAMETOOLONG:
     case EINVAL:

@@ -11,8 +11,19 @@
 
 namespace varnek::linux_io {
 
-// The path as the kernel takes it: UTF-8.
+// File names between Text and the bytes the kernel keeps. A name that is
+// valid UTF-8 reads as UTF-8; one that is not (made by another program in a
+// legacy code page) reads one unit per byte through the code page, so it
+// lists, opens, copies and deletes again:
+//   PathText("caf\xC3\xA9") == u"café"      PathText("l\xE9.txt") == u"lé.txt"
+// PathBytes gives UTF-8, except for a part whose UTF-8 form does not exist
+// while its code-page form, which is not valid UTF-8, does: that part goes
+// back as the code-page bytes it was read from. So PathBytes(PathText(b)) is
+// b for every existing b (when both forms exist the UTF-8 one is meant), and
+// a new name is made in UTF-8. Only paths with non-ASCII units cost a lookup.
 std::string PathBytes(TextView path);
+Text PathText(std::string_view bytes);
+bool IsValidUtf8(std::string_view bytes);
 
 // The classic file error number of an errno value:
 //   ENOENT                 53 file not found, or 76 path not found when the
@@ -20,7 +31,7 @@ std::string PathBytes(TextView path);
 //   ENOTDIR, ELOOP         76 path not found
 //   EACCES, EPERM, EROFS   70 permission denied
 //   EBUSY, ETXTBSY         55 file already open
-//   ENOSPC, EDQUOT         61 disk full
+//   ENOSPC, EDQUOT, EFBIG  61 disk full (EFBIG: past RLIMIT_FSIZE)
 //   ENAMETOOLONG, EINVAL   52 bad file name or number
 //   EMFILE, ENFILE         67 too many files
 //   EIO                    57 device I/O error

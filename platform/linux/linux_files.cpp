@@ -5,6 +5,7 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 
 #include "varnek/platform/linux/file_io.h"
 #include "varnek/platform/linux/safe_replace.h"
+#include "varnek/platform/linux/whole_append.h"
 #include "varnek/runtime/failure.h"
 
 namespace varnek {
@@ -70,6 +72,7 @@ std::string LinuxFileSystem::ReadAll(TextView path, bool read_only) {
     fd = linux_io::OpenRegular(target, O_RDONLY);
   if (fd < 0) FailFromErrno(target);
   FdCloser closer(fd);
+  if (!read_only) linux_io::CutTornAppend(fd, target);  // the tail a killed append left
   std::string bytes;
   bool read;
   try {
@@ -88,18 +91,8 @@ void LinuxFileSystem::WriteAll(TextView path, std::string_view bytes) {
 }
 
 void LinuxFileSystem::Append(TextView path, std::string_view bytes) {
-  // O_APPEND and one write() per record: a process killed mid-way leaves the
-  // whole record or none of it. A pipe or device is refused rather than
-  // waited on.
   std::string target = PathBytes(path);
-  int fd = linux_io::RetryOnEintr(
-      [&] { return open(target.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0666); });
-  if (fd < 0) FailFromErrno(target);
-  FdCloser closer(fd);
-  struct stat st {};
-  if (fstat(fd, &st) != 0) FailFromErrno(target);
-  if (!S_ISREG(st.st_mode)) Fail(kErrPathFileAccess);
-  if (!linux_io::WriteFd(fd, bytes)) FailFromErrno(target);
+  if (!linux_io::AppendRecord(target, bytes)) FailFromErrno(target);
 }
 
 int64_t LinuxFileSystem::Length(TextView path) {
@@ -140,6 +133,22 @@ bool LinuxFileSystem::Stat(TextView path, FileEntry& entry) {
   return true;
 }
 
+bool LinuxFileSystem::SameEntry(TextView a, TextView b) {
+  std::string first = PathBytes(a), second = PathBytes(b);
+  struct stat sa {}, sb {};
+  if (stat(first.c_str(), &sa) != 0 || stat(second.c_str(), &sb) != 0) return false;
+  if (sa.st_dev != sb.st_dev || sa.st_ino != sb.st_ino) return false;
+  if (sa.st_nlink <= 1 || S_ISDIR(sa.st_mode)) return true;  // one name only
+  // Hard links: one entry only if both resolve to the same path. A path that
+  // cannot be resolved counts as the same entry, the safe answer.
+  char* ra = realpath(first.c_str(), nullptr);
+  char* rb = realpath(second.c_str(), nullptr);
+  bool same = !ra || !rb || std::string_view(ra) == std::string_view(rb);
+  free(ra);
+  free(rb);
+  return same;
+}
+
 bool LinuxFileSystem::Enumerate(TextView pattern, std::vector<FileEntry>& out) {
   out.clear();
   size_t slash = pattern.rfind(u'/');
@@ -153,7 +162,7 @@ bool LinuxFileSystem::Enumerate(TextView pattern, std::vector<FileEntry>& out) {
     // look that name up alone. (Matching it without regard to case would let
     // a read-write open create a second file beside the one found.)
     struct stat st {};
-    std::string full = folder_bytes + "/" + PathBytes(mask);
+    std::string full = PathBytes(folder + u"/" + Text(mask));
     if (lstat(full.c_str(), &st) != 0) return false;
     bool link = S_ISLNK(st.st_mode);
     if (link) stat(full.c_str(), &st);
@@ -166,7 +175,7 @@ bool LinuxFileSystem::Enumerate(TextView pattern, std::vector<FileEntry>& out) {
   if (!dir) return false;
   int dfd = dirfd(dir);
   while (struct dirent* d = readdir(dir)) {
-    Text name = Utf8ToText(d->d_name);
+    Text name = linux_io::PathText(d->d_name);
     if (!MaskMatches(mask, name)) continue;
     struct stat st {};
     if (fstatat(dfd, d->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;  // vanished since readdir

@@ -17,6 +17,7 @@ class LinuxFileSystem : public FileSystem {
   void Delete(TextView path) override;
   bool CreateDirectory(TextView path) override;
   bool Stat(TextView path, FileEntry& entry) override;
+  bool SameEntry(TextView a, TextView b) override;
   bool Enumerate(TextView pattern, std::vector<FileEntry>& out) override;
   // The file system holding the path: its label from /dev/disk/by-label or
   // libblkid ("" when it has none), its serial from the first 32 bits of the

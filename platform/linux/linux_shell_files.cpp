@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <stdio.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -23,6 +24,7 @@ constexpr int32_t kNotFound = 2;
 constexpr int32_t kAccessDenied = 5;
 constexpr int32_t kAlreadyExists = 0xB7;
 constexpr int32_t kInvalidRequest = 0x7C;
+constexpr int32_t kDestinationInsideSource = 0x76;
 
 // Items of a list: each ended by NUL, the list by an empty item.
 std::vector<Text> SplitList(TextView list) {
@@ -111,6 +113,18 @@ std::error_code MoveOne(const fs::path& from, const fs::path& to) {
   return ec;
 }
 
+// True when `to` is the folder `from` itself or lies inside it, once links
+// are followed: copying there would copy its own copies without end.
+bool InsideItself(const fs::path& from, const fs::path& to) {
+  std::error_code ec;
+  if (!fs::is_directory(from, ec)) return false;
+  fs::path source = fs::weakly_canonical(from, ec);
+  if (ec) return false;
+  fs::path target = fs::weakly_canonical(to, ec);
+  if (ec) return false;
+  return std::mismatch(source.begin(), source.end(), target.begin(), target.end()).first == source.end();
+}
+
 int32_t CopyOrMove(FileSystem& files, const ShellFileRequest& r, bool move) {
   std::vector<fs::path> sources;
   int32_t code = ExpandSources(files, SplitList(r.from), (r.flags & kShellFilesOnly) != 0, sources);
@@ -122,10 +136,14 @@ int32_t CopyOrMove(FileSystem& files, const ShellFileRequest& r, bool move) {
   fs::path dest = PathOf(targets[0]);
   std::error_code ec;
   bool into_folder = !multi && (fs::is_directory(dest, ec) || sources.size() > 1);
+  std::vector<fs::path> to(sources.size());
   for (size_t i = 0; i < sources.size(); ++i) {
-    fs::path to = multi ? PathOf(targets[i]) : into_folder ? dest / sources[i].filename() : dest;
-    if (!move && (r.flags & kShellRenameOnCollision) && fs::exists(to, ec)) to = FreeCopyName(to);
-    std::error_code step = move ? MoveOne(sources[i], to) : CopyOne(sources[i], to);
+    to[i] = multi ? PathOf(targets[i]) : into_folder ? dest / sources[i].filename() : dest;
+    if (InsideItself(sources[i], to[i])) return kDestinationInsideSource;  // before anything is written
+  }
+  for (size_t i = 0; i < sources.size(); ++i) {
+    if (!move && (r.flags & kShellRenameOnCollision) && fs::exists(to[i], ec)) to[i] = FreeCopyName(to[i]);
+    std::error_code step = move ? MoveOne(sources[i], to[i]) : CopyOne(sources[i], to[i]);
     if (step) return CodeOf(step);
   }
   return kOk;

@@ -2,6 +2,7 @@
 // folder paths and the log.
 #include <unistd.h>
 
+#include "tests/store/child_process.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {
@@ -71,6 +72,30 @@ TEST_F(BinaryFilesTest, RenameCopiesVerifiesAndDeletes) {
   WriteBytes(P("old.txt"), "abc");
   EXPECT_FALSE(store.File_Renombrar(T("old.txt"), T("new.txt")));
   EXPECT_FALSE(PathExists(P("old.txt")) || PathExists(P("new.txt")));
+}
+
+TEST_F(BinaryFilesTest, RenameNeverDeletesASourceThatWasNotCopied) {
+  // a copy cut short by a full disk, over a target of equal length: the
+  // lengths "differ", the target goes and the source stays
+  WriteBytes(P("src"), "new");
+  WriteBytes(P("dst"), "old");
+  EXPECT_EQ(InChild([&] {
+    LimitFileSize(2, true);
+    return std::string(store.File_Renombrar(T("src"), T("dst")) ? "renamed" : "refused");
+  }), "refused");
+  EXPECT_EQ(ReadBytes(P("src")) + (PathExists(P("dst")) ? "+dst" : ""), "new");
+  // onto itself, directly or through a link that leads back: left in place
+  std::filesystem::create_symlink(P("src"), P("link"));
+  for (Text to : {tmp.text() + u"/./src", T("link")}) {
+    EXPECT_FALSE(store.File_Renombrar(T("src"), to)) << TextToUtf8(to);
+    EXPECT_EQ(ReadBytes(P("src")), "new");
+  }
+  EXPECT_FALSE(store.File_Renombrar(T("link"), T("src")));
+  EXPECT_EQ(ReadBytes(P("src")), "new");
+  // a second hard link of the same file is another name: renamed as usual
+  std::filesystem::create_hard_link(P("src"), P("hard"));
+  EXPECT_TRUE(store.File_Renombrar(T("src"), T("hard")));
+  EXPECT_EQ(ReadBytes(P("hard")) + (PathExists(P("src")) ? "+src" : ""), "new");
 }
 
 struct AppLogTest : StoreTest {

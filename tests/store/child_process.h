@@ -1,31 +1,36 @@
-// Pieces of a test run in a forked child: as an ordinary user (user and group
-// 65534 when the tests run as root, since root passes every permission
-// check), handing a text back through a pipe; or killed with SIGKILL at a
-// moment the child itself announces.
+// Pieces of a test run in a forked child, handing a text back through a
+// pipe: as it is, or as an ordinary user (user and group 65534 when the tests
+// run as root, since root passes every permission check); or killed with
+// SIGKILL at a moment the child itself announces.
 #pragma once
 
 #include <grp.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
+#include <thread>
 
 namespace varnek {
 
 inline constexpr uid_t kNobody = 65534;
 
-// The child's text, or "child failed" when it could not drop its rights or
-// did not end normally.
-inline std::string AsNobody(const std::function<std::string()>& body) {
+// Runs body in a forked child and gives back its text, or "child failed"
+// when it could not drop its rights (as_nobody) or did not end normally
+// (killed by a signal, for one).
+inline std::string InChild(const std::function<std::string()>& body, bool as_nobody = false) {
   int fds[2];
   if (pipe(fds) != 0) return "no pipe";
   pid_t child = fork();
   if (child < 0) return "no fork";
   if (child == 0) {
     close(fds[0]);
-    if (geteuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0))
+    if (as_nobody && geteuid() == 0 &&
+        (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0))
       _exit(3);
     std::string out = body();
     ssize_t ignored = write(fds[1], out.data(), out.size());
@@ -43,9 +48,23 @@ inline std::string AsNobody(const std::function<std::string()>& body) {
   return out;
 }
 
+// The child's text, run as an ordinary user.
+inline std::string AsNobody(const std::function<std::string()>& body) { return InChild(body, true); }
+
+// For a child: lets this process grow files to `bytes` at most. Past that a
+// write is cut short, and the next one fails with EFBIG and raises SIGXFSZ,
+// which ends the process unless `survive`.
+inline void LimitFileSize(size_t bytes, bool survive = false) {
+  if (survive) signal(SIGXFSZ, SIG_IGN);
+  rlimit limit{bytes, RLIM_INFINITY};
+  setrlimit(RLIMIT_FSIZE, &limit);
+}
+
 // Runs body(ready) in a child, waits until the child writes a byte to the
-// descriptor ready (or ends), then kills it with SIGKILL and reaps it.
-inline void KillWhenReady(const std::function<void(int ready)>& body) {
+// descriptor ready (or ends), lets it run on for `delay`, then kills it with
+// SIGKILL and reaps it.
+inline void KillWhenReady(const std::function<void(int ready)>& body,
+                          std::chrono::microseconds delay = std::chrono::microseconds(0)) {
   int fds[2];
   if (pipe(fds) != 0) return;
   pid_t child = fork();
@@ -60,6 +79,7 @@ inline void KillWhenReady(const std::function<void(int ready)>& body) {
   ssize_t ignored = read(fds[0], &byte, 1);
   (void)ignored;
   close(fds[0]);
+  if (delay.count() > 0) std::this_thread::sleep_for(delay);
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
 }

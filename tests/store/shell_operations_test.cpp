@@ -1,7 +1,12 @@
 // The shell's file operations through File_Operacion (copy, move, rename,
 // delete, the trash of "allow undo") and the generated file names.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <optional>
 #include <regex>
 
+#include "tests/store/child_process.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {
@@ -9,12 +14,22 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// The desktop's trash lives under the test's folder while a test runs.
 struct ShellOperationsTest : StoreTest {
+  ShellOperationsTest() {
+    if (const char* home = getenv("XDG_DATA_HOME")) saved_data_home = home;
+    setenv("XDG_DATA_HOME", P("data").c_str(), 1);
+  }
+  ~ShellOperationsTest() override {
+    if (saved_data_home) setenv("XDG_DATA_HOME", saved_data_home->c_str(), 1); else unsetenv("XDG_DATA_HOME");
+  }
   bool Op(int32_t function, int32_t flags, const Text& from, const Text& to = Text()) {
     return store.File_Operacion(Variant(), function, flags, from, to);
   }
   // Two names as a NUL-separated list.
   Text List(const char* a, const char* b) { return T(a) + u'\0' + T(b) + u'\0' + u'\0'; }
+  std::optional<std::string> saved_data_home;
+  const std::string trash = P("data/Trash");
 };
 
 TEST_F(ShellOperationsTest, CopyMoveRenameAndDelete) {
@@ -59,10 +74,6 @@ TEST_F(ShellOperationsTest, CopyMoveRenameAndDelete) {
 }
 
 TEST_F(ShellOperationsTest, AllowUndoMovesToTheTrashWithoutAsking) {
-  const char* saved = getenv("XDG_DATA_HOME");
-  std::string saved_value = saved ? saved : "";
-  setenv("XDG_DATA_HOME", P("data").c_str(), 1);
-  const std::string trash = P("data/Trash");
   for (const char* name : {"d/x.txt", "d/my file.txt", "d/folder/in.txt"}) WriteBytes(P(name), name);
 
   EXPECT_TRUE(Op(kShellDelete, kShellAllowUndo, T("d/x.txt")));
@@ -88,7 +99,75 @@ TEST_F(ShellOperationsTest, AllowUndoMovesToTheTrashWithoutAsking) {
   EXPECT_TRUE(Op(kShellDelete, 0x10000 | kShellAllowUndo, T("d/z.txt")));
   EXPECT_FALSE(PathExists(P("d/y.txt")) || PathExists(P("d/z.txt")));
   EXPECT_EQ(std::distance(fs::directory_iterator(trash + "/files"), {}), 4);
-  if (saved) setenv("XDG_DATA_HOME", saved_value.c_str(), 1); else unsetenv("XDG_DATA_HOME");
+}
+
+TEST_F(ShellOperationsTest, FolderIsNeverCopiedIntoItself) {
+  WriteBytes(P("d/a.txt"), "a");
+  std::filesystem::create_directory(P("d/sub"));
+  std::filesystem::create_directory_symlink(P("d"), P("alias"));
+  // into a subfolder, onto itself (an existing folder takes it inside), or
+  // through a link back to it: refused before anything is made
+  for (const char* to : {"d/sub", "d/new", "d", "alias/sub"}) {
+    EXPECT_FALSE(Op(kShellCopy, 0, T("d"), T(to))) << to;
+    EXPECT_FALSE(Op(kShellMove, 0, T("d"), T(to))) << to;
+  }
+  EXPECT_EQ(std::distance(fs::recursive_directory_iterator(P("d")), {}), 2);
+  EXPECT_TRUE(Op(kShellCopy, 0, T("d"), T("d2")));  // a sibling is fine
+  EXPECT_EQ(ReadBytes(P("d2/a.txt")), "a");
+}
+
+TEST_F(ShellOperationsTest, NamesThatAreNotUtf8OpenCopyAndDeleteAgain) {
+  // made by another program: Latin-1 bytes, and a UTF-8 name of U+FFFD, which
+  // the first one must never be taken for
+  WriteBytes(P("n/l\xE9.txt"), "latin");
+  WriteBytes(P("n/l\xEF\xBF\xBD.txt"), "other");
+  Variant folder = T("n");
+  EXPECT_EQ(store.File_ContarArchivos(folder, u"l\u00e9.*"), 1);
+  EXPECT_EQ(CStr(store.File_ContarArchivos_Lista->Item(1)), u"l\u00e9.txt");
+  EXPECT_EQ(store.File_ReadBinary(T("n/") + u"l\u00e9.txt", true), u"latin");
+  EXPECT_TRUE(Op(kShellCopy, 0, T("n/l?.txt"), T("c")));
+  EXPECT_EQ(ReadBytes(P("c/l\xE9.txt")) + ReadBytes(P("c/l\xEF\xBF\xBD.txt")), "latinother");
+  EXPECT_TRUE(Op(kShellDelete, 0, T("n/l\u00e9*")));
+  EXPECT_EQ(PathExists(P("n/l\xE9.txt")) ? "kept" : ReadBytes(P("n/l\xEF\xBF\xBD.txt")), "other");
+  // every byte the code page maps, alone in a name, lists and opens again
+  for (int b = 0x80; b <= 0xFF; ++b) WriteBytes(P("all/") + std::string(1, static_cast<char>(b)), std::to_string(b));
+  EXPECT_EQ(store.File_ContarArchivos(folder = T("all"), u"*"), 128);
+  std::vector<Text> names;  // each read below counts again and refills the list
+  for (int32_t i = 1; i <= 128; ++i) names.push_back(CStr(store.File_ContarArchivos_Lista->Item(i)));
+  for (const Text& name : names)
+    EXPECT_EQ(store.File_ReadBinary(T("all/") + name, true), Utf8ToText(std::to_string(UnitToByte(name[0]))));
+}
+
+// A folder on another file system goes to the trash as a copy: nothing may
+// leave its place before the copy is whole, and a part that cannot be
+// removed stays, with every file in exactly one of the two places.
+TEST_F(ShellOperationsTest, TrashAcrossFileSystemsLosesNothing) {
+  struct stat here {}, there {};
+  if (stat(tmp.path().c_str(), &here) != 0 || stat("/dev/shm", &there) != 0 || here.st_dev == there.st_dev)
+    GTEST_SKIP() << "/dev/shm is not another file system here";
+  TempFolder other("/dev/shm");
+  for (const std::string& folder : {tmp.path(), other.path()})
+    ASSERT_TRUE(geteuid() != 0 || chown(folder.c_str(), kNobody, kNobody) == 0);
+  const std::string source = other.path() + "/d";
+  const char* const names[] = {"a.txt", "b.txt", "locked/c.txt", "open/e.txt"};
+  std::string got = AsNobody([&] {
+    for (const char* name : names) WriteBytes(source + "/" + name, name);
+    chmod((source + "/locked").c_str(), 0555);  // its file cannot be removed
+    WriteBytes(other.path() + "/u/secret", "s");
+    WriteBytes(other.path() + "/u/plain", "p");
+    chmod((other.path() + "/u/secret").c_str(), 0);  // cannot be copied: nothing goes
+    return std::string(Op(kShellDelete, kShellAllowUndo, Utf8ToText(source)) ? "deleted" : "refused") +
+           (Op(kShellDelete, kShellAllowUndo, Utf8ToText(other.path() + "/u")) ? " deleted" : " refused");
+  });
+  chmod((source + "/locked").c_str(), 0755);
+  EXPECT_EQ(got, "refused refused");
+  EXPECT_EQ(ReadBytes(other.path() + "/u/plain") + (PathExists(trash + "/files/u") ? "+copy" : ""), "p");
+  EXPECT_FALSE(PathExists(trash + "/info/u.trashinfo"));
+  for (const char* name : names) {
+    std::string in_source = ReadBytes(source + "/" + name), in_trash = ReadBytes(trash + "/files/d/" + name);
+    EXPECT_EQ(in_source + in_trash, name) << "in both places or lost: " << name;
+  }
+  EXPECT_TRUE(PathExists(trash + "/info/d.trashinfo"));
 }
 
 TEST_F(ShellOperationsTest, GeneratedNames) {

@@ -28,7 +28,9 @@ struct TestStorage : Storage {
 // A folder made with mkdtemp and removed with everything in it.
 struct TempFolder {
   std::string path_;
-  TempFolder() : path_("/tmp/varnek-store-XXXXXX") { EXPECT_TRUE(mkdtemp(path_.data())); }
+  explicit TempFolder(const std::string& base = "/tmp") : path_(base + "/varnek-store-XXXXXX") {
+    EXPECT_TRUE(mkdtemp(path_.data()));
+  }
   ~TempFolder() { std::filesystem::remove_all(path_); }
   const std::string& path() const { return path_; }
   Text text() const { return Utf8ToText(path_); }
