@@ -32,6 +32,9 @@ int ClassicFileError(int errno_value, const std::string& path = {});
 
 // Whole-fd transfers; false with errno set on failure. WriteFd hands the
 // bytes to one write() and only loops when the kernel took a part of them.
+// ReadFd fails with ENOMEM, before reading, for a file larger than the
+// machine's memory and swap (or the address-space limit), and when memory
+// runs out on the way: it never throws.
 bool ReadFd(int fd, std::string& out);
 bool WriteFd(int fd, std::string_view bytes);
 
