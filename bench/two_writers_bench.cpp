@@ -5,8 +5,6 @@
 // random points (files found neither old nor new, keep copies left over).
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -39,26 +37,6 @@ struct Scratch {
   }
 };
 
-// Runs writer(0) and writer(1) in two children that start together.
-void RunTwoWriters(const std::function<void(int)>& writer) {
-  int go[2];
-  if (pipe(go) != 0) std::abort();
-  pid_t children[2];
-  for (int c = 0; c < 2; ++c) {
-    children[c] = fork();
-    if (children[c] == 0) {
-      close(go[1]);
-      char byte;
-      (void)!read(go[0], &byte, 1);
-      writer(c);
-      _exit(0);
-    }
-  }
-  close(go[0]);
-  close(go[1]);  // both children start at the end of the file
-  for (pid_t child : children) waitpid(child, nullptr, 0);
-}
-
 // Counts, over kTrials trials, the keys missing at the end (of 2 x kWrites)
 // and the trials in which a writer's last value was rolled back.
 template <typename Write, typename Read>
@@ -70,7 +48,7 @@ void CountLostWrites(benchmark::State& state, bool hard_link, Write write, Read 
       const std::string file = scratch.path + "/shared.ini";
       std::ofstream(file) << "[start]\nk=v\n";
       if (hard_link) fs::create_hard_link(file, scratch.path + "/second-name.ini");
-      RunTwoWriters([&](int c) {
+      RunSideBySide(2, [&](int c) {
         for (int i = 0; i < kWrites; ++i) {
           write(file, c, "k" + std::to_string(i), std::to_string(i));
           write(file, c, "last", std::to_string(i));

@@ -100,11 +100,11 @@ bool KeepCopy::Make(std::string_view old_bytes) {
       continue;
     }
     if (place > 0) RemoveStaleTemps(dir, "");
+    // Written without a name and linked when whole: a kill leaves no part.
     std::string temp;
-    UniqueFd out = MakeTempAt(dir, "", temp);
+    UniqueFd out = MakeUnnamedAt(dir, "", temp);
     bool done = out.ok() && WriteFd(out.get(), header) && WriteFd(out.get(), old_bytes) &&
-                fsync(out.get()) == 0 && close(out.Release()) == 0 &&
-                renameat(dir, temp.c_str(), dir, Name(place).c_str()) == 0;
+                fsync(out.get()) == 0 && PlaceAt(out.get(), dir, temp, "", Name(place), true);
     error = errno;
     if (done) {
       SyncFolder(dir);

@@ -55,66 +55,52 @@ bool WriteWhole(int fd, const Content& content) {
   return ftruncate(fd, 0) == 0 && lseek(fd, 0, SEEK_SET) == 0 && content.WriteTo(fd) && fsync(fd) == 0;
 }
 
-// A temporary file in the folder with the content, synced and closed; its
-// name into temp. False with errno (the temporary file removed).
-bool WriteTemp(int dir, const std::string& base, const struct stat* old, mode_t new_mode,
-               const Content& content, std::string& temp, bool& owner_kept) {
-  owner_kept = true;
-  UniqueFd fd = MakeTempAt(dir, base, temp);
-  if (!fd.ok()) return false;
-  bool ok;
+// The outcome of writing new content beside the file.
+enum class Staged { kDone, kFailed, kNoTemp };
+
+// Writes the content to a new file in the folder with the old owner and mode
+// (new_mode for a new file), synced, and gives it the name `to`. kNoTemp when
+// the new file cannot be made or cannot take the old owner; kFailed (errno)
+// when writing or naming it failed. Nothing is left behind on failure.
+Staged WriteBeside(int dir, const std::string& base, const struct stat* old, mode_t new_mode,
+                   const Content& content, bool replace) {
+  std::string temp;
+  UniqueFd fd = MakeUnnamedAt(dir, base, temp);
+  if (!fd.ok()) return Staged::kNoTemp;
+  Staged result = Staged::kDone;
   if (old && (old->st_uid != geteuid() || old->st_gid != getegid()) &&
       fchown(fd.get(), old->st_uid, old->st_gid) != 0) {
-    owner_kept = ok = false;
-  } else {
-    ok = fchmod(fd.get(), old ? old->st_mode & 07777 : new_mode) == 0 && content.WriteTo(fd.get()) &&
-         fsync(fd.get()) == 0 && close(fd.Release()) == 0;
+    result = Staged::kNoTemp;
+  } else if (fchmod(fd.get(), old ? old->st_mode & 07777 : new_mode) != 0 || !content.WriteTo(fd.get()) ||
+             fsync(fd.get()) != 0 || !PlaceAt(fd.get(), dir, temp, base, base, replace)) {
+    result = Staged::kFailed;
   }
-  if (!ok) {
+  if (result != Staged::kDone && !temp.empty()) {
     int saved = errno;
     unlinkat(dir, temp.c_str(), 0);
     errno = saved;
   }
-  return ok;
+  if (result == Staged::kDone) SyncFolder(dir);
+  return result;
 }
 
-// A file that is not there yet: made under a temporary name and renamed to
-// its own without overwriting. 1 made, 0 failed (errno), -1 someone else made
-// it meanwhile.
+// A file that is not there yet, made without overwriting: 1 made, 0 failed
+// (errno), -1 someone else made it meanwhile.
 int CreateNew(int dir, const std::string& base, mode_t mode, const Content& content) {
-  std::string temp;
-  bool owner_kept;
-  if (!WriteTemp(dir, base, nullptr, mode, content, temp, owner_kept)) return 0;
-  int done = renameat2(dir, temp.c_str(), dir, base.c_str(), RENAME_NOREPLACE);
-  if (done != 0 && (errno == EINVAL || errno == ENOSYS))  // a file system without it
-    done = renameat(dir, temp.c_str(), dir, base.c_str());
-  if (done != 0) {
-    int saved = errno;
-    unlinkat(dir, temp.c_str(), 0);
-    errno = saved;
-    return saved == EEXIST ? -1 : 0;
-  }
-  SyncFolder(dir);
-  return 1;
+  if (WriteBeside(dir, base, nullptr, mode, content, false) == Staged::kDone) return 1;
+  return errno == EEXIST ? -1 : 0;
 }
 
-// The atomic way: a temporary file with the old owner and mode, renamed over
-// the file. 1 done, 0 failed with the file untouched (errno), -1 when the
-// temporary file cannot be made or cannot take the old owner: the caller
-// then writes in place.
+// The atomic way: a new file with the old owner and mode, renamed over the
+// file. 1 done, 0 failed with the file untouched (errno), -1 when the new
+// file cannot be made or cannot take the old owner: the caller then writes
+// in place.
 int ReplaceByRename(int dir, const std::string& base, const struct stat& old, const Content& content) {
-  std::string temp;
-  bool owner_kept;
-  if (!WriteTemp(dir, base, &old, 0, content, temp, owner_kept))
-    return temp.empty() || !owner_kept ? -1 : 0;
-  if (renameat(dir, temp.c_str(), dir, base.c_str()) != 0) {
-    int saved = errno;
-    unlinkat(dir, temp.c_str(), 0);
-    errno = saved;
-    return 0;
+  switch (WriteBeside(dir, base, &old, 0, content, true)) {
+    case Staged::kDone: return 1;
+    case Staged::kFailed: return 0;
+    default: return -1;
   }
-  SyncFolder(dir);
-  return 1;
 }
 
 // The in-place way, on the locked descriptor: the old content is kept aside

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <signal.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -54,15 +55,29 @@ long TempOwner(std::string_view name, const std::string& base) {
   return pid;
 }
 
+// Calls make() with temporary names of `base` in `name` until it succeeds
+// (true) or fails otherwise than with EEXIST (false, `name` empty).
+template <typename Make>
+bool TryTempNames(const std::string& base, std::string& name, Make make) {
+  const std::string tail = kSaveMark + std::to_string(getpid()) + "-";
+  const std::string prefix = !base.empty() && 1 + base.size() + tail.size() + kRandomLength <= NAME_MAX
+                                 ? "." + base + tail
+                                 : tail;
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    name = prefix + RandomSuffix();
+    if (make()) return true;
+    if (errno != EEXIST) break;
+  }
+  name.clear();
+  return false;
+}
+
 UniqueFd ScratchIn(const std::string& folder) {
   UniqueFd dir = OpenFolder(folder);
   if (!dir.ok()) return dir;
-  UniqueFd fd(RetryOnEintr([&] { return openat(dir.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600); }));
-  if (fd.ok() || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) return fd;
-  // No unnamed files on this file system: a named one, unlinked at once.
   std::string name;
-  fd = MakeTempAt(dir.get(), "", name);
-  if (fd.ok()) unlinkat(dir.get(), name.c_str(), 0);
+  UniqueFd fd = MakeUnnamedAt(dir.get(), "", name);
+  if (fd.ok() && !name.empty()) unlinkat(dir.get(), name.c_str(), 0);  // a name for an instant only
   return fd;
 }
 
@@ -73,19 +88,41 @@ UniqueFd OpenFolder(const std::string& folder) {
 }
 
 UniqueFd MakeTempAt(int folder_fd, const std::string& base, std::string& name) {
-  const std::string tail = kSaveMark + std::to_string(getpid()) + "-";
-  const std::string prefix = !base.empty() && 1 + base.size() + tail.size() + kRandomLength <= NAME_MAX
-                                 ? "." + base + tail
-                                 : tail;
-  for (int attempt = 0; attempt < 100; ++attempt) {
-    name = prefix + RandomSuffix();
-    int fd = RetryOnEintr(
+  int fd = -1;
+  TryTempNames(base, name, [&] {
+    fd = RetryOnEintr(
         [&] { return openat(folder_fd, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600); });
-    if (fd >= 0) return UniqueFd(fd);
-    if (errno != EEXIST) break;
-  }
+    return fd >= 0;
+  });
+  return UniqueFd(fd);
+}
+
+UniqueFd MakeUnnamedAt(int folder_fd, const std::string& base, std::string& name) {
   name.clear();
-  return UniqueFd();
+  static const bool proc = access("/proc/self/fd", X_OK) == 0;  // needed to link the file later
+  if (proc) {
+    UniqueFd fd(RetryOnEintr([&] { return openat(folder_fd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600); }));
+    if (fd.ok() || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) return fd;
+  }
+  return MakeTempAt(folder_fd, base, name);
+}
+
+bool PlaceAt(int fd, int folder_fd, std::string& name, const std::string& base, const std::string& to,
+             bool replace) {
+  if (name.empty()) {
+    const std::string self = "/proc/self/fd/" + std::to_string(fd);
+    auto link_as = [&](const std::string& as) {
+      return linkat(AT_FDCWD, self.c_str(), folder_fd, as.c_str(), AT_SYMLINK_FOLLOW) == 0;
+    };
+    if (!replace) return link_as(to);
+    // A link cannot replace a file: a temporary name first, renamed over it.
+    if (!TryTempNames(base, name, [&] { return link_as(name); })) return false;
+    return renameat(folder_fd, name.c_str(), folder_fd, to.c_str()) == 0;
+  }
+  if (replace) return renameat(folder_fd, name.c_str(), folder_fd, to.c_str()) == 0;
+  if (renameat2(folder_fd, name.c_str(), folder_fd, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  return renameat(folder_fd, name.c_str(), folder_fd, to.c_str()) == 0;  // a file system without it
 }
 
 void RemoveStaleTemps(int folder_fd, const std::string& base) {

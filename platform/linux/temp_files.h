@@ -22,6 +22,19 @@ UniqueFd OpenFolder(const std::string& folder);
 // into `name`. -1 with errno, and `name` empty, on failure.
 UniqueFd MakeTempAt(int folder_fd, const std::string& base, std::string& name);
 
+// A new file for content on its way to a name in the folder: without a name
+// (O_TMPFILE) where the file system allows, so that a process killed while
+// writing it leaves nothing; else a temporary file as MakeTempAt makes it,
+// its name into `name` ("" for a file without a name).
+UniqueFd MakeUnnamedAt(int folder_fd, const std::string& base, std::string& name);
+
+// Gives the file of MakeUnnamedAt the name `to` in the folder, over an
+// existing file of that name when `replace`, else failing with EEXIST if
+// there is one. On failure a temporary name may be left in `name`, for the
+// caller to remove.
+bool PlaceAt(int fd, int folder_fd, std::string& name, const std::string& base, const std::string& to,
+             bool replace);
+
 // Removes the temporary files of `base` (and the short ones of any file)
 // whose process has ended.
 void RemoveStaleTemps(int folder_fd, const std::string& base);

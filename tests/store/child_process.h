@@ -1,7 +1,7 @@
 // Pieces of a test run in a forked child: as an ordinary user (user and group
 // 65534 when the tests run as root, since root passes every permission
-// check), handing a text back through a pipe; or killed with SIGKILL at a
-// moment the child itself announces.
+// check), handing a text back through a pipe; killed with SIGKILL at a
+// moment the child itself announces; or several children started together.
 #pragma once
 
 #include <grp.h>
@@ -11,6 +11,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace varnek {
 
@@ -62,6 +63,29 @@ inline void KillWhenReady(const std::function<void(int ready)>& body) {
   close(fds[0]);
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
+}
+
+// Runs body(0) ... body(count - 1) in as many children, released at the same
+// moment, and waits for them all.
+inline void RunSideBySide(int count, const std::function<void(int child)>& body) {
+  int go[2];
+  if (pipe(go) != 0) return;
+  std::vector<pid_t> children;
+  for (int c = 0; c < count; ++c) {
+    pid_t child = fork();
+    if (child == 0) {
+      close(go[1]);
+      char byte;
+      ssize_t ignored = read(go[0], &byte, 1);  // returns when the parent closes its end
+      (void)ignored;
+      body(c);
+      _exit(0);
+    }
+    if (child > 0) children.push_back(child);
+  }
+  close(go[0]);
+  close(go[1]);
+  for (pid_t child : children) waitpid(child, nullptr, 0);
 }
 
 }  // namespace varnek

@@ -1,6 +1,7 @@
 // Saves that never lose a file: files and folders the user may not write,
-// links, owners and modes, leftovers of killed saves, special files, appends
-// under SIGKILL, wildcard names, and out of memory as failure 7.
+// links, owners and modes, leftovers of killed saves, in-place saves under
+// SIGKILL, two processes on one file, long names and paths, special files,
+// appends under SIGKILL, wildcard names, and out of memory as failure 7.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -8,6 +9,9 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <climits>
+
+#include "varnek/adds/store/variable_store.h"
 #include "varnek/platform/linux/file_settings_store.h"
 #include "tests/store/child_process.h"
 #include "tests/store/store_fixture.h"
@@ -176,6 +180,134 @@ TEST_F(SafeSaveTest, LeftoversOfKilledSavesGoWithTheNextSave) {
   for (const std::string& name : Names()) EXPECT_EQ(name.find(".big.bin."), std::string::npos) << name;
 }
 
+// An environment variable set for one scope.
+struct ScopedEnv {
+  ScopedEnv(const char* name, const std::string& value) : name_(name) {
+    if (const char* old = getenv(name)) old_ = old;
+    setenv(name, value.c_str(), 1);
+  }
+  ~ScopedEnv() { old_.empty() ? unsetenv(name_) : setenv(name_, old_.c_str(), 1); }
+  const char* name_;
+  std::string old_;
+};
+
+// Saves of files written in place (a second hard link; a folder the user may
+// not write) killed at random points: the next open reads old or new, and no
+// keep copy is left anywhere.
+TEST_F(SafeSaveTest, KilledInPlaceSavesLeaveOldOrNewAndNoKeepCopies) {
+  fs::create_directories(P("ro"));
+  fs::create_directories(P("state"));
+  fs::create_directories(P("tmpdir"));
+  ScopedEnv state("XDG_STATE_HOME", P("state")), tmpdir("TMPDIR", P("tmpdir"));
+  const std::string a(1 << 18, 'A'), b((1 << 18) + 777, 'B');
+  WriteBytes(P("linked"), a);
+  ASSERT_EQ(link(P("linked").c_str(), P("second-name").c_str()), 0);
+  WriteBytes(P("ro/f"), a);
+  GiveToNobody({"ro", "ro/f", "state", "tmpdir"});
+  chmod(P("ro").c_str(), 0555);
+  auto kill_rounds = [&](const char* name) {
+    std::string report;
+    for (int round = 0; round < 6; ++round) {
+      KillWhenReady([&](int ready) {
+        for (int i = 0; i < 2000; ++i) {
+          LinuxFiles().WriteAll(T(name), i % 2 ? a : b);
+          if (i == round) (void)!write(ready, "r", 1);
+        }
+      });
+      std::string got = LinuxFiles().ReadAll(T(name), true);
+      if (got != a && got != b) report += "round " + std::to_string(round) + ": " + std::to_string(got.size()) + " bytes; ";
+    }
+    return report;
+  };
+  EXPECT_EQ(kill_rounds("linked"), "");
+  EXPECT_EQ(AsNobody([&] { return kill_rounds("ro/f"); }), "");
+  chmod(P("ro").c_str(), 0755);
+  for (const auto& entry : fs::recursive_directory_iterator(tmp.path()))
+    if (entry.is_regular_file()) {
+      EXPECT_EQ(entry.path().filename().string().find("varnek-"), std::string::npos) << entry.path();
+    }
+  EXPECT_EQ(ReadBytes(P("linked")), ReadBytes(P("second-name")));
+}
+
+// Two processes writing different keys, families or sections of one file at
+// once: every write of both is in the file at the end.
+TEST_F(SafeSaveTest, TwoProcessesNeverUndoEachOthersWrites) {
+  constexpr int kWrites = 20;
+  FileSettingsStore settings(P("cfg"));
+  const std::string settings_file = settings.GroupFile(u"VarnekGlobal");
+  auto key = [](int i) { return Utf8ToText("k" + std::to_string(i)); };
+  auto family = [](int c) { return Utf8ToText("Family" + std::to_string(c)); };
+  auto ini_write = [&](int c, int i) { store.INI_PutString(family(c), key(i), Utf8ToText(std::to_string(i))); };
+  auto ini_read = [&](int c, int i) {
+    store.INI_PurgeBuffer();
+    return store.INI_GetString(family(c), key(i), u"lost");
+  };
+  struct Case {
+    const char* name;
+    std::string file;
+    bool hard_link;
+    std::function<void(int c, int i)> write;
+    std::function<Text(int c, int i)> read;
+  };
+  const std::vector<Case> cases = {
+      {"settings families", settings_file, false,
+       [&](int c, int i) { settings.Set(u"VarnekGlobal", family(c), key(i), Utf8ToText(std::to_string(i))); },
+       [&](int c, int i) { return settings.Get(u"VarnekGlobal", family(c), key(i), u"lost"); }},
+      {"INI sections", P("two.ini"), false, ini_write, ini_read},
+      {"INI sections written in place", P("linked.ini"), true, ini_write, ini_read},
+      {"INI keys beside section deletions", P("del.ini"), false,
+       [&](int c, int i) {
+         if (c == 0) return ini_write(0, i);
+         store.INI_PutString(u"scratch", key(i), u"x");
+         store.INI_DeleteAppName(u"scratch");
+       },
+       [&](int c, int i) { return c == 0 ? ini_read(0, i) : Utf8ToText(std::to_string(i)); }},
+  };
+  for (const Case& test : cases) {
+    WriteBytes(test.file, "[start]\r\nk=v\r\n");
+    if (test.hard_link) {
+      ASSERT_EQ(link(test.file.c_str(), (test.file + "-2").c_str()), 0);
+    }
+    store.INI_SetFileName(Utf8ToText(test.file));
+    RunSideBySide(2, [&](int c) {
+      for (int i = 0; i < kWrites; ++i) test.write(c, i);
+    });
+    int lost = 0;
+    for (int c = 0; c < 2; ++c)
+      for (int i = 0; i < kWrites; ++i) lost += test.read(c, i) != Utf8ToText(std::to_string(i));
+    EXPECT_EQ(lost, 0) << test.name;
+    EXPECT_EQ(ReadBytes(test.file).rfind("[start]", 0), 0u) << test.name;
+  }
+}
+
+// Names of 255 bytes, in a folder and at the end of a path of PATH_MAX - 1
+// bytes, save wherever the truncating write would: new, replaced by rename,
+// and in place with a keep copy.
+TEST_F(SafeSaveTest, LongNamesAndDeepPathsSave) {
+  const std::string name(NAME_MAX, 'n');
+  std::string deep = tmp.path();
+  // folders of 200 bytes, then one that brings the path to PATH_MAX - 1
+  auto last_folder = [&] { return static_cast<long>(PATH_MAX - 3 - NAME_MAX) - static_cast<long>(deep.size()); };
+  while (last_folder() > 200) deep += "/" + std::string(200, 'd');
+  deep += "/" + std::string(static_cast<size_t>(last_folder()), 'e');
+  fs::create_directories(deep);
+  for (const std::string& path : {P(name.c_str()), deep + "/" + name}) {
+    SCOPED_TRACE(path.size());
+    const Text file = Utf8ToText(path);
+    store.File_SaveBinary(file, u"new");
+    EXPECT_EQ(ReadBytes(path), "new");
+    store.File_SaveBinary(file, u"replaced");
+    EXPECT_EQ(ReadBytes(path), "replaced");
+    store.INI_SetFileName(file);
+    EXPECT_EQ(store.INI_PutString(u"s", u"k", u"v"), 1);
+    ASSERT_EQ(link(path.c_str(), P("other-name").c_str()), 0);
+    store.File_SaveBinary(file, u"in place");
+    EXPECT_EQ(ReadBytes(P("other-name")), "in place");
+    fs::remove(P("other-name"));
+  }
+  EXPECT_EQ(deep.size() + 1 + NAME_MAX, size_t{PATH_MAX - 1});
+}
+
 TEST_F(SafeSaveTest, PipesSocketsAndDevicesFailAtOnce) {
   alarm(60);  // a read that waits would otherwise hang the whole suite
   ASSERT_EQ(mkfifo(P("fifo").c_str(), 0600), 0);
@@ -245,6 +377,28 @@ bool UnderAddressSanitizer() {
 }
 
 TEST_F(SafeSaveTest, OutOfMemoryIsFailureSeven) {
+  // sparse files of 100 GB, more than the machine holds: the readers fail
+  // with 7 (or their failure result) before reading, and nothing is written
+  const long long huge = 100LL << 30;
+  FileSettingsStore settings(P("cfg"));
+  sim.platform.settings = settings;
+  VariableStore variables(sim.platform);
+  for (const std::string& path : {P("huge.ini"), settings.GroupFile(u"VarnekGlobal")}) {
+    fs::create_directories(fs::path(path).parent_path());
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT, 0600);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(ftruncate(fd, huge), 0);
+    close(fd);
+  }
+  store.INI_SetFileName(T("huge.ini"));
+  EXPECT_RUNTIME_ERROR(store.INI_GetString(u"a", u"k", u"d"), kErrOutOfMemory);
+  EXPECT_EQ(store.INI_PutString(u"a", u"k", u"v"), 0);
+  EXPECT_RUNTIME_ERROR(variables.Var_VariableGet(u"k", u"F"), kErrOutOfMemory);
+  EXPECT_RUNTIME_ERROR(variables.Var_VariableSet(u"k", u"v", u"F"), kErrOutOfMemory);
+  EXPECT_EQ(fs::file_size(P("huge.ini")), static_cast<uintmax_t>(huge));
+  EXPECT_EQ(fs::file_size(settings.GroupFile(u"VarnekGlobal")), static_cast<uintmax_t>(huge));
+  fs::remove(P("huge.ini"));
+
   if (UnderAddressSanitizer()) GTEST_SKIP() << "the sanitizer reserves more address space than the limit";
   // a sparse file of 4 GB: reading it needs more memory than the child may have
   {
