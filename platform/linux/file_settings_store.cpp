@@ -86,17 +86,6 @@ bool ReadLines(const std::string& path, std::vector<Line>& lines) {
   return true;
 }
 
-// Runs a step; running out of memory on the way fails with 7 rather than
-// reaching the host as an exception of the language.
-template <typename Step>
-auto WithinMemory(Step step) -> decltype(step()) {
-  try {
-    return step();
-  } catch (const std::bad_alloc&) {
-    Fail(kErrOutOfMemory);
-  }
-}
-
 // Index of the entry `name` in section `family`, and the index after which a
 // new entry of that section goes; section_end is npos when there is no section.
 struct Lookup {
@@ -181,7 +170,7 @@ std::string FileSettingsStore::GroupFile(TextView group) const {
 }
 
 Text FileSettingsStore::Get(TextView group, TextView family, TextView name, TextView default_value) {
-  return WithinMemory([&] {
+  return linux_io::WithinMemory([&] {
     std::vector<Line> lines;
     ReadLines(GroupFile(group), lines);
     Lookup found = Find(lines, family, name);
@@ -194,7 +183,7 @@ void FileSettingsStore::Set(TextView group, TextView family, TextView name, Text
   MakeFolders(path.substr(0, path.rfind('/')));
   // Read, change and replace under the file's lock, so that a process writing
   // another family or name at the same time never loses its write.
-  const std::string entry = WithinMemory([&] { return Escape(name) + "=" + Escape(value); });
+  const std::string entry = linux_io::WithinMemory([&] { return Escape(name) + "=" + Escape(value); });
   bool out_of_memory = false;
   bool saved = linux_io::EditFile(
       path,

@@ -38,17 +38,6 @@ bool LoadText(TextView file, Text& text) {
   return true;
 }
 
-// Runs a reading; running out of memory on the way fails with 7 rather
-// than reaching the host as an exception of the language.
-template <typename Read>
-auto WithinMemory(Read read) -> decltype(read()) {
-  try {
-    return read();
-  } catch (const std::bad_alloc&) {
-    Fail(kErrOutOfMemory);
-  }
-}
-
 // The key's value, else the default cut at its NUL and its trailing blanks.
 Text ValueOrDefault(const ProfileText& ini, TextView section, TextView key, OptionalText default_value) {
   if (std::optional<Text> value = ini.Find(section, key)) return std::move(*value);
@@ -62,7 +51,7 @@ Text ValueOrDefault(const ProfileText& ini, TextView section, TextView key, Opti
 int32_t LinuxProfileStore::GetString(OptionalText section, OptionalText key,
                                      OptionalText default_value, Text& buffer, TextView file) {
   if (buffer.empty()) return 0;
-  return WithinMemory([&] {
+  return linux_io::WithinMemory([&] {
     section = CString(section);
     key = CString(key);
     Text text;
@@ -75,7 +64,7 @@ int32_t LinuxProfileStore::GetString(OptionalText section, OptionalText key,
 }
 
 Text LinuxProfileStore::GetValue(TextView section, TextView key, OptionalText default_value, TextView file) {
-  return WithinMemory([&] {
+  return linux_io::WithinMemory([&] {
     Text text;
     bool loaded = LoadText(CString(file), text);
     ProfileText ini(loaded ? std::move(text) : Text());
