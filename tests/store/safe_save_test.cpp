@@ -294,6 +294,30 @@ TEST_F(SafeSaveTest, ReadersNeverSeeHalfASave) {
   EXPECT_EQ(ReadBytes(P("bad-reads")), "0");
 }
 
+// A full disk (here a file size limit, which gives short writes and EFBIG):
+// a save that cannot be written whole leaves the old content, by rename, in
+// place and for a new file, and leaves nothing behind.
+TEST_F(SafeSaveTest, AFullDiskKeepsTheOldContent) {
+  const std::string old_content(50000, 'o');
+  WriteBytes(P("plain"), old_content);
+  WriteBytes(P("linked"), old_content);
+  ASSERT_EQ(link(P("linked").c_str(), P("linked-2").c_str()), 0);
+  GiveToNobody({"plain", "linked"});
+  std::string got = AsNobody([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{80000, 80000};
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return std::string("no limit");
+    std::string r;
+    for (const char* name : {"plain", "linked", "new"})
+      r += std::to_string(FailureNumber([&] { LinuxFiles().WriteAll(T(name), std::string(100000, 'n')); })) + " ";
+    return r;
+  });
+  EXPECT_EQ(got, "75 75 75 ");
+  EXPECT_EQ(ReadBytes(P("plain")), old_content);
+  EXPECT_EQ(ReadBytes(P("linked-2")), old_content);
+  EXPECT_EQ(Names(), (std::vector<std::string>{"linked", "linked-2", "plain"}));
+}
+
 // Names of 255 bytes, in a folder and at the end of a path of PATH_MAX - 1
 // bytes, save wherever the truncating write would: new, replaced by rename,
 // and in place with a keep copy.
