@@ -36,6 +36,14 @@ struct SafeSaveTest : StoreTest {
     std::sort(names.begin(), names.end());
     return names;
   }
+  // A file of `size` bytes that takes no room on disk.
+  static void MakeSparse(const std::string& path, long long size) {
+    fs::create_directories(fs::path(path).parent_path());
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT, 0600);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(ftruncate(fd, size), 0);
+    close(fd);
+  }
   struct stat Stat(const char* name) const {
     struct stat st {};
     EXPECT_EQ(lstat(P(name).c_str(), &st), 0) << name;
@@ -421,13 +429,7 @@ TEST_F(SafeSaveTest, OutOfMemoryIsFailureSeven) {
   FileSettingsStore settings(P("cfg"));
   sim.platform.settings = settings;
   VariableStore variables(sim.platform);
-  for (const std::string& path : {P("huge.ini"), settings.GroupFile(u"VarnekGlobal")}) {
-    fs::create_directories(fs::path(path).parent_path());
-    int fd = open(path.c_str(), O_WRONLY | O_CREAT, 0600);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(ftruncate(fd, huge), 0);
-    close(fd);
-  }
+  for (const std::string& path : {P("huge.ini"), settings.GroupFile(u"VarnekGlobal")}) MakeSparse(path, huge);
   store.INI_SetFileName(T("huge.ini"));
   EXPECT_RUNTIME_ERROR(store.INI_GetString(u"a", u"k", u"d"), kErrOutOfMemory);
   EXPECT_EQ(store.INI_PutString(u"a", u"k", u"v"), 0);
@@ -441,12 +443,7 @@ TEST_F(SafeSaveTest, OutOfMemoryIsFailureSeven) {
 
   if (UnderAddressSanitizer()) GTEST_SKIP() << "the sanitizer reserves more address space than the limit";
   // a sparse file of 4 GB: reading it needs more memory than the child may have
-  {
-    int fd = open(P("huge.bin").c_str(), O_WRONLY | O_CREAT, 0600);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(ftruncate(fd, 4LL << 30), 0);
-    close(fd);
-  }
+  MakeSparse(P("huge.bin"), 4LL << 30);
   WriteBytes(P("ok.txt"), "fine");
   GiveToNobody({"huge.bin", "ok.txt"});
   std::string got = AsNobody([&] {
