@@ -121,7 +121,7 @@ void LinuxFileSystem::Copy(TextView from, TextView to) {
   int in = OpenRegularOrFail(from, O_RDONLY);
   FdCloser close_in(in);
   std::string bytes;
-  if (!linux_io::ReadFd(in, bytes)) FailFromErrno();
+  if (!linux_io::ReadSavedFd(in, bytes)) FailFromErrno();
   std::string target = PathBytes(to);
   if (!linux_io::ReplaceFile(target, bytes)) FailFromErrno(target);
 }

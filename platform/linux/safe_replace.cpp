@@ -46,7 +46,12 @@ struct Content {
   }
 };
 
-bool Lock(int fd, int how) { return RetryOnEintr([&] { return flock(fd, how); }) == 0; }
+// Takes or drops the file's flock. A file system without locks (ENOLCK,
+// EOPNOTSUPP, EINVAL) is read and saved unlocked rather than not at all.
+bool Lock(int fd, int how) {
+  if (RetryOnEintr([&] { return flock(fd, how); }) == 0) return true;
+  return errno == ENOLCK || errno == EOPNOTSUPP || errno == EINVAL;
+}
 
 bool HasAcl(int fd) { return fgetxattr(fd, "system.posix_acl_access", nullptr, 0) > 0; }
 
