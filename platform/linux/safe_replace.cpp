@@ -155,6 +155,54 @@ bool EditReadOnly(int dir, const std::string& base, const Editor& edit) {
   return decided == Edit::kLeave;
 }
 
+// A save of a file that is not there: the edit of "" made without
+// overwriting. 1 made, 0 failed (errno), -1 made by another process meanwhile.
+int SaveNew(int dir, const std::string& base, const Editor* edit, Content content, mode_t mode) {
+  std::string bytes;
+  if (edit) {
+    Edit decided = (*edit)(bytes, false);
+    if (decided != Edit::kWrite) return decided == Edit::kLeave ? 1 : 0;
+    content = Content{bytes};
+  }
+  return CreateNew(dir, base, mode, content);
+}
+
+// Takes the exclusive lock of the open file. 1 locked, with st its state; 0
+// failed (errno); -1 when a save that held the lock renamed a new file over
+// this one meanwhile.
+int LockCurrent(int dir, const std::string& base, int fd, struct stat& st) {
+  struct stat now {};
+  if (fstat(fd, &st) != 0) return 0;
+  if (!S_ISREG(st.st_mode)) {
+    errno = ENODEV;
+    return 0;
+  }
+  fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+  if (!Lock(fd, LOCK_EX)) return 0;
+  if (fstatat(dir, base.c_str(), &now, 0) != 0 || now.st_ino != st.st_ino || now.st_dev != st.st_dev) return -1;
+  return RestoreLeftKeep(fd, dir) && fstat(fd, &st) == 0 ? 1 : 0;
+}
+
+// The save of the locked file: the edit of its bytes, if any, then the
+// replacement by rename where that keeps everything the file has, else in
+// place.
+bool SaveLocked(int dir, const std::string& base, int fd, const struct stat& st, const Editor* edit,
+                Content content) {
+  std::string bytes, old;
+  if (edit) {
+    if (lseek(fd, 0, SEEK_SET) != 0 || !ReadFd(fd, bytes)) return false;
+    old = bytes;
+    Edit decided = (*edit)(bytes, true);
+    if (decided != Edit::kWrite) return decided == Edit::kLeave;
+    content = Content{bytes};
+  }
+  if (st.st_nlink == 1 && !HasAcl(fd)) {
+    int done = ReplaceByRename(dir, base, st, content);
+    if (done >= 0) return done == 1;
+  }
+  return ReplaceInPlace(dir, base, fd, edit ? &old : nullptr, content);
+}
+
 // One save. With edit, the old bytes are read under the lock and edited into
 // the new content; without, content is written as it is.
 bool Save(const std::string& path, const Editor* edit, Content content, mode_t new_mode) {
@@ -169,54 +217,23 @@ bool Save(const std::string& path, const Editor* edit, Content content, mode_t n
   if (!dir.ok()) return false;
   RemoveStaleTemps(dir.get(), base);
   const mode_t mode = new_mode ? new_mode : DefaultMode();
-
   for (int round = 0; round < kMaxLockRounds; ++round) {
     UniqueFd fd(RetryOnEintr([&] {
       return openat(dir.get(), base.c_str(), (edit ? O_RDWR : O_WRONLY) | O_NONBLOCK | O_CLOEXEC);
     }));
-    std::string bytes;
     if (!fd.ok() && edit && (errno == EACCES || errno == EPERM || errno == EROFS || errno == ETXTBSY))
       return EditReadOnly(dir.get(), base, *edit);
+    int state = 0;
     if (!fd.ok()) {
       if (errno != ENOENT) return false;
-      if (edit) {
-        Edit decided = (*edit)(bytes, false);
-        if (decided != Edit::kWrite) return decided == Edit::kLeave;
-        content = Content{bytes};
-      }
-      int made = CreateNew(dir.get(), base, mode, content);
-      if (made >= 0) return made == 1;
-      continue;  // made by another process meanwhile: edit that one
+      state = SaveNew(dir.get(), base, edit, content, mode);
+      if (state >= 0) return state == 1;
+      continue;  // made by another process meanwhile: save over that one
     }
-    struct stat st {}, now {};
-    if (fstat(fd.get(), &st) != 0) return false;
-    if (!S_ISREG(st.st_mode)) {
-      errno = ENODEV;
-      return false;
-    }
-    fcntl(fd.get(), F_SETFL, fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
-    if (!Lock(fd.get(), LOCK_EX)) return false;
-    // A save that held the lock may have renamed a new file over this one.
-    if (fstatat(dir.get(), base.c_str(), &now, 0) != 0 || now.st_ino != st.st_ino || now.st_dev != st.st_dev)
-      continue;
-    if (!RestoreLeftKeep(fd.get(), dir.get()) || fstat(fd.get(), &st) != 0) return false;
-    if (edit) {
-      if (lseek(fd.get(), 0, SEEK_SET) != 0 || !ReadFd(fd.get(), bytes)) return false;
-      const std::string old = bytes;
-      Edit decided = (*edit)(bytes, true);
-      if (decided != Edit::kWrite) return decided == Edit::kLeave;
-      content = Content{bytes};
-      if (st.st_nlink == 1 && !HasAcl(fd.get())) {
-        int done = ReplaceByRename(dir.get(), base, st, content);
-        if (done >= 0) return done == 1;
-      }
-      return ReplaceInPlace(dir.get(), base, fd.get(), &old, content);
-    }
-    if (st.st_nlink == 1 && !HasAcl(fd.get())) {
-      int done = ReplaceByRename(dir.get(), base, st, content);
-      if (done >= 0) return done == 1;
-    }
-    return ReplaceInPlace(dir.get(), base, fd.get(), nullptr, content);
+    struct stat st {};
+    state = LockCurrent(dir.get(), base, fd.get(), st);
+    if (state > 0) return SaveLocked(dir.get(), base, fd.get(), st, edit, content);
+    if (state == 0) return false;
   }
   errno = EBUSY;
   return false;
