@@ -23,6 +23,17 @@ namespace fs = std::filesystem;
 
 const std::string kIni = "[a]\r\nk=1\r\n[b]\r\nk=2\r\n";
 
+// An environment variable set for one scope.
+struct ScopedEnv {
+  ScopedEnv(const char* name, const std::string& value) : name_(name) {
+    if (const char* old = getenv(name)) old_ = old;
+    setenv(name, value.c_str(), 1);
+  }
+  ~ScopedEnv() { old_.empty() ? unsetenv(name_) : setenv(name_, old_.c_str(), 1); }
+  const char* name_;
+  std::string old_;
+};
+
 struct SafeSaveTest : StoreTest {
   // The folder and the named files belong to the ordinary user (no-ops when
   // the tests do not run as root: the files are the user's already).
@@ -83,7 +94,9 @@ TEST_F(SafeSaveTest, FilesTheUserMayNotWriteStayAsTheyWere) {
 TEST_F(SafeSaveTest, AWritableFileInAnUnwritableFolderIsWrittenInPlace) {
   WriteBytes(P("f.txt"), "old content");
   WriteBytes(P("s.ini"), kIni);
-  GiveToNobody({"f.txt", "s.ini"});
+  fs::create_directories(P("state"));  // where the old content is kept meanwhile
+  ScopedEnv state("XDG_STATE_HOME", P("state"));
+  GiveToNobody({"f.txt", "s.ini", "state"});
   chmod(tmp.path().c_str(), 0555);
   std::string got = AsNobody([&] {
     std::string r;
@@ -98,7 +111,8 @@ TEST_F(SafeSaveTest, AWritableFileInAnUnwritableFolderIsWrittenInPlace) {
   EXPECT_EQ(got, "10");
   EXPECT_EQ(ReadBytes(P("f.txt")), "new");
   EXPECT_EQ(ReadBytes(P("s.ini")), "[a]\r\nk=1\r\n[b]\r\nk=3\r\n");
-  EXPECT_EQ(Names(), (std::vector<std::string>{"f.txt", "s.ini"}));
+  EXPECT_EQ(Names(), (std::vector<std::string>{"f.txt", "s.ini", "state"}));
+  EXPECT_TRUE(fs::is_empty(P("state/varnek-keep")));
   EXPECT_EQ(Stat("f.txt").st_uid, geteuid() == 0 ? kNobody : geteuid());
 }
 
@@ -172,17 +186,6 @@ TEST_F(SafeSaveTest, LeftoversOfKilledSavesGoWithTheNextSave) {
                                                ".g.txt.varnek-save-" + dead + "-abcDEF", "f.txt"}));
 
 }
-
-// An environment variable set for one scope.
-struct ScopedEnv {
-  ScopedEnv(const char* name, const std::string& value) : name_(name) {
-    if (const char* old = getenv(name)) old_ = old;
-    setenv(name, value.c_str(), 1);
-  }
-  ~ScopedEnv() { old_.empty() ? unsetenv(name_) : setenv(name_, old_.c_str(), 1); }
-  const char* name_;
-  std::string old_;
-};
 
 // Saves killed at random points, by rename (a plain file) and in place (a
 // second hard link; a folder the user may not write): the next open reads
