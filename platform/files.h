@@ -24,6 +24,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -92,6 +93,14 @@ class FileSystem {
   // where that is safe (the Linux rules: platform/linux/safe_replace.h). A file
   // the caller may not write fails with 70 and is left as it was.
   virtual void WriteAll(TextView path, std::string_view bytes) = 0;
+  // Read, change and replace as one step that no other writer of the file
+  // can come between (on Linux: under the file's lock, see
+  // platform/linux/safe_replace.h). edit gets the whole file ("" for a
+  // missing one, which is then created, unless its name holds "*" or "?")
+  // and answers true with the new bytes in place, or false to leave the file
+  // as it is. Fails as ReadAll and WriteAll fail; a file that may be read but
+  // not written fails with 70 once edit asks to write.
+  virtual void EditAll(TextView path, const std::function<bool(std::string& bytes)>& edit) = 0;
   // Appends the bytes as one record, creating the file if need be: a process
   // killed mid-way leaves a torn tail that the next append (or read-write
   // ReadAll) cuts back; a write cut short (disk full: 61) cuts the file back

@@ -57,7 +57,10 @@ class ProfileStore {
   // was not there). No section, a file that is there but cannot be read, or
   // one that cannot be written (a missing folder, no permission), gives false
   // and leaves the file as it was. The file is replaced as
-  // FileSystem::WriteAll replaces one.
+  // FileSystem::WriteAll replaces one, read and replaced as one step that no
+  // other writer can come between (FileSystem::EditAll), so two processes
+  // never undo each other's writes. A file too big for memory: GetString and
+  // GetValue fail with 7, WriteString gives false.
   virtual bool WriteString(OptionalText section, OptionalText key, OptionalText value,
                            TextView file) = 0;
 };

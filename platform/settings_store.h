@@ -11,7 +11,10 @@ class SettingsStore {
   virtual ~SettingsStore() = default;
   // The stored text, or default_value when there is none.
   virtual Text Get(TextView group, TextView family, TextView name, TextView default_value) = 0;
-  // Stores the text; failures of the medium fail with the classic file errors.
+  // Stores the text; failures of the medium fail with the classic file errors
+  // (7 when the store is too big for memory, which Get fails with too). The
+  // store is read, changed and written as one step that no other process
+  // writing other names or families can come between.
   virtual void Set(TextView group, TextView family, TextView name, TextView value) = 0;
 };
 

@@ -1,9 +1,11 @@
 // The INI store: one current file, read through a cache of 40-unit keys.
 #include "varnek/adds/store/storage.h"
 #include "varnek/adds/text/text_internal.h"
+#include "varnek/platform/files.h"
 #include "varnek/platform/profile.h"
 #include "varnek/runtime/compare.h"
 #include "varnek/runtime/convert.h"
+#include "varnek/runtime/failure.h"
 #include "varnek/runtime/int16.h"
 #include "varnek/runtime/strings.h"
 
@@ -115,18 +117,38 @@ Variant Storage::INI_ListAppName() {
 }
 
 Variant Storage::INI_DeleteAppName(const Variant& nAppName) {
-  Text content;
-  // A file that is there but cannot be read is never written over.
-  if (!ReadWhole(INI_FileName, false, content)) {
-    INI_PurgeBuffer();
-    return Variant(true);
-  }
-  Variant text = content;
   Variant header = Concat(Concat(Variant(u"["), nAppName), Variant(u"]"));
-  Text before = Var_GetPart(text, header, true);
-  Text body = Var_GetPart(text, u"[", true);
-  Text result = body.empty() ? before : before + u"[" + CStr(text);
-  File_SaveBinary(INI_FileName, result);
+  bool past_limit = false;
+  Resume([&] {  // the folder is made as File_SaveBinary makes it
+    Text folder, name;
+    if (SplitPath(CStr(INI_FileName), folder, name)) Disk_CrearRutaDirectorios(folder);
+  });
+  // Read, cut and save as one step under the file's lock. A file that is
+  // there but cannot be read is never written over.
+  Resume([&] {
+    files().EditAll(CStr(INI_FileName), [&](std::string& bytes) {
+      Variant text = BytesToText(bytes);
+      const Text whole = CStr(text);
+      Text before = Var_GetPart(text, header, true);
+      const Text after_header = CStr(text);
+      const bool header_cut = after_header.size() != whole.size();
+      Text body = Var_GetPart(text, u"[", true);
+      const Text rest = CStr(text);
+      const bool body_cut = rest.size() != after_header.size();
+      // Var_GetPart finds nothing past unit 32767: a header there, or the
+      // "[" of the next section there, would have the text saved without
+      // sections the call did not name.
+      if ((!header_cut && InStr(whole, CStr(header)) > 0) ||
+          (header_cut && !body_cut && InStr(after_header, u"[") > 0)) {
+        past_limit = true;
+        return false;
+      }
+      Text result = body.empty() ? before : before + u"[" + rest;
+      bytes = TextToBytes(result);
+      return true;
+    });
+  });
+  if (past_limit) return Variant(false);
   INI_PurgeBuffer();
   return Variant(true);
 }

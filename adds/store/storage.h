@@ -133,7 +133,12 @@ class Storage : public virtual TextToolkit {
   Variant INI_ListAppName();
   // Cuts "[name]" (case as given) and its body out of the file's text; a
   // missing section empties a file that begins with "[". A file that is there
-  // but cannot be read is not saved. Open; always true.
+  // but cannot be read is not saved. Read, cut and save are one step under
+  // the file's lock. Open; true, except where Var_GetPart's 16-bit limit
+  // shows: a header, or the "[" after the section's body, past unit 32767
+  // cannot be cut, and rather than save the text without sections the call
+  // did not name (a 37 KB file would go to 0 bytes), the file is left as it
+  // is and the result is False.
   Variant INI_DeleteAppName(const Variant& nAppName);
 
   // The cache's state, for tests and diagnostics.

@@ -6,9 +6,13 @@
 #include <fcntl.h>
 #include <pwd.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/sysinfo.h>
 #include <time.h>
 #include <unistd.h>
+
+#include <new>
 
 #include "varnek/runtime/failure.h"
 
@@ -37,6 +41,19 @@ std::string PartBytes(const std::string& folder, TextView part) {
   std::string legacy = TextToBytes(part);
   if (IsValidUtf8(legacy) || Present(folder + utf8) || !Present(folder + legacy)) return utf8;
   return legacy;
+}
+
+// The most a whole-file read may hold: the machine's memory and swap, or the
+// process's address-space limit when that is lower.
+unsigned long long MemoryForOneFile() {
+  unsigned long long most = ~0ULL;
+  struct sysinfo info {};
+  if (sysinfo(&info) == 0)
+    most = (static_cast<unsigned long long>(info.totalram) + info.totalswap) * info.mem_unit;
+  struct rlimit limit {};
+  if (getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY && limit.rlim_cur < most)
+    most = limit.rlim_cur;
+  return most;
 }
 
 }  // namespace
@@ -108,16 +125,26 @@ void FailFromErrno(const std::string& path) { Fail(ClassicFileError(errno, path)
 
 bool ReadFd(int fd, std::string& out) {
   // A regular file's size is known: one allocation, and a file too big for
-  // memory fails here at once rather than after reading most of it.
+  // memory fails at once (ENOMEM) rather than after reading most of it.
   struct stat st {};
-  if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0)
-    out.reserve(out.size() + static_cast<size_t>(st.st_size));
-  char chunk[65536];
-  for (;;) {
-    ssize_t n = RetryOnEintr([&] { return read(fd, chunk, sizeof chunk); });
-    if (n < 0) return false;
-    if (n == 0) return true;
-    out.append(chunk, static_cast<size_t>(n));
+  try {
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0) {
+      if (static_cast<unsigned long long>(st.st_size) > MemoryForOneFile()) {
+        errno = ENOMEM;
+        return false;
+      }
+      out.reserve(out.size() + static_cast<size_t>(st.st_size));
+    }
+    char chunk[65536];
+    for (;;) {
+      ssize_t n = RetryOnEintr([&] { return read(fd, chunk, sizeof chunk); });
+      if (n < 0) return false;
+      if (n == 0) return true;
+      out.append(chunk, static_cast<size_t>(n));
+    }
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return false;
   }
 }
 

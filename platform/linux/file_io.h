@@ -4,9 +4,11 @@
 // regular file.
 #pragma once
 
+#include <new>
 #include <string>
 #include <string_view>
 
+#include "varnek/runtime/failure.h"
 #include "varnek/runtime/text.h"
 
 namespace varnek::linux_io {
@@ -43,8 +45,23 @@ int ClassicFileError(int errno_value, const std::string& path = {});
 
 // Whole-fd transfers; false with errno set on failure. WriteFd hands the
 // bytes to one write() and only loops when the kernel took a part of them.
+// ReadFd fails with ENOMEM, before reading, for a file larger than the
+// machine's memory and swap (or the address-space limit), and when memory
+// runs out on the way: it never throws.
 bool ReadFd(int fd, std::string& out);
 bool WriteFd(int fd, std::string_view bytes);
+
+// Runs a step that reads or edits a file's text; running out of memory on
+// the way fails with 7 (Out of memory) rather than reaching the host as an
+// exception of the language.
+template <typename Step>
+auto WithinMemory(Step step) -> decltype(step()) {
+  try {
+    return step();
+  } catch (const std::bad_alloc&) {
+    Fail(kErrOutOfMemory);
+  }
+}
 
 // Opens a file for reading (flags O_RDONLY or O_RDWR, maybe O_CREAT) without
 // ever blocking, and checks what it is: a folder fails with EISDIR, a pipe,

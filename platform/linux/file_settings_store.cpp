@@ -9,8 +9,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <sstream>
+#include <new>
 #include <optional>
+#include <sstream>
 #include <vector>
 
 #include "varnek/platform/linux/file_io.h"
@@ -44,12 +45,9 @@ size_t FindUnescaped(std::string_view text, char c) {
   return std::string_view::npos;
 }
 
-// The file's lines; a missing file has none. False when the file is there but
-// cannot be read: then nothing may be written back over it.
-bool ReadLines(const std::string& path, std::vector<Line>& lines) {
-  lines.clear();
-  std::string content;
-  if (!linux_io::ReadFile(path, content)) return errno == ENOENT;
+// The lines of a file's text.
+std::vector<Line> ParseLines(std::string content) {
+  std::vector<Line> lines;
   std::istringstream in(std::move(content));
   std::string raw;
   while (std::getline(in, raw)) {
@@ -72,6 +70,19 @@ bool ReadLines(const std::string& path, std::vector<Line>& lines) {
     }
     lines.push_back(std::move(line));
   }
+  return lines;
+}
+
+// The file's lines; a missing file has none. False when the file is there but
+// cannot be read. A file too big for memory fails with 7.
+bool ReadLines(const std::string& path, std::vector<Line>& lines) {
+  lines.clear();
+  std::string content;
+  if (!linux_io::ReadSavedFile(path, content)) {
+    if (errno == ENOMEM) Fail(kErrOutOfMemory);
+    return errno == ENOENT;
+  }
+  lines = ParseLines(std::move(content));
   return true;
 }
 
@@ -159,31 +170,48 @@ std::string FileSettingsStore::GroupFile(TextView group) const {
 }
 
 Text FileSettingsStore::Get(TextView group, TextView family, TextView name, TextView default_value) {
-  std::vector<Line> lines;
-  ReadLines(GroupFile(group), lines);
-  Lookup found = Find(lines, family, name);
-  return found.entry ? lines[*found.entry].value : Text(default_value);
+  return linux_io::WithinMemory([&] {
+    std::vector<Line> lines;
+    ReadLines(GroupFile(group), lines);
+    Lookup found = Find(lines, family, name);
+    return found.entry ? lines[*found.entry].value : Text(default_value);
+  });
 }
 
 void FileSettingsStore::Set(TextView group, TextView family, TextView name, TextView value) {
   const std::string path = GroupFile(group);
-  const std::string folder = path.substr(0, path.rfind('/'));
-  MakeFolders(folder);
-  std::vector<Line> lines;
-  if (!ReadLines(path, lines)) linux_io::FailFromErrno(path);
-  Lookup found = Find(lines, family, name);
-  std::string entry = Escape(name) + "=" + Escape(value);
-  if (found.entry) {
-    lines[*found.entry].raw = entry;
-  } else if (found.section_end != std::string::npos) {
-    lines.insert(lines.begin() + static_cast<ptrdiff_t>(found.section_end) + 1, Line{Line::kEntry, entry, {}, {}});
-  } else {
-    lines.push_back(Line{Line::kSection, "[" + Escape(family) + "]", {}, {}});
-    lines.push_back(Line{Line::kEntry, entry, {}, {}});
-  }
-  std::string content;
-  for (const Line& line : lines) content += line.raw + "\n";
-  if (!linux_io::ReplaceFile(path, content, 0600)) linux_io::FailFromErrno(path);
+  MakeFolders(path.substr(0, path.rfind('/')));
+  // Read, change and replace under the file's lock, so that a process writing
+  // another family or name at the same time never loses its write.
+  const std::string entry = linux_io::WithinMemory([&] { return Escape(name) + "=" + Escape(value); });
+  bool out_of_memory = false;
+  bool saved = linux_io::EditFile(
+      path,
+      [&](std::string& content, bool) {
+        try {
+          std::vector<Line> lines = ParseLines(std::move(content));
+          Lookup found = Find(lines, family, name);
+          if (found.entry) {
+            lines[*found.entry].raw = entry;
+          } else if (found.section_end != std::string::npos) {
+            lines.insert(lines.begin() + static_cast<ptrdiff_t>(found.section_end) + 1,
+                         Line{Line::kEntry, entry, {}, {}});
+          } else {
+            lines.push_back(Line{Line::kSection, "[" + Escape(family) + "]", {}, {}});
+            lines.push_back(Line{Line::kEntry, entry, {}, {}});
+          }
+          content.clear();
+          for (const Line& line : lines) content += line.raw + "\n";
+          return linux_io::Edit::kWrite;
+        } catch (const std::bad_alloc&) {
+          out_of_memory = true;
+          errno = ENOMEM;
+          return linux_io::Edit::kFail;
+        }
+      },
+      0600);
+  if (out_of_memory) Fail(kErrOutOfMemory);
+  if (!saved) linux_io::FailFromErrno(path);
 }
 
 std::string FileSettingsStore::Escape(TextView field) {

@@ -9,8 +9,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <new>
-
 #include "varnek/platform/linux/file_io.h"
 #include "varnek/platform/linux/safe_replace.h"
 #include "varnek/platform/linux/whole_append.h"
@@ -74,13 +72,8 @@ std::string LinuxFileSystem::ReadAll(TextView path, bool read_only) {
   FdCloser closer(fd);
   if (!read_only) linux_io::CutTornAppend(fd, target);  // the tail a killed append left
   std::string bytes;
-  bool read;
-  try {
-    read = linux_io::ReadFd(fd, bytes);
-  } catch (const std::bad_alloc&) {
-    Fail(kErrOutOfMemory);  // the file does not fit in memory
-  }
-  if (!read) FailFromErrno();
+  // Fails with 7 when the file does not fit in memory.
+  if (!linux_io::ReadSavedFd(fd, bytes)) FailFromErrno();
   return bytes;
 }
 
@@ -88,6 +81,21 @@ void LinuxFileSystem::WriteAll(TextView path, std::string_view bytes) {
   if (path.empty()) Fail(kErrBadFileNameOrNumber);
   std::string target = PathBytes(path);
   if (!linux_io::ReplaceFile(target, bytes)) FailFromErrno(target);
+}
+
+void LinuxFileSystem::EditAll(TextView path, const std::function<bool(std::string& bytes)>& edit) {
+  if (path.empty()) Fail(kErrBadFileNameOrNumber);
+  size_t slash = path.rfind(u'/');
+  const bool may_create = !HasWildcard(slash == TextView::npos ? path : path.substr(slash + 1));
+  std::string target = PathBytes(path);
+  bool edited = linux_io::EditFile(target, [&](std::string& bytes, bool exists) {
+    if (!exists && !may_create) {
+      errno = ENOENT;
+      return linux_io::Edit::kFail;
+    }
+    return edit(bytes) ? linux_io::Edit::kWrite : linux_io::Edit::kLeave;
+  });
+  if (!edited) FailFromErrno(target);
 }
 
 void LinuxFileSystem::Append(TextView path, std::string_view bytes) {
@@ -106,7 +114,7 @@ void LinuxFileSystem::Copy(TextView from, TextView to) {
   int in = OpenRegularOrFail(from, O_RDONLY);
   FdCloser close_in(in);
   std::string bytes;
-  if (!linux_io::ReadFd(in, bytes)) FailFromErrno();
+  if (!linux_io::ReadSavedFd(in, bytes)) FailFromErrno();
   std::string target = PathBytes(to);
   if (!linux_io::ReplaceFile(target, bytes)) FailFromErrno(target);
 }

@@ -11,6 +11,7 @@ class LinuxFileSystem : public FileSystem {
  public:
   std::string ReadAll(TextView path, bool read_only) override;
   void WriteAll(TextView path, std::string_view bytes) override;
+  void EditAll(TextView path, const std::function<bool(std::string& bytes)>& edit) override;
   void Append(TextView path, std::string_view bytes) override;
   int64_t Length(TextView path) override;
   void Copy(TextView from, TextView to) override;

@@ -3,8 +3,11 @@
 
 #include "varnek/platform/linux/eintr.h"
 #include "varnek/platform/linux/file_io.h"
+#include "varnek/platform/linux/safe_replace.h"
+#include "varnek/platform/linux/temp_files.h"
 
 #include <curl/curl.h>
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/wait.h>
@@ -15,6 +18,7 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <string_view>
 
 namespace varnek {
 
@@ -99,19 +103,41 @@ struct Transfer {
 
 }  // namespace
 
+namespace {
+
+// Removes "<file>.part-XXXXXX" files that earlier versions wrote beside the
+// target and left behind when they were killed.
+void RemoveOldPartFiles(const std::string& file) {
+  const std::string prefix = linux_io::BaseOf(file) + ".part-";
+  linux_io::UniqueFd dir = linux_io::OpenFolder(linux_io::FolderOf(file));
+  int listing = dir.ok() ? openat(dir.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+  DIR* entries = listing >= 0 ? fdopendir(listing) : nullptr;
+  if (!entries) {
+    if (listing >= 0) close(listing);
+    return;
+  }
+  while (dirent* entry = readdir(entries)) {
+    std::string_view name = entry->d_name;
+    if (name.size() == prefix.size() + 6 && name.substr(0, prefix.size()) == prefix)
+      unlinkat(dir.get(), entry->d_name, 0);
+  }
+  closedir(entries);
+}
+
+}  // namespace
+
 int LinuxWebServices::DownloadToFile(TextView url_text, TextView file_text) {
   InitCurlOnce();
   const std::string url = TextToBytes(url_text), file = linux_io::PathBytes(file_text);
   if (url.empty() || file.empty()) return -1;
-  std::string part = file + ".part-XXXXXX";
-  const int fd = mkstemp(part.data());
-  if (fd < 0) return -1;
-  FILE* out = fdopen(fd, "wb");
-  if (!out) {
-    close(fd);
-    unlink(part.c_str());
-    return -1;
-  }
+  RemoveOldPartFiles(file);
+  // The body goes to a file without a name, so a process killed on the way
+  // leaves nothing; once complete it replaces the target as every save does.
+  linux_io::UniqueFd part = linux_io::MakeScratchFile(file);
+  if (!part.ok()) return -1;
+  FILE* out = fdopen(part.get(), "w+b");
+  if (!out) return -1;
+  part.Release();
   auto t = std::make_unique<Transfer>(loop_);
   t->timer = loop_.CreateTimer();
   Transfer* raw = t.get();
@@ -123,7 +149,6 @@ int LinuxWebServices::DownloadToFile(TextView url_text, TextView file_text) {
   t->easy = curl_easy_init();
   if (!t->multi || !t->easy) {
     std::fclose(out);
-    unlink(part.c_str());
     return -1;
   }
   curl_multi_setopt(t->multi, CURLMOPT_SOCKETFUNCTION, &Transfer::OnSocket);
@@ -144,19 +169,17 @@ int LinuxWebServices::DownloadToFile(TextView url_text, TextView file_text) {
   curl_easy_setopt(t->easy, CURLOPT_WRITEDATA, out);
   if (curl_multi_add_handle(t->multi, t->easy) != CURLM_OK) {
     std::fclose(out);
-    unlink(part.c_str());
     return -1;
   }
   // The transfer runs from the loop's events; this call waits by pumping.
   loop_.PumpUntil([raw] { return raw->finished; }, [] { return 3600.0; });
   const CURLcode code = raw->code;
   t.reset();
-  const bool written = std::fclose(out) == 0;
-  if (code != CURLE_OK || !written || std::rename(part.c_str(), file.c_str()) != 0) {
-    unlink(part.c_str());
-    return code != CURLE_OK ? static_cast<int>(code) : -1;
-  }
-  return 0;
+  const bool written =
+      code == CURLE_OK && std::fflush(out) == 0 && linux_io::ReplaceFileFrom(file, fileno(out));
+  std::fclose(out);
+  if (code != CURLE_OK) return static_cast<int>(code);
+  return written ? 0 : -1;
 }
 
 int LinuxWebServices::OpenUrl(TextView url_text, int32_t /*show*/) {

@@ -5,8 +5,10 @@
 // Choices: http, https, ftp, ftps and file URLs; redirects are followed (at
 // most 10); an HTTP answer of 400 and above fails; a transfer that moves
 // less than one byte a second for 60 s, or a connection not made in 30 s,
-// fails. The body goes to a temporary file beside the target that is renamed
-// over it only when complete. The show value has no counterpart in xdg-open
+// fails. The body goes to a file without a name (nothing is left when the
+// process is killed), and only a complete body replaces the target, through
+// the one safe replace of the saves (linux_io::ReplaceFileFrom): mode, owner
+// and symbolic links kept, in place when the folder may not be written. The show value has no counterpart in xdg-open
 // and is not applied.
 #pragma once
 

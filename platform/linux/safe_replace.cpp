@@ -1,24 +1,26 @@
 // Replacing a whole file without ever losing it: see safe_replace.h.
 #include "varnek/platform/linux/safe_replace.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
-#include <signal.h>
-#include <stdlib.h>
+#include <stdio.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include "varnek/platform/linux/eintr.h"
 #include "varnek/platform/linux/file_io.h"
+#include "varnek/platform/linux/keep_copy.h"
+#include "varnek/platform/linux/temp_files.h"
 
 namespace varnek::linux_io {
 
 namespace {
 
-constexpr char kSaveMark[] = ".varnek-save-";
-constexpr char kKeepMark[] = ".varnek-keep-";
+// Rounds of "open, lock, find the file replaced meanwhile" before giving up.
+constexpr int kMaxLockRounds = 1000;
 
 mode_t DefaultMode() {
   mode_t mask = umask(0);
@@ -26,144 +28,214 @@ mode_t DefaultMode() {
   return 0666 & ~mask;
 }
 
-// Closes a descriptor at the end of a scope, keeping errno.
-class Fd {
- public:
-  explicit Fd(int fd = -1) : fd_(fd) {}
-  ~Fd() { Reset(); }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  int get() const { return fd_; }
-  int Release() {
-    int fd = fd_;
-    fd_ = -1;
-    return fd;
-  }
-  void Reset(int fd = -1) {
-    if (fd_ >= 0) {
-      int saved = errno;
-      close(fd_);
-      errno = saved;
-    }
-    fd_ = fd;
-  }
+// New content: bytes, or a descriptor's whole content.
+struct Content {
+  std::string_view bytes;
+  int fd = -1;
 
- private:
-  int fd_;
+  bool WriteTo(int out) const {
+    if (fd < 0) return WriteFd(out, bytes);
+    char chunk[65536];
+    for (off_t at = 0;;) {
+      ssize_t n = RetryOnEintr([&] { return pread(fd, chunk, sizeof chunk, at); });
+      if (n < 0) return false;
+      if (n == 0) return true;
+      if (!WriteFd(out, std::string_view(chunk, static_cast<size_t>(n)))) return false;
+      at += n;
+    }
+  }
 };
 
-void SyncFolder(const std::string& folder) {
-  int dir = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (dir >= 0) {
-    fsync(dir);  // makes a rename durable; a failure here changes nothing
-    close(dir);
-  }
-}
-
-// A temporary file "<folder>/.<base><mark><pid>-XXXXXX"; its name into temp.
-int MakeTemp(const std::string& folder, const std::string& base, const char* mark, std::string& temp) {
-  temp = folder + "/." + base + mark + std::to_string(getpid()) + "-XXXXXX";
-  return mkostemp(temp.data(), O_CLOEXEC);
-}
-
-// Removes ".<base>.varnek-save-<pid>-*" files of processes that are gone.
-void RemoveStaleTemps(const std::string& folder, const std::string& base) {
-  DIR* dir = opendir(folder.c_str());
-  if (!dir) return;
-  const std::string prefix = "." + base + kSaveMark;
-  while (dirent* entry = readdir(dir)) {
-    std::string name = entry->d_name;
-    if (name.compare(0, prefix.size(), prefix) != 0) continue;
-    char* end = nullptr;
-    long pid = strtol(name.c_str() + prefix.size(), &end, 10);
-    if (pid <= 0 || !end || *end != '-' || std::string_view(end + 1).size() != 6) continue;
-    if (pid != getpid() && kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH)
-      unlinkat(dirfd(dir), entry->d_name, 0);
-  }
-  closedir(dir);
+// Takes or drops the file's flock. A file system without locks (ENOLCK,
+// EOPNOTSUPP, EINVAL) is read and saved unlocked rather than not at all.
+bool Lock(int fd, int how) {
+  if (RetryOnEintr([&] { return flock(fd, how); }) == 0) return true;
+  return errno == ENOLCK || errno == EOPNOTSUPP || errno == EINVAL;
 }
 
 bool HasAcl(int fd) { return fgetxattr(fd, "system.posix_acl_access", nullptr, 0) > 0; }
 
-// Writes bytes into fd from its start, fsyncs, and cuts the file there.
-bool WriteWhole(int fd, std::string_view bytes) {
-  return ftruncate(fd, 0) == 0 && lseek(fd, 0, SEEK_SET) == 0 && WriteFd(fd, bytes) && fsync(fd) == 0;
+// Writes the content into fd from its start, fsyncs, and cuts the file there.
+bool WriteWhole(int fd, const Content& content) {
+  return ftruncate(fd, 0) == 0 && lseek(fd, 0, SEEK_SET) == 0 && content.WriteTo(fd) && fsync(fd) == 0;
 }
 
-// The atomic way: a temporary file with the old owner and mode, renamed over
-// the target. Returns 1 on success, 0 on a failure that left the target
-// untouched (errno set), -1 when the temporary file cannot be made or cannot
-// take the old owner: the caller then writes in place.
-int ReplaceByRename(const std::string& target, const struct stat* old, mode_t new_mode,
-                    std::string_view bytes) {
-  const std::string folder = FolderOf(target);
-  const std::string base = BaseOf(target);
+// The outcome of writing new content beside the file.
+enum class Staged { kDone, kFailed, kNoTemp };
+
+// Writes the content to a new file in the folder with the old owner and mode
+// (new_mode for a new file), synced, and gives it the name `to`. kNoTemp when
+// the new file cannot be made or cannot take the old owner; kFailed (errno)
+// when writing or naming it failed. Nothing is left behind on failure.
+Staged WriteBeside(int dir, const std::string& base, const struct stat* old, mode_t new_mode,
+                   const Content& content, bool replace) {
   std::string temp;
-  Fd fd(MakeTemp(folder, base, kSaveMark, temp));
-  if (fd.get() < 0) return old ? -1 : 0;
-  auto fail = [&](int result) {
-    int saved = errno;
-    fd.Reset();
-    unlink(temp.c_str());
-    errno = saved;
-    return result;
-  };
-  if (old) {
-    if ((old->st_uid != geteuid() || old->st_gid != getegid()) &&
-        fchown(fd.get(), old->st_uid, old->st_gid) != 0)
-      return fail(-1);
-    if (fchmod(fd.get(), old->st_mode & 07777) != 0) return fail(-1);
-  } else if (fchmod(fd.get(), new_mode) != 0) {
-    return fail(0);
+  UniqueFd fd = MakeUnnamedAt(dir, base, temp);
+  if (!fd.ok()) return Staged::kNoTemp;
+  Staged result = Staged::kDone;
+  if (old && (old->st_uid != geteuid() || old->st_gid != getegid()) &&
+      fchown(fd.get(), old->st_uid, old->st_gid) != 0) {
+    result = Staged::kNoTemp;
+  } else if (fchmod(fd.get(), old ? old->st_mode & 07777 : new_mode) != 0 || !content.WriteTo(fd.get()) ||
+             fsync(fd.get()) != 0 || !PlaceAt(fd.get(), dir, temp, base, base, replace)) {
+    result = Staged::kFailed;
   }
-  if (!WriteFd(fd.get(), bytes) || fsync(fd.get()) != 0) return fail(0);
-  if (close(fd.Release()) != 0) {
+  if (result != Staged::kDone && !temp.empty()) {
     int saved = errno;
-    unlink(temp.c_str());
+    unlinkat(dir, temp.c_str(), 0);
     errno = saved;
-    return 0;
   }
-  if (rename(temp.c_str(), target.c_str()) != 0) {
-    int saved = errno;
-    unlink(temp.c_str());
-    errno = saved;
-    return 0;
-  }
-  SyncFolder(folder);
-  return 1;
+  if (result == Staged::kDone) SyncFolder(dir);
+  return result;
 }
 
-// The in-place way, on a descriptor open for writing: the old content is
-// copied aside and synced first, then the file is rewritten; a failed write
-// puts the old content back.
-bool ReplaceInPlace(const std::string& target, int fd, std::string_view bytes) {
-  std::string old_bytes;
-  bool have_old = ReadFile(target, old_bytes);
-  std::string keep;
-  Fd keep_fd;
-  if (have_old) {
-    const std::string base = BaseOf(target);
-    keep_fd.Reset(MakeTemp(FolderOf(target), base, kKeepMark, keep));
-    if (keep_fd.get() < 0) {
-      const char* tmpdir = getenv("TMPDIR");
-      keep_fd.Reset(MakeTemp(tmpdir && *tmpdir == '/' ? tmpdir : "/tmp", base, kKeepMark, keep));
-    }
-    if (keep_fd.get() < 0) return false;  // nowhere to keep the old content safe
-    fchmod(keep_fd.get(), 0600);
-    if (!WriteFd(keep_fd.get(), old_bytes) || fsync(keep_fd.get()) != 0) {
-      int saved = errno;
-      unlink(keep.c_str());
-      errno = saved;
-      return false;
-    }
+// A file that is not there yet, made without overwriting: 1 made, 0 failed
+// (errno), -1 someone else made it meanwhile.
+int CreateNew(int dir, const std::string& base, mode_t mode, const Content& content) {
+  if (WriteBeside(dir, base, nullptr, mode, content, false) == Staged::kDone) return 1;
+  return errno == EEXIST ? -1 : 0;
+}
+
+// The atomic way: a new file with the old owner and mode, renamed over the
+// file. 1 done, 0 failed with the file untouched (errno), -1 when the new
+// file cannot be made or cannot take the old owner: the caller then writes
+// in place.
+int ReplaceByRename(int dir, const std::string& base, const struct stat& old, const Content& content) {
+  switch (WriteBeside(dir, base, &old, 0, content, true)) {
+    case Staged::kDone: return 1;
+    case Staged::kFailed: return 0;
+    default: return -1;
   }
-  if (WriteWhole(fd, bytes)) {
-    if (have_old) unlink(keep.c_str());
+}
+
+// The in-place way, on the locked descriptor: the old content is kept aside
+// first, then the file is rewritten; a failed write puts the old content
+// back. old: the old bytes when the caller has them already.
+bool ReplaceInPlace(int dir, const std::string& base, int fd, const std::string* old, const Content& content) {
+  std::string read_now;
+  if (!old) {
+    UniqueFd in(RetryOnEintr([&] { return openat(dir, base.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
+    if (in.ok() && ReadFd(in.get(), read_now)) old = &read_now;  // a write-only file has nothing to keep
+  }
+  KeepCopy keep(fd, dir);
+  if (old && !keep.Make(*old)) return false;  // nowhere to keep the old content safe
+  if (WriteWhole(fd, content)) {
+    keep.Remove();
     return true;
   }
   int saved = errno;
-  if (have_old && WriteWhole(fd, old_bytes)) unlink(keep.c_str());
+  if (old && WriteWhole(fd, Content{*old})) keep.Remove();
   errno = saved;
+  return false;
+}
+
+// Puts back the old content of an in-place save of this file that was cut
+// short; fd is locked and writable. False (errno) when that fails.
+bool RestoreLeftKeep(int fd, int dir) {
+  KeepCopy keep(fd, dir);
+  std::string old;
+  if (!keep.FindLeft(old)) return true;
+  if (!WriteWhole(fd, Content{old})) return false;
+  keep.Remove();
+  return true;
+}
+
+// An edit of a file that may be read but not written: an edit that changes
+// nothing succeeds; one that would write fails as the open for writing did.
+bool EditReadOnly(int dir, const std::string& base, const Editor& edit) {
+  const int refused = errno;
+  UniqueFd fd(RetryOnEintr([&] { return openat(dir, base.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
+  std::string bytes;
+  if (!fd.ok() || !ReadSavedFd(fd.get(), bytes)) {
+    errno = refused;
+    return false;
+  }
+  Edit decided = edit(bytes, true);
+  if (decided == Edit::kWrite) errno = refused;
+  return decided == Edit::kLeave;
+}
+
+// A save of a file that is not there: the edit of "" made without
+// overwriting. 1 made, 0 failed (errno), -1 made by another process meanwhile.
+int SaveNew(int dir, const std::string& base, const Editor* edit, Content content, mode_t mode) {
+  std::string bytes;
+  if (edit) {
+    Edit decided = (*edit)(bytes, false);
+    if (decided != Edit::kWrite) return decided == Edit::kLeave ? 1 : 0;
+    content = Content{bytes};
+  }
+  return CreateNew(dir, base, mode, content);
+}
+
+// Takes the exclusive lock of the open file. 1 locked, with st its state; 0
+// failed (errno); -1 when a save that held the lock renamed a new file over
+// this one meanwhile.
+int LockCurrent(int dir, const std::string& base, int fd, struct stat& st) {
+  struct stat now {};
+  if (fstat(fd, &st) != 0) return 0;
+  if (!S_ISREG(st.st_mode)) {
+    errno = ENODEV;
+    return 0;
+  }
+  fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+  if (!Lock(fd, LOCK_EX)) return 0;
+  if (fstatat(dir, base.c_str(), &now, 0) != 0 || now.st_ino != st.st_ino || now.st_dev != st.st_dev) return -1;
+  return RestoreLeftKeep(fd, dir) && fstat(fd, &st) == 0 ? 1 : 0;
+}
+
+// The save of the locked file: the edit of its bytes, if any, then the
+// replacement by rename where that keeps everything the file has, else in
+// place.
+bool SaveLocked(int dir, const std::string& base, int fd, const struct stat& st, const Editor* edit,
+                Content content) {
+  std::string bytes, old;
+  if (edit) {
+    if (lseek(fd, 0, SEEK_SET) != 0 || !ReadFd(fd, bytes)) return false;
+    old = bytes;
+    Edit decided = (*edit)(bytes, true);
+    if (decided != Edit::kWrite) return decided == Edit::kLeave;
+    content = Content{bytes};
+  }
+  if (st.st_nlink == 1 && !HasAcl(fd)) {
+    int done = ReplaceByRename(dir, base, st, content);
+    if (done >= 0) return done == 1;
+  }
+  return ReplaceInPlace(dir, base, fd, edit ? &old : nullptr, content);
+}
+
+// One save. With edit, the old bytes are read under the lock and edited into
+// the new content; without, content is written as it is.
+bool Save(const std::string& path, const Editor* edit, Content content, mode_t new_mode) {
+  if (path.empty()) {
+    errno = ENOENT;
+    return false;
+  }
+  std::string target;
+  if (!FollowLinks(path, target)) return false;
+  const std::string base = BaseOf(target);
+  UniqueFd dir = OpenFolder(FolderOf(target));
+  if (!dir.ok()) return false;
+  RemoveStaleTemps(dir.get(), base);
+  const mode_t mode = new_mode ? new_mode : DefaultMode();
+  for (int round = 0; round < kMaxLockRounds; ++round) {
+    UniqueFd fd(RetryOnEintr([&] {
+      return openat(dir.get(), base.c_str(), (edit ? O_RDWR : O_WRONLY) | O_NONBLOCK | O_CLOEXEC);
+    }));
+    if (!fd.ok() && edit && (errno == EACCES || errno == EPERM || errno == EROFS || errno == ETXTBSY))
+      return EditReadOnly(dir.get(), base, *edit);
+    int state = 0;
+    if (!fd.ok()) {
+      if (errno != ENOENT) return false;
+      state = SaveNew(dir.get(), base, edit, content, mode);
+      if (state >= 0) return state == 1;
+      continue;  // made by another process meanwhile: save over that one
+    }
+    struct stat st {};
+    state = LockCurrent(dir.get(), base, fd.get(), st);
+    if (state > 0) return SaveLocked(dir.get(), base, fd.get(), st, edit, content);
+    if (state == 0) return false;
+  }
+  errno = EBUSY;
   return false;
 }
 
@@ -185,32 +257,49 @@ bool FollowLinks(const std::string& path, std::string& target) {
 }
 
 bool ReplaceFile(const std::string& path, std::string_view bytes, mode_t new_mode) {
-  if (path.empty()) {
-    errno = ENOENT;
-    return false;
-  }
-  std::string target;
-  if (!FollowLinks(path, target)) return false;
-  RemoveStaleTemps(FolderOf(target), BaseOf(target));
+  return Save(path, nullptr, Content{bytes}, new_mode);
+}
 
-  // Writability as the truncating open would see it, without truncating.
-  Fd fd(open(target.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-  if (fd.get() < 0) {
-    if (errno != ENOENT) return false;
-    return ReplaceByRename(target, nullptr, new_mode ? new_mode : DefaultMode(), bytes) == 1;
+bool ReplaceFileFrom(const std::string& path, int source_fd, mode_t new_mode) {
+  return Save(path, nullptr, Content{{}, source_fd}, new_mode);
+}
+
+bool EditFile(const std::string& path, const Editor& edit, mode_t new_mode) {
+  return Save(path, &edit, Content{}, new_mode);
+}
+
+bool ReadSavedFd(int fd, std::string& out) {
+  out.clear();
+  if (!Lock(fd, LOCK_SH)) return false;
+  const std::string self = "/proc/self/fd/" + std::to_string(fd);
+  std::string path(PATH_MAX, '\0');
+  ssize_t n = readlink(self.c_str(), path.data(), path.size());
+  path.resize(n > 0 ? static_cast<size_t>(n) : 0);
+  UniqueFd dir = path.empty() ? UniqueFd() : OpenFolder(FolderOf(path));
+  std::string old;
+  if (KeepCopy(fd, dir.get()).FindLeft(old)) {
+    // A save of this file was cut short: put the old content back, under the
+    // exclusive lock, or read it as it was kept when the file may not be written.
+    Lock(fd, LOCK_UN);
+    UniqueFd writer(RetryOnEintr([&] { return open(self.c_str(), O_WRONLY | O_CLOEXEC); }));
+    if (!writer.ok()) {
+      out = std::move(old);
+      return true;
+    }
+    bool restored = Lock(writer.get(), LOCK_EX) && RestoreLeftKeep(writer.get(), dir.get());
+    writer.Reset();
+    if (!restored || !Lock(fd, LOCK_SH)) return false;
   }
-  struct stat st {};
-  if (fstat(fd.get(), &st) != 0) return false;
-  if (!S_ISREG(st.st_mode)) {
-    errno = ENODEV;
-    return false;
-  }
-  fcntl(fd.get(), F_SETFL, fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
-  if (st.st_nlink == 1 && !HasAcl(fd.get())) {
-    int done = ReplaceByRename(target, &st, 0, bytes);
-    if (done >= 0) return done == 1;
-  }
-  return ReplaceInPlace(target, fd.get(), bytes);
+  bool ok = lseek(fd, 0, SEEK_SET) == 0 && ReadFd(fd, out);
+  int saved = errno;
+  Lock(fd, LOCK_UN);
+  errno = saved;
+  return ok;
+}
+
+bool ReadSavedFile(const std::string& path, std::string& out) {
+  UniqueFd fd(OpenRegular(path, O_RDONLY));
+  return fd.ok() && ReadSavedFd(fd.get(), out);
 }
 
 }  // namespace varnek::linux_io

@@ -2,7 +2,12 @@
 // time and on Linux loopback (request bytes, URL splitting, end markers,
 // limits, 10 MB), the canned answer of NET_HTTPsend, downloads through
 // libcurl and INET_OpenURL's show values.
+#include <poll.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <algorithm>
 
 #include <filesystem>
 #include <fstream>
@@ -10,6 +15,7 @@
 
 #include "varnek/platform/sim/recording_web_services.h"
 #include "tests/net/local_servers.h"
+#include "tests/store/child_process.h"
 #include "tests/net/net_fixture.h"
 
 namespace varnek {
@@ -166,8 +172,14 @@ TEST_F(LinuxHttpClient, BoundGetOverLoopbackByNumberAndByNameAndTenMegabytes) {
   EXPECT_EQ(sock->State(), kSocketClosed);
 }
 
+// Downloads replace the target as every save replaces a file: only when
+// complete, through its link, with its mode, in a folder the user may not
+// write; a download killed on the way leaves nothing, and leftovers of older
+// versions go with the next.
 TEST_F(LinuxHttpClient, DownloadsAndTheirFailures) {
   const std::string big(10 * 1024 * 1024, 'q');
+  int sent[2];
+  ASSERT_EQ(pipe(sent), 0);
   ScriptedServer server([&](int fd, const std::string& request) {
     const auto answer = [&](const std::string& status, const std::string& body) {
       SendAll(fd, "HTTP/1.0 " + status + "\r\nContent-Length: " + std::to_string(body.size()) +
@@ -175,9 +187,17 @@ TEST_F(LinuxHttpClient, DownloadsAndTheirFailures) {
     };
     if (request.find("GET /file ") == 0) answer("200 OK", "file body\n");
     else if (request.find("GET /big ") == 0) answer("200 OK", big);
-    else answer("404 Not Found", "gone");
+    else if (request.find("GET /slow ") == 0) {  // half the body, then silence until the client goes
+      SendAll(fd, "HTTP/1.0 200 OK\r\nContent-Length: 200000\r\n\r\n" + std::string(100000, 's'));
+      (void)!write(sent[1], "s", 1);
+      ReadUntil(fd, [&](const std::string&) { return server.stopping().load(); }, 30.0);
+    } else answer("404 Not Found", "gone");
   });
   const std::string base = "http://127.0.0.1:" + std::to_string(server.port());
+  auto download = [&](const std::string& path, const std::string& file) {
+    LinuxLoop loop;  // its own loop: also used in children
+    return LinuxWebServices(loop).DownloadToFile(Units(base + path), Units(file));
+  };
   const std::string target = folder + "/got.txt";
   EXPECT_TRUE(adds.NET_DownloadFile(Units(base + "/file"), Units(target)));
   EXPECT_EQ(Slurp(target), "file body\n");
@@ -187,11 +207,45 @@ TEST_F(LinuxHttpClient, DownloadsAndTheirFailures) {
   EXPECT_EQ(Slurp(folder + "/big.bin").size(), big.size());
   EXPECT_FALSE(adds.NET_DownloadFile(u"http:///nohost", Units(folder + "/x")));
   EXPECT_FALSE(adds.NET_DownloadFile(Units(base + "/file"), Units(folder + "/no/such/dir/x")));
-  struct stat st{};
-  EXPECT_NE(stat((folder + "/x").c_str(), &st), 0);
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    EXPECT_EQ(entry.path().string().find(".part"), std::string::npos) << "a temporary left: " << entry.path();
-  }
+
+  std::ofstream(folder + "/real.txt") << "old";
+  chmod((folder + "/real.txt").c_str(), 0640);
+  ASSERT_EQ(symlink("real.txt", (folder + "/link.txt").c_str()), 0);
+  EXPECT_EQ(download("/file", folder + "/link.txt"), 0);
+  EXPECT_TRUE(std::filesystem::is_symlink(folder + "/link.txt"));
+  EXPECT_EQ(Slurp(folder + "/real.txt"), "file body\n");
+  struct stat st {};
+  ASSERT_EQ(stat((folder + "/real.txt").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0640u);
+
+  std::filesystem::create_directory(folder + "/ro");
+  std::ofstream(folder + "/ro/f.txt") << "old";
+  for (const char* name : {"", "/ro", "/ro/f.txt"}) (void)!chown((folder + name).c_str(), kNobody, kNobody);
+  chmod((folder + "/ro").c_str(), 0555);
+  EXPECT_EQ(AsNobody([&] {
+              setenv("XDG_STATE_HOME", (folder + "/state").c_str(), 1);  // where the old content is kept
+              return std::to_string(download("/file", folder + "/ro/f.txt"));
+            }),
+            "0");
+  EXPECT_EQ(Slurp(folder + "/ro/f.txt"), "file body\n");
+
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) _exit(download("/slow", folder + "/slow.bin"));
+  pollfd ready{sent[0], POLLIN, 0};
+  EXPECT_EQ(poll(&ready, 1, 20000), 1) << "the server sent part of the body";
+  usleep(200000);  // time for the child to write what it got
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  close(sent[0]);
+  close(sent[1]);
+  std::ofstream(folder + "/slow.bin.part-AbC123") << "left by an older version";
+  EXPECT_EQ(download("/file", folder + "/slow.bin"), 0);
+  EXPECT_EQ(Slurp(folder + "/slow.bin"), "file body\n");
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{"big.bin", "got.txt", "link.txt", "real.txt", "ro", "slow.bin", "state"}));
 }
 
 TEST(LinuxOpenUrl, StartsTheOpenerAndTellsWhenItCannot) {

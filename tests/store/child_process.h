@@ -1,7 +1,8 @@
 // Pieces of a test run in a forked child, handing a text back through a
 // pipe: as it is, or as an ordinary user (user and group 65534 when the tests
-// run as root, since root passes every permission check); or killed with
-// SIGKILL at a moment the child itself announces.
+// run as root, since root passes every permission check); killed with
+// SIGKILL at a moment the child itself announces; or several children
+// started together.
 #pragma once
 
 #include <grp.h>
@@ -14,6 +15,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace varnek {
 
@@ -82,6 +84,29 @@ inline void KillWhenReady(const std::function<void(int ready)>& body,
   if (delay.count() > 0) std::this_thread::sleep_for(delay);
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
+}
+
+// Runs body(0) ... body(count - 1) in as many children, released at the same
+// moment, and waits for them all.
+inline void RunSideBySide(int count, const std::function<void(int child)>& body) {
+  int go[2];
+  if (pipe(go) != 0) return;
+  std::vector<pid_t> children;
+  for (int c = 0; c < count; ++c) {
+    pid_t child = fork();
+    if (child == 0) {
+      close(go[1]);
+      char byte;
+      ssize_t ignored = read(go[0], &byte, 1);  // returns when the parent closes its end
+      (void)ignored;
+      body(c);
+      _exit(0);
+    }
+    if (child > 0) children.push_back(child);
+  }
+  close(go[0]);
+  close(go[1]);
+  for (pid_t child : children) waitpid(child, nullptr, 0);
 }
 
 }  // namespace varnek

@@ -96,6 +96,14 @@ TEST_F(IniStoreTest, ListsAndDeletesSectionsOnTheText) {
     EXPECT_TRUE(CBool(store.INI_DeleteAppName(Utf8ToText(section))));
     EXPECT_EQ(ReadBytes(P("d.ini")), after) << before << " - " << section;
   }
+  // past unit 32767 nothing is cut: a header there, or the "[" after the
+  // section's body there, leaves the file as it was and the result False
+  const std::string far = "[a]\r\nk=1\r\n" + std::string(37000, 'x') + "\r\n[b]\r\nm=2\r\n";
+  for (const char* section : {"b", "a"}) {
+    Use("far.ini", far);
+    EXPECT_FALSE(CBool(store.INI_DeleteAppName(Utf8ToText(section)))) << section;
+    EXPECT_EQ(ReadBytes(P("far.ini")), far) << section;
+  }
   // a "[" or "]" that starts past unit 32767 of what is left is not found (at
   // 32767 it is)
   Use("far.ini", "[a]" + std::string(32767, 'x') + "[b]\r\n");

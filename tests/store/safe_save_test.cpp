@@ -1,6 +1,7 @@
 // Saves that never lose a file: files and folders the user may not write,
-// links, owners and modes, leftovers of killed saves, special files, appends
-// under SIGKILL, wildcard names, and out of memory as failure 7.
+// links, owners and modes, leftovers of killed saves, in-place saves under
+// SIGKILL, two processes on one file, long names and paths, special files,
+// appends under SIGKILL, wildcard names, and out of memory as failure 7.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -8,6 +9,9 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <climits>
+
+#include "varnek/adds/store/variable_store.h"
 #include "varnek/platform/linux/file_settings_store.h"
 #include "tests/store/child_process.h"
 #include "tests/store/store_fixture.h"
@@ -18,6 +22,17 @@ namespace {
 namespace fs = std::filesystem;
 
 const std::string kIni = "[a]\r\nk=1\r\n[b]\r\nk=2\r\n";
+
+// An environment variable set for one scope.
+struct ScopedEnv {
+  ScopedEnv(const char* name, const std::string& value) : name_(name) {
+    if (const char* old = getenv(name)) old_ = old;
+    setenv(name, value.c_str(), 1);
+  }
+  ~ScopedEnv() { old_.empty() ? unsetenv(name_) : setenv(name_, old_.c_str(), 1); }
+  const char* name_;
+  std::string old_;
+};
 
 struct SafeSaveTest : StoreTest {
   // The folder and the named files belong to the ordinary user (no-ops when
@@ -31,6 +46,14 @@ struct SafeSaveTest : StoreTest {
     for (const auto& e : fs::directory_iterator(tmp.path())) names.push_back(e.path().filename().string());
     std::sort(names.begin(), names.end());
     return names;
+  }
+  // A file of `size` bytes that takes no room on disk.
+  static void MakeSparse(const std::string& path, long long size) {
+    fs::create_directories(fs::path(path).parent_path());
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT, 0600);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(ftruncate(fd, size), 0);
+    close(fd);
   }
   struct stat Stat(const char* name) const {
     struct stat st {};
@@ -71,7 +94,9 @@ TEST_F(SafeSaveTest, FilesTheUserMayNotWriteStayAsTheyWere) {
 TEST_F(SafeSaveTest, AWritableFileInAnUnwritableFolderIsWrittenInPlace) {
   WriteBytes(P("f.txt"), "old content");
   WriteBytes(P("s.ini"), kIni);
-  GiveToNobody({"f.txt", "s.ini"});
+  fs::create_directories(P("state"));  // where the old content is kept meanwhile
+  ScopedEnv state("XDG_STATE_HOME", P("state"));
+  GiveToNobody({"f.txt", "s.ini", "state"});
   chmod(tmp.path().c_str(), 0555);
   std::string got = AsNobody([&] {
     std::string r;
@@ -86,7 +111,8 @@ TEST_F(SafeSaveTest, AWritableFileInAnUnwritableFolderIsWrittenInPlace) {
   EXPECT_EQ(got, "10");
   EXPECT_EQ(ReadBytes(P("f.txt")), "new");
   EXPECT_EQ(ReadBytes(P("s.ini")), "[a]\r\nk=1\r\n[b]\r\nk=3\r\n");
-  EXPECT_EQ(Names(), (std::vector<std::string>{"f.txt", "s.ini"}));
+  EXPECT_EQ(Names(), (std::vector<std::string>{"f.txt", "s.ini", "state"}));
+  EXPECT_TRUE(fs::is_empty(P("state/varnek-keep")));
   EXPECT_EQ(Stat("f.txt").st_uid, geteuid() == 0 ? kNobody : geteuid());
 }
 
@@ -159,21 +185,179 @@ TEST_F(SafeSaveTest, LeftoversOfKilledSavesGoWithTheNextSave) {
                                                ".f.txt.varnek-save-1-abcDEF",
                                                ".g.txt.varnek-save-" + dead + "-abcDEF", "f.txt"}));
 
-  // a child killed while saving leaves old or new whole; the next save cleans up
-  const std::string a(1 << 20, 'A'), b((1 << 20) + 777, 'B');
-  store.File_SaveBinary(T("big.bin"), BytesToText(a));
-  for (int round = 0; round < 4; ++round) {
-    KillWhenReady([&](int ready) {
-      for (int i = 0; i < 400; ++i) {
-        LinuxFiles().WriteAll(T("big.bin"), i % 2 ? a : b);
-        if (i == round) (void)!write(ready, "r", 1);
-      }
-    });
-    std::string got = ReadBytes(P("big.bin"));
-    EXPECT_TRUE(got == a || got == b) << "round " << round << ": " << got.size() << " bytes";
+}
+
+// Saves killed at random points, by rename (a plain file) and in place (a
+// second hard link; a folder the user may not write): the next open reads
+// old or new, whole, and once saved again no temporary file or keep copy is
+// left anywhere.
+TEST_F(SafeSaveTest, KilledSavesLeaveOldOrNewAndNothingBehind) {
+  fs::create_directories(P("ro"));
+  fs::create_directories(P("state"));
+  fs::create_directories(P("tmpdir"));
+  ScopedEnv state("XDG_STATE_HOME", P("state")), tmpdir("TMPDIR", P("tmpdir"));
+  const std::string a(1 << 18, 'A'), b((1 << 18) + 777, 'B');
+  for (const char* name : {"plain", "linked", "ro/f"}) WriteBytes(P(name), a);
+  ASSERT_EQ(link(P("linked").c_str(), P("second-name").c_str()), 0);
+  GiveToNobody({"ro", "ro/f", "state", "tmpdir"});
+  chmod(P("ro").c_str(), 0555);
+  auto kill_rounds = [&](const char* name) {
+    std::string report;
+    for (int round = 0; round < 6; ++round) {
+      KillWhenReady([&](int ready) {
+        for (int i = 0; i < 2000; ++i) {
+          LinuxFiles().WriteAll(T(name), i % 2 ? a : b);
+          if (i == round) (void)!write(ready, "r", 1);
+        }
+      });
+      std::string got = LinuxFiles().ReadAll(T(name), true);
+      if (got != a && got != b) report += "round " + std::to_string(round) + ": " + std::to_string(got.size()) + " bytes; ";
+    }
+    LinuxFiles().WriteAll(T(name), a);
+    return report;
+  };
+  EXPECT_EQ(kill_rounds("plain"), "");
+  EXPECT_EQ(kill_rounds("linked"), "");
+  EXPECT_EQ(AsNobody([&] { return kill_rounds("ro/f"); }), "");
+  chmod(P("ro").c_str(), 0755);
+  for (const auto& entry : fs::recursive_directory_iterator(tmp.path())) {
+    if (entry.is_regular_file()) {
+      EXPECT_EQ(entry.path().filename().string().find("varnek-"), std::string::npos) << entry.path();
+    }
   }
-  store.File_SaveBinary(T("big.bin"), u"done");
-  for (const std::string& name : Names()) EXPECT_EQ(name.find(".big.bin."), std::string::npos) << name;
+  EXPECT_EQ(ReadBytes(P("second-name")), a);
+}
+
+// Two processes writing different keys, families or sections of one file at
+// once: every write of both is in the file at the end.
+TEST_F(SafeSaveTest, TwoProcessesNeverUndoEachOthersWrites) {
+  constexpr int kWrites = 20;
+  FileSettingsStore settings(P("cfg"));
+  const std::string settings_file = settings.GroupFile(u"VarnekGlobal");
+  auto key = [](int i) { return Utf8ToText("k" + std::to_string(i)); };
+  auto family = [](int c) { return Utf8ToText("Family" + std::to_string(c)); };
+  auto ini_write = [&](int c, int i) { store.INI_PutString(family(c), key(i), Utf8ToText(std::to_string(i))); };
+  auto ini_read = [&](int c, int i) {
+    store.INI_PurgeBuffer();
+    return store.INI_GetString(family(c), key(i), u"lost");
+  };
+  struct Case {
+    const char* name;
+    std::string file;
+    enum { kMissing, kThere, kLinked } start;
+    std::function<void(int c, int i)> write;
+    std::function<Text(int c, int i)> read;
+  };
+  const std::vector<Case> cases = {
+      {"settings families", settings_file, Case::kThere,
+       [&](int c, int i) { settings.Set(u"VarnekGlobal", family(c), key(i), Utf8ToText(std::to_string(i))); },
+       [&](int c, int i) { return settings.Get(u"VarnekGlobal", family(c), key(i), u"lost"); }},
+      {"INI sections", P("two.ini"), Case::kThere, ini_write, ini_read},
+      {"INI sections of a file made by both", P("new.ini"), Case::kMissing, ini_write, ini_read},
+      {"INI sections written in place", P("linked.ini"), Case::kLinked, ini_write, ini_read},
+      {"INI keys beside section deletions", P("del.ini"), Case::kThere,
+       [&](int c, int i) {
+         if (c == 0) return ini_write(0, i);
+         store.INI_PutString(u"scratch", key(i), u"x");
+         store.INI_DeleteAppName(u"scratch");
+       },
+       [&](int c, int i) { return c == 0 ? ini_read(0, i) : Utf8ToText(std::to_string(i)); }},
+  };
+  for (const Case& test : cases) {
+    if (test.start != Case::kMissing) WriteBytes(test.file, "[start]\r\nk=v\r\n");
+    if (test.start == Case::kLinked) {
+      ASSERT_EQ(link(test.file.c_str(), (test.file + "-2").c_str()), 0);
+    }
+    store.INI_SetFileName(Utf8ToText(test.file));
+    RunSideBySide(2, [&](int c) {
+      for (int i = 0; i < kWrites; ++i) test.write(c, i);
+    });
+    int lost = 0;
+    for (int c = 0; c < 2; ++c)
+      for (int i = 0; i < kWrites; ++i) lost += test.read(c, i) != Utf8ToText(std::to_string(i));
+    EXPECT_EQ(lost, 0) << test.name;
+    if (test.start != Case::kMissing) {
+      EXPECT_EQ(ReadBytes(test.file).rfind("[start]", 0), 0u) << test.name;
+    }
+  }
+}
+
+// A process reading a record file while another saves it in place (a second
+// hard link) reads one table or the other whole, never a part of one.
+TEST_F(SafeSaveTest, ReadersNeverSeeHalfASave) {
+  std::string a, b;
+  for (int i = 0; i < 600; ++i) a += std::string(80, 'a') + "\xF4" "x\xF4\xF5";
+  for (int i = 0; i < 900; ++i) b += std::string(60, 'b') + "\xF4" "y\xF4\xF5";
+  WriteBytes(P("h.db"), b);
+  const Variant table_b = store.FileDB_Leer(T("h.db"));
+  WriteBytes(P("h.db"), a);
+  const Variant table_a = store.FileDB_Leer(T("h.db"));
+  ASSERT_EQ(link(P("h.db").c_str(), P("h2.db").c_str()), 0);
+  RunSideBySide(2, [&](int c) {
+    int bad = 0;
+    for (int i = 0; i < (c == 0 ? 40 : 300); ++i) {
+      if (c == 0) {
+        store.FileDB_Grabar(T("h.db"), i % 2 ? table_a : table_b);
+      } else {
+        const std::string got = TextToBytes(store.File_ReadBinary(T("h.db"), true));
+        bad += got != a && got != b;
+      }
+    }
+    if (c == 1) WriteBytes(P("bad-reads"), std::to_string(bad));
+  });
+  EXPECT_EQ(ReadBytes(P("bad-reads")), "0");
+}
+
+// A full disk (here a file size limit, which gives short writes and EFBIG):
+// a save that cannot be written whole leaves the old content, by rename, in
+// place and for a new file, and leaves nothing behind.
+TEST_F(SafeSaveTest, AFullDiskKeepsTheOldContent) {
+  const std::string old_content(50000, 'o');
+  WriteBytes(P("plain"), old_content);
+  WriteBytes(P("linked"), old_content);
+  ASSERT_EQ(link(P("linked").c_str(), P("linked-2").c_str()), 0);
+  GiveToNobody({"plain", "linked"});
+  std::string got = AsNobody([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{80000, 80000};
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return std::string("no limit");
+    std::string r;
+    for (const char* name : {"plain", "linked", "new"})
+      r += std::to_string(FailureNumber([&] { LinuxFiles().WriteAll(T(name), std::string(100000, 'n')); })) + " ";
+    return r;
+  });
+  EXPECT_EQ(got, "61 61 61 ");  // 61: disk full
+  EXPECT_EQ(ReadBytes(P("plain")), old_content);
+  EXPECT_EQ(ReadBytes(P("linked-2")), old_content);
+  EXPECT_EQ(Names(), (std::vector<std::string>{"linked", "linked-2", "plain"}));
+}
+
+// Names of 255 bytes, in a folder and at the end of a path of PATH_MAX - 1
+// bytes, save wherever the truncating write would: new, replaced by rename,
+// and in place with a keep copy.
+TEST_F(SafeSaveTest, LongNamesAndDeepPathsSave) {
+  const std::string name(NAME_MAX, 'n');
+  std::string deep = tmp.path();
+  // folders of 200 bytes, then one that brings the path to PATH_MAX - 1
+  auto last_folder = [&] { return static_cast<long>(PATH_MAX - 3 - NAME_MAX) - static_cast<long>(deep.size()); };
+  while (last_folder() > 200) deep += "/" + std::string(200, 'd');
+  deep += "/" + std::string(static_cast<size_t>(last_folder()), 'e');
+  fs::create_directories(deep);
+  for (const std::string& path : {P(name.c_str()), deep + "/" + name}) {
+    SCOPED_TRACE(path.size());
+    const Text file = Utf8ToText(path);
+    store.File_SaveBinary(file, u"new");
+    EXPECT_EQ(ReadBytes(path), "new");
+    store.File_SaveBinary(file, u"replaced");
+    EXPECT_EQ(ReadBytes(path), "replaced");
+    store.INI_SetFileName(file);
+    EXPECT_EQ(store.INI_PutString(u"s", u"k", u"v"), 1);
+    ASSERT_EQ(link(path.c_str(), P("other-name").c_str()), 0);
+    store.File_SaveBinary(file, u"in place");
+    EXPECT_EQ(ReadBytes(P("other-name")), "in place");
+    fs::remove(P("other-name"));
+  }
+  EXPECT_EQ(deep.size() + 1 + NAME_MAX, size_t{PATH_MAX - 1});
 }
 
 TEST_F(SafeSaveTest, PipesSocketsAndDevicesFailAtOnce) {
@@ -245,14 +429,27 @@ bool UnderAddressSanitizer() {
 }
 
 TEST_F(SafeSaveTest, OutOfMemoryIsFailureSeven) {
+  // sparse files of 100 GB, more than the machine holds: the readers fail
+  // with 7 (or their failure result) before reading, and nothing is written
+  const long long huge = 100LL << 30;
+  FileSettingsStore settings(P("cfg"));
+  sim.platform.settings = settings;
+  VariableStore variables(sim.platform);
+  for (const std::string& path : {P("huge.ini"), settings.GroupFile(u"VarnekGlobal")}) MakeSparse(path, huge);
+  store.INI_SetFileName(T("huge.ini"));
+  EXPECT_RUNTIME_ERROR(store.INI_GetString(u"a", u"k", u"d"), kErrOutOfMemory);
+  EXPECT_EQ(store.INI_PutString(u"a", u"k", u"v"), 0);
+  EXPECT_RUNTIME_ERROR(variables.Var_VariableGet(u"k", u"F"), kErrOutOfMemory);
+  EXPECT_RUNTIME_ERROR(variables.Var_VariableSet(u"k", u"v", u"F"), kErrOutOfMemory);
+  EXPECT_RUNTIME_ERROR(LinuxFiles().ReadAll(T("huge.ini"), true), kErrOutOfMemory);
+  EXPECT_TRUE(store.File_ReadBinary(T("huge.ini"), true).empty());
+  EXPECT_EQ(fs::file_size(P("huge.ini")), static_cast<uintmax_t>(huge));
+  EXPECT_EQ(fs::file_size(settings.GroupFile(u"VarnekGlobal")), static_cast<uintmax_t>(huge));
+  fs::remove(P("huge.ini"));
+
   if (UnderAddressSanitizer()) GTEST_SKIP() << "the sanitizer reserves more address space than the limit";
   // a sparse file of 4 GB: reading it needs more memory than the child may have
-  {
-    int fd = open(P("huge.bin").c_str(), O_WRONLY | O_CREAT, 0600);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(ftruncate(fd, 4LL << 30), 0);
-    close(fd);
-  }
+  MakeSparse(P("huge.bin"), 4LL << 30);
   WriteBytes(P("ok.txt"), "fine");
   GiveToNobody({"huge.bin", "ok.txt"});
   std::string got = AsNobody([&] {
