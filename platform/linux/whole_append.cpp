@@ -121,22 +121,39 @@ bool AppendLocked(int fd, Marker& marker, std::string_view bytes) {
 
 }  // namespace
 
+// True when the path still names the file open at fd: a whole-file save of
+// another process may have renamed a new file over it while we waited for
+// the lock, and a record written to the old one would be lost.
+static bool StillNamed(int fd, const std::string& path) {
+  struct stat open_st {}, named_st {};
+  return fstat(fd, &open_st) == 0 && stat(path.c_str(), &named_st) == 0 &&
+         open_st.st_dev == named_st.st_dev && open_st.st_ino == named_st.st_ino;
+}
+
 bool AppendRecord(const std::string& path, std::string_view bytes) {
-  int fd = RetryOnEintr(
-      [&] { return open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0666); });
-  if (fd < 0) return false;
-  struct stat st {};
-  bool ok = fstat(fd, &st) == 0;
-  if (ok && !S_ISREG(st.st_mode)) {
-    errno = ENODEV;  // a pipe or device: never waited on
-    ok = false;
+  // A few tries: each lost race means another save just replaced the file.
+  for (int attempt = 0;; ++attempt) {
+    int fd = RetryOnEintr(
+        [&] { return open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0666); });
+    if (fd < 0) return false;
+    struct stat st {};
+    bool ok = fstat(fd, &st) == 0;
+    if (ok && !S_ISREG(st.st_mode)) {
+      errno = ENODEV;  // a pipe or device: never waited on
+      ok = false;
+    }
+    Marker marker(fd, path);
+    ok = ok && LockExclusive(fd);
+    if (ok && attempt < 20 && !StillNamed(fd, path)) {
+      close(fd);
+      continue;
+    }
+    ok = ok && AppendLocked(fd, marker, bytes);
+    int error = errno;
+    close(fd);
+    errno = error;
+    return ok;
   }
-  Marker marker(fd, path);
-  ok = ok && LockExclusive(fd) && AppendLocked(fd, marker, bytes);
-  int error = errno;
-  close(fd);
-  errno = error;
-  return ok;
 }
 
 void CutTornAppend(int fd, const std::string& path) {
