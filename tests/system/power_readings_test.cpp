@@ -6,6 +6,7 @@
 #include <fstream>
 #include <initializer_list>
 #include <string>
+#include <utility>
 
 #include "varnek/adds/adds.h"
 #include "varnek/platform/linux/linux_system_readings.h"
@@ -118,10 +119,13 @@ class FakeSysfs : public ::testing::Test {
     std::filesystem::create_directories(root / "power");
   }
   void TearDown() override { std::filesystem::remove_all(root); }
-  void Write(const std::string& file, const std::string& text) {
-    auto path = root / "power" / file;
-    std::filesystem::create_directories(path.parent_path());
-    std::ofstream(path) << text << "\n";
+  // Each file below the supply class with its one line.
+  void Write(std::initializer_list<std::pair<std::string, std::string>> files) {
+    for (const auto& [file, text] : files) {
+      auto path = root / "power" / file;
+      std::filesystem::create_directories(path.parent_path());
+      std::ofstream(path) << text << "\n";
+    }
   }
   SystemPowerStatus Read() {
     return LinuxSystemReadings((root / "power").string()).ReadPowerStatus();
@@ -138,29 +142,22 @@ TEST_F(FakeSysfs, PowerSupplyClassReadsLineAndLevel) {
             255);
 
   // A desktop: mains only.
-  Write("AC/type", "Mains");
-  Write("AC/online", "1");
+  Write({{"AC/type", "Mains"}, {"AC/online", "1"}});
   EXPECT_EQ(Read().ac_line_status, 1);
   EXPECT_EQ(Read().battery_life_percent, 255);
 
   // A laptop off line, with a mouse battery that must not count.
-  Write("AC/online", "0");
-  Write("BAT0/type", "Battery");
-  Write("BAT0/capacity", "82");
-  Write("BAT0/status", "Discharging");
-  Write("hidpp_battery_0/type", "Battery");
-  Write("hidpp_battery_0/scope", "Device");
-  Write("hidpp_battery_0/capacity", "40");
-  Write("ucsi-source-psy-USBC000:001/type", "USB");
-  Write("ucsi-source-psy-USBC000:001/online", "0");
+  Write({{"AC/online", "0"}, {"BAT0/type", "Battery"}, {"BAT0/capacity", "82"}, {"BAT0/status", "Discharging"},
+         {"hidpp_battery_0/type", "Battery"}, {"hidpp_battery_0/scope", "Device"}, {"hidpp_battery_0/capacity", "40"},
+         {"ucsi-source-psy-USBC000:001/type", "USB"}, {"ucsi-source-psy-USBC000:001/online", "0"}});
   EXPECT_EQ(Read().ac_line_status, 0);
   EXPECT_EQ(Read().battery_life_percent, 82);
-  Write("ucsi-source-psy-USBC000:001/online", "1");  // any line supply online
+  Write({{"ucsi-source-psy-USBC000:001/online", "1"}});  // any line supply online
   EXPECT_EQ(Read().ac_line_status, 1);
 
   // Levels the battery reports badly, or not at all.
   for (const char* bad : {"255", "300", "-3", ""}) {
-    Write("BAT0/capacity", bad);
+    Write({{"BAT0/capacity", bad}});
     EXPECT_EQ(Read().battery_life_percent, 255) << bad;
   }
   std::filesystem::remove(root / "power/BAT0/capacity");
@@ -169,20 +166,19 @@ TEST_F(FakeSysfs, PowerSupplyClassReadsLineAndLevel) {
   // With no line supply the battery's status tells the line.
   std::filesystem::remove_all(root / "power/AC");
   std::filesystem::remove_all(root / "power/ucsi-source-psy-USBC000:001");
-  Write("BAT0/capacity", "64");
+  Write({{"BAT0/capacity", "64"}});
   for (auto [status, line] :
        {std::pair{"Charging", 1}, {"Full", 1}, {"Not charging", 1}, {"Discharging", 0}, {"Unknown", 255}}) {
-    Write("BAT0/status", status);
+    Write({{"BAT0/status", status}});
     EXPECT_EQ(Read().ac_line_status, line) << status;
   }
   // A slot with its battery taken out.
-  Write("BAT0/present", "0");
+  Write({{"BAT0/present", "0"}});
   EXPECT_EQ(Read().battery_life_percent, 255);
 }
 
 TEST_F(FakeSysfs, AddsReadsTheFakeTreeThroughThePlatform) {
-  Write("BAT1/type", "Battery");
-  Write("BAT1/capacity", "255");
+  Write({{"BAT1/type", "Battery"}, {"BAT1/capacity", "255"}});
   LinuxSystemReadings readings((root / "power").string());
   SimPlatform sim;
   sim.platform.readings = readings;
