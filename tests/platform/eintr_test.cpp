@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <vector>
 
 #include "varnek/platform/linux/eintr.h"
 
@@ -12,45 +13,29 @@ using linux_io::kMaxEintrRetries;
 using linux_io::RetryOnEintr;
 
 TEST(RetryOnEintr, RepeatsInterruptedCallsOnlyAndWithinItsBound) {
-  {  // interrupted twice, then through: the third result, three calls
+  // Each call fails with the next errno of the script (-1) until the script
+  // runs out, then returns `then`; errno_before is what errno held at the start.
+  struct Row { const char* what; std::vector<int> script; int then, errno_before, result, errno_after, calls; };
+  const Row rows[] = {
+      {"interrupted twice, then through", {EINTR, EINTR}, 42, 0, 42, EINTR, 3},
+      {"another failure is given back at once", {EACCES, EINTR}, 42, 0, -1, EACCES, 1},
+      {"0 with a stale EINTR is a success", {}, 0, EINTR, 0, EINTR, 1},
+      {"interrupted for ever: gives up after the bound", std::vector<int>(kMaxEintrRetries + 5, EINTR), 42, 0, -1,
+       EINTR, kMaxEintrRetries + 1}};
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.what);
     int calls = 0;
+    errno = r.errno_before;
     long result = RetryOnEintr([&]() -> long {
-      if (++calls < 3) {
-        errno = EINTR;
+      if (static_cast<size_t>(calls) < r.script.size()) {
+        errno = r.script[static_cast<size_t>(calls++)];
         return -1;
       }
-      return 42;
+      return ++calls, r.then;
     });
-    EXPECT_EQ(result, 42);
-    EXPECT_EQ(calls, 3);
-  }
-  {  // another failure is given back at once, errno as the call left it
-    int calls = 0;
-    int result = RetryOnEintr([&] {
-      ++calls;
-      errno = EACCES;
-      return -1;
-    });
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(errno, EACCES);
-    EXPECT_EQ(calls, 1);
-  }
-  {  // a result of 0 with a stale EINTR in errno is a success
-    int calls = 0;
-    errno = EINTR;
-    EXPECT_EQ(RetryOnEintr([&] { return ++calls, 0; }), 0);
-    EXPECT_EQ(calls, 1);
-  }
-  {  // interrupted for ever: it gives up with EINTR after the bound
-    int calls = 0;
-    int result = RetryOnEintr([&] {
-      ++calls;
-      errno = EINTR;
-      return -1;
-    });
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(errno, EINTR);
-    EXPECT_EQ(calls, kMaxEintrRetries + 1);
+    EXPECT_EQ(result, r.result);
+    EXPECT_EQ(errno, r.errno_after);
+    EXPECT_EQ(calls, r.calls);
   }
 }
 

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-
 #include "varnek/runtime/dates.h"
 #include "varnek/runtime/date_text.h"
 #include "varnek/runtime/locale_source.h"
@@ -23,11 +22,9 @@ TEST(IntegerConversions, RoundHalfToEvenThenRangeCheckAndArithmeticLimits) {
       {36.75, 37}, {32767.49, 32767}, {-32768.5, -32768}, {u"-0.5", 0}, {u"  12  ", 12}, {u"&HFFFF", -1},
       {Variant(), 0}, {true, -1}, {Currency{25000}, 2}, {Currency{35000}, 4}, {Currency{-25001}, -3}};
   for (const Row& r : rows) EXPECT_EQ(CInt(r.in), r.out) << "row " << &r - rows;
-  EXPECT_EQ(CLng(Variant(2.5)), 2);
-  EXPECT_EQ(CLng(Variant(25427.55)), 25428);
-  EXPECT_EQ(CLng(Variant(u"&HFFFF")), -1);
-  EXPECT_EQ(CLng(Variant(u"&H0FFFF")), 65535);
-  EXPECT_EQ(CLng(Variant(u"1.5e3")), 1500);
+  const std::pair<Variant, int32_t> longs[] = {{2.5, 2}, {25427.55, 25428}, {u"&HFFFF", -1}, {u"&H0FFFF", 65535},
+                                               {u"1.5e3", 1500}};
+  for (const auto& [in, out] : longs) EXPECT_EQ(CLng(in), out) << out;
   EXPECT_EQ(CByte(Variant(125.5678)), 126);
   ExpectFailures({{6, [] { CInt(Variant(32767.5)); }}, {6, [] { CInt(Variant(-32768.51)); }},
                   {6, [] { CInt(Variant(u"40000")); }}, {6, [] { CLng(Variant(2147483647.5)); }},

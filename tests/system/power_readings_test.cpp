@@ -6,6 +6,7 @@
 #include <fstream>
 #include <initializer_list>
 #include <string>
+#include <utility>
 
 #include "varnek/adds/adds.h"
 #include "varnek/platform/linux/linux_system_readings.h"
@@ -86,29 +87,18 @@ TEST_F(PowerTest, FirstZeroRecordsNothingAndUnknownLineReadsTwo) {
 TEST_F(PowerTest, TheSixteenBitPredictionOverflowsAndWholeDaysAreLost) {
   Levels({100, 99, 98, 97, 96}, 900);  // n = 900 * 96 = 86400
   EXPECT_EQ(FailureOf([&] { adds.POWER_DurationPredicted(); }), kErrOverflow);
-
-  SimPlatform other;
-  Adds slow(other.platform);
-  for (int level : {50, 40, 30, 20, 10}) {
-    other.readings.power.battery_life_percent = static_cast<uint8_t>(level);
-    slow.POWER_Update();
-    other.loop.RunFor(86400 + 60);  // a day and a minute apart: the day is lost
-  }
-  EXPECT_EQ(DateToHostText(slow.POWER_DurationPredicted().serial), u"1899-12-30 00:01:00");
+  Levels({50, 40, 30, 20, 10}, 86400 + 60);  // a day and a minute apart: the day is lost
+  EXPECT_EQ(DateToHostText(Predicted()), u"1899-12-30 00:01:00");
 }
 
-TEST(SystemReadings, MemoryKeepsTheSigned32BitDivisionAndLoadPumpsOnce) {
-  SimPlatform sim;
-  Adds adds(sim.platform);
+TEST_F(PowerTest, MemoryKeepsTheSigned32BitDivisionAndLoadPumpsOnce) {
+  // 1.5 GB; 3 GB reads negative; past 4 GB: 0xFFFFFFFF, -1 \ 1024 = 0; -512 truncates towards zero
   sim.readings.memory = {1536ull << 20, 3ull << 30, 5ull << 30, 0xFFFFFE00ull};
-  EXPECT_EQ(CLng(adds.Win_Memoria(0)), 1572864);   // 1.5 GB
-  EXPECT_EQ(CLng(adds.Win_Memoria(1)), -1048576);  // 3 GB reads negative
-  EXPECT_EQ(CLng(adds.Win_Memoria(2)), 0);         // past 4 GB: 0xFFFFFFFF, -1 \ 1024
-  EXPECT_EQ(CLng(adds.Win_Memoria(3)), 0);         // -512 truncates towards zero
+  for (auto [kind, kb] : {std::pair{0, 1572864}, {1, -1048576}, {2, 0}, {3, 0}, {7, 0}, {-1, 0}}) {
+    EXPECT_EQ(CLng(adds.Win_Memoria(kind)), kb) << kind;
+  }
   sim.readings.memory.avail_virtual = 0xFFFFF800ull;
   EXPECT_EQ(CLng(adds.Win_Memoria(3)), -2);
-  EXPECT_EQ(CLng(adds.Win_Memoria(7)), 0);
-  EXPECT_EQ(CLng(adds.Win_Memoria(-1)), 0);
   EXPECT_EQ(adds.Win_Memoria(0).Type(), VarType::Long);
 
   int64_t pumps = sim.loop.PumpCount();
@@ -129,10 +119,13 @@ class FakeSysfs : public ::testing::Test {
     std::filesystem::create_directories(root / "power");
   }
   void TearDown() override { std::filesystem::remove_all(root); }
-  void Write(const std::string& file, const std::string& text) {
-    auto path = root / "power" / file;
-    std::filesystem::create_directories(path.parent_path());
-    std::ofstream(path) << text << "\n";
+  // Each file below the supply class with its one line.
+  void Write(std::initializer_list<std::pair<std::string, std::string>> files) {
+    for (const auto& [file, text] : files) {
+      auto path = root / "power" / file;
+      std::filesystem::create_directories(path.parent_path());
+      std::ofstream(path) << text << "\n";
+    }
   }
   SystemPowerStatus Read() {
     return LinuxSystemReadings((root / "power").string()).ReadPowerStatus();
@@ -149,58 +142,43 @@ TEST_F(FakeSysfs, PowerSupplyClassReadsLineAndLevel) {
             255);
 
   // A desktop: mains only.
-  Write("AC/type", "Mains");
-  Write("AC/online", "1");
+  Write({{"AC/type", "Mains"}, {"AC/online", "1"}});
   EXPECT_EQ(Read().ac_line_status, 1);
   EXPECT_EQ(Read().battery_life_percent, 255);
 
   // A laptop off line, with a mouse battery that must not count.
-  Write("AC/online", "0");
-  Write("BAT0/type", "Battery");
-  Write("BAT0/capacity", "82");
-  Write("BAT0/status", "Discharging");
-  Write("hidpp_battery_0/type", "Battery");
-  Write("hidpp_battery_0/scope", "Device");
-  Write("hidpp_battery_0/capacity", "40");
-  Write("ucsi-source-psy-USBC000:001/type", "USB");
-  Write("ucsi-source-psy-USBC000:001/online", "0");
+  Write({{"AC/online", "0"}, {"BAT0/type", "Battery"}, {"BAT0/capacity", "82"}, {"BAT0/status", "Discharging"},
+         {"hidpp_battery_0/type", "Battery"}, {"hidpp_battery_0/scope", "Device"}, {"hidpp_battery_0/capacity", "40"},
+         {"ucsi-source-psy-USBC000:001/type", "USB"}, {"ucsi-source-psy-USBC000:001/online", "0"}});
   EXPECT_EQ(Read().ac_line_status, 0);
   EXPECT_EQ(Read().battery_life_percent, 82);
-  Write("ucsi-source-psy-USBC000:001/online", "1");  // any line supply online
+  Write({{"ucsi-source-psy-USBC000:001/online", "1"}});  // any line supply online
   EXPECT_EQ(Read().ac_line_status, 1);
 
-  // Levels the battery reports badly.
-  Write("BAT0/capacity", "255");
-  EXPECT_EQ(Read().battery_life_percent, 255);
-  Write("BAT0/capacity", "300");
-  EXPECT_EQ(Read().battery_life_percent, 255);
-  Write("BAT0/capacity", "-3");
-  EXPECT_EQ(Read().battery_life_percent, 255);
-  Write("BAT0/capacity", "");
-  EXPECT_EQ(Read().battery_life_percent, 255);
+  // Levels the battery reports badly, or not at all.
+  for (const char* bad : {"255", "300", "-3", ""}) {
+    Write({{"BAT0/capacity", bad}});
+    EXPECT_EQ(Read().battery_life_percent, 255) << bad;
+  }
   std::filesystem::remove(root / "power/BAT0/capacity");
   EXPECT_EQ(Read().battery_life_percent, 255);
 
   // With no line supply the battery's status tells the line.
   std::filesystem::remove_all(root / "power/AC");
   std::filesystem::remove_all(root / "power/ucsi-source-psy-USBC000:001");
-  Write("BAT0/capacity", "64");
-  for (auto [status, line] : {std::pair{"Charging", 1},
-                              {"Full", 1},
-                              {"Not charging", 1},
-                              {"Discharging", 0},
-                              {"Unknown", 255}}) {
-    Write("BAT0/status", status);
+  Write({{"BAT0/capacity", "64"}});
+  for (auto [status, line] :
+       {std::pair{"Charging", 1}, {"Full", 1}, {"Not charging", 1}, {"Discharging", 0}, {"Unknown", 255}}) {
+    Write({{"BAT0/status", status}});
     EXPECT_EQ(Read().ac_line_status, line) << status;
   }
   // A slot with its battery taken out.
-  Write("BAT0/present", "0");
+  Write({{"BAT0/present", "0"}});
   EXPECT_EQ(Read().battery_life_percent, 255);
 }
 
 TEST_F(FakeSysfs, AddsReadsTheFakeTreeThroughThePlatform) {
-  Write("BAT1/type", "Battery");
-  Write("BAT1/capacity", "255");
+  Write({{"BAT1/type", "Battery"}, {"BAT1/capacity", "255"}});
   LinuxSystemReadings readings((root / "power").string());
   SimPlatform sim;
   sim.platform.readings = readings;

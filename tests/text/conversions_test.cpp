@@ -7,16 +7,16 @@ namespace varnek {
 namespace {
 
 TEST_F(ToolkitTest, IntToCharAndBack) {
-  EXPECT_EQ(CStr(kit.Var_IntToChar(258, 2)), Text(u"\x01\x02"));
-  EXPECT_EQ(CStr(kit.Var_IntToChar(4106, 2, true)), u"10A");
-  EXPECT_EQ(CStr(kit.Var_IntToChar(1, 3)), Text(u"\0\0\x01", 3));
-  EXPECT_EQ(CStr(kit.Var_IntToChar(0x41424344, 2)), u"CD");  // high bytes dropped
-  EXPECT_EQ(CStr(kit.Var_IntToChar(128, 1)), u"\u20ac");      // through the code page
-  EXPECT_EQ(CDbl(kit.Var_CharToInt(u"ff", true)), 255);
-  EXPECT_EQ(CDbl(kit.Var_CharToInt(Text(u"\x01\x02"))), 18);  // lost leading zero
-  EXPECT_EQ(CDbl(kit.Var_CharToInt(u"\u20ac")), 128);
-  EXPECT_EQ(CDbl(kit.Var_CharToInt(u"\u00ff\u00ff")), -1);  // the 16-bit "&H" literal
-  EXPECT_EQ(CStr(kit.Var_CharToInt(u"xyz", true)), u"&Hxyz");
+  // high bytes dropped; a byte of 128 goes through the code page
+  struct Row { int32_t value, width; bool hex; Text chars; };
+  const Row rows[] = {{258, 2, false, u"\x01\x02"}, {4106, 2, true, u"10A"}, {1, 3, false, Text(u"\0\0\x01", 3)},
+                      {0x41424344, 2, false, u"CD"}, {128, 1, false, u"\u20ac"}};
+  for (const Row& r : rows) EXPECT_EQ(CStr(kit.Var_IntToChar(r.value, r.width, r.hex)), r.chars) << r.value;
+  // a lost leading zero; "FFFF" read as the 16-bit "&H" literal
+  struct Back { Text chars; bool hex; const char16_t* value; };
+  const Back backs[] = {{u"ff", true, u"255"}, {u"\x01\x02", false, u"18"}, {u"\u20ac", false, u"128"},
+                        {u"\u00ff\u00ff", false, u"-1"}, {u"xyz", true, u"&Hxyz"}};
+  for (const Back& r : backs) EXPECT_EQ(CStr(kit.Var_CharToInt(r.chars, r.hex)), r.value) << TextToUtf8(r.chars);
 }
 
 TEST_F(ToolkitTest, RomanNumeralsLeaveTheUnitsDigit) {

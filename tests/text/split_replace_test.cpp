@@ -24,19 +24,17 @@ TEST_F(ToolkitTest, GetPartKeepsOneDelimiterUnitConsumesInputAndStopsAt32767) {
   EXPECT_EQ(n.RawString(), u"45");
   Variant null = Variant::Null();
   EXPECT_TRUE(kit.Var_GetPart(null, u",").empty() && null.IsNull());
-  Variant s = Text(32766, u'x') + u",tail";  // delimiter at 32767
-  EXPECT_EQ(kit.Var_GetPart(s, u",", true).size(), 32766u);
-  EXPECT_EQ(CStr(s), u"tail");
-  Variant two = Text(32766, u'x') + u"ab";  // a delimiter that starts at 32767 is found whole
-  EXPECT_EQ(kit.Var_GetPart(two, u"ab").size(), 32767u);
-  EXPECT_EQ(CStr(two), u"");
-  Variant over = Text(32767, u'x') + u",";  // at 32768: not
-  EXPECT_EQ(kit.Var_GetPart(over, u","), u"");
-  EXPECT_EQ(CStr(over).size(), 32768u);
-  Text past = u"x" + Text(40000, u'y') + u",";  // delimiter at 40002
-  Variant p = past;
-  EXPECT_EQ(kit.Var_GetPart(p, u","), u"");
-  EXPECT_EQ(CStr(p), past);
+  // a delimiter that starts at 32767 is found whole; at 32768 or later not, and the input stays
+  struct Long { Text in; const char16_t* delimiter; bool clean; size_t piece; Text rest; };
+  const Text over = Text(32767, u'x') + u",", past = u"x" + Text(40000, u'y') + u",";
+  const Long longs[] = {{Text(32766, u'x') + u",tail", u",", true, 32766, u"tail"},
+                        {Text(32766, u'x') + u"ab", u"ab", false, 32767, u""},
+                        {over, u",", false, 0, over}, {past, u",", false, 0, past}};
+  for (const Long& r : longs) {
+    Variant s = r.in;
+    EXPECT_EQ(kit.Var_GetPart(s, r.delimiter, r.clean).size(), r.piece) << "row " << &r - longs;
+    EXPECT_EQ(CStr(s), r.rest) << "row " << &r - longs;
+  }
 }
 
 TEST_F(ToolkitTest, GetFieldAtWrapsAroundCountsOverlapsAndHonours16BitPositions) {
