@@ -38,8 +38,15 @@
 // - A nonzero linger time is not applied: close() would then block the host
 //   thread. The kernel sends the rest in the background instead. LingerEnabled
 //   with LingerTime 0 gives the abortive close (RST).
-// - SecureServer, SecureClient and CertificateName are stored only; no secure
-//   channel is built.
+// - SecureServer with a CertificateName makes the control's accepted
+//   connections TLS (platform/linux/tls_channel.h): the certificate is
+//   loaded when both are set (a failure raises kSockErrCertificate there),
+//   the handshake runs inside the connection's reads and writes, and every
+//   count, State and Done is of the plain bytes, as on a plain connection. A
+//   TLS failure ends the connection like a reset (State 1, ErrorText "TLS:
+//   ...", no Done). SecureClient makes Connect TLS: Connecting lasts until
+//   the server's certificate has been verified for the host dialled.
+//   Listeners are always plain; the contexts are the factory's (tls()).
 // - Connect takes numeric IPv4 and IPv6 addresses as they are and resolves
 //   names through the factory's NameResolver (c-ares on the loop), so no
 //   lookup blocks the host thread; the first IPv4 answer is tried, else the
@@ -56,9 +63,11 @@
 
 namespace varnek {
 
+class TlsContexts;  // platform/linux/tls_context.h
+
 class LinuxSocketFactory : public SocketFactory {
  public:
-  explicit LinuxSocketFactory(LinuxLoop& loop) : loop_(loop) {}
+  explicit LinuxSocketFactory(LinuxLoop& loop);
   ~LinuxSocketFactory() override;
   std::unique_ptr<SocketCtl> Create() override;
 
@@ -69,12 +78,16 @@ class LinuxSocketFactory : public SocketFactory {
   // configuration last set (the system's by default).
   NameResolver& resolver();
   void SetResolverConfig(ResolverConfig config);
+  // The TLS configurations of every control made here: certificates by
+  // name, the trust store of outgoing connections.
+  TlsContexts& tls();
 
  private:
   LinuxLoop& loop_;
   std::unordered_set<int> offered_;
   ResolverConfig resolver_config_;
   std::shared_ptr<NameResolver> resolver_;
+  std::unique_ptr<TlsContexts> tls_;
 };
 
 // The machine's primary IPv4 address: that of the first interface that is up

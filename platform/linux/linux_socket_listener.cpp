@@ -254,9 +254,11 @@ void LinuxSocket::SetAcceptHandle(int32_t handle) {
   auto& offered = factory_.offered();
   if (!offered.count(handle)) Fail(kSockErrInvalidHandle, "Invalid handle");
   if (state_ != kSocketClosed || fd_ >= 0) FailWrongState();
+  std::unique_ptr<TlsChannel> channel = ServerChannelFor(handle);
   offered.erase(handle);
   strand_ = loop_.CurrentStrand();  // the connection's handler goes on here
   Adopt(handle);  // bytes that came before are readable: the watch reports them
+  UseChannel(std::move(channel));
 }
 
 }  // namespace linux_socket

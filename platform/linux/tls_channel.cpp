@@ -1,0 +1,190 @@
+// The per-connection secure channel over OpenSSL's socket BIO.
+#include "varnek/platform/linux/tls_channel.h"
+
+#include <arpa/inet.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+
+#include "varnek/platform/linux/tls_context.h"
+#include "varnek/runtime/failure.h"
+
+namespace varnek {
+
+namespace {
+
+SSL* NewSession(ssl_ctx_st* context, int fd) {
+  ERR_clear_error();
+  SSL* ssl = context ? SSL_new(context) : nullptr;
+  if (!ssl || SSL_set_fd(ssl, fd) != 1) {
+    SSL_free(ssl);
+    Fail(kSockErrCertificate, "no secure channel for the connection");
+  }
+  return ssl;
+}
+
+bool IsNumericAddress(const std::string& host) {
+  unsigned char address[16];
+  return inet_pton(AF_INET, host.c_str(), address) == 1 || inet_pton(AF_INET6, host.c_str(), address) == 1;
+}
+
+// A fatal unexpected_message alert as a bare record, for a peer whose first
+// bytes were no TLS at all (a plain HTTP request): OpenSSL answers those with
+// silence, and the peer should learn why the connection ends.
+void SendUnexpectedMessageAlert(int fd) {
+  static const unsigned char kAlert[] = {0x15, 0x03, 0x01, 0x00, 0x02, 0x02, 0x0a};
+  (void)::send(fd, kAlert, sizeof kAlert, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+}  // namespace
+
+std::unique_ptr<TlsChannel> TlsChannel::Accepting(HostLoop& loop, ssl_ctx_st* context, int fd) {
+  SSL* ssl = NewSession(context, fd);
+  SSL_set_accept_state(ssl);
+  return std::unique_ptr<TlsChannel>(new TlsChannel(loop, ssl));
+}
+
+std::unique_ptr<TlsChannel> TlsChannel::Connecting(HostLoop& loop, ssl_ctx_st* context, int fd,
+                                                   const std::string& host) {
+  SSL* ssl = NewSession(context, fd);
+  std::unique_ptr<TlsChannel> channel(new TlsChannel(loop, ssl));
+  SSL_set_connect_state(ssl);
+  SSL_set_hostflags(ssl, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
+  const bool named = IsNumericAddress(host)
+                         ? X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl), host.c_str()) == 1
+                         : SSL_set_tlsext_host_name(ssl, host.c_str()) == 1 && SSL_set1_host(ssl, host.c_str()) == 1;
+  if (!named) Fail(kSockErrCertificate, "no secure channel for the host " + host);
+  return channel;
+}
+
+TlsChannel::~TlsChannel() {
+  *alive_ = false;
+  SSL_free(ssl_);
+}
+
+ssize_t TlsChannel::Read(char* buffer, size_t size) {
+  if (failed_) {
+    errno = EPROTO;
+    return -1;
+  }
+  ERR_clear_error();
+  size_t got = 0;
+  const int result = SSL_read_ex(ssl_, buffer, size, &got);
+  if (result != 1) return Failed(result, &read_blocked_on_);
+  read_blocked_on_ = EPOLLIN;
+  WakeIfBuffered();
+  return static_cast<ssize_t>(got);
+}
+
+ssize_t TlsChannel::Write(const char* buffer, size_t size) {
+  if (failed_) {
+    errno = EPROTO;
+    return -1;
+  }
+  ERR_clear_error();
+  size_t written = 0;
+  const int result = SSL_write_ex(ssl_, buffer, size, &written);
+  if (result != 1) return Failed(result, &write_blocked_on_);
+  write_blocked_on_ = EPOLLOUT;
+  return static_cast<ssize_t>(written);
+}
+
+int TlsChannel::Handshake() {
+  if (failed_) {
+    errno = EPROTO;
+    return -1;
+  }
+  ERR_clear_error();
+  const int result = SSL_do_handshake(ssl_);
+  if (result == 1) {
+    write_blocked_on_ = EPOLLOUT;
+    return 1;
+  }
+  const ssize_t failed = Failed(result, &write_blocked_on_);
+  if (failed == 0) {  // the peer ended its stream before the handshake did
+    errno = ECONNRESET;
+    return -1;
+  }
+  return errno == EAGAIN ? 0 : -1;
+}
+
+ssize_t TlsChannel::Failed(int result, uint32_t* blocked_on) {
+  const int saved_errno = errno;
+  const int error = SSL_get_error(ssl_, result);
+  switch (error) {
+    case SSL_ERROR_ZERO_RETURN:
+      return 0;
+    case SSL_ERROR_WANT_READ:
+      *blocked_on = EPOLLIN;
+      errno = EAGAIN;
+      return -1;
+    case SSL_ERROR_WANT_WRITE:
+      *blocked_on = EPOLLOUT;
+      errno = EAGAIN;
+      return -1;
+    case SSL_ERROR_SYSCALL:
+      ERR_clear_error();
+      if (saved_errno == 0) return 0;  // the socket's end of stream
+      if (saved_errno != EINTR) failed_ = true;
+      errno = saved_errno;
+      return -1;
+    default:
+      break;
+  }
+  failed_ = true;
+  const unsigned long code = ERR_peek_error();
+  const char* reason = code ? ERR_reason_error_string(code) : nullptr;
+  std::string text = std::string("TLS: ") + (reason ? reason : "protocol failure");
+  const long verified = SSL_get_verify_result(ssl_);
+  if (verified != X509_V_OK) text += std::string(" (") + X509_verify_cert_error_string(verified) + ")";
+  failure_ = Utf8ToText(text);
+  ERR_clear_error();
+  if (BIO_number_written(SSL_get_wbio(ssl_)) == 0) SendUnexpectedMessageAlert(SSL_get_fd(ssl_));
+  errno = EPROTO;
+  return -1;
+}
+
+size_t TlsChannel::Buffered() const { return failed_ ? 0 : static_cast<size_t>(SSL_pending(ssl_)); }
+
+void TlsChannel::WakeIfBuffered() {
+  if (wake_posted_ || !on_buffered || SSL_pending(ssl_) <= 0) return;
+  wake_posted_ = true;
+  std::weak_ptr<bool> alive = alive_;
+  loop_.Post([this, alive] {
+    if (alive.expired()) return;
+    wake_posted_ = false;
+    if (Buffered() == 0 || !on_buffered) return;
+    auto wake = on_buffered;  // the handler may end this channel
+    wake();
+  });
+}
+
+void TlsChannel::Shutdown() {
+  if (failed_ || !SSL_is_init_finished(ssl_)) return;
+  ERR_clear_error();
+  SSL_shutdown(ssl_);
+  ERR_clear_error();
+}
+
+uint32_t TlsChannel::WatchEvents(uint32_t wanted) const {
+  uint32_t events = wanted & ~static_cast<uint32_t>(EPOLLIN | EPOLLOUT);
+  if (wanted & EPOLLIN) {
+    events |= read_blocked_on_;
+    // A read that must write first is not helped by the peer's end of stream.
+    if (read_blocked_on_ != EPOLLIN) events &= ~static_cast<uint32_t>(EPOLLRDHUP);
+  }
+  if (wanted & EPOLLOUT) events |= write_blocked_on_;
+  return events;
+}
+
+uint32_t TlsChannel::ReadyEvents(uint32_t ready) const {
+  uint32_t events = ready;
+  if (ready & read_blocked_on_) events |= EPOLLIN;
+  if (ready & write_blocked_on_) events |= EPOLLOUT;
+  return events;
+}
+
+}  // namespace varnek
