@@ -1,0 +1,107 @@
+#!/usr/bin/env bash
+# Runs the layout of varnek-demo-tls@.service on loopback and checks it: a
+# certificate made now (ECDSA P-256, for localhost), PROCESSES varnek-demo
+# processes (--slots 100 --tls tls, each on a port of its own, no proxy), then
+# REQUESTS HTTPS requests spread over them with curl --cacert. Every answer
+# must be a 200 echo of its own URL and every process must have served; TLS
+# 1.1 and plain HTTP must be refused.
+#   deploy/tls_check.sh DEMO_BINARY [REQUESTS]
+# Exits 77 (skipped) when openssl or curl is not installed.
+set -euo pipefail
+demo=$1
+requests=${2:-300}
+processes=${VARNEK_PROCESSES:-3}
+
+for tool in openssl curl; do
+  if ! command -v "$tool" > /dev/null; then
+    echo "SKIPPED: $tool is not installed (bash scripts/deps.sh installs it)"
+    exit 77
+  fi
+done
+
+work=$(mktemp -d /tmp/varnek-tls-deploy.XXXXXX)
+pids=()
+cleanup() {
+  local pid
+  for pid in "${pids[@]}"; do kill "$pid" 2> /dev/null || true; done
+  for pid in "${pids[@]}"; do wait "$pid" 2> /dev/null || true; done
+  rm -rf "$work"
+}
+trap cleanup EXIT
+trap 'exit 1' INT TERM
+
+# As systemd hands them over: tls.pem and tls.key, the key for its owner only.
+openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 1 -subj "/CN=localhost" \
+  -addext "subjectAltName=DNS:localhost" -keyout "$work/tls.key" -out "$work/tls.pem" 2> /dev/null
+chmod 600 "$work/tls.key"
+
+# start_demo: a demo process on a free port up to 32767 (at most 20 tries;
+# a taken port makes it exit at once). Sets demo_port.
+start_demo() {
+  local attempt pid
+  for attempt in $(seq 1 20); do
+    demo_port=$((20000 + RANDOM % 12000))
+    VARNEK_CERT_DIR=$work "$demo" --port "$demo_port" --slots 100 --tls tls \
+      > "$work/demo-$demo_port.log" 2>&1 &
+    pid=$!
+    sleep 0.5
+    if kill -0 "$pid" 2> /dev/null; then
+      pids+=("$pid")
+      return 0
+    fi
+  done
+  cat "$work"/demo-*.log
+  echo "FAIL: no demo process started in 20 tries"
+  exit 1
+}
+
+ports=()
+for _ in $(seq 1 "$processes"); do
+  start_demo
+  ports+=("$demo_port")
+done
+echo "demo processes on https://localhost: ${ports[*]}"
+
+# Request n goes to process n mod PROCESSES, six at a time.
+mkdir -p "$work/answers"
+for n in $(seq 1 "$requests"); do
+  printf 'url = "https://localhost:%s/echo?request=%s"\noutput = "%s/answers/%s.html"\n' \
+    "${ports[$((n % processes))]}" "$n" "$work" "$n"
+done > "$work/curl.conf"
+started=$(date +%s.%N)
+curl -s --cacert "$work/tls.pem" --parallel --parallel-max 6 --max-time 120 \
+  -w '%{http_code} %{url_effective}\n' -K "$work/curl.conf" > "$work/codes.txt" 2> "$work/curl.err" &
+pids+=($!)
+wait "${pids[-1]}" || true
+finished=$(date +%s.%N)
+
+bad=0
+for n in $(seq 1 "$requests"); do
+  if ! grep -q "^200 .*request=$n\$" "$work/codes.txt"; then
+    echo "request $n: status $(grep "request=$n\$" "$work/codes.txt" || echo none)"
+    bad=$((bad + 1))
+  elif ! grep -qP "^URL\t/echo\?request=$n/?\$" "$work/answers/$n.html"; then
+    echo "request $n: the answer is not its own echo"
+    bad=$((bad + 1))
+  fi
+done
+for p in "${ports[@]}"; do
+  served=$(grep -c "^200 https://localhost:$p/" "$work/codes.txt" || true)
+  echo "demo on port $p served $served"
+  [ "$served" -gt 0 ] || { echo "FAIL: the process on port $p got no request"; bad=$((bad + 1)); }
+done
+
+port=${ports[0]}
+if openssl s_client -connect "127.0.0.1:$port" -tls1_1 -cipher 'DEFAULT@SECLEVEL=0' < /dev/null 2>&1 |
+    grep -q "BEGIN CERTIFICATE"; then
+  echo "FAIL: TLS 1.1 was accepted"
+  bad=$((bad + 1))
+fi
+plain=$(curl -s -m 5 -o /dev/null -w '%{http_code}' "http://127.0.0.1:$port/echo" || true)
+if [ "$plain" != "000" ]; then
+  echo "FAIL: plain HTTP got an answer ($plain)"
+  bad=$((bad + 1))
+fi
+echo "$requests requests in $(awk "BEGIN { printf \"%.1f\", $finished - $started }") s, $bad failures"
+[ "$bad" -eq 0 ] || exit 1
+echo "TLS deploy check passed"
