@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <cstdint>
 
 #include "varnek/platform/linux/tls_context.h"
 #include "varnek/runtime/failure.h"
@@ -16,13 +17,54 @@ namespace varnek {
 
 namespace {
 
+// OpenSSL's own socket BIO writes with write(), which raises SIGPIPE when
+// the peer has gone and would end the host: this one sends with
+// MSG_NOSIGNAL. Its data is the descriptor.
+int SocketOf(BIO* bio) { return static_cast<int>(reinterpret_cast<intptr_t>(BIO_get_data(bio))); }
+
+int QuietWrite(BIO* bio, const char* data, int size) {
+  BIO_clear_retry_flags(bio);
+  const ssize_t n = ::send(SocketOf(bio), data, static_cast<size_t>(size), MSG_NOSIGNAL);
+  if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) BIO_set_retry_write(bio);
+  return static_cast<int>(n);
+}
+
+int QuietRead(BIO* bio, char* data, int size) {
+  BIO_clear_retry_flags(bio);
+  const ssize_t n = ::recv(SocketOf(bio), data, static_cast<size_t>(size), 0);
+  if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) BIO_set_retry_read(bio);
+  return static_cast<int>(n);
+}
+
+long QuietControl(BIO* /*bio*/, int command, long /*number*/, void* /*pointer*/) {
+  return command == BIO_CTRL_FLUSH ? 1 : 0;
+}
+
+BIO_METHOD* QuietSocketMethod() {
+  static BIO_METHOD* method = [] {
+    BIO_METHOD* m = BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK, "varnek socket");
+    BIO_meth_set_write(m, QuietWrite);
+    BIO_meth_set_read(m, QuietRead);
+    BIO_meth_set_ctrl(m, QuietControl);
+    BIO_meth_set_create(m, [](BIO* bio) {
+      BIO_set_init(bio, 1);
+      return 1;
+    });
+    return m;
+  }();
+  return method;
+}
+
 SSL* NewSession(ssl_ctx_st* context, int fd) {
   ERR_clear_error();
   SSL* ssl = context ? SSL_new(context) : nullptr;
-  if (!ssl || SSL_set_fd(ssl, fd) != 1) {
+  BIO* bio = ssl ? BIO_new(QuietSocketMethod()) : nullptr;
+  if (!bio) {
     SSL_free(ssl);
     Fail(kSockErrCertificate, "no secure channel for the connection");
   }
+  BIO_set_data(bio, reinterpret_cast<void*>(static_cast<intptr_t>(fd)));
+  SSL_set_bio(ssl, bio, bio);  // one BIO both ways: the session frees it once
   return ssl;
 }
 
@@ -142,7 +184,8 @@ ssize_t TlsChannel::Failed(int result, uint32_t* blocked_on) {
   if (verified != X509_V_OK) text += std::string(" (") + X509_verify_cert_error_string(verified) + ")";
   failure_ = Utf8ToText(text);
   ERR_clear_error();
-  if (BIO_number_written(SSL_get_wbio(ssl_)) == 0) SendUnexpectedMessageAlert(SSL_get_fd(ssl_));
+  BIO* wire = SSL_get_wbio(ssl_);
+  if (BIO_number_written(wire) == 0) SendUnexpectedMessageAlert(SocketOf(wire));
   errno = EPROTO;
   return -1;
 }

@@ -143,18 +143,23 @@ TEST_F(TlsTest, HundredClientsAtOnceAndA100KBPostWhole) {
 }
 
 TEST_F(TlsTest, OnlyTls12And13AreSpoken) {
+  server.ServerWelcomeString("welcome!");  // queued before the handshake, sent after it
   StartSecure("ec");
+  // Reads what comes for 1.5 s (the welcome comes 1 s after the connection).
   const auto handshake = [&](const std::string& version) {
-    return Command("openssl s_client -connect 127.0.0.1:" + std::to_string(port) + " -" + version +
-                   " -cipher DEFAULT@SECLEVEL=0 </dev/null 2>&1");
+    return Command("sh -c '(sleep 1.5) | openssl s_client -connect 127.0.0.1:" + std::to_string(port) +
+                   " -" + version + " -cipher DEFAULT@SECLEVEL=0 2>&1'");
   };
   for (const char* old : {"tls1", "tls1_1"}) {
     const std::string out = handshake(old);
     EXPECT_EQ(out.find("BEGIN CERTIFICATE"), std::string::npos) << old << ":\n" << out;
     EXPECT_NE(out.find("alert protocol version"), std::string::npos) << old << ":\n" << out;
   }
-  EXPECT_NE(handshake("tls1_2").find("Protocol  : TLSv1.2"), std::string::npos);
-  EXPECT_NE(handshake("tls1_3").find("Protocol  : TLSv1.3"), std::string::npos);
+  for (const char* version : {"tls1_2", "tls1_3"}) {
+    const std::string out = handshake(version);
+    EXPECT_NE(out.find(std::string("Protocol  : TLSv1.") + version[5]), std::string::npos) << out;
+    EXPECT_NE(out.find("welcome!"), std::string::npos) << out;
+  }
 }
 
 // A ClientHello as OpenSSL's client writes it.
@@ -175,18 +180,37 @@ std::string ClientHello() {
 }
 
 TEST_F(TlsTest, BrokenClientsFreeTheirOwnSlotOnly) {
-  StartSecure("ec", 5);
+  StartSecure("ec", 10);
   // A good client holds its connection, handshake done, through all of it.
   RawClient good;
   SSL_CTX* context = SSL_CTX_new(TLS_client_method());
   SSL_CTX_load_verify_locations(context, CaFile().c_str(), nullptr);
   SSL* ssl = SSL_new(context);
-  ASSERT_EQ(RunClientWhilePumping(server.loop(), [&] {
-    if (!good.Connect(port)) return -1;
-    SSL_set_fd(ssl, good.fd());
-    return SSL_connect(ssl);
-  }), 1);
+  // A blocking handshake on `client`, each read bounded.
+  const auto handshake = [&](RawClient& client, SSL* session) {
+    const timeval limit{10, 0};
+    if (!client.Connect(port)) return -1;
+    setsockopt(client.fd(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    SSL_set_fd(session, client.fd());
+    return SSL_connect(session);
+  };
+  ASSERT_EQ(RunClientWhilePumping(server.loop(), [&] { return handshake(good, ssl); }), 1);
   ASSERT_TRUE(SlotsSettleAt(1));
+
+  // Clients that leave as soon as their handshake is done, before the
+  // server's tickets: writing those to a closed socket must not end the host.
+  const int quick = RunClientWhilePumping(server.loop(), [&] {
+    int finished = 0;
+    for (int k = 0; k < 5; ++k) {
+      RawClient leaving;
+      SSL* s = SSL_new(context);
+      if (handshake(leaving, s) == 1) ++finished;
+      SSL_free(s);
+    }
+    return finished;
+  });
+  EXPECT_EQ(quick, 5);
+  EXPECT_TRUE(SlotsSettleAt(1));
 
   const std::string hello = ClientHello();
   struct Case {
