@@ -55,7 +55,8 @@
 #pragma once
 
 #include <memory>
-#include <unordered_set>
+#include <cstdint>
+#include <unordered_map>
 
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/name_resolver.h"
@@ -72,8 +73,11 @@ class LinuxSocketFactory : public SocketFactory {
   std::unique_ptr<SocketCtl> Create() override;
 
   LinuxLoop& loop() { return loop_; }
-  // Descriptors accepted and offered in a ConnectionRequest, not yet taken.
-  std::unordered_set<int>& offered() { return offered_; }
+  // Descriptors accepted and offered in a ConnectionRequest, not yet taken,
+  // each with the number of its offer: a descriptor taken, closed and
+  // accepted again is another offer, which the first one's end leaves alone.
+  std::unordered_map<int, uint64_t>& offered() { return offered_; }
+  uint64_t NextOffer() { return ++offers_; }
   // The resolver of outgoing connections, made at first use with the
   // configuration last set (the system's by default).
   NameResolver& resolver();
@@ -84,7 +88,8 @@ class LinuxSocketFactory : public SocketFactory {
 
  private:
   LinuxLoop& loop_;
-  std::unordered_set<int> offered_;
+  std::unordered_map<int, uint64_t> offered_;
+  uint64_t offers_ = 0;
   ResolverConfig resolver_config_;
   std::shared_ptr<NameResolver> resolver_;
   std::unique_ptr<TlsContexts> tls_;
