@@ -12,52 +12,19 @@ demo=$1
 requests=${2:-300}
 processes=${VARNEK_PROCESSES:-3}
 
-for tool in openssl curl; do
-  if ! command -v "$tool" > /dev/null; then
-    echo "SKIPPED: $tool is not installed (bash scripts/deps.sh installs it)"
-    exit 77
-  fi
-done
-
-work=$(mktemp -d /tmp/varnek-tls-deploy.XXXXXX)
-pids=()
-cleanup() {
-  local pid
-  for pid in "${pids[@]}"; do kill "$pid" 2> /dev/null || true; done
-  for pid in "${pids[@]}"; do wait "$pid" 2> /dev/null || true; done
-  rm -rf "$work"
-}
-trap cleanup EXIT
-trap 'exit 1' INT TERM
+here=$(cd "$(dirname "$0")" && pwd)
+source "$here/check_common.sh"
+require_tools openssl curl
 
 # As systemd hands them over: tls.pem and tls.key, the key for its owner only.
 openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 1 -subj "/CN=localhost" \
   -addext "subjectAltName=DNS:localhost" -keyout "$work/tls.key" -out "$work/tls.pem" 2> /dev/null
 chmod 600 "$work/tls.key"
 
-# start_demo: a demo process on a free port up to 32767 (at most 20 tries;
-# a taken port makes it exit at once). Sets demo_port.
-start_demo() {
-  local attempt pid
-  for attempt in $(seq 1 20); do
-    demo_port=$((20000 + RANDOM % 12000))
-    VARNEK_CERT_DIR=$work "$demo" --port "$demo_port" --slots 100 --tls tls \
-      > "$work/demo-$demo_port.log" 2>&1 &
-    pid=$!
-    sleep 0.5
-    if kill -0 "$pid" 2> /dev/null; then
-      pids+=("$pid")
-      return 0
-    fi
-  done
-  cat "$work"/demo-*.log
-  echo "FAIL: no demo process started in 20 tries"
-  exit 1
-}
-
+export VARNEK_CERT_DIR=$work
 ports=()
 for _ in $(seq 1 "$processes"); do
-  start_demo
+  start_demo --tls tls
   ports+=("$demo_port")
 done
 echo "demo processes on https://localhost: ${ports[*]}"
@@ -75,16 +42,7 @@ pids+=($!)
 wait "${pids[-1]}" || true
 finished=$(date +%s.%N)
 
-bad=0
-for n in $(seq 1 "$requests"); do
-  if ! grep -q "^200 .*request=$n\$" "$work/codes.txt"; then
-    echo "request $n: status $(grep "request=$n\$" "$work/codes.txt" || echo none)"
-    bad=$((bad + 1))
-  elif ! grep -qP "^URL\t/echo\?request=$n/?\$" "$work/answers/$n.html"; then
-    echo "request $n: the answer is not its own echo"
-    bad=$((bad + 1))
-  fi
-done
+check_answers "$requests"
 for p in "${ports[@]}"; do
   served=$(grep -c "^200 https://localhost:$p/" "$work/codes.txt" || true)
   echo "demo on port $p served $served"
