@@ -107,46 +107,41 @@ TlsChannel::~TlsChannel() {
   SSL_free(ssl_);
 }
 
-ssize_t TlsChannel::Read(char* buffer, size_t size) {
+template <class Call>
+ssize_t TlsChannel::Transfer(uint32_t* blocked_on, uint32_t idle, Call call) {
   if (failed_) {
     errno = EPROTO;
     return -1;
   }
   ERR_clear_error();
-  size_t got = 0;
-  const int result = SSL_read_ex(ssl_, buffer, size, &got);
-  if (result != 1) return Failed(result, &read_blocked_on_);
-  read_blocked_on_ = EPOLLIN;
-  WakeIfBuffered();
-  return static_cast<ssize_t>(got);
+  size_t moved = 0;
+  const int result = call(&moved);
+  if (result != 1) return Failed(result, blocked_on);
+  *blocked_on = idle;
+  return static_cast<ssize_t>(moved);
+}
+
+ssize_t TlsChannel::Read(char* buffer, size_t size) {
+  const ssize_t got = Transfer(&read_blocked_on_, EPOLLIN,
+                               [&](size_t* moved) { return SSL_read_ex(ssl_, buffer, size, moved); });
+  if (got > 0) WakeIfBuffered();
+  return got;
 }
 
 ssize_t TlsChannel::Write(const char* buffer, size_t size) {
-  if (failed_) {
-    errno = EPROTO;
-    return -1;
-  }
-  ERR_clear_error();
-  size_t written = 0;
-  const int result = SSL_write_ex(ssl_, buffer, size, &written);
-  if (result != 1) return Failed(result, &write_blocked_on_);
-  write_blocked_on_ = EPOLLOUT;
-  return static_cast<ssize_t>(written);
+  return Transfer(&write_blocked_on_, EPOLLOUT,
+                  [&](size_t* moved) { return SSL_write_ex(ssl_, buffer, size, moved); });
 }
 
 int TlsChannel::Handshake() {
-  if (failed_) {
-    errno = EPROTO;
-    return -1;
-  }
-  ERR_clear_error();
-  const int result = SSL_do_handshake(ssl_);
-  if (result == 1) {
-    write_blocked_on_ = EPOLLOUT;
-    return 1;
-  }
-  const ssize_t failed = Failed(result, &write_blocked_on_);
-  if (failed == 0) {  // the peer ended its stream before the handshake did
+  bool done = false;
+  const ssize_t step = Transfer(&write_blocked_on_, EPOLLOUT, [&](size_t*) {
+    const int result = SSL_do_handshake(ssl_);
+    done = result == 1;
+    return result;
+  });
+  if (done) return 1;
+  if (step == 0) {  // the peer ended its stream before the handshake did
     errno = ECONNRESET;
     return -1;
   }

@@ -66,6 +66,10 @@ class TlsChannel {
 
  private:
   TlsChannel(HostLoop& loop, ssl_st* ssl) : loop_(loop), ssl_(ssl) {}
+  // One engine call (`call(&bytes_moved)` gives OpenSSL's 1 or failure),
+  // its result as recv's; `blocked_on` becomes `idle` again on success.
+  template <class Call>
+  ssize_t Transfer(uint32_t* blocked_on, uint32_t idle, Call call);
   // Maps a failed call's result; sets the direction the engine waits for.
   ssize_t Failed(int result, uint32_t* blocked_on);
   void WakeIfBuffered();
