@@ -1,6 +1,7 @@
-// One connection's secure channel: an OpenSSL session over a non-blocking
-// socket, read and written like the socket itself. The socket control keeps
-// its own buffers, events and states, and only moves its bytes through this.
+// One connection's secure channel, internal to the Linux socket control: an
+// OpenSSL session over a non-blocking socket, read and written like the
+// socket itself. The control keeps its own buffers, events and states, and
+// only moves its bytes through this.
 //
 // Read and Write behave as recv and send: a count of plain bytes, 0 for the
 // end of the peer's stream (Read), or -1 with errno: EAGAIN while the engine
