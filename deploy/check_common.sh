@@ -1,6 +1,7 @@
-# What the deploy checks share; sourced by them with `demo` set to the demo
-# binary. It makes $work (removed at exit, after every process in pids has
-# been stopped) and gives:
+# What the deploy checks share; sourced by them with their arguments,
+# DEMO_BINARY [REQUESTS], which it reads into demo and requests (300 by
+# default), with processes from VARNEK_PROCESSES (3). It makes $work
+# (removed at exit, after every process in pids has been stopped) and gives:
 #   require_tools TOOL...   exits 77 (skipped) when one is not installed
 #   start_demo [FLAG...]    a demo process with --slots 100 and the flags on
 #                           a free port up to 32767 (at most 20 tries; a taken
@@ -8,6 +9,11 @@
 #   check_answers REQUESTS  every request n must be a 200 in $work/codes.txt
 #                           and its answer $work/answers/n.html the echo of
 #                           its own URL; adds the failures to bad
+
+set -euo pipefail
+demo=$1
+requests=${2:-300}
+processes=${VARNEK_PROCESSES:-3}
 
 require_tools() {
   local tool

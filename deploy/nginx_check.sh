@@ -9,12 +9,8 @@
 # With VARNEK_KEEP_RUNNING=N it leaves the layout up for N s after the check
 # (for measurements) and prints its port.
 set -euo pipefail
-demo=$1
-requests=${2:-300}
-processes=${VARNEK_PROCESSES:-3}
 here=$(cd "$(dirname "$0")" && pwd)
-
-source "$here/check_common.sh"
+source "$here/check_common.sh" "$@"
 require_tools nginx openssl curl
 
 openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj "/CN=localhost" \

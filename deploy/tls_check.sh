@@ -8,12 +8,8 @@
 #   deploy/tls_check.sh DEMO_BINARY [REQUESTS]
 # Exits 77 (skipped) when openssl or curl is not installed.
 set -euo pipefail
-demo=$1
-requests=${2:-300}
-processes=${VARNEK_PROCESSES:-3}
-
 here=$(cd "$(dirname "$0")" && pwd)
-source "$here/check_common.sh"
+source "$here/check_common.sh" "$@"
 require_tools openssl curl
 
 # As systemd hands them over: tls.pem and tls.key, the key for its owner only.

@@ -86,7 +86,9 @@ class TlsTest : public ServerE2ETest {
     server.ServerSecure(true);
     Start(slots);
   }
-  // Stops, lets the last answers' handlers finish their pause, starts again.
+  // Stops, lets the last answers' handlers finish their 1 s pause, starts
+  // again: a handler of the old run still pausing would close the connection
+  // its slot number has taken in the new run.
   void Restart(const std::string& folder) {
     server.ServerOpen(false);
     const auto start = Clock::now();
