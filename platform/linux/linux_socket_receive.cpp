@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "varnek/platform/linux/eintr.h"
 #include "varnek/platform/linux/linux_socket_impl.h"
 
 namespace varnek::linux_socket {
