@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -31,6 +32,10 @@ struct Harness {
     if (std::system(make.c_str()) != 0) std::abort();
     setenv("VARNEK_CERT_DIR", folder, 1);
     context = contexts.Server(u"fuzz");
+    // Loaded: the files are no longer needed.
+    std::remove((base + ".pem").c_str());
+    std::remove((base + ".key").c_str());
+    rmdir(folder);
   }
   SimLoop loop;
   TlsContexts contexts;
