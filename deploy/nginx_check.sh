@@ -9,50 +9,12 @@
 # With VARNEK_KEEP_RUNNING=N it leaves the layout up for N s after the check
 # (for measurements) and prints its port.
 set -euo pipefail
-demo=$1
-requests=${2:-300}
-processes=${VARNEK_PROCESSES:-3}
 here=$(cd "$(dirname "$0")" && pwd)
-
-for tool in nginx openssl curl; do
-  if ! command -v "$tool" > /dev/null; then
-    echo "SKIPPED: $tool is not installed (bash scripts/deps.sh installs it)"
-    exit 77
-  fi
-done
-
-work=$(mktemp -d /tmp/varnek-deploy.XXXXXX)
-pids=()
-cleanup() {
-  local pid
-  for pid in "${pids[@]}"; do kill "$pid" 2> /dev/null || true; done
-  for pid in "${pids[@]}"; do wait "$pid" 2> /dev/null || true; done
-  rm -rf "$work"
-}
-trap cleanup EXIT
-# A time limit or Ctrl-C ends the script through the same clean-up.
-trap 'exit 1' INT TERM
+source "$here/check_common.sh" "$@"
+require_tools nginx openssl curl
 
 openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj "/CN=localhost" \
   -keyout "$work/key.pem" -out "$work/cert.pem" 2> /dev/null
-
-# start_demo: a demo process on a free port up to 32767 (at most 20 tries;
-# a taken port makes it exit at once). Sets demo_port.
-start_demo() {
-  local attempt pid
-  for attempt in $(seq 1 20); do
-    demo_port=$((20000 + RANDOM % 12000))
-    "$demo" --port "$demo_port" --slots 100 > "$work/demo-$demo_port.log" 2>&1 &
-    pid=$!
-    sleep 0.5
-    if kill -0 "$pid" 2> /dev/null; then
-      pids+=("$pid")
-      return 0
-    fi
-  done
-  echo "FAIL: no free port for a demo process in 20 tries"
-  exit 1
-}
 
 ports=()
 for _ in $(seq 1 "$processes"); do
@@ -118,16 +80,7 @@ pids+=($!)
 wait "${pids[-1]}" || true  # in the background, so that a signal is taken at once
 finished=$(date +%s.%N)
 
-bad=0
-for n in $(seq 1 "$requests"); do
-  if ! grep -q "^200 .*request=$n\$" "$work/codes.txt"; then
-    echo "request $n: status $(grep "request=$n\$" "$work/codes.txt" || echo none)"
-    bad=$((bad + 1))
-  elif ! grep -qP "^URL\t/echo\?request=$n/?\$" "$work/answers/$n.html"; then
-    echo "request $n: the answer is not its own echo"
-    bad=$((bad + 1))
-  fi
-done
+check_answers "$requests"
 for p in "${ports[@]}"; do
   served=$(grep -c "^200 127\.0\.0\.1:$p " "$work/access.log" || true)
   echo "demo on port $p served $served"

@@ -81,6 +81,7 @@ enum SocketError : int {
   kSockErrConnectionRefused = 10061,
   kSockErrHostNotFound = 11001,
   kSockErrSystem = 10000,        // another system failure; ErrorText tells which
+  kSockErrCertificate = 40030,   // the secure channel has no usable certificate; ErrorText tells why
 };
 
 // Operation codes reported by on_done.

@@ -147,7 +147,7 @@ void HTTPServer::Init() {
     if (port != 80) hint += u":" + CStr(Variant::Integer(port));
     hint_text_ = hint + u"/";
     watchdog_->SetEnabled(true);
-  } catch (const RuntimeError&) {
+  } catch (const RuntimeError& failure) {
     Resume([&] { Report(u"Init - Error cargando motores"); });
     Resume([&] { Report(u"Init - Deteniendo server"); });
     Resume([&] { Stop(); });
@@ -155,6 +155,10 @@ void HTTPServer::Init() {
     Resume([&] {
       if (listener_->State() != kSocketClosed) listener_->Close();
     });
+    // A secure channel that cannot start says why, after the usual reports.
+    if (failure.number() == kSockErrCertificate) {
+      Resume([&] { Report(u"Init - Error de certificado: " + Utf8ToText(failure.description())); });
+    }
   }
 }
 

@@ -23,10 +23,12 @@ std::string Usage() {
          "                   [--user NAME:PASS]... [--secure PATH]... [--gateway URL]\n"
          "                   [--time-server HOST] [--time-port N]\n"
          "                   [--pager-port N | --pager-device PATH] [--pager-phone NUMBER]\n"
-         "                   [--one-stack]\n"
+         "                   [--one-stack] [--tls NAME]\n"
          "Without --user and --secure, /admin is secured for admin:admin.\n"
          "--one-stack nests every handler on one stack (the classic way) instead of\n"
-         "running each connection on a strand of its own.\n";
+         "running each connection on a strand of its own.\n"
+         "--tls NAME serves HTTPS with NAME.pem and NAME.key (or NAME.p12) from\n"
+         "$VARNEK_CERT_DIR, $XDG_CONFIG_HOME/varnek/certs or /etc/varnek/certs.\n";
 }
 
 bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
@@ -71,6 +73,9 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
       options.pager_device = value;
     } else if (flag == "--pager-phone") {
       options.pager_phone = value;
+    } else if (flag == "--tls") {
+      ok = !value.empty();
+      options.tls = value;
     } else {
       error = "unknown flag " + flag;
       return false;

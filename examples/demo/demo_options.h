@@ -23,6 +23,7 @@ struct Options {
   std::string pager_device;
   std::string pager_phone;
   bool one_stack = false;            // --one-stack: the loop nests every handler
+  std::string tls;                   // --tls NAME: HTTPS with the certificate NAME; "" plain HTTP
 };
 
 // Parses argv. Returns false and fills `error` on an unknown or malformed flag.

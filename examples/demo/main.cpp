@@ -14,6 +14,8 @@
 #include "examples/demo/stderr_log.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/linux_network_clock.h"
+#include "varnek/platform/linux/linux_socket.h"
+#include "varnek/platform/linux/tls_context.h"
 
 namespace {
 
@@ -56,6 +58,13 @@ int main(int argc, char** argv) {
   stderr_log.Attach(*loop);
   if (options.time_port)  // a time server of the host's choosing, for the system page
     platform.network_clock = *new LinuxNetworkClock(*loop, static_cast<uint16_t>(options.time_port));
+  if (!options.tls.empty()) {
+    // The server names its certificate with one fixed name; here that name
+    // stands for the files the flag names.
+    auto* sockets = new LinuxSocketFactory(*loop);
+    sockets->tls().AliasCertificate(u"VRNEK", options.tls);
+    platform.sockets = *sockets;
+  }
   bool stop = false;
   const bool watched = loop->Watch(signal_fd, EPOLLIN, [&](uint32_t) {
     signalfd_siginfo info{};
@@ -74,6 +83,7 @@ int main(int argc, char** argv) {
   for (const auto& user : options.users) server.UsersAdd(user.c_str());
   for (const auto& path : options.secure) server.SecurePathAdd(path.c_str());
   server.ServerPort(options.port);
+  server.ServerSecure(!options.tls.empty());
   server.MaxConcurrentConnections(options.slots);
   if (options.watchdog != 0) server.WatchdogTimeout(static_cast<int16_t>(options.watchdog));
   if (!options.welcome.empty()) server.ServerWelcomeString(options.welcome.c_str());
@@ -82,11 +92,13 @@ int main(int argc, char** argv) {
   if (!server.ServerOpen()) {
     stderr_log.Flush();
     std::cerr << "varnek-demo: the server did not start on port " << options.port
-              << " (in use, or above 32767?)\n";
+              << (options.tls.empty() ? " (in use, or above 32767?)\n"
+                                      : " (in use, above 32767, or its certificate: see the reports above)\n");
     return 1;
   }
-  std::cout << "varnek-demo serving on http://127.0.0.1:" << options.port << "/ and http://[::1]:"
-            << options.port << "/ (" << TextToUtf8(server.HintText()) << "), " << options.slots << " slots\n";
+  const char* scheme = options.tls.empty() ? "http" : "https";
+  std::cout << "varnek-demo serving on " << scheme << "://127.0.0.1:" << options.port << "/ and " << scheme
+            << "://[::1]:" << options.port << "/ (" << TextToUtf8(server.HintText()) << "), " << options.slots << " slots\n";
   if (options.defaults_for_admin) {
     std::cout << "/admin is secured for user admin, password admin\n";
   } else {

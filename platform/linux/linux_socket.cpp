@@ -54,6 +54,7 @@ void LinuxSocket::OnConnectDone() {
     Broken(err);
     return;
   }
+  if (settings().secure_client) return StartClientTls();
   Adopt(fd_);
   outgoing_ = true;
   Fire(on_done, kOpConnect);
@@ -71,8 +72,7 @@ void LinuxSocket::Send(const Variant& data) {
 
 bool LinuxSocket::WriteSome() {
   while (!out_.empty()) {
-    const ssize_t n =
-        linux_io::RetryOnEintr([&] { return ::send(fd_, out_.data(), out_.size(), MSG_NOSIGNAL); });
+    const ssize_t n = SendSome(out_.data(), out_.size());
     if (n > 0) {
       out_.erase(0, static_cast<size_t>(n));
       written_ += static_cast<uint64_t>(n);
@@ -95,7 +95,7 @@ int LinuxSocket::CompletedSends() {
 }
 
 void LinuxSocket::Broken(int err) {
-  error_text_ = ErrnoText(err);
+  error_text_ = err == EPROTO && tls_ ? tls_->FailureText() : ErrnoText(err);
   ReleaseFd(false);
   state_ = kSocketClosed;
 }
@@ -140,6 +140,10 @@ void LinuxSocket::ReleaseFd(bool graceful) {
   if (fd_ < 0) return;
   if (watched_) loop_.Unwatch(fd_);
   watched_ = false;
+  if (tls_) {
+    if (graceful) tls_->Shutdown();
+    tls_.reset();
+  }
   if (graceful) {
     if (settings().linger_enabled && settings().linger_time == 0) {
       linger lg{1, 0};
@@ -183,6 +187,7 @@ void LinuxSocket::UpdateWatch() {
     if (!closing_ && !peer_eof_) events |= EPOLLIN | EPOLLRDHUP;
     if (!out_.empty()) events |= EPOLLOUT;
   }
+  if (tls_) events = tls_->WatchEvents(events);
   if (!watched_) {
     std::weak_ptr<bool> alive = alive_;
     loop_.Watch(fd_, events, [this, alive](uint32_t ev) {
@@ -201,10 +206,11 @@ void LinuxSocket::OnIo(uint32_t events) {
     return;
   }
   if (state_ == kSocketConnecting) {
-    OnConnectDone();
+    tls_ ? ContinueClientTls() : OnConnectDone();
     return;
   }
   if (!Connection()) return;
+  if (tls_) events = tls_->ReadyEvents(events);
   if (events & EPOLLERR) {
     int err = 0;
     socklen_t len = sizeof err;

@@ -38,8 +38,15 @@
 // - A nonzero linger time is not applied: close() would then block the host
 //   thread. The kernel sends the rest in the background instead. LingerEnabled
 //   with LingerTime 0 gives the abortive close (RST).
-// - SecureServer, SecureClient and CertificateName are stored only; no secure
-//   channel is built.
+// - SecureServer with a CertificateName makes the control's accepted
+//   connections TLS (platform/linux/tls_channel_internal.h): the certificate is
+//   loaded when both are set (a failure raises kSockErrCertificate there),
+//   the handshake runs inside the connection's reads and writes, and every
+//   count, State and Done is of the plain bytes, as on a plain connection. A
+//   TLS failure ends the connection like a reset (State 1, ErrorText "TLS:
+//   ...", no Done). SecureClient makes Connect TLS: Connecting lasts until
+//   the server's certificate has been verified for the host dialled.
+//   Listeners are always plain; the contexts are the factory's (tls()).
 // - Connect takes numeric IPv4 and IPv6 addresses as they are and resolves
 //   names through the factory's NameResolver (c-ares on the loop), so no
 //   lookup blocks the host thread; the first IPv4 answer is tried, else the
@@ -48,7 +55,8 @@
 #pragma once
 
 #include <memory>
-#include <unordered_set>
+#include <cstdint>
+#include <unordered_map>
 
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/name_resolver.h"
@@ -56,25 +64,35 @@
 
 namespace varnek {
 
+class TlsContexts;  // platform/linux/tls_context.h
+
 class LinuxSocketFactory : public SocketFactory {
  public:
-  explicit LinuxSocketFactory(LinuxLoop& loop) : loop_(loop) {}
+  explicit LinuxSocketFactory(LinuxLoop& loop);
   ~LinuxSocketFactory() override;
   std::unique_ptr<SocketCtl> Create() override;
 
   LinuxLoop& loop() { return loop_; }
-  // Descriptors accepted and offered in a ConnectionRequest, not yet taken.
-  std::unordered_set<int>& offered() { return offered_; }
+  // Descriptors accepted and offered in a ConnectionRequest, not yet taken,
+  // each with the number of its offer: a descriptor taken, closed and
+  // accepted again is another offer, which the first one's end leaves alone.
+  std::unordered_map<int, uint64_t>& offered() { return offered_; }
+  uint64_t NextOffer() { return ++offers_; }
   // The resolver of outgoing connections, made at first use with the
   // configuration last set (the system's by default).
   NameResolver& resolver();
   void SetResolverConfig(ResolverConfig config);
+  // The TLS configurations of every control made here: certificates by
+  // name, the trust store of outgoing connections.
+  TlsContexts& tls();
 
  private:
   LinuxLoop& loop_;
-  std::unordered_set<int> offered_;
+  std::unordered_map<int, uint64_t> offered_;
+  uint64_t offers_ = 0;
   ResolverConfig resolver_config_;
   std::shared_ptr<NameResolver> resolver_;
+  std::unique_ptr<TlsContexts> tls_;
 };
 
 // The machine's primary IPv4 address: that of the first interface that is up

@@ -67,6 +67,7 @@ void LinuxSocket::Connect(const Variant& address, const Variant& port) {
   if (fd_ >= 0 && state_ == kSocketCreated) ReleaseFd(false);  // a bound socket is not reused
   error_text_.clear();
   remote_port_ = target_port;
+  dialled_host_ = host;
   const uint64_t attempt = ++connect_attempt_;
   sockaddr_storage ss{};
   socklen_t len = 0;
@@ -119,7 +120,10 @@ void LinuxSocket::ConnectTo(const sockaddr_storage& address, socklen_t length) {
   const int rc = linux_io::RetryOnEintr(
       [&] { return ::connect(fd, reinterpret_cast<const sockaddr*>(&address), length); });
   const int err = rc == 0 ? 0 : errno;
-  if (rc == 0) {
+  if (rc == 0 && settings().secure_client) {
+    fd_ = fd;
+    StartClientTls();
+  } else if (rc == 0) {
     Adopt(fd);
     outgoing_ = true;
     PostDone(kOpConnect);

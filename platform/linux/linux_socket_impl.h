@@ -9,6 +9,8 @@
 #include <string>
 
 #include "varnek/platform/linux/linux_socket.h"
+#include "varnek/platform/linux/tls_channel_internal.h"
+#include "varnek/platform/linux/tls_context.h"
 #include "varnek/platform/socket_settings.h"
 
 namespace varnek::linux_socket {
@@ -62,8 +64,11 @@ class LinuxSocket : public SocketWithSettings {
   }
 
   // Settings are kept by the base; buffer sizes and linger reach the
-  // descriptor when it exists.
-  void SettingsChanged() override { ApplyOptions(); }
+  // descriptor when it exists; a secure server loads its certificate.
+  void SettingsChanged() override {
+    ApplyOptions();
+    LoadCertificate();
+  }
 
  private:
   bool Connection() const { return fd_ >= 0 && (state_ == kSocketConnected || state_ == kSocketClosing); }
@@ -86,6 +91,16 @@ class LinuxSocket : public SocketWithSettings {
   void ApplyOptions();
   void Adopt(int fd);
   void PostDone(int32_t op);
+  // The secure channel (linux_socket_tls.cpp): recv and send through it when
+  // there is one; the server's channel of an accepted descriptor (null when
+  // not secure); the client's handshake while Connecting.
+  ssize_t RecvSome(char* buffer, size_t size);
+  ssize_t SendSome(const char* buffer, size_t size);
+  void LoadCertificate();
+  std::unique_ptr<TlsChannel> ServerChannelFor(int fd);
+  void UseChannel(std::unique_ptr<TlsChannel> channel);
+  void StartClientTls();
+  void ContinueClientTls();
   // Raises an event on this control's strand.
   template <class Fn, class... Args>
   void Fire(const Fn& handler, Args... args) {
@@ -115,6 +130,10 @@ class LinuxSocket : public SocketWithSettings {
   Variant received_data_;
   Text local_address_;          // of the connection, from getsockname
   uint64_t connect_attempt_ = 0; // tells a name lookup's answer from an older one's
+  std::unique_ptr<TlsChannel> tls_;  // the connection's secure channel, if any
+  TlsContext server_context_;        // of CertificateName, while SecureServer
+  Text server_certificate_;          // the name server_context_ was loaded for
+  std::string dialled_host_;         // what Connect was given, for the certificate check
 };
 
 }  // namespace varnek::linux_socket

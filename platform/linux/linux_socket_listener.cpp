@@ -226,10 +226,16 @@ void LinuxSocket::OnListenerReadable() {
 // own call from the accept loop above.
 void LinuxSocket::OfferAccepted(int fd) {
   auto& offered = factory_.offered();  // the factory outlives its controls
-  offered.insert(fd);
-  loop_.RunOn(nullptr, [&offered, fd, handler = on_connection_request] {
+  const uint64_t offer = factory_.NextOffer();
+  offered[fd] = offer;
+  loop_.RunOn(nullptr, [&offered, fd, offer, handler = on_connection_request] {
     if (handler) handler(fd);
-    if (offered.erase(fd)) CloseFd(fd);
+    // Taken, the descriptor may have been closed and accepted again while
+    // the handler waited: that is another offer, not ours to close.
+    const auto left = offered.find(fd);
+    if (left == offered.end() || left->second != offer) return;
+    offered.erase(left);
+    CloseFd(fd);
   });
 }
 
@@ -254,9 +260,11 @@ void LinuxSocket::SetAcceptHandle(int32_t handle) {
   auto& offered = factory_.offered();
   if (!offered.count(handle)) Fail(kSockErrInvalidHandle, "Invalid handle");
   if (state_ != kSocketClosed || fd_ >= 0) FailWrongState();
+  std::unique_ptr<TlsChannel> channel = ServerChannelFor(handle);
   offered.erase(handle);
   strand_ = loop_.CurrentStrand();  // the connection's handler goes on here
   Adopt(handle);  // bytes that came before are readable: the watch reports them
+  UseChannel(std::move(channel));
 }
 
 }  // namespace linux_socket
@@ -264,7 +272,7 @@ void LinuxSocket::SetAcceptHandle(int32_t handle) {
 // --- factory ----------------------------------------------------------------
 
 LinuxSocketFactory::~LinuxSocketFactory() {
-  for (int fd : offered_) linux_socket::CloseFd(fd);
+  for (const auto& [fd, offer] : offered_) linux_socket::CloseFd(fd);
 }
 
 std::unique_ptr<SocketCtl> LinuxSocketFactory::Create() { return std::make_unique<linux_socket::LinuxSocket>(*this); }

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "varnek/platform/linux/eintr.h"
 #include "varnek/platform/linux/linux_socket_impl.h"
 
 namespace varnek::linux_socket {
@@ -33,7 +32,7 @@ bool LinuxSocket::ReadIncoming(size_t budget, bool to_the_end) {
   while (taken < budget && !peer_eof_) {
     const size_t room = kMaxWaiting + 1 - in_.size();
     const size_t want = std::min({budget - taken, room, sizeof scratch});
-    const ssize_t n = linux_io::RetryOnEintr([&] { return ::recv(fd_, scratch, want, 0); });
+    const ssize_t n = RecvSome(scratch, want);
     if (n > 0) {
       in_.append(scratch, static_cast<size_t>(n));
       taken += static_cast<size_t>(n);
@@ -68,6 +67,7 @@ void LinuxSocket::Receive(int32_t /*type*/) {
   // call. With nothing there, one read tells whether the peer has stopped.
   int kernel = 0;
   if (ioctl(fd_, FIONREAD, &kernel) != 0) kernel = 0;
+  if (tls_) kernel += static_cast<int>(tls_->Buffered());
   const size_t budget =
       std::min(static_cast<size_t>(std::max(kernel, 1)), kMaxWaiting - in_.size());
   if (budget > 0 && !ReadIncoming(budget)) {

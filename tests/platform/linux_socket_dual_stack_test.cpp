@@ -1,6 +1,7 @@
 // The Linux socket control's listener with no address: one dual-stack socket
 // that takes IPv4 and IPv6 peers on one port, reports each peer's address in
-// its own family, and still holds its port against a second listener.
+// its own family, and still holds its port against a second listener; and
+// its offers of accepted descriptors, which a reused number must not confuse.
 // Loopback only; every wait is bounded.
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -162,6 +163,53 @@ TEST(LinuxSocketDualStack, PortHeldByAnotherListenerFailsAsInUse) {
   Client c("127.0.0.1", first.port);
   ASSERT_TRUE(c.connected);
   EXPECT_TRUE(PumpUntil(loop, [&] { return first.accepted.size() == 1; }));
+}
+
+}  // namespace
+}  // namespace varnek
+
+namespace varnek {
+namespace {
+
+// The first offer's handler takes its descriptor and waits; meanwhile its
+// peer leaves (the descriptor is closed) and a second peer is accepted on the
+// same number. The end of the first handler must leave the second offer open.
+TEST(LinuxSocketOffers, DescriptorNumberReusedWhileAHandlerWaitsIsAnotherOffer) {
+  LinuxLoop loop;
+  LinuxSocketFactory f(loop);
+  auto listener = f.Create();
+  auto first = f.Create(), second = f.Create();
+  const Variant local(Text(u"127.0.0.1"));
+  listener->Create(local, 0);
+  listener->Bind(local, 0);
+  listener->Listen();
+  const int port = listener->LocalPort();
+  auto client1 = std::make_unique<Client>("127.0.0.1", port);
+  std::unique_ptr<Client> client2;
+  std::vector<int32_t> handles;
+  bool first_returned = false;
+  int second_failure = -1;
+  listener->on_connection_request = [&](int32_t handle) {
+    handles.push_back(handle);
+    if (handles.size() == 1) {
+      first->SetAcceptHandle(handle);
+      client1.reset();  // leaves without a byte: the control frees the descriptor
+      PumpUntil(loop, [&] { return first->State() == kSocketClosed; });
+      client2 = std::make_unique<Client>("127.0.0.1", port);
+      PumpUntil(loop, [&] { return handles.size() == 2; });
+      first_returned = true;
+    } else {
+      PumpUntil(loop, [&] { return first_returned; });
+      second_failure = FailureNumber([&] { second->SetAcceptHandle(handle); });
+    }
+  };
+  ASSERT_TRUE(PumpUntil(loop, [&] { return second_failure >= 0; }));
+  ASSERT_EQ(handles.size(), 2u);
+  EXPECT_EQ(handles[0], handles[1]) << "the kernel gave another number; nothing was reused";
+  EXPECT_EQ(second_failure, 0);
+  EXPECT_EQ(second->State(), kSocketConnected);
+  ASSERT_EQ(::send(client2->fd, "x", 1, MSG_NOSIGNAL), 1);
+  EXPECT_TRUE(PumpUntil(loop, [&] { return second->ReceiveReadyCount() == 1; }));
 }
 
 }  // namespace
