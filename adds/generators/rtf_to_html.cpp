@@ -35,6 +35,28 @@ constexpr char16_t kAlignClose[] = u"</TD></TR></TABLE><BR>";
 
 bool IsDigit(int c) { return c >= u'0' && c <= u'9'; }
 
+// A control word written as fixed text: the word behind the backslash, the
+// text it writes, and where the scan resumes, counted from the backslash.
+// Most resume one place behind their delimiter, so the unit there is lost.
+struct TextWord {
+  TextView word;
+  TextView text;
+  int32_t resume;
+};
+constexpr TextWord kTextWords[] = {
+    {u"bullet ", u"\u2022", 9},
+    {u"emdash ", u"\u2014", 9},
+    {u"ldblquote ", u"\u201C", 12},
+    {u"lquote ", u"\u2018", 9},
+    {u"rquote ", u"\u2019", 9},
+    {u"rdblquote ", u"\u201D", 12},
+    {u"tab ", u"&#9;", 5},  // lands just behind its blank
+    {u"~", u" ", 3},
+    {u"{", u"{", 3},
+    {u"}", u"}", 3},
+    {u"\\", u"\\", 3},
+};
+
 // The closing tags still owed, newest last. Written out newest first, which
 // gives the same bytes as putting each new close in front of a string, but
 // an open costs one byte instead of a copy of everything owed so far.
@@ -94,6 +116,8 @@ class Converter {
   // Where the scan goes on after a number word: after a blank, at a backslash.
   int64_t AfterNumberWord(int64_t from) const;
   void UnknownWord(int32_t q);
+  // A word of kTextWords at p: sets the text and the resume place.
+  bool FixedText(int32_t p);
   void OpenTag(TextView open, PendingCloses::Tag close) {
     phrase_ += open;
     pending_close_.Push(close);
@@ -290,21 +314,23 @@ void Converter::UnknownWord(int32_t q) {
   l_ = At(k) == u'\\' ? k : k + 1;
 }
 
-// A text word: the unit goes out and the scan resumes at `resume`.
-#define VARNEK_TEXT_WORD(unit, resume) \
-  do {                                 \
-    text_unit_ = (unit);               \
-    got_text_ = true;                  \
-    l_ = (resume) - 1;                 \
-    return;                            \
-  } while (0)
+bool Converter::FixedText(int32_t p) {
+  for (const TextWord& word : kTextWords) {
+    if (!Has(p + 1, word.word)) continue;
+    text_unit_ = word.text;
+    got_text_ = true;
+    l_ = p + word.resume - 1;  // writing the text steps once more
+    return true;
+  }
+  return false;
+}
 
 void Converter::ControlWord(int32_t p) {
+  if (FixedText(p)) return;
   const int32_t q = p + 1;
   switch (At(q)) {
     case u'b':
       if (LetterTag(q, u"<B>", PendingCloses::kBold)) return;
-      if (Has(q, u"bullet ")) VARNEK_TEXT_WORD(u"\u2022", p + 9);
       break;
     case u'c':
       if (At(q + 1) == u'f' && IsDigit(At(q + 2))) {
@@ -316,9 +342,6 @@ void Converter::ControlWord(int32_t p) {
         l_ = AfterNumberWord(q);
         return;
       }
-      break;
-    case u'e':
-      if (Has(q, u"emdash ")) VARNEK_TEXT_WORD(u"\u2014", p + 9);
       break;
     case u'f': {
       double n = 0;
@@ -353,10 +376,6 @@ void Converter::ControlWord(int32_t p) {
     }
     case u'i':
       if (LetterTag(q, u"<I>", PendingCloses::kItalic)) return;
-      break;
-    case u'l':
-      if (Has(q, u"ldblquote ")) VARNEK_TEXT_WORD(u"\u201C", p + 12);
-      if (Has(q, u"lquote ")) VARNEK_TEXT_WORD(u"\u2018", p + 9);
       break;
     case u'p':
       if (Has(q, u"plain") && IsDelim(q + 5)) {
@@ -396,19 +415,12 @@ void Converter::ControlWord(int32_t p) {
         return;
       }
       break;
-    case u'r':
-      if (Has(q, u"rquote ")) VARNEK_TEXT_WORD(u"\u2019", p + 9);
-      if (Has(q, u"rdblquote ")) VARNEK_TEXT_WORD(u"\u201D", p + 12);
-      break;
     case u's':
       if (Has(q, u"strike") && IsDelim(q + 6)) {
         OpenTag(u"<STRIKE>", PendingCloses::kStrike);
         l_ = p + 8;
         return;
       }
-      break;
-    case u't':
-      if (Has(q, u"tab ")) VARNEK_TEXT_WORD(u"&#9;", p + 5);
       break;
     case u'u':
       if (At(q + 1) == u'l' && IsDelim(q + 2)) {
@@ -420,12 +432,6 @@ void Converter::ControlWord(int32_t p) {
     case u'\'':
       Entity(p);
       return;
-    case u'~':
-      VARNEK_TEXT_WORD(u" ", p + 3);
-    case u'{':
-    case u'}':
-    case u'\\':
-      VARNEK_TEXT_WORD(Text(1, static_cast<char16_t>(At(q))), p + 3);
     case u'\n':
     case u'\r':
       phrase_ += kCrLf;
@@ -436,8 +442,6 @@ void Converter::ControlWord(int32_t p) {
   }
   UnknownWord(q);
 }
-
-#undef VARNEK_TEXT_WORD
 
 void Converter::Entity(int32_t p) {
   Text code = Mid(s_, p + 2, 2);
