@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 
 #include "varnek/adds/store/storage.h"
+#include "varnek/adds/store/variable_store.h"
 #include "varnek/platform/platform.h"
 #include "varnek/runtime/convert.h"
 #include "tests/store/child_process.h"
@@ -196,6 +198,25 @@ void BM_KilledAppends(benchmark::State& state) {
   state.counters["torn"] = static_cast<double>(torn);
 }
 BENCHMARK(BM_KilledAppends)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+// Collection_Sort of n random texts (arg 0) or numbers (arg 1) in mode 0.
+void BM_CollectionSort(benchmark::State& state) {
+  VariableStore store(LinuxPlatform());
+  const auto n = static_cast<int32_t>(state.range(0));
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::mt19937 rng(6);
+    auto c = Collection::New();
+    for (int32_t i = 0; i < n; ++i) {
+      const auto r = static_cast<int32_t>(rng() % 1000000);
+      c->Add(state.range(1) ? Variant(r) : Variant(u"item " + CStr(Variant(r))));
+    }
+    state.ResumeTiming();
+    store.Collection_Sort(*c);
+    benchmark::DoNotOptimize(c->Item(1));
+  }
+}
+BENCHMARK(BM_CollectionSort)->ArgsProduct({{16000, 64000}, {0, 1}})->Unit(benchmark::kMillisecond)->Iterations(1);
 
 }  // namespace
 }  // namespace varnek
