@@ -5,6 +5,7 @@
 #pragma once
 
 #include "varnek/runtime/casemap.h"
+#include "varnek/runtime/chunked_sequence.h"
 #include "varnek/runtime/collection.h"
 #include "varnek/runtime/compare.h"
 #include "varnek/runtime/convert.h"

@@ -8,9 +8,11 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 
 #include "varnek/adds/store/storage.h"
+#include "varnek/adds/store/variable_store.h"
 #include "varnek/platform/platform.h"
 #include "varnek/runtime/convert.h"
 
@@ -175,6 +177,25 @@ void BM_IniListAppName(benchmark::State& state) {
   state.SetLabel(std::to_string(megabytes) + " MB" + (state.range(1) ? ", 8,000 sections first" : " of junk"));
 }
 BENCHMARK(BM_IniListAppName)->Args({100, 0})->Args({20, 1})->Unit(benchmark::kMillisecond)->Iterations(2);
+
+// Collection_Sort of n random texts (arg 0) or numbers (arg 1) in mode 0.
+void BM_CollectionSort(benchmark::State& state) {
+  VariableStore store(LinuxPlatform());
+  const auto n = static_cast<int32_t>(state.range(0));
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::mt19937 rng(6);
+    auto c = Collection::New();
+    for (int32_t i = 0; i < n; ++i) {
+      const auto r = static_cast<int32_t>(rng() % 1000000);
+      c->Add(state.range(1) ? Variant(r) : Variant(u"item " + CStr(Variant(r))));
+    }
+    state.ResumeTiming();
+    store.Collection_Sort(*c);
+    benchmark::DoNotOptimize(c->Item(1));
+  }
+}
+BENCHMARK(BM_CollectionSort)->ArgsProduct({{16000, 64000}, {0, 1}})->Unit(benchmark::kMillisecond)->Iterations(1);
 
 }  // namespace
 }  // namespace varnek

@@ -78,11 +78,12 @@ void Unmap(char* bottom, std::size_t size) {
 struct sigaction previous_segv;
 
 // A fault in the running fiber's guard page is an overflow of its stack: say
-// so and stop. Any other fault goes to the handler that was there before.
+// so and stop. Any other SIGSEGV goes to the handler that was there before.
 void OnSegv(int sig, siginfo_t* info, void* context) {
+  const bool faulted = info->si_code > 0;  // from the kernel, not kill or raise
   char* guard = current_guard;
   char* address = static_cast<char*>(info->si_addr);
-  if (guard && address >= guard && address < guard + PageSize()) {
+  if (faulted && guard && address >= guard && address < guard + PageSize()) {
     static const char kText[] =
         "varnek: a strand overflowed its 256 KiB fiber stack (a handler recursed too deep)\n";
     ssize_t ignored = write(STDERR_FILENO, kText, sizeof kText - 1);
@@ -95,8 +96,10 @@ void OnSegv(int sig, siginfo_t* info, void* context) {
   } else if (previous_segv.sa_handler != SIG_IGN && previous_segv.sa_handler != SIG_DFL) {
     return previous_segv.sa_handler(sig);
   }
-  // Default action: the fault repeats on return and ends the process.
+  // Default action. A fault repeats on return and ends the process; a signal
+  // that was sent does not, so it is sent again, to arrive on return.
   signal(SIGSEGV, SIG_DFL);
+  if (!faulted) raise(SIGSEGV);
 }
 
 // The fault handler needs a stack of its own, since the faulting one is full.

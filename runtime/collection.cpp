@@ -21,17 +21,20 @@ Text KeyText(const Variant& key) {
 
 size_t Collection::PositionOf(const Variant& index) const {
   if (index.IsString()) {
-    const Text& key = index.RawString();
-    for (size_t i = 0; i < items_.size(); ++i) {
-      if (items_[i].key && SameKey(*items_[i].key, key)) return i;
-    }
-    Fail(kErrInvalidCall);
+    size_t at = KeyPosition(index.RawString());
+    if (at == items_.size()) Fail(kErrInvalidCall);
+    return at;
   }
   if (index.IsNull()) Fail(kErrInvalidUseOfNull);
   if (!index.IsNumberType() && !index.IsEmpty()) Fail(kErrTypeMismatch);
   int32_t position = CLng(index);
   if (position < 1 || position > Count()) Fail(kErrSubscript);
   return static_cast<size_t>(position - 1);
+}
+
+size_t Collection::KeyPosition(const Text& key) const {
+  if (keyed_ == 0) return items_.size();
+  return items_.find_if([&](const Entry& e) { return e.key && SameKey(*e.key, key); });
 }
 
 const Variant& Collection::Item(const Variant& index) const {
@@ -49,9 +52,7 @@ void Collection::Add(const Variant& item, const Variant& key, const Variant& bef
   Entry entry{item, std::nullopt};
   if (!key.IsMissing()) {
     Text k = KeyText(key);
-    for (const Entry& e : items_) {
-      if (e.key && SameKey(*e.key, k)) Fail(kErrDuplicateKey);
-    }
+    if (KeyPosition(k) != items_.size()) Fail(kErrDuplicateKey);
     entry.key = std::move(k);
   }
   size_t at = items_.size();
@@ -60,11 +61,15 @@ void Collection::Add(const Variant& item, const Variant& key, const Variant& bef
   } else if (!after.IsMissing()) {
     at = PositionOf(after) + 1;
   }
-  items_.insert(items_.begin() + static_cast<std::ptrdiff_t>(at), std::move(entry));
+  const bool keyed = entry.key.has_value();
+  items_.insert(at, std::move(entry));
+  if (keyed) ++keyed_;
 }
 
 void Collection::Remove(const Variant& index) {
-  items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(PositionOf(index)));
+  const size_t at = PositionOf(index);
+  if (items_[at].key) --keyed_;
+  items_.erase(at);
 }
 
 std::optional<Text> Collection::KeyAt(int32_t position) const {

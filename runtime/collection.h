@@ -1,5 +1,6 @@
 // Collection: the host runtime's ordered list of Variants, positions from 1,
-// with optional text keys (compared without regard to case).
+// with optional text keys (compared without regard to case). Reading, adding
+// and removing by position cost O(sqrt n); finding a key walks the list.
 //
 //   auto c = Collection::New();
 //   c->Add(u"b");  c->Add(u"a", u"first", 1);   // before position 1
@@ -8,10 +9,9 @@
 #pragma once
 
 #include <memory>
-#include <deque>
 #include <optional>
-#include <vector>
 
+#include "varnek/runtime/chunked_sequence.h"
 #include "varnek/runtime/variant.h"
 
 namespace varnek {
@@ -47,7 +47,9 @@ class Collection : public Object {
     std::optional<Text> key;
   };
   size_t PositionOf(const Variant& index) const;  // 0-based, fails as Item
-  std::deque<Entry> items_;  // removing the first item is cheap: lists are emptied from the front
+  size_t KeyPosition(const Text& key) const;      // 0-based, Count() when absent
+  ChunkedSequence<Entry> items_;
+  size_t keyed_ = 0;  // entries with a key: none to look for when 0
 };
 
 using CollectionPtr = std::shared_ptr<Collection>;

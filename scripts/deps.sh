@@ -10,6 +10,7 @@ packages=(
   libcurl4-openssl-dev libssl-dev libblkid-dev libc-ares-dev libboost-context-dev
   curl python3 procps iproute2
   dpkg-dev nginx openssl wrk
+  libmicrohttpd-dev libcivetweb-dev libcpp-httplib-dev  # the peers of bench/peer_load.py
   chromium locales
 )
 

@@ -37,17 +37,7 @@ void HTTPServer::SocketXListen_Accept(int32_t handle) {
   HandlerScope scope(this);
   Resume([&] { Report(u"Server - Solicitud Handle " + Number(handle)); });
 
-  for (int32_t i = 1; i <= UpperBound(); ++i) {
-    bool stale = false;
-    // The state first: a closed slot (most of a large pool) needs no date
-    // arithmetic. A failure of either part leaves the slot alone.
-    Resume([&] {
-      stale = Sock(i).State() != kSocketClosed && DateDiff(u"n", StampOrNow(i), loop().Now()) > 5;
-    });
-    if (!stale) continue;
-    Resume([&] { Report(u"Server - Forzando cerrado del motor " + Number(i)); });
-    PauseCloseAndWait(i);
-  }
+  SweepStaleSlots();
   DoEvents();
 
   int32_t chosen = 0;
@@ -64,7 +54,7 @@ void HTTPServer::SocketXListen_Accept(int32_t handle) {
   Resume([&] { KeepOpenOf(i) = false; });
   Resume([&] { Sock(i).SetAcceptHandle(handle); });
   Resume([&] { ++SlotAt(i).connection; });
-  Resume([&] { SlotAt(i).motor_stamp = NowText(); });
+  Resume([&] { SetStamp(i, NowText()); });
   Resume([&] { Report(u"Server - Asignando el motor " + Number(i)); });
   DoEvents();
 

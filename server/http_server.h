@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "varnek/platform/platform.h"
@@ -201,6 +202,10 @@ class HTTPServer {
   // watchdog.cpp
   void TimerWatchdog_Tick();
 
+  // stale_sweep.cpp
+  void SweepStaleSlots();                           // the accept handler's sweep; pumps
+  void SetStamp(int32_t index, const Text& stamp);  // every write of a slot's stamp but its clearing
+
   // Shared helpers (slot_helpers.cpp).
   void Report(const Text& text);
   SocketCtl& Sock(int32_t index) const;   // fails with 9 when no such slot
@@ -227,6 +232,7 @@ class HTTPServer {
   std::vector<std::unique_ptr<Slot>> slots_;           // SocketX, element 0 never connected
   std::vector<std::unique_ptr<Slot>> graveyard_;       // removed slots, freed when safe
   int handler_depth_ = 0;                              // our handlers on the stack
+  std::optional<double> oldest_busy_stamp_;            // at or before every stamp of a slot not free
 
   std::vector<Variant> proceso_texto_;
   std::vector<Variant> proceso_extra_;

@@ -39,14 +39,14 @@ void HTTPServer::Proceso_Send(const Variant& Index, const Variant& value) {
   int32_t i = 0;
   if (!InBounds(Index, UpperBound(), i)) return;
   Sock(i).Send(value);
-  SlotAt(i).motor_stamp = NowText();
+  SetStamp(i, NowText());
 }
 
 Variant HTTPServer::Proceso_Receive(const Variant& Index) {
   int32_t i = 0;
   if (!InBounds(Index, UpperBound(), i)) return Variant();
   Variant text = ExtraOf(i);
-  SlotAt(i).motor_stamp = NowText();
+  SetStamp(i, NowText());
   ExtraOf(i) = u"";
   return text;
 }

@@ -19,9 +19,11 @@ void HTTPServer::TimerWatchdog_Tick() {
   });
   for (int32_t i = 1; i <= UpperBound(); ++i) {
     bool expired = false;
+    // The state first: a closed slot (most of a large pool) needs no date
+    // arithmetic. Both parts fail alike, on a slot that is not loaded.
     Resume([&] {
-      const int64_t silent = DateDiff(u"s", StampOrNow(i), loop().Now());
-      expired = silent > CInt(watchdog_timeout_) && Sock(i).State() != kSocketClosed;
+      expired = Sock(i).State() != kSocketClosed &&
+                DateDiff(u"s", StampOrNow(i), loop().Now()) > CInt(watchdog_timeout_);
     });
     if (!expired) continue;
     Resume([&] { Report(u"Watchdog - Forzando cerrado de motor " + CStr(Variant::Long(i))); });

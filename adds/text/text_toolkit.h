@@ -120,7 +120,7 @@ class TextToolkit : public virtual AddsCore {
     return script_secuencia_;
   }
 
-  // ---- URL and Base64 codecs (codecs.cpp) ----------------------------------
+  // ---- URL and Base64 codecs (url_codec.cpp, base64_codec.cpp) -------------
 
   // Keeps letters and digits, writes a space as "+" and every other unit as
   // "%" and the unpadded upper-case hex of its byte ("%9" for TAB). Open.

@@ -1,7 +1,10 @@
 // Strands on both loops: side-by-side waits, nesting within a strand, timer
 // ticks on their own strand, failures and the stack limits.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
+#include <csignal>
+#include <cstdlib>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -149,6 +152,19 @@ TEST(StrandsDeathTest, RecursionPastTheGuardPageIsNamed) {
         loop.RunFor(1);
       },
       "overflowed its 256 KiB fiber stack");
+}
+
+TEST(StrandsDeathTest, ASentSegvStillEndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        SimLoop loop(kNoon);
+        loop.Post([] { raise(SIGSEGV); });  // a strand's fiber: the guard handler is in place
+        loop.RunFor(1);
+        std::exit(0);
+      },
+      // killed by the signal, or by the sanitizer's report of it under ASan
+      [](int status) { return !(WIFEXITED(status) && WEXITSTATUS(status) == 0); }, "");
 }
 
 TEST(Strands, WatchSaysWhenEpollRefuses) {

@@ -1,6 +1,9 @@
 // Variant subtypes and arrays; Collection positions, keys and failures; failure modes.
 #include <gtest/gtest.h>
 
+#include <random>
+#include <vector>
+
 #include "varnek/runtime/collection.h"
 #include "varnek/runtime/convert.h"
 #include "tests/runtime/test_util.h"
@@ -68,6 +71,58 @@ TEST(Collection, PositionsKeysAndFailures) {
   EXPECT_EQ(FailureOf([&] { c->Remove(Variant(4)); }), 9);
   c->Add(Variant(u"again"), Variant(u"first"));  // a removed key can be used again
   EXPECT_EQ(c->Item(Variant(u"First")).RawString(), u"again");
+}
+
+// Random adds and removes at any place, by position and by key, against a
+// plain list: the list grows past the sizes where the storage re-chunks and
+// shrinks to nothing again. A copy keeps its own items.
+TEST(Collection, MatchesAPlainListUnderRandomEdits) {
+  struct Plain {
+    Variant value;
+    std::optional<Text> key;
+  };
+  std::vector<Plain> plain;
+  auto c = Collection::New();
+  std::mt19937 rng(27);
+  auto pick = [&](size_t n) { return std::uniform_int_distribution<size_t>(0, n - 1)(rng); };
+  auto expect_same = [&](const Collection& col, const std::vector<Plain>& ref, int step) {
+    ASSERT_EQ(static_cast<size_t>(col.Count()), ref.size()) << step;
+    for (size_t i = 0; i < ref.size(); ++i) {
+      ASSERT_EQ(CStr(col.Item(static_cast<int32_t>(i + 1))), CStr(ref[i].value)) << step << " at " << i;
+      ASSERT_EQ(col.KeyAt(static_cast<int32_t>(i + 1)), ref[i].key) << step << " at " << i;
+    }
+  };
+  int next = 0;
+  for (int step = 0; step < 24000; ++step) {
+    const bool growing = step < 14000;
+    if (plain.empty() || pick(100) < (growing ? 70u : 25u)) {
+      const size_t at = plain.empty() ? 0 : pick(plain.size() + 1);
+      Plain p{Variant(++next), std::nullopt};
+      if (pick(10) == 0) p.key = u"K" + CStr(Variant(next));
+      if (at == plain.size()) {
+        c->Add(p.value, p.key ? Variant(*p.key) : Variant::Missing());
+      } else {
+        c->Add(p.value, p.key ? Variant(*p.key) : Variant::Missing(), Variant(static_cast<int32_t>(at + 1)));
+      }
+      plain.insert(plain.begin() + static_cast<std::ptrdiff_t>(at), p);
+    } else {
+      const size_t at = pick(plain.size());
+      c->Remove(plain[at].key ? Variant(*plain[at].key) : Variant(static_cast<int32_t>(at + 1)));
+      plain.erase(plain.begin() + static_cast<std::ptrdiff_t>(at));
+    }
+    const size_t probe = plain.empty() ? 0 : pick(plain.size());
+    if (!plain.empty() && plain[probe].key) {
+      ASSERT_EQ(CStr(c->Item(Variant(*plain[probe].key))), CStr(plain[probe].value)) << step;
+    }
+    if (step % 2000 == 0) expect_same(*c, plain, step);
+  }
+  expect_same(*c, plain, -1);
+  EXPECT_LT(plain.size(), 2000u);  // the walk came down again
+
+  Collection copy = *c;
+  const std::vector<Plain> before = plain;
+  while (c->Count() > 0) c->Remove(Variant(1));
+  expect_same(copy, before, -2);
 }
 
 TEST(Failure, TextAndModes) {

@@ -2,7 +2,11 @@
 // pauses on the simulated loop's virtual clock.
 #include "varnek/adds/store/variable_store.h"
 
+#include <numeric>
+#include <random>
+
 #include "tests/store/store_fixture.h"
+#include "varnek/runtime/compare.h"
 
 namespace varnek {
 namespace {
@@ -78,6 +82,74 @@ TEST_F(VariableStoreTest, SortFollowsTheModeAndDropsKeys) {
     store.Collection_Sort(*c);
     EXPECT_EQ(c->KeyAt(1), Text(u"k") + Texts(*c)[0]);
     for (int32_t i = 2; i <= c->Count(); ++i) EXPECT_FALSE(c->KeyAt(i).has_value()) << i;
+  }
+}
+
+// The sort's own steps on a plain list of indices into `values`, as the
+// reference the Collection must match. A key survives only where no remove
+// and add touched its item (-1 marks a place that lost it).
+void ReferenceSort(std::vector<int>& list, const std::vector<Variant>& values, int mode) {
+  auto before = [&](int a, int b) {
+    const Variant &x = values[static_cast<size_t>(a)], &y = values[static_cast<size_t>(b)];
+    if (mode == 0) return VariantLess(x, y);
+    if ((mode != 1 && mode != 2) || x.IsNull() || y.IsNull()) return false;
+    return StrComp(x.ToText(), y.ToText(), mode == 1 ? CompareMode::Binary : CompareMode::TextCompare) == -1;
+  };
+  auto put = [&](size_t at, int item) {  // remove at, add again before at (or at the end), keyless
+    list.erase(list.begin() + static_cast<std::ptrdiff_t>(at));
+    list.insert(list.begin() + static_cast<std::ptrdiff_t>(std::min(at, list.size())), -1 - item);
+  };
+  auto value = [](int cell) { return cell < 0 ? -1 - cell : cell; };
+  const int count = static_cast<int>(list.size());
+  auto half = [](int n) { return n / 2 + (n % 2 != 0 && (n / 2) % 2 != 0 ? 1 : 0); };
+  for (int gap = half(count); gap >= 1; gap = half(gap)) {
+    for (int i = gap; i <= count - 1; ++i) {
+      const int item = value(list[i]);
+      int j = i;
+      while (j >= gap && before(item, value(list[j - gap]))) {
+        put(j, value(list[j - gap]));
+        j -= gap;
+      }
+      put(j, item);
+    }
+  }
+}
+
+// 10,000 random lists, each sorted in every mode, give the reference's items
+// and keys: numbers, texts that differ in case only, Empty, Null and equal
+// items, some lists longer than the storage's blocks.
+TEST_F(VariableStoreTest, SortMatchesThePlainReferenceOnRandomLists) {
+  std::mt19937 rng(1779);
+  const std::vector<Variant> pool = {1, 2, 2, -7, 70000, 2.5, 1e10, Variant(true), Variant(), Variant::Null(),
+                                     u"", u"a", u"A", u"b", u"B", u"ab", u"Ab", u"2", u"10", u"\u00e9"};
+  auto same = [](const Variant& a, const Variant& b) {
+    return a.Type() == b.Type() && (a.IsNull() || VariantEqual(a, b));
+  };
+  for (int list = 0; list < 10000; ++list) {
+    std::vector<Variant> values(std::uniform_int_distribution<size_t>(0, list % 50 == 0 ? 140 : 24)(rng));
+    std::vector<bool> keyed(values.size());
+    for (size_t i = 0; i < values.size(); ++i) {
+      values[i] = pool[rng() % pool.size()];
+      keyed[i] = rng() % 4 == 0;
+    }
+    for (int mode : {0, 1, 2, 5}) {
+      auto c = Collection::New();
+      for (size_t i = 0; i < values.size(); ++i) {
+        c->Add(values[i], keyed[i] ? Variant(u"k" + CStr(Variant(static_cast<int32_t>(i)))) : Variant::Missing());
+      }
+      std::vector<int> expected(values.size());
+      std::iota(expected.begin(), expected.end(), 0);
+      ReferenceSort(expected, values, mode);
+      store.Collection_Sort(*c, mode);
+      ASSERT_EQ(static_cast<size_t>(c->Count()), expected.size());
+      for (size_t i = 0; i < expected.size(); ++i) {
+        const int32_t pos = static_cast<int32_t>(i + 1);
+        const int cell = expected[i];
+        const auto original = static_cast<size_t>(cell < 0 ? -1 - cell : cell);
+        ASSERT_TRUE(same(c->Item(pos), values[original])) << "list " << list << " mode " << mode << " at " << pos;
+        ASSERT_EQ(c->KeyAt(pos).has_value(), cell >= 0 && keyed[original]) << "list " << list << " mode " << mode;
+      }
+    }
   }
 }
 
