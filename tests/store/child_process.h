@@ -2,7 +2,7 @@
 // pipe: as it is, or as an ordinary user (user and group 65534 when the tests
 // run as root, since root passes every permission check); killed with
 // SIGKILL at a moment the child itself announces; or several children
-// started together.
+// started together. And an environment variable set for one scope.
 #pragma once
 
 #include <grp.h>
@@ -10,6 +10,8 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <stdlib.h>
 
 #include <chrono>
 #include <functional>
@@ -20,6 +22,20 @@
 namespace varnek {
 
 inline constexpr uid_t kNobody = 65534;
+
+// Sets an environment variable for one scope; the old value (or none) after.
+struct ScopedEnv {
+  ScopedEnv(const char* name, const std::string& value) : name_(name) {
+    if (const char* old = getenv(name)) old_ = old, had_ = true;
+    setenv(name, value.c_str(), 1);
+  }
+  ~ScopedEnv() { had_ ? setenv(name_, old_.c_str(), 1) : unsetenv(name_); }
+  ScopedEnv(const ScopedEnv&) = delete;
+  ScopedEnv& operator=(const ScopedEnv&) = delete;
+  const char* name_;
+  std::string old_;
+  bool had_ = false;
+};
 
 // Runs body in a forked child and gives back its text, or "child failed"
 // when it could not drop its rights (as_nobody) or did not end normally
