@@ -176,10 +176,8 @@ TEST_F(SafeSaveTest, LinksModesAndOwnersAreKept) {
 }
 
 TEST_F(SafeSaveTest, LeftoversOfKilledSavesGoWithTheNextSave) {
-  pid_t gone = fork();  // a process id that has ended
-  if (gone == 0) _exit(0);
+  const pid_t gone = EndedProcessId();
   ASSERT_GT(gone, 0);
-  waitpid(gone, nullptr, 0);
   const std::string dead = std::to_string(gone);
   for (const std::string& name : std::vector<std::string>{
            ".f.txt.varnek-save-" + dead + "-abcDEF", ".f.txt.varnek-save-1-abcDEF",
