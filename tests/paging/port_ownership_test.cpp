@@ -3,9 +3,6 @@
 // removed), and open failures that name their cause. Real ptys, the
 // system's lock directory.
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -18,6 +15,7 @@
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/uucp_lock.h"
 #include "varnek/platform/sim/pty_line.h"
+#include "tests/store/child_process.h"
 
 namespace varnek {
 namespace {
@@ -75,51 +73,33 @@ TEST_F(PortOwnership, TheLockFileHoldsOurPidWhileOpen) {
 
 TEST_F(PortOwnership, ALiveProgramHoldingTheLineIsNamed) {
   // A second program opens the line and holds it until killed.
-  int ready[2];
-  ASSERT_EQ(::pipe(ready), 0);
-  const pid_t holder = ::fork();
-  ASSERT_GE(holder, 0);
-  if (holder == 0) {
-    ::alarm(30);  // never outlives a test gone wrong
-    char ok = '0';
-    try {
-      LinuxLoop child_loop;
-      LinuxComm comm(child_loop, nullptr, false);
-      comm.SetDevicePath(line.SlavePath());
-      comm.SetPortOpen(true);
-      ok = '1';
-      if (::write(ready[1], &ok, 1) == 1) {
-        for (;;) ::pause();  // holding the line
-      }
-    } catch (...) {
-    }
-    if (::write(ready[1], &ok, 1) != 1) ::_exit(2);
-    ::_exit(1);
-  }
-  ::close(ready[1]);
-  pollfd wait{ready[0], POLLIN, 0};
-  ASSERT_EQ(::poll(&wait, 1, 10000), 1);
-  char ok = 0;
-  ASSERT_EQ(::read(ready[0], &ok, 1), 1);
-  ::close(ready[0]);
-  ASSERT_EQ(ok, '1');
-
-  std::unique_ptr<LinuxComm> comm;
-  const auto refused = TryOpen(comm, line.SlavePath());
-  EXPECT_EQ(refused.first, kCommErrPortOpen);
-  EXPECT_EQ(refused.second, "Port already open: " + line.SlavePath() + " is held by pid " + std::to_string(holder));
-  EXPECT_FALSE(comm->PortOpen());
-
-  ::kill(holder, SIGKILL);
-  ::waitpid(holder, nullptr, 0);
+  pid_t holder = 0;
+  const bool held = KillWhenReady(
+      [&](int ready) {
+        ::alarm(30);  // never outlives a test gone wrong
+        LinuxLoop child_loop;
+        LinuxComm comm(child_loop, nullptr, false);
+        comm.SetDevicePath(line.SlavePath());
+        if (Resume([&] { comm.SetPortOpen(true); }) && ::write(ready, "1", 1) == 1) {
+          for (;;) ::pause();  // holding the line
+        }
+      },
+      {},
+      [&](pid_t child) {
+        holder = child;
+        std::unique_ptr<LinuxComm> comm;
+        const auto refused = TryOpen(comm, line.SlavePath());
+        EXPECT_EQ(refused.first, kCommErrPortOpen);
+        EXPECT_EQ(refused.second, "Port already open: " + line.SlavePath() + " is held by pid " + std::to_string(child));
+        EXPECT_FALSE(comm->PortOpen());
+      });
+  ASSERT_TRUE(held) << "the second program could not open the line";
   EXPECT_EQ(Slurp(lock), TenColumns(holder));  // left behind: stale from now on
 }
 
 TEST_F(PortOwnership, AStaleLockIsRemovedAtTheNextOpen) {
-  const pid_t gone = ::fork();
-  ASSERT_GE(gone, 0);
-  if (gone == 0) ::_exit(0);
-  ::waitpid(gone, nullptr, 0);
+  const pid_t gone = EndedProcessId();
+  ASSERT_GT(gone, 0);
   std::ofstream(lock) << TenColumns(gone);
   std::unique_ptr<LinuxComm> comm;
   EXPECT_EQ(TryOpen(comm, line.SlavePath()).first, 0);

@@ -7,10 +7,12 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <tuple>
 
 #include "varnek/platform/classic_command_line.h"
 #include "varnek/platform/linux/file_settings_store.h"
 #include "varnek/platform/linux/linux_application.h"
+#include "varnek/platform/sim/memory_settings_store.h"
 #include "tests/store/child_process.h"
 #include "tests/runtime/test_util.h"
 
@@ -28,19 +30,73 @@ struct TempRoot {
 std::string ReadAll(std::istream&& in) { return std::string(std::istreambuf_iterator<char>(in), {}); }
 std::string ReadFile(const std::string& path) { return ReadAll(std::ifstream(path, std::ios::binary)); }
 
-TEST(FileSettingsStore, RoundTripsAwkwardTextsAndMatchesNamesWithoutCase) {
+// The behaviour every settings store shares, run over the one in memory and
+// the one in files; `fresh` reads what `store` wrote (for the file store a
+// second instance, so nothing read comes from a cache).
+struct InMemory {
+  MemorySettingsStore store;
+  SettingsStore& fresh = store;
+};
+struct InFiles {
+  TempRoot root;
+  FileSettingsStore store{root.path};
+  FileSettingsStore fresh{root.path};
+};
+
+template <class Stores>
+struct SettingsStoreContract : testing::Test {
+  Stores stores;
+  SettingsStore& store = stores.store;
+  SettingsStore& fresh = stores.fresh;
+};
+using StoreKinds = testing::Types<InMemory, InFiles>;
+TYPED_TEST_SUITE(SettingsStoreContract, StoreKinds);
+
+TYPED_TEST(SettingsStoreContract, AwkwardTextsRoundTripAndMissingOnesGiveTheDefault) {
+  const Text rows[] = {u"plain", u"", u"a=b\nline2\r\\[x];#c \u00e9\u20ac ", u"  spaced  ", u"\U0001F600 \\n",
+                       u"[Section]", u"; not a comment", u"#"};
+  int i = 0;
+  for (const Text& text : rows) {
+    SCOPED_TRACE(TextToUtf8(text));
+    const Text name = Utf8ToText("k" + std::to_string(i++));
+    this->store.Set(u"Group", u"Family", name, text);         // as a value
+    this->store.Set(u"Group", text + u"=", u"name", u"v");    // as a family
+    this->store.Set(u"Group", u"Names", text + u"=[1]", u"w");  // as a name
+    EXPECT_EQ(this->fresh.Get(u"Group", u"Family", name, u"dflt"), text);
+    EXPECT_EQ(this->fresh.Get(u"Group", text + u"=", u"name", u"dflt"), u"v");
+    EXPECT_EQ(this->fresh.Get(u"Group", u"Names", text + u"=[1]", u"dflt"), u"w");
+  }
+  EXPECT_EQ(this->fresh.Get(u"Group", u"Family", u"missing", u"dflt"), u"dflt");
+  EXPECT_EQ(this->fresh.Get(u"Group", u"Missing", u"k0", u"dflt"), u"dflt");
+  EXPECT_EQ(this->fresh.Get(u"Missing", u"Family", u"k0", u"dflt"), u"dflt");
+}
+
+TYPED_TEST(SettingsStoreContract, NamesMatchWithoutLatinCaseAndKeepTheirPlaces) {
+  this->store.Set(u"Grupo", u"Familia", u"Nombre", u"first");
+  this->store.Set(u"GRUPO", u"FAMILIA", u"NOMBRE", u"second");  // replaces, any case
+  this->store.Set(u"grupo", u"Otra", u"Nombre", u"other family");
+  this->store.Set(u"Otro", u"Familia", u"Nombre", u"other group");
+  this->store.Set(u"G", u"\u00e9t\u00e9", u"\u03b1", u"small");  // Greek is not folded
+  this->store.Set(u"g", u"\u00c9T\u00c9", u"\u0391", u"capital");
+  const std::tuple<const char16_t*, const char16_t*, const char16_t*, const char16_t*> rows[] = {
+      {u"grupo", u"familia", u"nombre", u"second"},    {u"Grupo", u"OTRA", u"nombre", u"other family"},
+      {u"OTRO", u"familia", u"NOMBRE", u"other group"}, {u"G", u"\u00c9t\u00e9", u"\u03b1", u"small"},
+      {u"g", u"\u00e9T\u00c9", u"\u0391", u"capital"},  {u"Grupo", u"Familia", u"Otro", u"none"},
+  };
+  for (auto [group, family, name, value] : rows) {
+    SCOPED_TRACE(TextToUtf8(Text(group) + u"/" + family + u"/" + name));
+    EXPECT_EQ(this->fresh.Get(group, family, name, u"none"), value);
+  }
+}
+
+TEST(FileSettingsStore, LaysOutOneEscapedFilePerGroupInsideTheRoot) {
   TempRoot root;
   FileSettingsStore store(root.path);
-  EXPECT_EQ(store.Get(u"VarnekGlobal", u"App", u"Missing", u"dflt"), u"dflt");
   const Text awkward = u"a=b\nline2\r\\[x];#c \u00e9\u20ac ";
   store.Set(u"VarnekGlobal", u"App", u"NAME", u"first");
   store.Set(u"VarnekGlobal", u"App", u"k=[1]", u"v");
   store.Set(u"VarnekGlobal", u"Other", u"Name", u"second family");
-  store.Set(u"VarnekGlobal", u"app", u"Name", awkward);  // replaces, any case
-  FileSettingsStore fresh(root.path);                    // nothing cached
-  EXPECT_EQ(fresh.Get(u"varnekglobal", u"APP", u"name", u""), awkward);
-  EXPECT_EQ(fresh.Get(u"VarnekGlobal", u"App", u"K=[1]", u""), u"v");
-  EXPECT_EQ(fresh.Get(u"VarnekGlobal", u"Other", u"Name", u""), u"second family");
+  store.Set(u"VarnekGlobal", u"app", u"Name", awkward);  // replaces in place, new spelling
   const std::string file = store.GroupFile(u"VarnekGlobal");
   EXPECT_EQ(file, root.path + "/VarnekGlobal/settings.ini");
   EXPECT_EQ(ReadFile(file),
@@ -80,11 +136,8 @@ TEST(FileSettingsStore, FailuresOfTheMediumAreClassicFileErrorsAndRootFollowsXdg
   FileSettingsStore under_file(root.path + "/plainfile/sub");
   EXPECT_EQ(FailureOf([&] { under_file.Set(u"G", u"F", u"N", u"v"); }), kErrPathNotFound);
   EXPECT_EQ(under_file.Get(u"G", u"F", u"N", u"d"), u"d");  // reads never fail
-  const char* saved = getenv("XDG_CONFIG_HOME");
-  std::string saved_value = saved ? saved : "";
-  setenv("XDG_CONFIG_HOME", root.path.c_str(), 1);
+  ScopedEnv config_home("XDG_CONFIG_HOME", root.path);
   FileSettingsStore by_env;
-  if (saved) setenv("XDG_CONFIG_HOME", saved_value.c_str(), 1); else unsetenv("XDG_CONFIG_HOME");
   EXPECT_EQ(by_env.GroupFile(u"VarnekGlobal"), root.path + "/VarnekGlobal/settings.ini");
 }
 
@@ -166,14 +219,11 @@ TEST(LinuxApplication, FilesGoToTheDataFolderWhenTheProgramFolderIsReadOnly) {
   (void)!chown(root.path.c_str(), kNobody, kNobody);
   (void)!chown((root.path + "/data").c_str(), kNobody, kNobody);
   chmod((root.path + "/bin").c_str(), 0555);
-  const char* saved = getenv("XDG_DATA_HOME");
-  std::string saved_value = saved ? saved : "";
-  setenv("XDG_DATA_HOME", (root.path + "/data").c_str(), 1);
+  ScopedEnv data_home("XDG_DATA_HOME", root.path + "/data");
   LinuxApplication installed(root.path + "/bin/prog");
   std::string got = AsNobody([&] { return TextToUtf8(installed.Path()) + "|" + TextToUtf8(installed.ProgramFolder()); });
   LinuxApplication writable(root.path + "/data/prog");  // a folder it may write: the program's own
   EXPECT_EQ(AsNobody([&] { return TextToUtf8(writable.Path()); }), root.path + "/data");
-  if (saved) setenv("XDG_DATA_HOME", saved_value.c_str(), 1); else unsetenv("XDG_DATA_HOME");
   EXPECT_EQ(got, root.path + "/data/prog|" + root.path + "/bin");
   EXPECT_TRUE(fs::is_directory(root.path + "/data/prog"));  // made on first use
   chmod((root.path + "/bin").c_str(), 0755);

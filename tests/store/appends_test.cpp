@@ -142,7 +142,7 @@ TEST_F(AppendsTest, RandomKillsLeaveWholeRecords) {
   RecordAppender append = [&](const std::string& a, const std::string& b) {
     store.FileDB_Agregar(Utf8ToText(path), BytesToText(a), BytesToText(b));
   };
-  for (size_t size : {size_t{100}, size_t{3000}, size_t{50000}, size_t{1} << 20}) {
+  for (size_t size : {size_t{100}, size_t{305}, size_t{3000}, size_t{50000}, size_t{1} << 20}) {
     const int kills = size <= 3000 ? 24 : 12;
     for (int k = 0; k < kills; ++k) {
       auto delay = std::chrono::microseconds(std::uniform_int_distribution<int>(0, 3000)(random));

