@@ -11,6 +11,7 @@ packages=(
   curl python3 procps iproute2
   dpkg-dev nginx openssl wrk
   chromium locales
+  libglib2.0-dev libgtk-3-dev xvfb xauth
 )
 
 missing=()
