@@ -2,8 +2,10 @@
 // the external-loop backend: the host watches Varnek's one descriptor
 // beside its own and calls RunReady when it is readable or Varnek's time
 // has come. Answers GET / with a page, as varnek-minimal does.
-// Usage: varnek-poll-host [--port N] [--tick-ms N]. SIGINT or SIGTERM ends
-// it with a summary of its timer on stderr.
+// Usage: varnek-poll-host [--port N] [--tick-ms N] [--own-loop]. SIGINT or
+// SIGTERM ends it with a summary of its timer on stderr. --own-loop gives
+// the thread to Varnek's own loop instead (no host timer), for comparison.
+#include <sys/epoll.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
@@ -36,9 +38,12 @@ int main(int argc, char** argv) {
   using namespace varnek;
   int port = 8080;
   int tick_ms = 100;
-  for (int i = 1; i + 1 < argc; i += 2) {
-    if (std::strcmp(argv[i], "--port") == 0) port = std::atoi(argv[i + 1]);
-    else if (std::strcmp(argv[i], "--tick-ms") == 0) tick_ms = std::max(1, std::atoi(argv[i + 1]));
+  bool own_loop = false;
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--own-loop") == 0) own_loop = true;
+    else if (i + 1 >= argc) break;
+    else if (std::strcmp(argv[i], "--port") == 0) port = std::atoi(argv[++i]);
+    else if (std::strcmp(argv[i], "--tick-ms") == 0) tick_ms = std::max(1, std::atoi(argv[++i]));
   }
 
   // The signals end the host through its own loop, as a descriptor.
@@ -67,6 +72,15 @@ int main(int argc, char** argv) {
     return 1;
   }
   std::cout << "varnek-poll-host serving on http://127.0.0.1:" << port << "/" << std::endl;
+
+  if (own_loop) {
+    bool stop = false;
+    loop->Watch(signal_fd, EPOLLIN, [&](uint32_t) { stop = true; });
+    while (!stop) loop->Pump(3600);
+    std::cerr << "varnek-poll-host: " << served << " requests served on Varnek's own loop" << std::endl;
+    server.ServerOpen(false);
+    return 0;
+  }
 
   // The host's own timer: a tick every tick_ms, its gaps measured.
   const auto period = std::chrono::milliseconds(tick_ms);
