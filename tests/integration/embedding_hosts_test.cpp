@@ -1,6 +1,6 @@
-// The embedding examples as users run them: the poll-loop host and the GTK
-// host (under Xvfb) serve 100 simultaneous GETs while their own timers keep
-// ticking, which each tells on stderr when it ends.
+// The embedding examples as users run them: the poll-loop host (raw
+// clients) and the GTK host (curl, under Xvfb) serve 100 simultaneous GETs
+// while their own timers keep ticking, which each tells on stderr at its end.
 #include <gtest/gtest.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -80,9 +80,13 @@ class EmbeddingHosts : public ::testing::Test {
       EXPECT_EQ(a.rfind("HTTP/1.0 200", 0), 0u) << a;
       EXPECT_NE(a.find(expected_page), std::string::npos) << a;
     }
+    StopAndCheck(host, kClients);
+  }
+  // Stops `host`; it served `served` pages while its timer kept its period.
+  void StopAndCheck(DemoProcess& host, long served) {
     EXPECT_EQ(host.Stop(), 0);
     const TimerSummary s = Summary(FileText(log));
-    EXPECT_EQ(s.served, kClients) << FileText(log);
+    EXPECT_EQ(s.served, served) << FileText(log);
     EXPECT_GT(s.ticks, 5);
     EXPECT_LT(s.gap, s.period + kGapMarginMs) << FileText(log);
   }
@@ -95,36 +99,44 @@ TEST_F(EmbeddingHosts, PollHostServesWhileItsTimerKeepsItsPeriod) {
   ServeAndCheck(host, "from a poll loop");
 }
 
-// An X server of its own for the GTK host, on a display number it picks.
+// An X server of its own for the GTK host, on the first display number
+// from a per-process start whose socket appears within 10 s.
 class Xvfb {
  public:
   Xvfb() {
-    int fds[2];
-    if (access("/usr/bin/Xvfb", X_OK) != 0 || pipe2(fds, O_CLOEXEC) != 0) return;
-    if ((pid_ = fork()) == 0) {
-      const std::string fd = std::to_string(fds[1]);
-      fcntl(fds[1], F_SETFD, 0);
-      execl("/usr/bin/Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "800x600x24", "-nolisten", "tcp",
-            static_cast<char*>(nullptr));
-      _exit(127);
+    if (access("/usr/bin/Xvfb", X_OK) != 0) return;
+    for (int n = 50 + getpid() % 200, tries = 0; tries < 5 && display_.empty(); ++n, ++tries) {
+      const std::string display = ":" + std::to_string(n);
+      if (access(("/tmp/.X11-unix/X" + std::to_string(n)).c_str(), F_OK) == 0) continue;  // taken
+      if ((pid_ = fork()) == 0) {
+        if (freopen("/dev/null", "w", stderr)) {
+          execl("/usr/bin/Xvfb", "Xvfb", display.c_str(), "-screen", "0", "800x600x24", "-nolisten", "tcp",
+                static_cast<char*>(nullptr));
+        }
+        _exit(127);
+      }
+      const auto start = Clock::now();
+      while (SecondsSince(start) < 10 && waitpid(pid_, nullptr, WNOHANG) == 0) {
+        if (access(("/tmp/.X11-unix/X" + std::to_string(n)).c_str(), F_OK) == 0) {
+          display_ = display;
+          break;
+        }
+        usleep(20000);
+      }
+      if (display_.empty()) Stop();
     }
-    ::close(fds[1]);
-    pollfd p{fds[0], POLLIN, 0};
-    char buf[16] = {};
-    if (pid_ > 0 && poll(&p, 1, 20000) == 1 && read(fds[0], buf, sizeof buf - 1) > 0) {
-      display_ = ":" + std::to_string(std::atoi(buf));
-    }
-    ::close(fds[0]);
   }
-  ~Xvfb() {
+  ~Xvfb() { Stop(); }
+  const std::string& display() const { return display_; }
+
+ private:
+  void Stop() {
     if (pid_ > 0) {
       kill(pid_, SIGTERM);
       waitpid(pid_, nullptr, 0);
     }
+    pid_ = -1;
   }
-  const std::string& display() const { return display_; }
-
- private:
   pid_t pid_ = -1;
   std::string display_;
 };
@@ -136,23 +148,17 @@ TEST_F(EmbeddingHosts, GtkHostUnderXvfbServesCurlWhileItsTimerTicks) {
   setenv("NO_AT_BRIDGE", "1", 1);  // no accessibility bus to wait for
   const std::string shot = "/tmp/varnek-gtk-host-" + std::to_string(getpid()) + ".png";
   DemoProcess host(VARNEK_GTK_HOST_PATH);
-  ASSERT_TRUE(host.Start({"--screenshot", shot}, log));
+  ASSERT_TRUE(host.Start({"--screenshot", shot}, log)) << x.display() << ": " << FileText(log);
   // curl, 100 transfers at once.
   std::string urls;
   for (int k = 0; k < kClients; ++k) urls += " -o /dev/null http://127.0.0.1:" + std::to_string(host.port()) + "/";
-  const std::string codes = RunCommand("curl -s -Z --parallel-max 100 -w '%{http_code}\\n'" + urls, 60);
+  const std::string codes = RunCommand("curl -s -Z --parallel-immediate --parallel-max 100 -w '%{http_code}\\n'" + urls + " 2>/dev/null", 60);
   EXPECT_EQ(std::count(codes.begin(), codes.end(), '\n'), kClients) << codes;
   EXPECT_EQ(codes.find_first_not_of("200\n"), std::string::npos) << codes;
-  // And the page itself, then the same check of the timer with raw clients.
+  // And the page itself.
   EXPECT_NE(RunCommand("curl -s http://127.0.0.1:" + std::to_string(host.port()) + "/").find("from a GTK window"),
             std::string::npos);
-  const auto answers = SimultaneousGets(host.port(), kClients);
-  for (const auto& a : answers) EXPECT_EQ(a.rfind("HTTP/1.0 200", 0), 0u) << a;
-  EXPECT_EQ(host.Stop(), 0);
-  const TimerSummary s = Summary(FileText(log));
-  EXPECT_EQ(s.served, 2 * kClients + 1) << FileText(log);
-  EXPECT_GT(s.ticks, 5);
-  EXPECT_LT(s.gap, s.period + kGapMarginMs) << FileText(log);
+  StopAndCheck(host, kClients + 1);
   const std::string png = FileText(shot);
   EXPECT_EQ(png.substr(0, 8), "\x89PNG\r\n\x1a\n");
   unlink(shot.c_str());
