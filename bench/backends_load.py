@@ -4,7 +4,8 @@
 Runs the same page on:
   * Varnek's own loop:      varnek-poll-host --own-loop
   * a host's poll loop:     varnek-poll-host (the external-loop backend)
-  * a GTK window (GLib):    varnek-gtk-host, under Xvfb
+  * a GTK window (GLib):    varnek-gtk-host, under Xvfb, with its list of
+                            reports and its count shown, and --quiet
 and measures for each the server's CPU time per GET (utime + stime over
 1,000 GETs, 20 at a time) and the largest latency to the whole answer of
 100 simultaneous GETs; then the GTK host's CPU over 30 s idle, beside a
@@ -89,6 +90,7 @@ def main():
     ap.add_argument("--port", type=int, default=18180)
     ap.add_argument("--rounds", type=int, default=3)
     ap.add_argument("--idle", type=float, default=30.0)
+    ap.add_argument("--only", help="run only the backends whose name holds this text")
     args = ap.parse_args()
     poll_host = os.path.join(args.build, "examples", "varnek-poll-host")
     gtk_host = os.path.join(args.build, "examples", "varnek-gtk-host")
@@ -98,10 +100,13 @@ def main():
     setups = [("Varnek's own loop (epoll)", [poll_host, "--own-loop"]),
               ("host poll loop (external)", [poll_host])]
     if xvfb:
-        setups.append(("GTK window (GLib)", [gtk_host]))
+        setups.append(("GTK window (GLib), list and count shown", [gtk_host]))
+        setups.append(("GTK window (GLib), --quiet", [gtk_host, "--quiet"]))
     print("| Backend | whole answers of 1,000 | CPU per GET (ms), each round | 100 at once: answered / largest latency (s), each round |")
     print("|---|---|---|---|")
     for name, cmd in setups:
+        if args.only and args.only not in name:
+            continue
         cpu, lat, whole_all, ans = [], [], [], []
         for _ in range(args.rounds):
             port += 1

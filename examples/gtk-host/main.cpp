@@ -2,8 +2,9 @@
 // start/stop button, the live list of the server's reports and the count of
 // requests served. GTK's own loop runs Varnek; a GTK timer of the host ticks
 // beside it, and its longest gap is told at the end.
-// Usage: varnek-gtk-host [--port N] [--screenshot FILE.png]. With --port
-// the server starts at once. SIGINT or SIGTERM ends it (after the
+// Usage: varnek-gtk-host [--port N] [--screenshot FILE.png] [--quiet]. With
+// --port the server starts at once; --quiet leaves the list and the count
+// alone (to measure the loop without GTK's drawing). SIGINT or SIGTERM ends it (after the
 // screenshot of the window, when asked for).
 #include <glib-unix.h>
 #include <gtk/gtk.h>
@@ -34,6 +35,7 @@ struct Window {
   std::unique_ptr<HTTPServer> server;
   long served = 0;
   std::string screenshot;
+  bool quiet = false;
   // The host's own timer, ticking every 100 ms.
   gint64 last_tick = 0;
   gint64 longest_gap = 0;
@@ -45,7 +47,16 @@ Platform& VarnekPlatform() {
   return LinuxPlatformOn(*loop);
 }
 
+// The list keeps the latest reports only: a long list costs GTK time on
+// every insertion.
+constexpr int kReportsKept = 200;
+
 void AddReport(Window& w, const std::string& text) {
+  if (w.quiet) return;
+  GtkListBox* list = GTK_LIST_BOX(w.reports);
+  if (gtk_list_box_get_row_at_index(list, kReportsKept - 1)) {
+    gtk_widget_destroy(GTK_WIDGET(gtk_list_box_get_row_at_index(list, 0)));
+  }
   GtkWidget* row = gtk_label_new(text.c_str());
   gtk_label_set_xalign(GTK_LABEL(row), 0);
   gtk_list_box_insert(GTK_LIST_BOX(w.reports), row, -1);
@@ -53,6 +64,7 @@ void AddReport(Window& w, const std::string& text) {
 }
 
 void ShowServed(Window& w) {
+  if (w.quiet) return;
   const std::string text = "Requests served: " + std::to_string(w.served);
   gtk_label_set_text(GTK_LABEL(w.served_label), text.c_str());
 }
@@ -124,12 +136,16 @@ int main(int argc, char** argv) {
   Window w;
   std::string port = "8080";
   bool start = false;
-  for (int i = 1; i + 1 < argc; i += 2) {
-    if (std::strcmp(argv[i], "--port") == 0) {
-      port = argv[i + 1];
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--quiet") == 0) {
+      w.quiet = true;
+    } else if (i + 1 >= argc) {
+      break;
+    } else if (std::strcmp(argv[i], "--port") == 0) {
+      port = argv[++i];
       start = true;
     } else if (std::strcmp(argv[i], "--screenshot") == 0) {
-      w.screenshot = argv[i + 1];
+      w.screenshot = argv[++i];
     }
   }
 
