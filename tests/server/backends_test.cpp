@@ -261,7 +261,9 @@ TYPED_TEST(ServerOnBackend, AWaitingHandlerHoldsOnlyItsOwnConnection) {
     EXPECT_NE(answers[0].text.find("page /slow/"), std::string::npos);
     EXPECT_NE(answers[1].text.find("page /fast/"), std::string::npos);
     // With strands the fast page is done while the slow one still pauses.
-    if (mode == LoopMode::kStrands) EXPECT_LT(answers[1].at, answers[0].at);
+    if (mode == LoopMode::kStrands) {
+      EXPECT_LT(answers[1].at, answers[0].at);
+    }
   });
 }
 
