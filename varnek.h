@@ -31,6 +31,7 @@
 #include "varnek/platform/fiber.h"
 #include "varnek/platform/files.h"
 #include "varnek/platform/host_loop.h"
+#include "varnek/platform/loop_backend.h"
 #include "varnek/platform/message_box.h"
 #include "varnek/platform/midi_output.h"
 #include "varnek/platform/net_tables.h"

@@ -15,6 +15,8 @@
 #include <functional>
 #include <memory>
 
+#include "varnek/platform/loop_backend.h"
+
 namespace varnek {
 
 // How a loop runs handlers, chosen when it is made.
@@ -41,18 +43,33 @@ class LoopTimer {
   std::function<void()> on_tick;
 };
 
+// The loop core: one for every backend (platform/loop_backend.h). It owns the
+// strand scheduler, the posted calls, the timers, the pass and the waits the
+// routines share; the backend under it only waits, wakes and tells the time.
 class HostLoop {
  public:
-  virtual ~HostLoop() = default;
+  HostLoop(std::unique_ptr<LoopBackend> backend, LoopMode mode);
+  virtual ~HostLoop();
+  HostLoop(const HostLoop&) = delete;
+  HostLoop& operator=(const HostLoop&) = delete;
 
   // Runs what is ready now: due timers, posted calls and I/O events. When
   // nothing is ready, blocks in the OS (the simulated loop moves its clock)
   // until the next event or timer, but no longer than max_wait_seconds, then
   // runs what became ready. max_wait_seconds <= 0 never blocks. May re-enter
-  // any handler.
-  virtual void Pump(double max_wait_seconds) = 0;
+  // any handler. On a backend inside a host's loop, the host's events run
+  // in the wait too.
+  void Pump(double max_wait_seconds);
   // One pass without blocking: the classic DoEvents.
   void DoEvents() { Pump(0); }
+  // One pass without blocking that runs only Varnek's own work, never the
+  // host's: what a host's loop calls when Varnek's descriptor is readable or
+  // SecondsToNextDue has passed.
+  void RunReady();
+  // Seconds until something of Varnek's falls due (a timer, a posted call, a
+  // waiting strand's deadline): 0 when work is ready, infinity when nothing
+  // is scheduled. I/O readiness is told by the backend's descriptor.
+  double SecondsToNextDue();
 
   // The one wait every routine uses: pumps until `done()` is true, each pass
   // blocking no longer than `max_block()` seconds (<= 0: a pass that does not
@@ -68,35 +85,65 @@ class HostLoop {
               [&] { return end - Timer(); });
   }
 
-  virtual std::unique_ptr<LoopTimer> CreateTimer() = 0;
-  // Runs fn on a later pass of the loop.
-  virtual void Post(std::function<void()> fn) = 0;
+  // The calendar in whole seconds (the classic Now, as seconds since the
+  // date origin), and how long a pump may block before it reaches `target`:
+  // 0 once it has, at least a millisecond before.
+  int64_t NowSeconds();
+  double UntilSecond(int64_t target);
+  // Pumps until the whole second `target` has begun or `done()` is true
+  // (`done` is asked first).
+  void PumpUntilSecond(int64_t target, const std::function<bool()>& done = {});
+  // The classic sub-second pause on the seconds-since-midnight clock: an end
+  // past midnight first holds the host frozen (no handler runs) until the
+  // clock wraps, then pumps until the clock reaches the end. 0 pumps not at
+  // all.
+  void PauseTimer(double seconds);
+
+  std::unique_ptr<LoopTimer> CreateTimer();
+  // Runs fn on a later pass of the loop, on a strand of its own. Safe from
+  // any thread: a pump blocked on another thread is woken.
+  void Post(std::function<void()> fn);
+  // The same, `seconds` from now on the loop's clock.
+  void PostAfter(double seconds, std::function<void()> fn);
 
   // The current local date and time as a classic date, whole seconds.
-  virtual double Now() = 0;
+  double Now();
   // Seconds since local midnight, single precision, with sub-second fraction.
-  virtual float Timer() = 0;
+  float Timer();
   // Holds the host frozen for the given seconds: no event runs. The classic
   // code spins here; the Linux loop sleeps instead, which looks the same.
-  virtual void Freeze(double seconds) = 0;
+  void Freeze(double seconds);
 
   // How many Pump calls are active on the current strand's stack (0 outside
   // any).
-  virtual int PumpDepth() const = 0;
+  int PumpDepth() const;
   // The deepest PumpDepth seen since the loop was made, for measurements.
-  virtual int MaxPumpDepth() const = 0;
+  int MaxPumpDepth() const;
+  // How many Pump and RunReady calls have run.
+  int64_t PumpCount() const;
 
-  virtual LoopMode Mode() const = 0;
+  LoopMode Mode() const;
   // A strand of its own for a source of events (a control, a connection).
-  virtual StrandRef NewStrand() = 0;
+  StrandRef NewStrand();
   // The strand whose handler runs now; outside every handler a new one.
-  virtual StrandRef CurrentStrand() = 0;
+  StrandRef CurrentStrand();
   // Runs fn on `strand` (null: a new one); see platform/strand_scheduler.h.
   // In one-stack mode it simply calls fn.
-  virtual void RunOn(const StrandRef& strand, std::function<void()> fn) = 0;
+  void RunOn(const StrandRef& strand, std::function<void()> fn);
   // Strands with a handler running or waiting now, and the most at once.
-  virtual int LiveStrands() const = 0;
-  virtual int MaxLiveStrands() const = 0;
+  int LiveStrands() const;
+  int MaxLiveStrands() const;
+
+ protected:
+  LoopBackend& backend();
+  // For simulated devices: fn runs `seconds` from now in the loop itself, on
+  // no strand, in the order of the posted calls.
+  void PostInLoop(double seconds, std::function<void()> fn);
+
+ private:
+  void Pass(double max_wait_seconds, bool host_events);
+  struct Core;
+  std::unique_ptr<Core> core_;
 };
 
 // Raises an event: runs a copy of `handler` (if set) on `strand`, made on

@@ -1,4 +1,4 @@
-// The strand scheduler shared by the Linux and the simulated host loops.
+// The strand scheduler the loop core (platform/host_loop.cpp) drives.
 #include "varnek/platform/strand_scheduler.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Periodic timers shared by the Linux and the simulated host loops.
+// Periodic timers of the loop core, on its backend's clock.
 #include "varnek/platform/timer_table.h"
 
 #include <cmath>

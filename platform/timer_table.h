@@ -1,6 +1,6 @@
 // The periodic timers of a host loop, on whatever clock the loop keeps: the
-// loop asks when the next one is due and ticks the due ones. Both loops share
-// this, so their timers behave alike: each timer ticks at most once per pass,
+// loop core asks when the next one is due and ticks the due ones, on every
+// backend alike: each timer ticks at most once per pass,
 // ties go to the older timer, and a late tick is not caught up. With strands
 // each timer's ticks run on its own strand; in one-stack mode a tick handler
 // does not re-enter itself.

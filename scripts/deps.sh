@@ -12,6 +12,7 @@ packages=(
   dpkg-dev nginx openssl wrk
   libmicrohttpd-dev libcivetweb-dev libcpp-httplib-dev  # the peers of bench/peer_load.py
   chromium locales
+  libglib2.0-dev libgtk-3-dev xvfb xauth
 )
 
 missing=()

@@ -1,5 +1,5 @@
-// The demo host as a child process (VARNEK_DEMO_PATH) for the tests that talk
-// to it from outside. It counts as started once it has said on its standard
+// The demo host as a child process (VARNEK_DEMO_PATH), or another host
+// program, for the tests that talk to it from outside. It counts as started once it has said on its standard
 // output that it serves: a bare connect could reach another listener on the
 // same port, or the probe itself by a self-connect, and pass a host that
 // never bound. Every wait is bounded.
@@ -17,12 +17,21 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace varnek {
 
+#ifdef VARNEK_DEMO_PATH
+inline constexpr const char* kDemoProgram = VARNEK_DEMO_PATH;
+#else
+inline constexpr const char* kDemoProgram = "";
+#endif
+
 class DemoProcess {
  public:
+  // program: a host that takes --port N and says "serving on" when it does.
+  explicit DemoProcess(std::string program = kDemoProgram) : program_(std::move(program)) {}
   ~DemoProcess() { Stop(); }
 
   // Starts on a random port in 20000..31999 (below 32768, so never an
@@ -40,7 +49,7 @@ class DemoProcess {
       if ((pid_ = fork()) == 0) {
         if (file_limit_ && setrlimit(RLIMIT_NOFILE, &*file_limit_) != 0) _exit(126);
         if (dup2(out[1], STDOUT_FILENO) >= 0 && freopen(log_path.c_str(), "w", stderr)) {
-          execv(VARNEK_DEMO_PATH, args.data());
+          execv(program_.c_str(), args.data());
         }
         _exit(127);
       }
@@ -99,6 +108,7 @@ class DemoProcess {
     return true;
   }
 
+  std::string program_;
   pid_t pid_ = -1;
   int port_ = 0;
   int stdout_fd_ = -1;

@@ -1,13 +1,10 @@
 // What the post and the GET share: their pause and their closing tail.
 #include "varnek/adds/net/net_waits.h"
 #include "varnek/adds/net/network.h"
-#include "varnek/adds/store/variable_store.h"
 
 namespace varnek {
 
-void Network::PauseSeconds(double seconds) {
-  VariableStore(platform()).DateTime_PausaTimer(Variant(seconds));
-}
+void Network::PauseSeconds(double seconds) { loop().PauseTimer(seconds); }
 
 void Network::CloseAndWait(SocketCtl* SocketX, bool pause_first) {
   HostLoop& host = loop();

@@ -3,8 +3,6 @@
 // limit, so no wait spins, and the socket control passed in by the host.
 #pragma once
 
-#include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <functional>
 
@@ -15,22 +13,14 @@
 namespace varnek::net_waits {
 
 // Now as whole seconds since the date origin.
-inline int64_t NowSeconds(HostLoop& loop) { return std::llround(loop.Now() * 86400.0); }
+inline int64_t NowSeconds(HostLoop& loop) { return loop.NowSeconds(); }
 
-// How long a pump may block before NowSeconds reaches `target` (0 when it
-// has; at least a millisecond otherwise).
-inline double UntilSecond(HostLoop& loop, int64_t target) {
-  const int64_t now = NowSeconds(loop);
-  if (now >= target) return 0;
-  const float timer = loop.Timer();
-  const double into_second = timer - std::floor(timer);
-  return std::max(0.001, static_cast<double>(target - now) - into_second);
-}
+// How long a pump may block before NowSeconds reaches `target`.
+inline double UntilSecond(HostLoop& loop, int64_t target) { return loop.UntilSecond(target); }
 
 // Pumps while `waiting()` holds and Now is before `limit`.
 inline void PumpWhileBefore(HostLoop& loop, int64_t limit, const std::function<bool()>& waiting) {
-  loop.PumpUntil([&] { return !waiting() || NowSeconds(loop) >= limit; },
-                 [&] { return UntilSecond(loop, limit); });
+  loop.PumpUntilSecond(limit, [&] { return !waiting(); });
 }
 
 // The control a routine was given; a null one fails as a member call on

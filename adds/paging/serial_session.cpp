@@ -39,14 +39,9 @@ Text Paging::CommandRead(CommCtl& comm) {
   return comm.InputData();  // a control offering InputData in place of Input
 }
 
-int64_t Paging::NowSeconds() { return std::llround(loop().Now() * 86400.0); }
+int64_t Paging::NowSeconds() { return loop().NowSeconds(); }
 
-void Paging::PumpTowards(int64_t limit) {
-  const double timer = loop().Timer();
-  const double remaining = static_cast<double>(limit - NowSeconds()) - (timer - std::floor(timer));
-  // A little past the second's start, so the wait never ends a pass early.
-  loop().Pump(std::max(remaining, 0.0) + 0.01);
-}
+void Paging::PumpTowards(int64_t limit) { loop().Pump(loop().UntilSecond(limit)); }
 
 Text Paging::Collect(CommCtl& comm, int32_t seconds, bool debug) {
   return SERIAL_Receive(comm, Variant::Long(seconds), debug, true, u"", u"");

@@ -23,15 +23,6 @@ bool Storage::SplitPath(const Text& filename, Text& folder, Text& name) {
   return true;
 }
 
-void Storage::PauseSeconds(double seconds) {
-  // The classic sub-second wait on the seconds-since-midnight clock: past
-  // midnight it first spins, frozen, until the clock wraps.
-  double end = loop().Timer() + seconds;
-  if (end >= 86400) {
-    end -= 86400;
-    while (loop().Timer() > end) loop().Freeze(0.01);
-  }
-  loop().PumpUntilTimer(end);
-}
+void Storage::PauseSeconds(double seconds) { loop().PauseTimer(seconds); }
 
 }  // namespace varnek

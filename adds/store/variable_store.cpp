@@ -13,8 +13,6 @@ namespace varnek {
 
 namespace {
 
-constexpr double kSecondsPerDay = 86400.0;
-
 bool MissingOrEmpty(const Variant& v) {
   // Len(Null) is Null, which no test passes: a Null stays and fails later.
   return v.IsMissing() || (!v.IsNull() && v.ToText().empty());
@@ -50,9 +48,6 @@ void AddAt(Collection& col, const Variant& value, int32_t position) {
     col.Add(value, Variant::Missing(), Variant::Long(position));
   }
 }
-
-// A date as whole seconds since its epoch, for comparing calendar times.
-int64_t WholeSeconds(double date) { return std::llround(date * kSecondsPerDay); }
 
 }  // namespace
 
@@ -126,37 +121,12 @@ Variant VariableStore::Collection_FindIdxKey(const Collection& Col, const Varian
 
 Variant VariableStore::DateTime_Pausa(int32_t lAmtOfDelay) {
   HostLoop& host = loop();
-  const int64_t target = WholeSeconds(host.Now()) + lAmtOfDelay;
-  host.PumpUntil([&] { return WholeSeconds(host.Now()) >= target; },
-                 [&] {
-                   // Block until the calendar second of the target begins:
-                   // the whole seconds left, less the part of the current
-                   // second already gone. The fraction comes from the
-                   // single-precision clock, which may already read the next
-                   // second; it is taken against the calendar's second and
-                   // kept in 0..1.
-                   const int64_t now = WholeSeconds(host.Now());
-                   double into_second = host.Timer() - static_cast<double>(now % 86400);
-                   if (into_second < 0) into_second += kSecondsPerDay;  // the clock wrapped first
-                   into_second = std::clamp(into_second, 0.0, 1.0);
-                   return std::max(static_cast<double>(target - now) - into_second, 0.001);
-                 });
+  host.PumpUntilSecond(host.NowSeconds() + lAmtOfDelay);
   return Variant();
 }
 
 Variant VariableStore::DateTime_PausaTimer(const Variant& Secs_interval) {
-  HostLoop& host = loop();
-  const float start = host.Timer();
-  double end = start + Secs_interval.ToDouble();
-  if (end >= kSecondsPerDay) {
-    // The end lies in the next day: hold the host frozen until the clock
-    // wraps. No handler runs here.
-    end -= kSecondsPerDay;
-    for (float t = host.Timer(); t > end; t = host.Timer()) {
-      host.Freeze(std::max(kSecondsPerDay - t, 0.001));
-    }
-  }
-  host.PumpUntilTimer(end);
+  loop().PauseTimer(Secs_interval.ToDouble());
   return Variant();
 }
 
