@@ -1,6 +1,8 @@
 // The three connection handlers: accepting into the lowest free slot (after a
 // sweep of stale slots), deciding when a request text is complete, and acting
 // on finished socket operations. All run in resume mode and pump.
+#include <optional>
+
 #include "varnek/adds/adds.h"
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/dates.h"
@@ -58,12 +60,14 @@ void HTTPServer::SocketXListen_Accept(int32_t handle) {
   }
   if (chosen == 0) return;
   const int32_t i = chosen;
+  std::optional<ServingScope> serving;
 
   Resume([&] { TextOf(i) = u""; });
   Resume([&] { ExtraOf(i) = u""; });
   Resume([&] { KeepOpenOf(i) = false; });
   Resume([&] { Sock(i).SetAcceptHandle(handle); });
   Resume([&] { ++SlotAt(i).connection; });
+  serving.emplace(this, i);
   Resume([&] { SlotAt(i).motor_stamp = NowText(); });
   Resume([&] { Report(u"Server - Asignando el motor " + Number(i)); });
   DoEvents();
@@ -76,13 +80,16 @@ void HTTPServer::SocketXListen_Accept(int32_t handle) {
   Resume([&] { Report(u"Server - Enviando bienvenida al motor " + Number(i)); });
   Resume([&] { KeepOpenOf(i) = true; });
   Resume([&] { Pause(1); });
-  Resume([&] { Sock(i).Send(welcome_); });
+  Resume([&] {
+    if (!LeftBehind(i)) Sock(i).Send(welcome_);
+  });
 }
 
 // Data waits on slot `index`. The request counts as complete once the waiting
 // byte count has not grown for half a second, or 60 s after the first event.
 void HTTPServer::SocketX_ReceiveReady(int16_t index) {
   HandlerScope scope(this);
+  ServingScope serving(this, index);
   DoEvents();
   double start = 0;
   Resume([&] { start = loop().Now(); });
@@ -98,12 +105,16 @@ void HTTPServer::SocketX_ReceiveReady(int16_t index) {
     Resume([&] { last = Sock(index).ReceiveReadyCount(); });
     Resume([&] { Pause(0.5); });
   }
-  Resume([&] { Sock(index).Receive(kReceiveText); });
+  Resume([&] {
+    if (!LeftBehind(index)) Sock(index).Receive(kReceiveText);
+  });
 }
 
 // After an answer went out (or the slot lost its peer): forget the text and
-// close unless the socket is already closed. Pumps up to 11 s.
+// close unless the socket is already closed; nothing once the slot carries
+// another connection. Pumps up to 11 s.
 void HTTPServer::CloseAfterAnswer(int16_t index) {
+  if (LeftBehind(index)) return;
   Resume([&] { TextOf(index) = u""; });
   bool open = false;
   Resume([&] { open = Sock(index).State() != kSocketClosed; });
@@ -115,6 +126,7 @@ void HTTPServer::CloseAfterAnswer(int16_t index) {
 // so reports of operations that finish inside this handler's pauses precede it.
 void HTTPServer::SocketX_Done(int16_t index, int32_t code) {
   HandlerScope scope(this);
+  ServingScope serving(this, index);
   const Text name = OperationName(code);
   switch (code) {
     case kOpClose: {
@@ -122,15 +134,18 @@ void HTTPServer::SocketX_Done(int16_t index, int32_t code) {
       Resume([&] { open = Sock(index).State() != kSocketClosed; });
       if (open) {
         Resume([&] { Pause(1); });
+        if (LeftBehind(index)) break;
         Resume([&] { Sock(index).Close(); });
         DoEvents();
       }
+      if (LeftBehind(index)) break;
       Resume([&] { SlotAt(index).motor_stamp.clear(); });
       Resume([&] { TextOf(index) = u""; });
       break;
     }
     case kOpReceive: {
       DoEvents();
+      if (LeftBehind(index)) break;
       bool busy = false;
       Resume([&] { busy = CStr(TextOf(index)) != u""; });
       if (busy) {

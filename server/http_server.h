@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 #include "varnek/platform/platform.h"
@@ -144,7 +145,12 @@ class HTTPServer {
   bool SecurePathFindIfIsIn(const Variant& RequestPath);
 
   // ---- Per-connection operations (proceso_ops.cpp). An Index outside the
-  // bounds 0..upper of the slot array does nothing.
+  // bounds 0..upper of the slot array does nothing. Called from a handler of
+  // a connection whose slot has since taken another connection, Send,
+  // Receive, Close and KeepOpen on that slot act on nothing (no failure, no
+  // stamp): a host that waited never answers the next client. Calls from
+  // outside the connection's handlers (a host timer) address the slot by
+  // number.
   int32_t ProcesoStatus_Code(const Variant& Index);      // the slot's State, 0 out of range
   Variant ProcesoStatus_String(const Variant& Index);    // its StateText
   // Sends at once, no State check; refreshes the stamp. Open: a failed Send
@@ -168,6 +174,28 @@ class HTTPServer {
     std::unique_ptr<SocketCtl> socket;
     Text motor_stamp;  // host text form of a date, or ""
     uint64_t connection = 0;  // counts the connections the slot has taken
+  };
+  // The connection a handler serves: its slot, the slot's connection number
+  // when the handler took it up, and the pump depth the handler runs at
+  // (what runs nested in its waits is not the handler itself).
+  struct ServedConnection {
+    int32_t slot;
+    uint64_t connection;
+    int depth;
+  };
+  // Marks the running handler as serving slot `slot`'s current connection,
+  // for as long as the scope lasts.
+  class ServingScope {
+   public:
+    ServingScope(HTTPServer* server, int32_t slot);
+    ~ServingScope();
+    ServingScope(const ServingScope&) = delete;
+    ServingScope& operator=(const ServingScope&) = delete;
+
+   private:
+    HTTPServer* server_;
+    StrandRef strand_;  // kept alive: its address is the key
+    const void* key_;
   };
   // Counts our handlers on the stack, so removed sockets are freed only when
   // none of them can still be inside one.
@@ -218,6 +246,10 @@ class HTTPServer {
   // during the pause: that one is left alone. Pumps.
   void PauseCloseAndWait(int32_t index, bool resume = true);
   double StampOrNow(int32_t index);
+  // True when the caller is a handler of a connection that slot `index`
+  // carried and has since passed on (served_connection.cpp).
+  bool LeftBehind(int32_t index);
+  const void* StrandKey(StrandRef& holder);
   Text NowText();
 
   Platform* platform_;
@@ -227,6 +259,9 @@ class HTTPServer {
   std::vector<std::unique_ptr<Slot>> slots_;           // SocketX, element 0 never connected
   std::vector<std::unique_ptr<Slot>> graveyard_;       // removed slots, freed when safe
   int handler_depth_ = 0;                              // our handlers on the stack
+  // Per strand (one key for the single stack): the connections its handlers
+  // serve, innermost last.
+  std::unordered_map<const void*, std::vector<ServedConnection>> serving_;
 
   std::vector<Variant> proceso_texto_;
   std::vector<Variant> proceso_extra_;

@@ -91,10 +91,7 @@ class SimSocket : public SocketWithSettings {
       Text out = std::move(pending_.front());
       pending_.erase(pending_.begin());
       if (peer->closed_by_peer_) {
-        // Writing to a peer that has gone: the connection breaks, no Done.
-        error_text_ = u"Connection reset by peer";
-        Detach();
-        state_ = kSocketClosed;
+        Broken();  // writing to a peer that has gone
         return;
       }
       peer->DeliverFromControl(out);
@@ -195,6 +192,13 @@ class SimSocket : public SocketWithSettings {
     Fire(on_receive_ready);
   }
 
+  // The connection fails: State 1, no Done.
+  void Broken() {
+    error_text_ = u"Connection reset by peer";
+    Detach();
+    state_ = kSocketClosed;
+  }
+
   // The peer has stopped sending. A connection that never carried a byte and
   // has nothing in flight is simply over (State 1); an accepted one stays
   // Connected, so that what waits can still be read and the answer still
@@ -289,6 +293,16 @@ void SimPeer::ShutdownWrite(double at) {
     if (self->StoppedSending()) return;
     self->write_shut_ = true;
     if (self->control_) self->control_->PeerClosed();
+  });
+}
+
+void SimPeer::Reset(double at) {
+  std::shared_ptr<SimPeer> self = shared_from_this();
+  net_.At(at, [self] {
+    if (self->closed_by_peer_) return;
+    self->closed_by_peer_ = true;
+    if (self->closed_at_ < 0) self->closed_at_ = self->net_.loop().Elapsed();
+    if (self->control_) self->control_->Broken();
   });
 }
 
