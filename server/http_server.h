@@ -108,8 +108,9 @@ class HTTPServer {
   // ---- Builders (builders.cpp). Pure text; they touch no connection.
   // "HTTP/1.0 <code>", optional realm line, "Server: Varnek", optional
   // Content-Length, the type line for 0/1 only, blank line. Pass
-  // Variant::Missing() for an absent optional argument. Open: failures reach
-  // the caller.
+  // Variant::Missing() for an absent optional argument. A CR or LF in the
+  // realm or length (a decoded path may hold them) is written as a blank, so
+  // no request can end a header line. Open: failures reach the caller.
   Variant http_Header(int32_t pNumCode, int32_t ContentType,
                       const Variant& ContentLength = Variant::Missing(),
                       const Variant& AuthenticateRealm = Variant::Missing());
@@ -125,7 +126,8 @@ class HTTPServer {
                             const Variant& BackColor = Variant::Missing(),
                             const Variant& LinkColor = Variant::Missing());
   Variant html_GenericEnd();
-  // A browser-like GET of tPage, Host the listener's local address. Resume.
+  // A browser-like GET of tPage, Host the listener's local address; CR and LF
+  // in tPage are written as blanks. Resume.
   Variant html_retrieveHeader(const Text& tPage);
 
   // ---- Access tables (access_tables.cpp). Resume mode.

@@ -49,6 +49,18 @@ TEST_F(RealClientsTest, HalfClosedClientGetsTheWholeAnswer) {
                     "Content-Type: text/html\r\n\r\nhello");
 }
 
+TEST_F(RealClientsTest, EncodedLineEndsInASecuredPathAddNoHeaderForCurl) {
+  server.SecurePathAdd(u"/admin");
+  Start();
+  const std::string head = Command("curl -s -m 5 -D - -o /dev/null 'http://127.0.0.1:" +
+                                   std::to_string(port) +
+                                   "/admin%0D%0ASet-Cookie:%20x=1%0D%0A%0D%0A<script>'");
+  EXPECT_EQ(head.rfind("HTTP/1.0 401\r\nWWW-Authenticate: Basic realm = /admin  Set-Cookie: x=1", 0),
+            0u)
+      << head;
+  EXPECT_EQ(head.find("\nSet-Cookie"), std::string::npos) << head;
+}
+
 TEST_F(RealClientsTest, PostOf100KBArrivesWholeAsOneRequest) {
   Start();
   const std::string head = "POST /big HTTP/1.0\r\nContent-Length: 102400\r\n\r\n";
