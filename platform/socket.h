@@ -26,6 +26,11 @@
 //   becomes kSocketClosing instead: its server has answered and gone, and a
 //   client reads the end of the answer by that State. No event reports a
 //   peer's close.
+// - Close with output still queued reads kSocketClosing while the peer keeps
+//   taking the output, however long that lasts. A peer that takes nothing
+//   for a while (10 s on Linux) has the rest dropped and the connection
+//   reset, so it sees an error: an answer is never cut short by a normal
+//   close.
 // - A failure of the connection (reset, refused) makes State kSocketClosed
 //   with ErrorText set and no Done.
 // - Create, Bind and Listen complete at once and report no Done; a failing

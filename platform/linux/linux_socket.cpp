@@ -108,10 +108,11 @@ void LinuxSocket::Close() {
     state_ = kSocketClosing;
     UpdateWatch();
     close_timer_ = loop_.CreateTimer();
-    close_timer_->SetInterval(static_cast<int32_t>(kCloseDrainSeconds * 1000));
+    close_timer_->SetInterval(static_cast<int32_t>(factory_.CloseStallSeconds() * 1000));
+    drain_mark_ = written_;
     std::weak_ptr<bool> alive = alive_;
     close_timer_->on_tick = [this, alive] {
-      if (!alive.expired() && closing_) FinishClose();
+      if (!alive.expired() && closing_) OnDrainTick();
     };
     close_timer_->SetEnabled(true);
     return;
@@ -119,7 +120,17 @@ void LinuxSocket::Close() {
   FinishClose();
 }
 
-void LinuxSocket::FinishClose() {
+// The close timer's look: a peer that took something since the last look
+// keeps its drain; one that took nothing loses the rest, with a reset.
+void LinuxSocket::OnDrainTick() {
+  if (written_ != drain_mark_) {
+    drain_mark_ = written_;
+    return;
+  }
+  FinishClose(true);
+}
+
+void LinuxSocket::FinishClose(bool reset) {
   closing_ = false;
   accept_paused_ = false;
   if (accept_timer_) accept_timer_->SetEnabled(false);
@@ -129,19 +140,19 @@ void LinuxSocket::FinishClose() {
     std::shared_ptr<LoopTimer> old(close_timer_.release());
     loop_.Post([old] {});
   }
-  ReleaseFd(state_ != kSocketListening);
+  ReleaseFd(state_ != kSocketListening, reset);
   state_ = kSocketClosed;
   PostDone(kOpClose);
 }
 
 // Gives the descriptor back. A graceful release reads away what is unread and
 // shuts the write side first, so the peer gets FIN rather than RST.
-void LinuxSocket::ReleaseFd(bool graceful) {
+void LinuxSocket::ReleaseFd(bool graceful, bool reset) {
   if (fd_ < 0) return;
   if (watched_) loop_.Unwatch(fd_);
   watched_ = false;
-  if (graceful) {
-    if (settings().linger_enabled && settings().linger_time == 0) {
+  if (graceful || reset) {
+    if (reset || (settings().linger_enabled && settings().linger_time == 0)) {
       linger lg{1, 0};
       setsockopt(fd_, SOL_SOCKET, SO_LINGER, &lg, sizeof lg);
     } else {

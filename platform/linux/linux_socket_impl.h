@@ -13,7 +13,6 @@
 
 namespace varnek::linux_socket {
 
-constexpr double kCloseDrainSeconds = 10.0;
 constexpr int kAcceptBatch = 64;
 // Bytes one readiness event moves from the kernel into the control's buffer:
 // a fast peer gets its share, and the loop still serves everybody else.
@@ -80,8 +79,10 @@ class LinuxSocket : public SocketWithSettings {
   void PeerClosed();
   void HungUp();
   void Broken(int err);      // the connection failed: State 1, no Done
-  void FinishClose();
-  void ReleaseFd(bool graceful);
+  void FinishClose(bool reset = false);
+  void OnDrainTick();
+  // graceful: FIN after reading away what is unread; reset: RST at once.
+  void ReleaseFd(bool graceful, bool reset = false);
   void UpdateWatch();
   void ApplyOptions();
   void Adopt(int fd);
@@ -110,6 +111,7 @@ class LinuxSocket : public SocketWithSettings {
   uint64_t written_ = 0;      // bytes written since the connection began
   std::deque<uint64_t> send_ends_;  // per Send: the written_ mark that completes it
   std::unique_ptr<LoopTimer> close_timer_;
+  uint64_t drain_mark_ = 0;   // written_ at the last look of the close timer
   std::unique_ptr<LoopTimer> accept_timer_;
   bool accept_paused_ = false;
   Variant received_data_;

@@ -506,6 +506,55 @@ TEST(LinuxSocket, SendCompletesWhenAllWrittenAndCloseWaitsForTheQueue) {
   EXPECT_EQ(srv.done, std::vector<int32_t>{kOpClose});
 }
 
+// Reads up to `chunk` bytes at a time, one read every `gap_ms`, while the
+// loop runs, until the server's FIN (true) or its reset (false), at most 20 s.
+bool ReadToTheEnd(LinuxLoop& loop, Client& c, std::string& got, size_t chunk, int gap_ms) {
+  const auto start = std::chrono::steady_clock::now();
+  std::vector<char> buf(chunk);
+  while (std::chrono::steady_clock::now() - start < std::chrono::seconds(20)) {
+    loop.Pump(gap_ms / 1000.0);
+    const ssize_t n = ::recv(c.fd, buf.data(), chunk, MSG_DONTWAIT);
+    if (n > 0) got.append(buf.data(), static_cast<size_t>(n));
+    if (n == 0) return true;
+    if (n < 0 && errno == ECONNRESET) return false;
+  }
+  ADD_FAILURE() << "no end after 20 s";
+  return false;
+}
+
+TEST(LinuxSocket, CloseDrainsWhileThePeerReadsAndResetsOnceItStalls) {
+  LinuxLoop loop;
+  LinuxSocketFactory f(loop);
+  f.SetCloseStallSeconds(1.0);
+  Server srv(f, 1);
+  SocketCtl& s = *srv.slots[0];
+  s.SetSendBufferSize(16384);
+  const size_t size = 512 * 1024;
+  {  // a slow reader (16 KiB every 50 ms, about 1.6 s in all) gets it all, then FIN
+    Client c(srv.port);
+    ASSERT_TRUE(PumpUntil(loop, [&] { return s.State() == kSocketConnected; }));
+    s.Send(Variant(Text(size, u'x')));
+    s.Close();
+    std::string got;
+    EXPECT_TRUE(ReadToTheEnd(loop, c, got, 16384, 50));
+    EXPECT_EQ(got.size(), size);
+    ASSERT_TRUE(PumpUntil(loop, [&] { return s.State() == kSocketClosed; }));
+  }
+  {  // a reader that stops: the rest is dropped with a reset it can see
+    Client c(srv.port);
+    ASSERT_TRUE(PumpUntil(loop, [&] { return s.State() == kSocketConnected; }));
+    srv.done.clear();
+    s.Send(Variant(Text(size, u'y')));
+    s.Close();
+    ASSERT_TRUE(PumpUntil(loop, [&] { return !srv.done.empty(); }));
+    EXPECT_EQ(srv.done, std::vector<int32_t>{kOpClose});
+    EXPECT_EQ(s.State(), kSocketClosed);
+    std::string got;
+    EXPECT_FALSE(ReadToTheEnd(loop, c, got, 65536, 1));
+    EXPECT_LT(got.size(), size);
+  }
+}
+
 TEST(LinuxSocket, PeerResets) {
   LinuxLoop loop;
   LinuxSocketFactory f(loop);
