@@ -19,13 +19,18 @@
 // - When the peer stops sending (its FIN: a close, or a half-close with
 //   shutdown(SHUT_WR) as `nc -N` does): a connection that never carried a
 //   byte from the peer and has nothing in flight goes straight to
-//   kSocketClosed. Otherwise an accepted connection stays kSocketConnected:
-//   what waits can still be received, and the answer still goes out, until
-//   the app closes it or the connection can no longer carry data (a send
-//   meets the peer's reset: a failure, below). An outgoing connection (Connect)
-//   becomes kSocketClosing instead: its server has answered and gone, and a
-//   client reads the end of the answer by that State. No event reports a
-//   peer's close.
+//   kSocketClosed. An accepted connection that has already sent something
+//   (a channel held open after its answer) reads kSocketClosing once what
+//   the peer sent before its FIN has all been received: that State is how
+//   the app sees that the peer has gone. The server's Proceso_Receive then
+//   gives what came before the FIN, and "" after it. Otherwise (a peer that
+//   half-closes after its request and waits for the answer) an accepted
+//   connection stays kSocketConnected: what waits can still be received, and
+//   the answer still goes out, until the app closes it or the connection can
+//   no longer carry data (a send meets the peer's reset: a failure, below).
+//   An outgoing connection (Connect) becomes kSocketClosing at once: its
+//   server has answered and gone, and a client reads the end of the answer
+//   by that State. No event reports a peer's close.
 // - Close with output still queued reads kSocketClosing while the peer keeps
 //   taking the output, however long that lasts. A peer that takes nothing
 //   for a while (10 s on Linux) has the rest dropped and the connection

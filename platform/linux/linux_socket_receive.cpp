@@ -83,15 +83,16 @@ void LinuxSocket::Receive(int32_t /*type*/) {
 }
 
 // The peer has stopped sending. See platform/socket.h for the rule: a silent
-// peer is simply gone; an accepted connection stays connected for the answer;
-// an outgoing one reads Closing.
+// peer is simply gone; an outgoing connection reads Closing; so does an
+// accepted one that has answered, once all that came has been received; one
+// still to answer stays connected for the answer.
 void LinuxSocket::PeerClosed() {
   peer_eof_ = true;
   if (closing_ || state_ != kSocketConnected) return;
   if (!received_any_ && in_.empty() && out_.empty()) {
     ReleaseFd(false);
     state_ = kSocketClosed;
-  } else if (outgoing_) {
+  } else if (outgoing_ || (written_ > 0 && in_.empty() && out_.empty())) {
     state_ = kSocketClosing;
   }
 }

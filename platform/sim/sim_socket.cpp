@@ -95,6 +95,7 @@ class SimSocket : public SocketWithSettings {
         return;
       }
       peer->DeliverFromControl(out);
+      sent_any_ = true;
       Fire(on_done, kOpSend);
     });
   }
@@ -105,6 +106,7 @@ class SimSocket : public SocketWithSettings {
     if (peer_) data.swap(peer_->to_control_);
     received_data_ = Variant(std::move(data));
     armed_ = true;
+    if (peer_ && peer_->StoppedSending()) PeerClosed();
     PostDone(kOpReceive);
   }
 
@@ -200,15 +202,17 @@ class SimSocket : public SocketWithSettings {
   }
 
   // The peer has stopped sending. A connection that never carried a byte and
-  // has nothing in flight is simply over (State 1); an accepted one stays
-  // Connected, so that what waits can still be read and the answer still
-  // goes out; an outgoing one reads Closing (its server has answered).
+  // has nothing in flight is simply over (State 1); an outgoing one reads
+  // Closing (its server has answered), and so does an accepted one that has
+  // answered, once all that came has been received; one still to answer
+  // stays Connected, so that what waits can be read and the answer goes out.
   void PeerClosed() {
     if (!peer_ || state_ != kSocketConnected) return;
-    if (!received_any_ && peer_->to_control_.empty() && pending_.empty()) {
+    const bool all_in = peer_->to_control_.empty() && pending_.empty();
+    if (!received_any_ && all_in) {
       Detach();
       state_ = kSocketClosed;
-    } else if (outgoing_) {
+    } else if (outgoing_ || (sent_any_ && all_in)) {
       state_ = kSocketClosing;
     }
   }
@@ -222,6 +226,7 @@ class SimSocket : public SocketWithSettings {
     armed_ = true;
     outgoing_ = false;
     received_any_ = !peer->to_control_.empty();
+    sent_any_ = false;
     remote_port_ = 50000 + (peer->handle_ % 10000);
     received_data_ = Variant();
   }
@@ -262,6 +267,7 @@ class SimSocket : public SocketWithSettings {
   std::vector<Text> pending_;  // sends on their way, oldest first
   bool armed_ = true;
   bool received_any_ = false;
+  bool sent_any_ = false;  // a Send of this connection reached the peer
   bool outgoing_ = false;
   Variant received_data_;
 };

@@ -277,6 +277,25 @@ TYPED_TEST(SocketContract, PeerThatStopsSendingStillGetsItsAnswer) {
   s.Close();
   EXPECT_TRUE(PumpUntil(env.loop, [&] { return peer->Ended(); }));
 
+  // A held-open channel: answered, then the peer writes and closes its side.
+  // Connected until what it wrote is received, then Closing.
+  auto chat = this->Accepted();
+  chat->Write("open");
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return s.ReceiveReadyCount() == 4; }));
+  s.Receive(kReceiveText);
+  s.Send(Variant(Text(u"opened")));
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return chat->Read() == "opened"; }));
+  chat->Write("last");
+  chat->ShutdownWrite();
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return s.ReceiveReadyCount() == 4; }));
+  Settle(env.loop);
+  EXPECT_EQ(s.State(), kSocketConnected);
+  s.Receive(kReceiveText);
+  EXPECT_EQ(s.ReceivedData().ToText(), u"last");
+  EXPECT_EQ(s.State(), kSocketClosing);
+  s.Close();
+  EXPECT_TRUE(PumpUntil(env.loop, [&] { return chat->Ended() && s.State() == kSocketClosed; }));
+
   // A peer that half-closes without a byte is simply gone.
   auto silent = this->Accepted();
   silent->ShutdownWrite();
