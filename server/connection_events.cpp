@@ -62,8 +62,8 @@ void HTTPServer::SocketXListen_Accept(int32_t handle) {
   const int32_t i = chosen;
   std::optional<ServingScope> serving;
 
-  Resume([&] { TextOf(i) = u""; });
-  Resume([&] { ExtraOf(i) = u""; });
+  Resume([&] { ForgetText(TextOf(i)); });
+  Resume([&] { ForgetText(ExtraOf(i)); });
   Resume([&] { KeepOpenOf(i) = false; });
   Resume([&] { Sock(i).SetAcceptHandle(handle); });
   Resume([&] { ++SlotAt(i).connection; });
@@ -115,7 +115,7 @@ void HTTPServer::SocketX_ReceiveReady(int16_t index) {
 // another connection. Pumps up to 11 s.
 void HTTPServer::CloseAfterAnswer(int16_t index) {
   if (LeftBehind(index)) return;
-  Resume([&] { TextOf(index) = u""; });
+  Resume([&] { ForgetText(TextOf(index)); });
   bool open = false;
   Resume([&] { open = Sock(index).State() != kSocketClosed; });
   if (!open) return;
@@ -140,7 +140,7 @@ void HTTPServer::SocketX_Done(int16_t index, int32_t code) {
       }
       if (LeftBehind(index)) break;
       Resume([&] { SlotAt(index).motor_stamp.clear(); });
-      Resume([&] { TextOf(index) = u""; });
+      Resume([&] { ForgetText(TextOf(index)); });
       break;
     }
     case kOpReceive: {

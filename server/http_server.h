@@ -239,6 +239,9 @@ class HTTPServer {
   Variant& TextOf(int32_t index);         // ProcesoTexto(index), fails with 9
   Variant& ExtraOf(int32_t index);
   std::vector<bool>::reference KeepOpenOf(int32_t index);
+  // Makes a per-slot text "" and gives its memory back: an assignment of ""
+  // would keep the capacity of the largest text the slot ever carried.
+  static void ForgetText(Variant& text);
   void Pause(double seconds);             // DateTime_PausaTimer; pumps
   void DoEvents();
   void WaitClosed(SocketCtl* listener, int32_t index);  // up to 10 s for State 1; pumps

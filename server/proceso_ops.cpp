@@ -48,7 +48,7 @@ Variant HTTPServer::Proceso_Receive(const Variant& Index) {
   if (LeftBehind(i)) return Variant(u"");
   Variant text = ExtraOf(i);
   SlotAt(i).motor_stamp = NowText();
-  ExtraOf(i) = u"";
+  ForgetText(ExtraOf(i));
   return text;
 }
 

@@ -82,6 +82,8 @@ bool LinuxSocket::WriteSome() {
     Broken(n < 0 ? errno : EPIPE);
     return false;
   }
+  // All written: a large answer leaves no large buffer behind.
+  if (out_.capacity() > kKeptBufferBytes) std::string().swap(out_);
   return true;
 }
 
@@ -141,6 +143,7 @@ void LinuxSocket::FinishClose(bool reset) {
     loop_.Post([old] {});
   }
   ReleaseFd(state_ != kSocketListening, reset);
+  received_data_ = Variant();  // the app has closed: nothing reads it any more
   state_ = kSocketClosed;
   PostDone(kOpClose);
 }
@@ -166,7 +169,7 @@ void LinuxSocket::ReleaseFd(bool graceful, bool reset) {
   CloseFd(fd_);
   fd_ = -1;
   std::string().swap(in_);
-  out_.clear();
+  std::string().swap(out_);
   send_ends_.clear();
 }
 

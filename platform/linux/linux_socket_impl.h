@@ -17,6 +17,8 @@ constexpr int kAcceptBatch = 64;
 // Bytes one readiness event moves from the kernel into the control's buffer:
 // a fast peer gets its share, and the loop still serves everybody else.
 constexpr size_t kReadBudget = 256 * 1024;
+// A write buffer larger than this is given back once it has all gone out.
+constexpr size_t kKeptBufferBytes = 64 * 1024;
 // Out of descriptors, accept fails while the listener stays readable: stop
 // watching it for this long instead of spinning.
 constexpr int32_t kAcceptRetryMs = 100;

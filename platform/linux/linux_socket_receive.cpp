@@ -104,7 +104,7 @@ void LinuxSocket::HungUp() {
   hung_up_ = true;
   if (watched_) loop_.Unwatch(fd_);
   watched_ = false;
-  out_.clear();
+  std::string().swap(out_);
   send_ends_.clear();
   if (closing_) return;
   if (in_.empty()) {
