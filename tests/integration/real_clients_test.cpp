@@ -223,6 +223,30 @@ TEST_F(DemoHostTest, SecuredPathMatchedWithoutRegardToCaseAsTheServerDoes) {
   EXPECT_NE(Curl("-u admin:admin", "/ADMIN/").find("You passed"), std::string::npos);
   EXPECT_NE(Curl("-u admin:admin", "/Admin/x").find("You passed"), std::string::npos);
   EXPECT_EQ(Code("-u admin:admin", "/other/"), "404");
+  demo.Stop();
+  // With another path secured, /admin is public and not the secured page.
+  ASSERT_TRUE(demo.Start({"--secure", "/private", "--user", "a:b"}));
+  EXPECT_EQ(Code("", "/admin/"), "404");
+  EXPECT_EQ(Code("", "/private/"), "401");
+}
+
+TEST_F(DemoHostTest, EachLogLineKeepsAtMostFourKilobytesOfItsReport) {
+  ASSERT_TRUE(demo.Start({}, log_path));
+  // 200 KB of control bytes, each reported as an alias several bytes long.
+  EXPECT_EQ(RunCommand("sh -c \"head -c 204800 /dev/zero | tr '\\\\0' '\\\\1' | curl -s -m 10 "
+                       "-o /dev/null -w %{http_code} --data-binary @- http://127.0.0.1:" +
+                           std::to_string(demo.port()) + "/echo\"",
+                       12.0),
+            "200");
+  demo.Stop();
+  std::ifstream log(log_path);
+  size_t longest = 0, cut = 0;
+  for (std::string line; std::getline(log, line);) {
+    longest = std::max(longest, line.size());
+    cut += line.find(" more bytes cut)") != std::string::npos;
+  }
+  EXPECT_LT(longest, 4096u + 100);
+  EXPECT_GE(cut, 1u);
 }
 
 }  // namespace
