@@ -14,8 +14,11 @@
 //   closed socket does nothing.
 // - The control reads what arrives into its own buffer at once, so
 //   ReceiveReadyCount grows for as long as the peer sends, up to
-//   kMaxWaitingBytes. One byte more and the connection fails (below) with
-//   ErrorText "Message too long": a request is at most that large.
+//   kMaxWaitingBytes. One byte more and an accepted connection fails (below)
+//   with ErrorText "Message too long": a request is at most that large. An
+//   outgoing connection keeps the first kMaxWaitingBytes instead and reads
+//   kSocketClosing with that ErrorText: what was kept waits to be received,
+//   the rest is dropped, and its Close resets the connection.
 // - When the peer stops sending (its FIN: a close, or a half-close with
 //   shutdown(SHUT_WR) as `nc -N` does): a connection that never carried a
 //   byte from the peer and has nothing in flight goes straight to

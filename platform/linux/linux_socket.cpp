@@ -28,7 +28,7 @@ void LinuxSocket::Adopt(int fd) {
   fd_ = fd;
   state_ = kSocketConnected;
   armed_ = true;
-  peer_eof_ = hung_up_ = received_any_ = closing_ = outgoing_ = false;
+  peer_eof_ = hung_up_ = received_any_ = closing_ = outgoing_ = truncated_ = false;
   in_.clear();
   out_.clear();
   send_ends_.clear();
@@ -142,7 +142,7 @@ void LinuxSocket::FinishClose(bool reset) {
     std::shared_ptr<LoopTimer> old(close_timer_.release());
     loop_.Post([old] {});
   }
-  ReleaseFd(state_ != kSocketListening, reset);
+  ReleaseFd(state_ != kSocketListening, reset || truncated_);
   received_data_ = Variant();  // the app has closed: nothing reads it any more
   state_ = kSocketClosed;
   PostDone(kOpClose);

@@ -107,6 +107,7 @@ class LinuxSocket : public SocketWithSettings {
   bool hung_up_ = false;      // both directions are gone; no longer watched
   bool received_any_ = false;
   bool outgoing_ = false;     // made by Connect rather than taken from a listener
+  bool truncated_ = false;    // an outgoing answer passed the maximum: the rest is dropped
   std::string in_;            // bytes read from the kernel, not yet Received
   bool closing_ = false;      // Close waits for the output queue
   std::string out_;           // bytes not yet written

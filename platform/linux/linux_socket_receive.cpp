@@ -39,8 +39,15 @@ bool LinuxSocket::ReadIncoming(size_t budget, bool to_the_end) {
       taken += static_cast<size_t>(n);
       received_any_ = true;
       if (in_.size() > kMaxWaiting) {
-        Broken(EMSGSIZE);  // the close with unread bytes resets: the peer learns at once
-        return false;
+        if (!outgoing_) {
+          Broken(EMSGSIZE);  // the close with unread bytes resets: the peer learns at once
+          return false;
+        }
+        // A client keeps what fits, reads no more and resets at its close.
+        in_.resize(kMaxWaiting);
+        error_text_ = ErrnoText(EMSGSIZE);
+        truncated_ = peer_eof_ = true;
+        break;
       }
       if (static_cast<size_t>(n) < want && !to_the_end) break;
       continue;

@@ -183,10 +183,16 @@ class SimSocket : public SocketWithSettings {
     if (state_ != kSocketConnected && state_ != kSocketClosing) return;
     if (peer_->to_control_.size() > static_cast<size_t>(kMaxWaitingBytes)) {
       error_text_ = u"Message too long";
-      peer_->ControlClosed();
-      Detach();
-      state_ = kSocketClosed;
-      return;
+      if (!outgoing_) {
+        peer_->ControlClosed();
+        Detach();
+        state_ = kSocketClosed;
+        return;
+      }
+      // A client keeps what fits and takes no more: the rest is dropped.
+      peer_->to_control_.resize(static_cast<size_t>(kMaxWaitingBytes));
+      peer_->closed_by_control_ = true;
+      state_ = kSocketClosing;
     }
     received_any_ = true;
     if (!armed_) return;
