@@ -132,6 +132,10 @@ class SocketCtl {
   virtual int32_t ReceiveReadyCount() const = 0;
   // Takes over the connection a ConnectionRequest offered; then connected.
   virtual void SetAcceptHandle(int32_t handle) = 0;
+  // On the listener: the peer address of a connection it offers and nobody
+  // has taken yet, as RemoteAddress would read once taken; "" for a handle
+  // it does not offer.
+  virtual Text OfferedAddress(int32_t /*handle*/) const { return {}; }
   // Outgoing connection; on_done(kOpConnect) when connected. A missing
   // address takes the target set below (RemoteName when RemoteNameAddrXlate
   // is true, else RemoteAddress), a missing port RemotePort. A name is

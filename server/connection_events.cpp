@@ -58,7 +58,7 @@ void HTTPServer::SocketXListen_Accept(int32_t handle) {
       if (Sock(i).State() == kSocketClosed) chosen = i;
     });
   }
-  if (chosen == 0) return;
+  if (chosen == 0 || AddressHasItsShare(handle)) return;
   const int32_t i = chosen;
   std::optional<ServingScope> serving;
 
@@ -83,6 +83,22 @@ void HTTPServer::SocketXListen_Accept(int32_t handle) {
   Resume([&] {
     if (!LeftBehind(i)) Sock(i).Send(welcome_);
   });
+}
+
+// With MaxConnectionsPerAddress set: true when the offered connection's peer
+// already holds that many slots (connected or closing).
+bool HTTPServer::AddressHasItsShare(int32_t handle) {
+  if (max_per_address_ <= 0) return false;
+  bool full = false;
+  Resume([&] {
+    const Text address = listener_->OfferedAddress(handle);
+    int32_t held = 0;
+    for (int32_t k = 1; k <= UpperBound(); ++k) {
+      if (Sock(k).State() != kSocketClosed && Sock(k).RemoteAddress() == address) ++held;
+    }
+    full = held >= max_per_address_;
+  });
+  return full;
 }
 
 // Data waits on slot `index`. The request counts as complete once the waiting

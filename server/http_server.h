@@ -89,6 +89,11 @@ class HTTPServer {
   void ServerSecure(bool secure) { server_secure_ = secure; }
   bool ClientSecure() const { return client_secure_; }
   void ClientSecure(bool secure) { client_secure_ = secure; }
+  // Beyond the contract, for hosts on open networks: at most this many slots
+  // for one peer address; a further connection from it is left unanswered,
+  // as one that finds no free slot. 0 (the default): no limit.
+  int32_t MaxConnectionsPerAddress() const { return max_per_address_; }
+  void MaxConnectionsPerAddress(int32_t count) { max_per_address_ = count; }
   // A value the host keeps here; the control does not use it.
   Variant SocketControl() const { return socket_control_; }
   void SocketControl(const Variant& control) { socket_control_ = control; }
@@ -224,6 +229,7 @@ class HTTPServer {
   void SocketX_ReceiveReady(int16_t index);
   void SocketX_Done(int16_t index, int32_t code);
   void CloseAfterAnswer(int16_t index);
+  bool AddressHasItsShare(int32_t handle);
 
   // request_processing.cpp
   void Procesar_Recibido(int16_t& IdxProceso, const Variant& text);
@@ -275,6 +281,7 @@ class HTTPServer {
 
   int32_t server_port_ = 0;
   int32_t max_connections_ = 0;
+  int32_t max_per_address_ = 0;
   Variant watchdog_timeout_;
   Variant welcome_;
   Variant busy_;

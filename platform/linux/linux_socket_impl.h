@@ -56,6 +56,7 @@ class LinuxSocket : public SocketWithSettings {
   Variant ReceivedData() const override { return received_data_; }
   int32_t ReceiveReadyCount() const override;
   void SetAcceptHandle(int32_t handle) override;
+  Text OfferedAddress(int32_t handle) const override;
   void Connect(const Variant& address, const Variant& port) override;
 
   Text LocalAddress() const override {

@@ -250,6 +250,15 @@ void LinuxSocket::PauseAccepting() {
   accept_timer_->SetEnabled(true);
 }
 
+Text LinuxSocket::OfferedAddress(int32_t handle) const {
+  if (!factory_.offered().count(handle)) return {};
+  sockaddr_storage ss{};
+  socklen_t len = sizeof ss;
+  if (getpeername(handle, reinterpret_cast<sockaddr*>(&ss), &len) != 0) return {};
+  int32_t port = 0;
+  return AddressText(ss, &port);
+}
+
 void LinuxSocket::SetAcceptHandle(int32_t handle) {
   auto& offered = factory_.offered();
   if (!offered.count(handle)) Fail(kSockErrInvalidHandle, "Invalid handle");

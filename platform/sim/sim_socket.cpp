@@ -128,6 +128,10 @@ class SimSocket : public SocketWithSettings {
     if (!peer->to_control_.empty()) PostReadyCheck();
   }
 
+  Text OfferedAddress(int32_t handle) const override {
+    return net_.offered_.count(handle) ? Text(u"127.0.0.1") : Text();
+  }
+
   void Connect(const Variant& address, const Variant& port) override {
     if (state_ != kSocketClosed && state_ != kSocketCreated) FailWrongState();
     Text host;

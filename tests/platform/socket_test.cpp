@@ -122,6 +122,7 @@ struct Server {
     listener = net.Create();
     listener->on_connection_request = [this](int32_t h) {
       handles.push_back(h);
+      offered_from.push_back(listener->OfferedAddress(h));
       for (auto& s : slots)
         if (take && s->State() == kSocketClosed) return s->SetAcceptHandle(h);
     };
@@ -138,6 +139,7 @@ struct Server {
   std::unique_ptr<SocketCtl> listener;
   std::vector<std::unique_ptr<SocketCtl>> slots;
   std::vector<int32_t> handles, done;
+  std::vector<Text> offered_from;  // OfferedAddress of each handle while offered
   int ready = 0, port = 0;
   bool take = true;
 };
@@ -197,6 +199,8 @@ TYPED_TEST(SocketContract, AcceptAndReceiveReadyOncePerArrivalUntilReceive) {
   auto [env, srv, s] = std::tie(this->env, this->srv, this->s);
   auto peer = this->Accepted();
   EXPECT_EQ(srv.handles.size(), 1u);
+  EXPECT_EQ(srv.offered_from, std::vector<Text>{u"127.0.0.1"});
+  EXPECT_EQ(srv.listener->OfferedAddress(srv.handles[0]), u"") << "taken: no longer offered";
   EXPECT_EQ(s.RemoteAddress(), u"127.0.0.1");
   peer->Write("GET / ");
   ASSERT_TRUE(PumpUntil(env.loop, [&] { return srv.ready == 1; }));

@@ -146,6 +146,20 @@ TEST_P(SideBySideTest, AHandlerWhoseClientLeftActsOnNothingOnTheSlotsNextClient)
   EXPECT_EQ(server->ProcesoStatus_Code(1), kSocketConnected);
 }
 
+TEST_P(SideBySideTest, OneAddressHoldsAtMostItsShareOfSlotsWhenAsked) {
+  for (const int32_t share : {0, 2}) {
+    Start(8080, 5);
+    server->MaxConnectionsPerAddress(share);
+    std::vector<std::shared_ptr<SimPeer>> silent;
+    for (int k = 0; k < 3; ++k) silent.push_back(net.Connect(8080, sim.loop.Elapsed() + 0.1 * k));
+    sim.loop.RunFor(2);
+    EXPECT_EQ(CountOf("Server - Solicitud Handle "), 3u) << share;
+    EXPECT_EQ(CountOf("Server - Asignando el motor "), share ? 2u : 3u) << share;
+    EXPECT_EQ(silent[2]->Refused(), share != 0) << "left unanswered, as with no free slot";
+    server->ServerOpen(false);
+  }
+}
+
 VARNEK_BOTH_LOOP_MODES(SideBySideTest);
 
 }  // namespace
