@@ -12,6 +12,9 @@
 //   call) and reports on_done(kOpReceive) on a later pass.
 // - Close on a socket that is not closed reports on_done(kOpClose); Close on a
 //   closed socket does nothing.
+// - A Done still on its way for one accepted connection is dropped once the
+//   control has taken another (SetAcceptHandle): the events of a connection
+//   never reach the handlers of the next one on the same control.
 // - The control reads what arrives into its own buffer at once, so
 //   ReceiveReadyCount grows for as long as the peer sends, up to
 //   kMaxWaitingBytes. One byte more and an accepted connection fails (below)

@@ -259,8 +259,8 @@ void LinuxSocket::OnIo(uint32_t events) {
 
 void LinuxSocket::PostDone(int32_t op) {
   std::weak_ptr<bool> alive = alive_;
-  loop_.Post([this, alive, op] {
-    if (!alive.expired()) Fire(on_done, op);
+  loop_.Post([this, alive, op, taken = accepts_] {
+    if (!alive.expired() && taken == accepts_) Fire(on_done, op);
   });
 }
 

@@ -121,6 +121,7 @@ class LinuxSocket : public SocketWithSettings {
   Variant received_data_;
   Text local_address_;          // of the connection, from getsockname
   uint64_t connect_attempt_ = 0; // tells a name lookup's answer from an older one's
+  uint64_t accepts_ = 0;        // connections taken: a Done of an older one is dropped
 };
 
 }  // namespace varnek::linux_socket

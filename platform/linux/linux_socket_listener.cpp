@@ -264,6 +264,7 @@ void LinuxSocket::SetAcceptHandle(int32_t handle) {
   if (!offered.count(handle)) Fail(kSockErrInvalidHandle, "Invalid handle");
   if (state_ != kSocketClosed || fd_ >= 0) FailWrongState();
   offered.erase(handle);
+  ++accepts_;
   strand_ = loop_.CurrentStrand();  // the connection's handler goes on here
   Adopt(handle);  // bytes that came before are readable: the watch reports them
 }

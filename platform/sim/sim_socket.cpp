@@ -122,6 +122,7 @@ class SimSocket : public SocketWithSettings {
     if (state_ != kSocketClosed) FailWrongState();
     std::shared_ptr<SimPeer> peer = it->second;
     net_.offered_.erase(it);
+    ++accepts_;
     strand_ = net_.loop().CurrentStrand();  // the connection's handler goes on here
     Attach(peer);
     if (peer->StoppedSending()) PeerClosed();
@@ -256,8 +257,8 @@ class SimSocket : public SocketWithSettings {
 
   void PostDone(int32_t op) {
     std::weak_ptr<bool> alive = alive_;
-    net_.loop().Post([this, alive, op] {
-      if (!alive.expired()) Fire(on_done, op);
+    net_.loop().Post([this, alive, op, taken = accepts_] {
+      if (!alive.expired() && taken == accepts_) Fire(on_done, op);
     });
   }
 
@@ -272,6 +273,7 @@ class SimSocket : public SocketWithSettings {
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
   StrandRef strand_;
   uint64_t connect_attempt_ = 0;
+  uint64_t accepts_ = 0;  // connections taken: a Done of an older one is dropped
   bool registered_ = false;
   std::shared_ptr<SimPeer> peer_;
   std::vector<Text> pending_;  // sends on their way, oldest first

@@ -227,6 +227,21 @@ TYPED_TEST(SocketContract, AcceptAndReceiveReadyOncePerArrivalUntilReceive) {
   EXPECT_EQ(FailureOf([&] { env.net.Create()->SetAcceptHandle(srv.handles[1]); }), kSockErrInvalidHandle);
 }
 
+TYPED_TEST(SocketContract, ADoneOfTheOldConnectionNeverReachesTheNextOne) {
+  auto [env, srv, s] = std::tie(this->env, this->srv, this->s);
+  auto first = this->Accepted();
+  // Close (its Done on the way) and take the next connection in one handler.
+  srv.listener->on_connection_request = [&](int32_t h) {
+    s.Close();
+    s.SetAcceptHandle(h);
+  };
+  auto second = env.Connect(srv.port);
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return first->Ended(); }));
+  Settle(env.loop);
+  EXPECT_EQ(s.State(), kSocketConnected);
+  EXPECT_TRUE(srv.done.empty());
+}
+
 TYPED_TEST(SocketContract, SendReportsDoneAndCloseFromBothSides) {
   auto [env, srv, s] = std::tie(this->env, this->srv, this->s);
   auto peer = this->Accepted();
