@@ -22,6 +22,9 @@ namespace varnek {
 // One row of the classic TCP table.
 struct TcpRow {
   uint32_t state = 0, local_addr = 0, local_port = 0, remote_addr = 0, remote_port = 0;
+  // For a close: the state the snapshot listed (state itself holds 12,
+  // "delete the entry").
+  uint32_t listed_state = 0;
 };
 
 enum class TcpTableStatus {
@@ -48,8 +51,9 @@ class NetTables {
   virtual ~NetTables() = default;
   // The whole TCP table, unsorted.
   virtual TcpTableStatus TcpTable(std::vector<TcpRow>& rows) = 0;
-  // Resets the connection with the row's four keys (its state is not read).
-  // True when the system did it.
+  // Resets exactly the connection with the row's four keys in its listed
+  // state, never a listener. False when it has gone (or is no longer in that
+  // state), or the system refuses.
   virtual bool CloseTcp(const TcpRow& row) = 0;
   // The adapters in the system's order; false when they cannot be listed.
   virtual bool Adapters(std::vector<AdapterInfo>& adapters) = 0;

@@ -12,20 +12,36 @@
 //   call) and reports on_done(kOpReceive) on a later pass.
 // - Close on a socket that is not closed reports on_done(kOpClose); Close on a
 //   closed socket does nothing.
+// - A Done still on its way for one accepted connection is dropped once the
+//   control has taken another (SetAcceptHandle): the events of a connection
+//   never reach the handlers of the next one on the same control.
 // - The control reads what arrives into its own buffer at once, so
 //   ReceiveReadyCount grows for as long as the peer sends, up to
-//   kMaxWaitingBytes. One byte more and the connection fails (below) with
-//   ErrorText "Message too long": a request is at most that large.
+//   kMaxWaitingBytes. One byte more and an accepted connection fails (below)
+//   with ErrorText "Message too long": a request is at most that large. An
+//   outgoing connection keeps the first kMaxWaitingBytes instead and reads
+//   kSocketClosing with that ErrorText: what was kept waits to be received,
+//   the rest is dropped, and its Close resets the connection.
 // - When the peer stops sending (its FIN: a close, or a half-close with
 //   shutdown(SHUT_WR) as `nc -N` does): a connection that never carried a
 //   byte from the peer and has nothing in flight goes straight to
-//   kSocketClosed. Otherwise an accepted connection stays kSocketConnected:
-//   what waits can still be received, and the answer still goes out, until
-//   the app closes it or the connection can no longer carry data (a send
-//   meets the peer's reset: a failure, below). An outgoing connection (Connect)
-//   becomes kSocketClosing instead: its server has answered and gone, and a
-//   client reads the end of the answer by that State. No event reports a
-//   peer's close.
+//   kSocketClosed. An accepted connection that has already sent something
+//   (a channel held open after its answer) reads kSocketClosing once what
+//   the peer sent before its FIN has all been received: that State is how
+//   the app sees that the peer has gone. The server's Proceso_Receive then
+//   gives what came before the FIN, and "" after it. Otherwise (a peer that
+//   half-closes after its request and waits for the answer) an accepted
+//   connection stays kSocketConnected: what waits can still be received, and
+//   the answer still goes out, until the app closes it or the connection can
+//   no longer carry data (a send meets the peer's reset: a failure, below).
+//   An outgoing connection (Connect) becomes kSocketClosing at once: its
+//   server has answered and gone, and a client reads the end of the answer
+//   by that State. No event reports a peer's close.
+// - Close with output still queued reads kSocketClosing while the peer keeps
+//   taking the output, however long that lasts. A peer that takes nothing
+//   for a while (10 s on Linux) has the rest dropped and the connection
+//   reset, so it sees an error: an answer is never cut short by a normal
+//   close.
 // - A failure of the connection (reset, refused) makes State kSocketClosed
 //   with ErrorText set and no Done.
 // - Create, Bind and Listen complete at once and report no Done; a failing
@@ -120,6 +136,10 @@ class SocketCtl {
   virtual int32_t ReceiveReadyCount() const = 0;
   // Takes over the connection a ConnectionRequest offered; then connected.
   virtual void SetAcceptHandle(int32_t handle) = 0;
+  // On the listener: the peer address of a connection it offers and nobody
+  // has taken yet, as RemoteAddress would read once taken; "" for a handle
+  // it does not offer.
+  virtual Text OfferedAddress(int32_t /*handle*/) const { return {}; }
   // Outgoing connection; on_done(kOpConnect) when connected. A missing
   // address takes the target set below (RemoteName when RemoteNameAddrXlate
   // is true, else RemoteAddress), a missing port RemotePort. A name is

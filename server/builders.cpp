@@ -17,6 +17,16 @@ constexpr char16_t kMakerAddress[] = u"http://varnek.example/";
 // nothing, an object or array has no text form and fails.
 Text Cat(const Variant& v) { return v.IsNull() ? Text() : CStr(v); }
 
+// Text that goes into a header line: a CR or LF in it (a decoded path can
+// carry them) becomes a blank, so it never ends the line and starts a header
+// or a body of the client's making.
+Text InHeaderLine(Text text) {
+  for (char16_t& unit : text) {
+    if (unit == u'\r' || unit == u'\n') unit = u' ';
+  }
+  return text;
+}
+
 const Variant& OrDefault(const Variant& v, const Variant& fallback) {
   return v.IsMissing() ? fallback : v;
 }
@@ -33,11 +43,13 @@ Variant HTTPServer::http_Header(int32_t pNumCode, int32_t ContentType,
                                 const Variant& ContentLength, const Variant& AuthenticateRealm) {
   Text head = u"HTTP/1.0 " + CStr(Variant::Long(pNumCode)) + kCrLf;
   if (!AuthenticateRealm.IsMissing()) {
-    head += u"WWW-Authenticate: Basic realm = " + Cat(AuthenticateRealm) + kCrLf;
+    head += u"WWW-Authenticate: Basic realm = " + InHeaderLine(Cat(AuthenticateRealm)) + kCrLf;
   }
   head += u"Server: Varnek";
   head += kCrLf;
-  if (!ContentLength.IsMissing()) head += u"Content-Length: " + Cat(ContentLength) + kCrLf;
+  if (!ContentLength.IsMissing()) {
+    head += u"Content-Length: " + InHeaderLine(Cat(ContentLength)) + kCrLf;
+  }
   if (ContentType == eTextHTML) head += Text(u"Content-Type: text/html") + kCrLf;
   if (ContentType == eApplicationOctetStream) {
     head += Text(u"Content-Type: application/octet-stream") + kCrLf;
@@ -145,7 +157,7 @@ Variant HTTPServer::html_404error() {
 
 Variant HTTPServer::html_retrieveHeader(const Text& tPage) {
   Text request;
-  Line(request, [&] { return u"GET " + tPage + u" HTTP/1.0"; });
+  Line(request, [&] { return u"GET " + InHeaderLine(tPage) + u" HTTP/1.0"; });
   Line(request, [] { return Text(u"Accept: text/plain"); });
   Line(request, [] { return Text(u"Accept-Language: en-us"); });
   Line(request, [] { return Text(u"Accept-Encoding: gzip, deflate"); });

@@ -1,6 +1,8 @@
 // The three connection handlers: accepting into the lowest free slot (after a
 // sweep of stale slots), deciding when a request text is complete, and acting
 // on finished socket operations. All run in resume mode and pump.
+#include <optional>
+
 #include "varnek/adds/adds.h"
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/dates.h"
@@ -46,14 +48,16 @@ void HTTPServer::SocketXListen_Accept(int32_t handle) {
       if (Sock(i).State() == kSocketClosed) chosen = i;
     });
   }
-  if (chosen == 0) return;
+  if (chosen == 0 || AddressHasItsShare(handle)) return;
   const int32_t i = chosen;
+  std::optional<ServingScope> serving;
 
-  Resume([&] { TextOf(i) = u""; });
-  Resume([&] { ExtraOf(i) = u""; });
+  Resume([&] { ForgetText(TextOf(i)); });
+  Resume([&] { ForgetText(ExtraOf(i)); });
   Resume([&] { KeepOpenOf(i) = false; });
   Resume([&] { Sock(i).SetAcceptHandle(handle); });
   Resume([&] { ++SlotAt(i).connection; });
+  serving.emplace(this, i);
   Resume([&] { SetStamp(i, NowText()); });
   Resume([&] { Report(u"Server - Asignando el motor " + Number(i)); });
   DoEvents();
@@ -66,13 +70,32 @@ void HTTPServer::SocketXListen_Accept(int32_t handle) {
   Resume([&] { Report(u"Server - Enviando bienvenida al motor " + Number(i)); });
   Resume([&] { KeepOpenOf(i) = true; });
   Resume([&] { Pause(1); });
-  Resume([&] { Sock(i).Send(welcome_); });
+  Resume([&] {
+    if (!LeftBehind(i)) Sock(i).Send(welcome_);
+  });
+}
+
+// With MaxConnectionsPerAddress set: true when the offered connection's peer
+// already holds that many slots (connected or closing).
+bool HTTPServer::AddressHasItsShare(int32_t handle) {
+  if (max_per_address_ <= 0) return false;
+  bool full = false;
+  Resume([&] {
+    const Text address = listener_->OfferedAddress(handle);
+    int32_t held = 0;
+    for (int32_t k = 1; k <= UpperBound(); ++k) {
+      if (Sock(k).State() != kSocketClosed && Sock(k).RemoteAddress() == address) ++held;
+    }
+    full = held >= max_per_address_;
+  });
+  return full;
 }
 
 // Data waits on slot `index`. The request counts as complete once the waiting
 // byte count has not grown for half a second, or 60 s after the first event.
 void HTTPServer::SocketX_ReceiveReady(int16_t index) {
   HandlerScope scope(this);
+  ServingScope serving(this, index);
   DoEvents();
   double start = 0;
   Resume([&] { start = loop().Now(); });
@@ -88,13 +111,17 @@ void HTTPServer::SocketX_ReceiveReady(int16_t index) {
     Resume([&] { last = Sock(index).ReceiveReadyCount(); });
     Resume([&] { Pause(0.5); });
   }
-  Resume([&] { Sock(index).Receive(kReceiveText); });
+  Resume([&] {
+    if (!LeftBehind(index)) Sock(index).Receive(kReceiveText);
+  });
 }
 
 // After an answer went out (or the slot lost its peer): forget the text and
-// close unless the socket is already closed. Pumps up to 11 s.
+// close unless the socket is already closed; nothing once the slot carries
+// another connection. Pumps up to 11 s.
 void HTTPServer::CloseAfterAnswer(int16_t index) {
-  Resume([&] { TextOf(index) = u""; });
+  if (LeftBehind(index)) return;
+  Resume([&] { ForgetText(TextOf(index)); });
   bool open = false;
   Resume([&] { open = Sock(index).State() != kSocketClosed; });
   if (!open) return;
@@ -105,6 +132,7 @@ void HTTPServer::CloseAfterAnswer(int16_t index) {
 // so reports of operations that finish inside this handler's pauses precede it.
 void HTTPServer::SocketX_Done(int16_t index, int32_t code) {
   HandlerScope scope(this);
+  ServingScope serving(this, index);
   const Text name = OperationName(code);
   switch (code) {
     case kOpClose: {
@@ -112,15 +140,18 @@ void HTTPServer::SocketX_Done(int16_t index, int32_t code) {
       Resume([&] { open = Sock(index).State() != kSocketClosed; });
       if (open) {
         Resume([&] { Pause(1); });
+        if (LeftBehind(index)) break;
         Resume([&] { Sock(index).Close(); });
         DoEvents();
       }
+      if (LeftBehind(index)) break;
       Resume([&] { SlotAt(index).motor_stamp.clear(); });
-      Resume([&] { TextOf(index) = u""; });
+      Resume([&] { ForgetText(TextOf(index)); });
       break;
     }
     case kOpReceive: {
       DoEvents();
+      if (LeftBehind(index)) break;
       bool busy = false;
       Resume([&] { busy = CStr(TextOf(index)) != u""; });
       if (busy) {

@@ -21,6 +21,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <unordered_map>
 #include <vector>
 
 #include "varnek/platform/platform.h"
@@ -89,6 +90,11 @@ class HTTPServer {
   void ServerSecure(bool secure) { server_secure_ = secure; }
   bool ClientSecure() const { return client_secure_; }
   void ClientSecure(bool secure) { client_secure_ = secure; }
+  // Beyond the contract, for hosts on open networks: at most this many slots
+  // for one peer address; a further connection from it is left unanswered,
+  // as one that finds no free slot. 0 (the default): no limit.
+  int32_t MaxConnectionsPerAddress() const { return max_per_address_; }
+  void MaxConnectionsPerAddress(int32_t count) { max_per_address_ = count; }
   // A value the host keeps here; the control does not use it.
   Variant SocketControl() const { return socket_control_; }
   void SocketControl(const Variant& control) { socket_control_ = control; }
@@ -108,8 +114,9 @@ class HTTPServer {
   // ---- Builders (builders.cpp). Pure text; they touch no connection.
   // "HTTP/1.0 <code>", optional realm line, "Server: Varnek", optional
   // Content-Length, the type line for 0/1 only, blank line. Pass
-  // Variant::Missing() for an absent optional argument. Open: failures reach
-  // the caller.
+  // Variant::Missing() for an absent optional argument. A CR or LF in the
+  // realm or length (a decoded path may hold them) is written as a blank, so
+  // no request can end a header line. Open: failures reach the caller.
   Variant http_Header(int32_t pNumCode, int32_t ContentType,
                       const Variant& ContentLength = Variant::Missing(),
                       const Variant& AuthenticateRealm = Variant::Missing());
@@ -125,7 +132,8 @@ class HTTPServer {
                             const Variant& BackColor = Variant::Missing(),
                             const Variant& LinkColor = Variant::Missing());
   Variant html_GenericEnd();
-  // A browser-like GET of tPage, Host the listener's local address. Resume.
+  // A browser-like GET of tPage, Host the listener's local address; CR and LF
+  // in tPage are written as blanks. Resume.
   Variant html_retrieveHeader(const Text& tPage);
 
   // ---- Access tables (access_tables.cpp). Resume mode.
@@ -145,7 +153,12 @@ class HTTPServer {
   bool SecurePathFindIfIsIn(const Variant& RequestPath);
 
   // ---- Per-connection operations (proceso_ops.cpp). An Index outside the
-  // bounds 0..upper of the slot array does nothing.
+  // bounds 0..upper of the slot array does nothing. Called from a handler of
+  // a connection whose slot has since taken another connection, Send,
+  // Receive, Close and KeepOpen on that slot act on nothing (no failure, no
+  // stamp): a host that waited never answers the next client. Calls from
+  // outside the connection's handlers (a host timer) address the slot by
+  // number.
   int32_t ProcesoStatus_Code(const Variant& Index);      // the slot's State, 0 out of range
   Variant ProcesoStatus_String(const Variant& Index);    // its StateText
   // Sends at once, no State check; refreshes the stamp. Open: a failed Send
@@ -169,6 +182,28 @@ class HTTPServer {
     std::unique_ptr<SocketCtl> socket;
     Text motor_stamp;  // host text form of a date, or ""
     uint64_t connection = 0;  // counts the connections the slot has taken
+  };
+  // The connection a handler serves: its slot, the slot's connection number
+  // when the handler took it up, and the pump depth the handler runs at
+  // (what runs nested in its waits is not the handler itself).
+  struct ServedConnection {
+    int32_t slot;
+    uint64_t connection;
+    int depth;
+  };
+  // Marks the running handler as serving slot `slot`'s current connection,
+  // for as long as the scope lasts.
+  class ServingScope {
+   public:
+    ServingScope(HTTPServer* server, int32_t slot);
+    ~ServingScope();
+    ServingScope(const ServingScope&) = delete;
+    ServingScope& operator=(const ServingScope&) = delete;
+
+   private:
+    HTTPServer* server_;
+    StrandRef strand_;  // kept alive: its address is the key
+    const void* key_;
   };
   // Counts our handlers on the stack, so removed sockets are freed only when
   // none of them can still be inside one.
@@ -195,6 +230,7 @@ class HTTPServer {
   void SocketX_ReceiveReady(int16_t index);
   void SocketX_Done(int16_t index, int32_t code);
   void CloseAfterAnswer(int16_t index);
+  bool AddressHasItsShare(int32_t handle);
 
   // request_processing.cpp
   void Procesar_Recibido(int16_t& IdxProceso, const Variant& text);
@@ -214,6 +250,9 @@ class HTTPServer {
   Variant& TextOf(int32_t index);         // ProcesoTexto(index), fails with 9
   Variant& ExtraOf(int32_t index);
   std::vector<bool>::reference KeepOpenOf(int32_t index);
+  // Makes a per-slot text "" and gives its memory back: an assignment of ""
+  // would keep the capacity of the largest text the slot ever carried.
+  static void ForgetText(Variant& text);
   void Pause(double seconds);             // DateTime_PausaTimer; pumps
   void DoEvents();
   void WaitClosed(SocketCtl* listener, int32_t index);  // up to 10 s for State 1; pumps
@@ -223,6 +262,10 @@ class HTTPServer {
   // during the pause: that one is left alone. Pumps.
   void PauseCloseAndWait(int32_t index, bool resume = true);
   double StampOrNow(int32_t index);
+  // True when the caller is a handler of a connection that slot `index`
+  // carried and has since passed on (served_connection.cpp).
+  bool LeftBehind(int32_t index);
+  const void* StrandKey(StrandRef& holder);
   Text NowText();
 
   Platform* platform_;
@@ -233,6 +276,9 @@ class HTTPServer {
   std::vector<std::unique_ptr<Slot>> graveyard_;       // removed slots, freed when safe
   int handler_depth_ = 0;                              // our handlers on the stack
   std::optional<double> oldest_busy_stamp_;            // at or before every stamp of a slot not free
+  // Per strand (one key for the single stack): the connections its handlers
+  // serve, innermost last.
+  std::unordered_map<const void*, std::vector<ServedConnection>> serving_;
 
   std::vector<Variant> proceso_texto_;
   std::vector<Variant> proceso_extra_;
@@ -241,6 +287,7 @@ class HTTPServer {
 
   int32_t server_port_ = 0;
   int32_t max_connections_ = 0;
+  int32_t max_per_address_ = 0;
   Variant watchdog_timeout_;
   Variant welcome_;
   Variant busy_;

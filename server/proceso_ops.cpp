@@ -37,7 +37,7 @@ Variant HTTPServer::ProcesoStatus_String(const Variant& Index) {
 
 void HTTPServer::Proceso_Send(const Variant& Index, const Variant& value) {
   int32_t i = 0;
-  if (!InBounds(Index, UpperBound(), i)) return;
+  if (!InBounds(Index, UpperBound(), i) || LeftBehind(i)) return;
   Sock(i).Send(value);
   SetStamp(i, NowText());
 }
@@ -45,9 +45,10 @@ void HTTPServer::Proceso_Send(const Variant& Index, const Variant& value) {
 Variant HTTPServer::Proceso_Receive(const Variant& Index) {
   int32_t i = 0;
   if (!InBounds(Index, UpperBound(), i)) return Variant();
+  if (LeftBehind(i)) return Variant(u"");
   Variant text = ExtraOf(i);
   SetStamp(i, NowText());
-  ExtraOf(i) = u"";
+  ForgetText(ExtraOf(i));
   return text;
 }
 
@@ -60,6 +61,7 @@ void HTTPServer::Proceso_Close(const Variant& Index) {
       i < 0) {
     return;
   }
+  if (LeftBehind(i)) return;
   bool open = false;
   Resume([&] { open = Sock(i).State() != kSocketClosed; });
   if (!open) return;
@@ -75,7 +77,7 @@ bool HTTPServer::Proceso_KeepOpen(const Variant& Index) {
 void HTTPServer::Proceso_KeepOpen(const Variant& Index, bool keep) {
   Resume([&] {
     int32_t i = 0;
-    if (InBounds(Index, UpperBound(), i)) KeepOpenOf(i) = keep;
+    if (InBounds(Index, UpperBound(), i) && !LeftBehind(i)) KeepOpenOf(i) = keep;
   });
 }
 

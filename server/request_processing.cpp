@@ -166,6 +166,9 @@ void HTTPServer::Procesar_Recibido(int16_t& IdxProceso, const Variant& text) {
     if (IsEmptyText(response)) response = Text(1, u'\0');
   });
 
+  // A client that left while the host worked gets nothing, nor does the
+  // one that took its slot meanwhile.
+  if (LeftBehind(IdxProceso)) return;
   if (Sock(IdxProceso).State() == kSocketConnected) {
     Sock(IdxProceso).Send(response);
   } else {

@@ -58,6 +58,11 @@ std::vector<bool>::reference HTTPServer::KeepOpenOf(int32_t index) {
   return proceso_keep_open_[index];
 }
 
+void HTTPServer::ForgetText(Variant& text) {
+  text = Variant();  // another kind of value: the text's buffer is freed
+  text = u"";
+}
+
 void HTTPServer::Pause(double seconds) {
   Variant interval = seconds;
   adds().DateTime_PausaTimer(interval);

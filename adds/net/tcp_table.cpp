@@ -84,6 +84,7 @@ bool Network::Net_Stat_CloseConnection(const Variant& IndexFromStat) {
     row.remote_addr = static_cast<uint32_t>(Variant(Var_GetFieldAt(record, 8, u"\t")).ToLong());
     row.remote_port = static_cast<uint32_t>(Variant(Var_GetFieldAt(record, 9, u"\t")).ToLong());
     row.state = 12;  // delete the entry
+    row.listed_state = static_cast<uint32_t>(Variant(Var_GetFieldAt(record, 10, u"\t")).ToLong());
     closed = platform().net_tables->CloseTcp(row);
   });
   return closed;

@@ -2,7 +2,8 @@
 // polled every 100 ms; each text comes back as "echo: " and the text, "bye"
 // ends the channel. A channel belongs to the connection that opened it, not
 // to its slot number: once the server has given the slot to another
-// connection, the poller leaves that slot alone.
+// connection, the poller leaves that slot alone; once its peer has closed
+// (the slot reads Closing), the poller drops the channel and closes the slot.
 #pragma once
 
 #include <cstdint>
@@ -36,7 +37,11 @@ class ChatChannels {
   HTTPServer& server_;
   std::unique_ptr<LoopTimer> timer_;
   std::map<int16_t, uint64_t> assigned_;  // per slot: connections the server gave it
-  std::map<int16_t, uint64_t> channels_;  // open channel: its slot's count when it opened
+  struct Channel {
+    uint64_t connection = 0;  // its slot's count of connections when it opened
+    int passes_since_peer_closed = 0;
+  };
+  std::map<int16_t, Channel> channels_;  // open channels by slot
 };
 
 }  // namespace varnek::demo

@@ -118,7 +118,9 @@ void DemoHost::OnGet(Variant& url, Variant& ip, Variant& response, Variant& idx,
     response = Framed(e200_OK, IndexPage());
   } else if (StartsWith(path, u"/echo")) {
     response = Framed(e200_OK, EchoPage(url, ip, idx, names, values, nullptr, nullptr));
-  } else if (SecurePathMatches(path, u"/admin")) {  // as the server's check: "/ADMIN/" too
+  } else if (SecurePathMatches(path, u"/admin") && server_.SecurePathFindIfIsIn(url)) {
+    // Only where the server asked for credentials: "/ADMIN/" too, and never
+    // when --secure left /admin public.
     response = Framed(e200_OK, AdminPage());
   } else if (path == u"/chat/") {
     response = chats_.Open(idx.ToInteger());  // the slot stays open as a raw channel

@@ -11,6 +11,15 @@ namespace {
 
 constexpr int32_t kFlushAfterMs = 100;
 constexpr size_t kFlushAtBytes = 64 * 1024;
+// A report longer than this (a large request is reported whole) is cut here.
+constexpr size_t kMaxLineBytes = 4 * 1024;
+
+// The first kMaxLineBytes of text, not splitting a UTF-8 sequence.
+size_t CutAt(const std::string& text) {
+  size_t at = kMaxLineBytes;
+  while (at > 0 && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80) --at;
+  return at;
+}
 
 }  // namespace
 
@@ -42,7 +51,13 @@ void StderrLog::Attach(HostLoop& loop) {
 void StderrLog::Line(const std::string& text) {
   pending_ += Timestamp();
   pending_ += ' ';
-  pending_ += text;
+  if (text.size() > kMaxLineBytes) {
+    const size_t keep = CutAt(text);
+    pending_.append(text, 0, keep);
+    pending_ += "... (" + std::to_string(text.size() - keep) + " more bytes cut)";
+  } else {
+    pending_ += text;
+  }
   pending_ += '\n';
   if (!timer_ || pending_.size() >= kFlushAtBytes) return Flush();
   if (!timer_->Enabled()) timer_->SetEnabled(true);

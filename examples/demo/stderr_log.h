@@ -1,7 +1,8 @@
 // The demo's log on stderr: one line per report, stamped with local time to
 // the millisecond. Lines of a burst go out in one write, at most 0.1 s after
 // the first of them, so a request's dozen reports cost one system call. A
-// process killed outright loses at most those 0.1 s of lines.
+// process killed outright loses at most those 0.1 s of lines. A line keeps
+// at most 4 KiB of its report, and says how many bytes it cut.
 #pragma once
 
 #include <memory>

@@ -119,50 +119,100 @@ std::string Dotted(uint32_t network_order) {
   return buf;
 }
 
-// One SOCK_DESTROY request; true when the kernel acknowledged it.
-bool DestroySocket(int family, const TcpRow& row) {
-  const int fd = ::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_SOCK_DIAG);
-  if (fd < 0) return false;
+// The sock_diag address of an IPv4 address word: as it is, or IPv4-mapped.
+void DiagAddress(int family, uint32_t address, __be32 (&out)[4]) {
+  out[0] = out[1] = out[2] = out[3] = 0;
+  if (family == AF_INET) {
+    out[0] = address;
+  } else {
+    out[2] = htonl(0x0000FFFF);
+    out[3] = address;
+  }
+}
+
+// A netlink socket that talks to sock_diag; -1 when none can be made.
+int DiagSocket() { return ::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_SOCK_DIAG); }
+
+bool SendDiag(int fd, uint16_t type, uint16_t flags, const inet_diag_req_v2& request) {
   struct {
     nlmsghdr header;
     inet_diag_req_v2 request;
   } message{};
   message.header.nlmsg_len = sizeof message;
-  message.header.nlmsg_type = SOCK_DESTROY;
-  message.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK;
+  message.header.nlmsg_type = type;
+  message.header.nlmsg_flags = static_cast<uint16_t>(NLM_F_REQUEST | flags);
   message.header.nlmsg_seq = 1;
-  message.request.sdiag_family = static_cast<uint8_t>(family);
-  message.request.sdiag_protocol = IPPROTO_TCP;
-  message.request.idiag_states = ~0u;
-  inet_diag_sockid& id = message.request.id;
-  id.idiag_sport = static_cast<uint16_t>(row.local_port & 0xFFFF);
-  id.idiag_dport = static_cast<uint16_t>(row.remote_port & 0xFFFF);
-  id.idiag_cookie[0] = INET_DIAG_NOCOOKIE;
-  id.idiag_cookie[1] = INET_DIAG_NOCOOKIE;
-  if (family == AF_INET) {
-    id.idiag_src[0] = row.local_addr;
-    id.idiag_dst[0] = row.remote_addr;
-  } else {
-    id.idiag_src[2] = htonl(0x0000FFFF);
-    id.idiag_src[3] = row.local_addr;
-    id.idiag_dst[2] = htonl(0x0000FFFF);
-    id.idiag_dst[3] = row.remote_addr;
-  }
+  message.request = request;
   sockaddr_nl kernel{};
   kernel.nl_family = AF_NETLINK;
-  bool done = false;
-  if (::sendto(fd, &message, sizeof message, 0, reinterpret_cast<sockaddr*>(&kernel), sizeof kernel) ==
-      static_cast<ssize_t>(sizeof message)) {
+  return ::sendto(fd, &message, sizeof message, 0, reinterpret_cast<sockaddr*>(&kernel),
+                  sizeof kernel) == static_cast<ssize_t>(sizeof message);
+}
+
+// Finds, in a dump of one family's TCP sockets other than listeners, the one
+// with exactly the row's four keys in its listed state; its id (with the
+// kernel's cookie) goes to *found.
+bool FindConnection(int family, const TcpRow& row, inet_diag_sockid* found) {
+  const int fd = DiagSocket();
+  if (fd < 0) return false;
+  inet_diag_req_v2 request{};
+  request.sdiag_family = static_cast<uint8_t>(family);
+  request.sdiag_protocol = IPPROTO_TCP;
+  request.idiag_states = ~0u & ~(1u << 10);  // every state but LISTEN
+  __be32 local[4], remote[4];
+  DiagAddress(family, row.local_addr, local);
+  DiagAddress(family, row.remote_addr, remote);
+  bool match = false, done = !SendDiag(fd, SOCK_DIAG_BY_FAMILY, NLM_F_DUMP, request);
+  static thread_local char reply[32768];
+  // Bounded: a dump ends with NLMSG_DONE; a table of a million sockets fits.
+  for (int reads = 0; !done && reads < 100000; ++reads) {
+    const ssize_t n = linux_io::RetryOnEintr([&] { return ::recv(fd, reply, sizeof reply, 0); });
+    if (n <= 0) break;
+    int left = static_cast<int>(n);
+    for (auto* h = reinterpret_cast<nlmsghdr*>(reply); NLMSG_OK(h, left); h = NLMSG_NEXT(h, left)) {
+      if (h->nlmsg_type == NLMSG_DONE || h->nlmsg_type == NLMSG_ERROR) {
+        done = true;
+        break;
+      }
+      const auto* msg = static_cast<const inet_diag_msg*>(NLMSG_DATA(h));
+      const inet_diag_sockid& id = msg->id;
+      if (match || ClassicState(msg->idiag_state) != row.listed_state || row.listed_state == 2 ||
+          id.idiag_sport != static_cast<uint16_t>(row.local_port & 0xFFFF) ||
+          id.idiag_dport != static_cast<uint16_t>(row.remote_port & 0xFFFF) ||
+          std::memcmp(id.idiag_src, local, sizeof local) != 0 ||
+          std::memcmp(id.idiag_dst, remote, sizeof remote) != 0) {
+        continue;
+      }
+      *found = id;
+      match = true;
+    }
+  }
+  ::close(fd);
+  return match;
+}
+
+// SOCK_DESTROY of the socket `id` names, cookie included, so the kernel
+// destroys that socket or none; true when it acknowledged.
+bool DestroySocket(int family, const inet_diag_sockid& id) {
+  const int fd = DiagSocket();
+  if (fd < 0) return false;
+  inet_diag_req_v2 request{};
+  request.sdiag_family = static_cast<uint8_t>(family);
+  request.sdiag_protocol = IPPROTO_TCP;
+  request.idiag_states = ~0u & ~(1u << 10);
+  request.id = id;
+  bool destroyed = false;
+  if (SendDiag(fd, SOCK_DESTROY, NLM_F_ACK, request)) {
     char reply[512];
     const ssize_t n = linux_io::RetryOnEintr([&] { return ::recv(fd, reply, sizeof reply, 0); });
     auto* h = reinterpret_cast<nlmsghdr*>(reply);
     if (n >= static_cast<ssize_t>(sizeof(nlmsghdr) + sizeof(nlmsgerr)) && NLMSG_OK(h, n) &&
         h->nlmsg_type == NLMSG_ERROR) {
-      done = static_cast<nlmsgerr*>(NLMSG_DATA(h))->error == 0;
+      destroyed = static_cast<nlmsgerr*>(NLMSG_DATA(h))->error == 0;
     }
   }
   ::close(fd);
-  return done;
+  return destroyed;
 }
 
 // Reads a "KEY=VALUE" line's value from a lease file of that form.
@@ -269,7 +319,11 @@ TcpTableStatus LinuxNetTables::TcpTable(std::vector<TcpRow>& rows) {
 }
 
 bool LinuxNetTables::CloseTcp(const TcpRow& row) {
-  return DestroySocket(AF_INET, row) || DestroySocket(AF_INET6, row);
+  for (int family : {AF_INET, AF_INET6}) {
+    inet_diag_sockid id{};
+    if (FindConnection(family, row, &id)) return DestroySocket(family, id);
+  }
+  return false;
 }
 
 bool LinuxNetTables::Adapters(std::vector<AdapterInfo>& adapters) {

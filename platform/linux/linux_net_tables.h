@@ -8,9 +8,12 @@
 //   0.0.0.0). Linux states map to the classic numbers (ESTABLISHED 5, LISTEN
 //   2, TIME_WAIT 11, ...). A missing tcp file reads as "no table", one that
 //   cannot be read (or is malformed) as a failed query; tcp6 is optional.
-// - Close: the kernel's sock_diag SOCK_DESTROY by the four keys, tried as
-//   IPv4 and then as IPv4-mapped IPv6. Needs CAP_NET_ADMIN and a kernel with
-//   INET_DIAG_DESTROY; otherwise false.
+// - Close: the socket with exactly the four keys and the listed state is
+//   found in a sock_diag dump (IPv4, then IPv4-mapped IPv6; listeners are
+//   never dumped) and destroyed by its cookie with SOCK_DESTROY, so a
+//   connection that has gone is false and never falls back to the listener
+//   on its port. Needs CAP_NET_ADMIN and a kernel with INET_DIAG_DESTROY;
+//   otherwise false.
 // - Adapters: every interface but loopback, in the source's order; the
 //   addresses are its IPv4 ones. Gateways: the default routes of
 //   <root>/proc/net/route with a gateway, per interface in file order.

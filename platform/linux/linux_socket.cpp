@@ -28,7 +28,7 @@ void LinuxSocket::Adopt(int fd) {
   fd_ = fd;
   state_ = kSocketConnected;
   armed_ = true;
-  peer_eof_ = hung_up_ = received_any_ = closing_ = outgoing_ = false;
+  peer_eof_ = hung_up_ = received_any_ = closing_ = outgoing_ = truncated_ = false;
   in_.clear();
   out_.clear();
   send_ends_.clear();
@@ -82,6 +82,8 @@ bool LinuxSocket::WriteSome() {
     Broken(n < 0 ? errno : EPIPE);
     return false;
   }
+  // All written: a large answer leaves no large buffer behind.
+  if (out_.capacity() > kKeptBufferBytes) std::string().swap(out_);
   return true;
 }
 
@@ -108,10 +110,11 @@ void LinuxSocket::Close() {
     state_ = kSocketClosing;
     UpdateWatch();
     close_timer_ = loop_.CreateTimer();
-    close_timer_->SetInterval(static_cast<int32_t>(kCloseDrainSeconds * 1000));
+    close_timer_->SetInterval(static_cast<int32_t>(factory_.CloseStallSeconds() * 1000));
+    drain_mark_ = written_;
     std::weak_ptr<bool> alive = alive_;
     close_timer_->on_tick = [this, alive] {
-      if (!alive.expired() && closing_) FinishClose();
+      if (!alive.expired() && closing_) OnDrainTick();
     };
     close_timer_->SetEnabled(true);
     return;
@@ -119,7 +122,17 @@ void LinuxSocket::Close() {
   FinishClose();
 }
 
-void LinuxSocket::FinishClose() {
+// The close timer's look: a peer that took something since the last look
+// keeps its drain; one that took nothing loses the rest, with a reset.
+void LinuxSocket::OnDrainTick() {
+  if (written_ != drain_mark_) {
+    drain_mark_ = written_;
+    return;
+  }
+  FinishClose(true);
+}
+
+void LinuxSocket::FinishClose(bool reset) {
   closing_ = false;
   accept_paused_ = false;
   if (accept_timer_) accept_timer_->SetEnabled(false);
@@ -129,23 +142,24 @@ void LinuxSocket::FinishClose() {
     std::shared_ptr<LoopTimer> old(close_timer_.release());
     loop_.Post([old] {});
   }
-  ReleaseFd(state_ != kSocketListening);
+  ReleaseFd(state_ != kSocketListening, reset || truncated_);
+  received_data_ = Variant();  // the app has closed: nothing reads it any more
   state_ = kSocketClosed;
   PostDone(kOpClose);
 }
 
 // Gives the descriptor back. A graceful release reads away what is unread and
 // shuts the write side first, so the peer gets FIN rather than RST.
-void LinuxSocket::ReleaseFd(bool graceful) {
+void LinuxSocket::ReleaseFd(bool graceful, bool reset) {
   if (fd_ < 0) return;
   if (watched_) loop_.Unwatch(fd_);
   watched_ = false;
   if (tls_) {
-    if (graceful) tls_->Shutdown();
+    if (graceful && !reset) tls_->Shutdown();
     tls_.reset();
   }
-  if (graceful) {
-    if (settings().linger_enabled && settings().linger_time == 0) {
+  if (graceful || reset) {
+    if (reset || (settings().linger_enabled && settings().linger_time == 0)) {
       linger lg{1, 0};
       setsockopt(fd_, SOL_SOCKET, SO_LINGER, &lg, sizeof lg);
     } else {
@@ -159,7 +173,7 @@ void LinuxSocket::ReleaseFd(bool graceful) {
   CloseFd(fd_);
   fd_ = -1;
   std::string().swap(in_);
-  out_.clear();
+  std::string().swap(out_);
   send_ends_.clear();
 }
 
@@ -251,8 +265,8 @@ void LinuxSocket::OnIo(uint32_t events) {
 
 void LinuxSocket::PostDone(int32_t op) {
   std::weak_ptr<bool> alive = alive_;
-  loop_.Post([this, alive, op] {
-    if (!alive.expired()) Fire(on_done, op);
+  loop_.Post([this, alive, op, taken = accepts_] {
+    if (!alive.expired() && taken == accepts_) Fire(on_done, op);
   });
 }
 

@@ -34,7 +34,9 @@
 //   loop's dispatch. Either way it never runs inside the operation's call.
 // - Close drains what is unread (so the kernel ends with FIN, not RST), then
 //   shuts the write side and closes. With output still queued the control is
-//   Closing until the queue is written or 10 seconds have passed.
+//   Closing while the peer keeps reading; once it has taken nothing for 10
+//   seconds (CloseStallSeconds) the rest is dropped and the connection reset,
+//   so the peer sees an error rather than a short answer that looks whole.
 // - A nonzero linger time is not applied: close() would then block the host
 //   thread. The kernel sends the rest in the background instead. LingerEnabled
 //   with LingerTime 0 gives the abortive close (RST).
@@ -85,6 +87,10 @@ class LinuxSocketFactory : public SocketFactory {
   // The TLS configurations of every control made here: certificates by
   // name, the trust store of outgoing connections.
   TlsContexts& tls();
+  // How long a Close with output queued waits for a peer that reads nothing
+  // before it drops the rest with a reset (10 s).
+  double CloseStallSeconds() const { return close_stall_seconds_; }
+  void SetCloseStallSeconds(double seconds) { close_stall_seconds_ = seconds; }
 
  private:
   LinuxLoop& loop_;
@@ -93,6 +99,7 @@ class LinuxSocketFactory : public SocketFactory {
   ResolverConfig resolver_config_;
   std::shared_ptr<NameResolver> resolver_;
   std::unique_ptr<TlsContexts> tls_;
+  double close_stall_seconds_ = 10.0;
 };
 
 // The machine's primary IPv4 address: that of the first interface that is up

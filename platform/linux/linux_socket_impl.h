@@ -15,11 +15,12 @@
 
 namespace varnek::linux_socket {
 
-constexpr double kCloseDrainSeconds = 10.0;
 constexpr int kAcceptBatch = 64;
 // Bytes one readiness event moves from the kernel into the control's buffer:
 // a fast peer gets its share, and the loop still serves everybody else.
 constexpr size_t kReadBudget = 256 * 1024;
+// A write buffer larger than this is given back once it has all gone out.
+constexpr size_t kKeptBufferBytes = 64 * 1024;
 // Out of descriptors, accept fails while the listener stays readable: stop
 // watching it for this long instead of spinning.
 constexpr int32_t kAcceptRetryMs = 100;
@@ -57,6 +58,7 @@ class LinuxSocket : public SocketWithSettings {
   Variant ReceivedData() const override { return received_data_; }
   int32_t ReceiveReadyCount() const override;
   void SetAcceptHandle(int32_t handle) override;
+  Text OfferedAddress(int32_t handle) const override;
   void Connect(const Variant& address, const Variant& port) override;
 
   Text LocalAddress() const override {
@@ -85,8 +87,10 @@ class LinuxSocket : public SocketWithSettings {
   void PeerClosed();
   void HungUp();
   void Broken(int err);      // the connection failed: State 1, no Done
-  void FinishClose();
-  void ReleaseFd(bool graceful);
+  void FinishClose(bool reset = false);
+  void OnDrainTick();
+  // graceful: FIN after reading away what is unread; reset: RST at once.
+  void ReleaseFd(bool graceful, bool reset = false);
   void UpdateWatch();
   void ApplyOptions();
   void Adopt(int fd);
@@ -119,12 +123,14 @@ class LinuxSocket : public SocketWithSettings {
   bool hung_up_ = false;      // both directions are gone; no longer watched
   bool received_any_ = false;
   bool outgoing_ = false;     // made by Connect rather than taken from a listener
+  bool truncated_ = false;    // an outgoing answer passed the maximum: the rest is dropped
   std::string in_;            // bytes read from the kernel, not yet Received
   bool closing_ = false;      // Close waits for the output queue
   std::string out_;           // bytes not yet written
   uint64_t written_ = 0;      // bytes written since the connection began
   std::deque<uint64_t> send_ends_;  // per Send: the written_ mark that completes it
   std::unique_ptr<LoopTimer> close_timer_;
+  uint64_t drain_mark_ = 0;   // written_ at the last look of the close timer
   std::unique_ptr<LoopTimer> accept_timer_;
   bool accept_paused_ = false;
   Variant received_data_;
@@ -134,6 +140,7 @@ class LinuxSocket : public SocketWithSettings {
   TlsContext server_context_;        // of CertificateName, while SecureServer
   Text server_certificate_;          // the name server_context_ was loaded for
   std::string dialled_host_;         // what Connect was given, for the certificate check
+  uint64_t accepts_ = 0;        // connections taken: a Done of an older one is dropped
 };
 
 }  // namespace varnek::linux_socket

@@ -256,12 +256,22 @@ void LinuxSocket::PauseAccepting() {
   accept_timer_->SetEnabled(true);
 }
 
+Text LinuxSocket::OfferedAddress(int32_t handle) const {
+  if (!factory_.offered().count(handle)) return {};
+  sockaddr_storage ss{};
+  socklen_t len = sizeof ss;
+  if (getpeername(handle, reinterpret_cast<sockaddr*>(&ss), &len) != 0) return {};
+  int32_t port = 0;
+  return AddressText(ss, &port);
+}
+
 void LinuxSocket::SetAcceptHandle(int32_t handle) {
   auto& offered = factory_.offered();
   if (!offered.count(handle)) Fail(kSockErrInvalidHandle, "Invalid handle");
   if (state_ != kSocketClosed || fd_ >= 0) FailWrongState();
   std::unique_ptr<TlsChannel> channel = ServerChannelFor(handle);
   offered.erase(handle);
+  ++accepts_;
   strand_ = loop_.CurrentStrand();  // the connection's handler goes on here
   Adopt(handle);  // bytes that came before are readable: the watch reports them
   UseChannel(std::move(channel));

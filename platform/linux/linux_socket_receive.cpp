@@ -38,8 +38,15 @@ bool LinuxSocket::ReadIncoming(size_t budget, bool to_the_end) {
       taken += static_cast<size_t>(n);
       received_any_ = true;
       if (in_.size() > kMaxWaiting) {
-        Broken(EMSGSIZE);  // the close with unread bytes resets: the peer learns at once
-        return false;
+        if (!outgoing_) {
+          Broken(EMSGSIZE);  // the close with unread bytes resets: the peer learns at once
+          return false;
+        }
+        // A client keeps what fits, reads no more and resets at its close.
+        in_.resize(kMaxWaiting);
+        error_text_ = ErrnoText(EMSGSIZE);
+        truncated_ = peer_eof_ = true;
+        break;
       }
       if (static_cast<size_t>(n) < want && !to_the_end) break;
       continue;
@@ -83,15 +90,16 @@ void LinuxSocket::Receive(int32_t /*type*/) {
 }
 
 // The peer has stopped sending. See platform/socket.h for the rule: a silent
-// peer is simply gone; an accepted connection stays connected for the answer;
-// an outgoing one reads Closing.
+// peer is simply gone; an outgoing connection reads Closing; so does an
+// accepted one that has answered, once all that came has been received; one
+// still to answer stays connected for the answer.
 void LinuxSocket::PeerClosed() {
   peer_eof_ = true;
   if (closing_ || state_ != kSocketConnected) return;
   if (!received_any_ && in_.empty() && out_.empty()) {
     ReleaseFd(false);
     state_ = kSocketClosed;
-  } else if (outgoing_) {
+  } else if (outgoing_ || (written_ > 0 && in_.empty() && out_.empty())) {
     state_ = kSocketClosing;
   }
 }
@@ -103,7 +111,7 @@ void LinuxSocket::HungUp() {
   hung_up_ = true;
   if (watched_) loop_.Unwatch(fd_);
   watched_ = false;
-  out_.clear();
+  std::string().swap(out_);
   send_ends_.clear();
   if (closing_) return;
   if (in_.empty()) {

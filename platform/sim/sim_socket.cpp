@@ -91,13 +91,11 @@ class SimSocket : public SocketWithSettings {
       Text out = std::move(pending_.front());
       pending_.erase(pending_.begin());
       if (peer->closed_by_peer_) {
-        // Writing to a peer that has gone: the connection breaks, no Done.
-        error_text_ = u"Connection reset by peer";
-        Detach();
-        state_ = kSocketClosed;
+        Broken();  // writing to a peer that has gone
         return;
       }
       peer->DeliverFromControl(out);
+      sent_any_ = true;
       Fire(on_done, kOpSend);
     });
   }
@@ -108,6 +106,7 @@ class SimSocket : public SocketWithSettings {
     if (peer_) data.swap(peer_->to_control_);
     received_data_ = Variant(std::move(data));
     armed_ = true;
+    if (peer_ && peer_->StoppedSending()) PeerClosed();
     PostDone(kOpReceive);
   }
 
@@ -123,10 +122,15 @@ class SimSocket : public SocketWithSettings {
     if (state_ != kSocketClosed) FailWrongState();
     std::shared_ptr<SimPeer> peer = it->second;
     net_.offered_.erase(it);
+    ++accepts_;
     strand_ = net_.loop().CurrentStrand();  // the connection's handler goes on here
     Attach(peer);
     if (peer->StoppedSending()) PeerClosed();
     if (!peer->to_control_.empty()) PostReadyCheck();
+  }
+
+  Text OfferedAddress(int32_t handle) const override {
+    return net_.offered_.count(handle) ? Text(u"127.0.0.1") : Text();
   }
 
   void Connect(const Variant& address, const Variant& port) override {
@@ -184,10 +188,16 @@ class SimSocket : public SocketWithSettings {
     if (state_ != kSocketConnected && state_ != kSocketClosing) return;
     if (peer_->to_control_.size() > static_cast<size_t>(kMaxWaitingBytes)) {
       error_text_ = u"Message too long";
-      peer_->ControlClosed();
-      Detach();
-      state_ = kSocketClosed;
-      return;
+      if (!outgoing_) {
+        peer_->ControlClosed();
+        Detach();
+        state_ = kSocketClosed;
+        return;
+      }
+      // A client keeps what fits and takes no more: the rest is dropped.
+      peer_->to_control_.resize(static_cast<size_t>(kMaxWaitingBytes));
+      peer_->closed_by_control_ = true;
+      state_ = kSocketClosing;
     }
     received_any_ = true;
     if (!armed_) return;
@@ -195,16 +205,25 @@ class SimSocket : public SocketWithSettings {
     Fire(on_receive_ready);
   }
 
+  // The connection fails: State 1, no Done.
+  void Broken() {
+    error_text_ = u"Connection reset by peer";
+    Detach();
+    state_ = kSocketClosed;
+  }
+
   // The peer has stopped sending. A connection that never carried a byte and
-  // has nothing in flight is simply over (State 1); an accepted one stays
-  // Connected, so that what waits can still be read and the answer still
-  // goes out; an outgoing one reads Closing (its server has answered).
+  // has nothing in flight is simply over (State 1); an outgoing one reads
+  // Closing (its server has answered), and so does an accepted one that has
+  // answered, once all that came has been received; one still to answer
+  // stays Connected, so that what waits can be read and the answer goes out.
   void PeerClosed() {
     if (!peer_ || state_ != kSocketConnected) return;
-    if (!received_any_ && peer_->to_control_.empty() && pending_.empty()) {
+    const bool all_in = peer_->to_control_.empty() && pending_.empty();
+    if (!received_any_ && all_in) {
       Detach();
       state_ = kSocketClosed;
-    } else if (outgoing_) {
+    } else if (outgoing_ || (sent_any_ && all_in)) {
       state_ = kSocketClosing;
     }
   }
@@ -218,6 +237,7 @@ class SimSocket : public SocketWithSettings {
     armed_ = true;
     outgoing_ = false;
     received_any_ = !peer->to_control_.empty();
+    sent_any_ = false;
     remote_port_ = 50000 + (peer->handle_ % 10000);
     received_data_ = Variant();
   }
@@ -237,8 +257,8 @@ class SimSocket : public SocketWithSettings {
 
   void PostDone(int32_t op) {
     std::weak_ptr<bool> alive = alive_;
-    net_.loop().Post([this, alive, op] {
-      if (!alive.expired()) Fire(on_done, op);
+    net_.loop().Post([this, alive, op, taken = accepts_] {
+      if (!alive.expired() && taken == accepts_) Fire(on_done, op);
     });
   }
 
@@ -253,11 +273,13 @@ class SimSocket : public SocketWithSettings {
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
   StrandRef strand_;
   uint64_t connect_attempt_ = 0;
+  uint64_t accepts_ = 0;  // connections taken: a Done of an older one is dropped
   bool registered_ = false;
   std::shared_ptr<SimPeer> peer_;
   std::vector<Text> pending_;  // sends on their way, oldest first
   bool armed_ = true;
   bool received_any_ = false;
+  bool sent_any_ = false;  // a Send of this connection reached the peer
   bool outgoing_ = false;
   Variant received_data_;
 };
@@ -289,6 +311,16 @@ void SimPeer::ShutdownWrite(double at) {
     if (self->StoppedSending()) return;
     self->write_shut_ = true;
     if (self->control_) self->control_->PeerClosed();
+  });
+}
+
+void SimPeer::Reset(double at) {
+  std::shared_ptr<SimPeer> self = shared_from_this();
+  net_.At(at, [self] {
+    if (self->closed_by_peer_) return;
+    self->closed_by_peer_ = true;
+    if (self->closed_at_ < 0) self->closed_at_ = self->net_.loop().Elapsed();
+    if (self->control_) self->control_->Broken();
   });
 }
 

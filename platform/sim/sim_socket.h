@@ -39,6 +39,9 @@ class SimPeer : public std::enable_shared_from_this<SimPeer> {
   void Close(double at = -1);
   // The peer stops sending at `at` (a half-close) but still reads answers.
   void ShutdownWrite(double at = -1);
+  // The peer resets the connection at `at`: the control's connection fails at
+  // once (State 1, ErrorText "Connection reset by peer", no Done).
+  void Reset(double at = -1);
 
   // Everything the control has sent so far, in order.
   const Text& Received() const { return received_; }

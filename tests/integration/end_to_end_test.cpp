@@ -103,7 +103,7 @@ TEST_F(DemoHostTest, ChatChannelAndLineProtocol) {
   EXPECT_EQ(RawExchange(demo.port(), "PING now\r\n"), "PONG\r\n");
   EXPECT_EQ(RawExchange(demo.port(), "HELO\r\n"), std::string(1, '\0'));
   EXPECT_EQ(Code("-u admin:admin", "/private/"), "401");  // the flags replaced the tables
-  EXPECT_EQ(Code("", "/admin/"), "200");
+  EXPECT_EQ(Code("", "/admin/"), "404");  // public now, so not the secured page
 }
 
 TEST_F(DemoHostTest, PageFormSendsThroughTheSimulatedTerminal) {

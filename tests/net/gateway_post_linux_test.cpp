@@ -66,6 +66,11 @@ TEST_F(LinuxGatewayPost, LocalServersWithMarksAndACloseAtOnce) {
   EXPECT_EQ(Post(url), 0);
   EXPECT_EQ(Answer(), "");
   EXPECT_EQ(Post(url, Variant(u"")), -1) << "blank OK: the close is the success";
+  // An answer past the 16 MiB the socket holds: what fits is kept and judged.
+  reply = "HTTP/1.0 200 OK\r\n\r\n" + std::string(20 * 1024 * 1024, 'x');
+  EXPECT_EQ(Post(url), -1) << Seen().substr(0, 200);
+  EXPECT_EQ(Answer().substr(0, 12), "HTTP/1.0 200");
+  EXPECT_LE(Answer().size(), 2u * kMaxWaitingBytes);
   const auto requests = server.requests();
   ASSERT_FALSE(requests.empty());
   EXPECT_EQ(requests.front().substr(0, 21), "POST /cgi HTTP/1.0\r\nC");

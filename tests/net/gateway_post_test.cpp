@@ -151,11 +151,16 @@ TEST_F(GatewayPost, UrlCuttingQuirksAreKept) {
   EXPECT_EQ(Request().substr(0, 21), "POST :0/p HTTP/1.0\r\nC") << "but ':0' is not cut";
 }
 
-TEST_F(GatewayPost, ATenMegabyteAnswerIsCollectedWhole) {
+TEST_F(GatewayPost, ATenMegabyteAnswerIsCollectedWholeAndOnePastTheMaximumCut) {
   std::string big(10 * 1024 * 1024, 'x');
   Gateway(big + " 200", true);
   EXPECT_EQ(Post(u"http://gw.test:8080/p", kNo, kNo, kNo, Variant(10)), -1);
   EXPECT_EQ(adds.POST_SendMensaje_Response.ToText().size(), big.size() + 4);
+  // Past the 16 MiB the socket holds, what fits is kept and the marks judge it.
+  Gateway("HTTP/1.0 200 OK\r\n\r\n" + std::string(kMaxWaitingBytes, 'x'), false);
+  EXPECT_EQ(Post(u"http://gw.test:8080/p", kNo, kNo, kNo, Variant(10)), -1);
+  EXPECT_EQ(adds.POST_SendMensaje_Response.ToText().size(), static_cast<size_t>(kMaxWaitingBytes));
+  EXPECT_EQ(Bytes(adds.POST_SendMensaje_Response.ToText()).substr(0, 12), "HTTP/1.0 200");
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <utility>
 
 #include "varnek/platform/linux/linux_net_tables.h"
 #include "tests/net/local_servers.h"
@@ -179,6 +180,24 @@ TEST(MachineTcpTable, MatchesSsAndClosesThroughTheKernel) {
     EXPECT_FALSE(closed) << "only with CAP_NET_ADMIN";
   }
   std::cout << "[ info ] socket destroy " << (closed ? "permitted" : "not permitted") << " here\n";
+
+  // Records whose connections have gone since: false, and the listener on
+  // their port is left alone.
+  adds.NET_Stat(false, 5, Variant(shown));
+  for (std::vector<int>* fds : {&conns.clients, &conns.served}) {
+    for (int& fd : *fds) ::close(std::exchange(fd, -1));
+  }
+  for (int32_t k = 1; k <= adds.Net_Stat_Lista->Count(); ++k) {
+    EXPECT_FALSE(adds.Net_Stat_CloseConnection(Variant(k))) << k;
+  }
+  EXPECT_EQ(adds.NET_Stat(false, 2, Variant(shown)).ToLong(), 1) << "the listener is still there";
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  a.sin_port = htons(static_cast<uint16_t>(conns.port));
+  const int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  EXPECT_EQ(::connect(probe, reinterpret_cast<sockaddr*>(&a), sizeof a), 0) << "and still accepts";
+  ::close(probe);
 }
 
 }  // namespace

@@ -122,6 +122,7 @@ struct Server {
     listener = net.Create();
     listener->on_connection_request = [this](int32_t h) {
       handles.push_back(h);
+      offered_from.push_back(listener->OfferedAddress(h));
       for (auto& s : slots)
         if (take && s->State() == kSocketClosed) return s->SetAcceptHandle(h);
     };
@@ -138,6 +139,7 @@ struct Server {
   std::unique_ptr<SocketCtl> listener;
   std::vector<std::unique_ptr<SocketCtl>> slots;
   std::vector<int32_t> handles, done;
+  std::vector<Text> offered_from;  // OfferedAddress of each handle while offered
   int ready = 0, port = 0;
   bool take = true;
 };
@@ -197,6 +199,8 @@ TYPED_TEST(SocketContract, AcceptAndReceiveReadyOncePerArrivalUntilReceive) {
   auto [env, srv, s] = std::tie(this->env, this->srv, this->s);
   auto peer = this->Accepted();
   EXPECT_EQ(srv.handles.size(), 1u);
+  EXPECT_EQ(srv.offered_from, std::vector<Text>{u"127.0.0.1"});
+  EXPECT_EQ(srv.listener->OfferedAddress(srv.handles[0]), u"") << "taken: no longer offered";
   EXPECT_EQ(s.RemoteAddress(), u"127.0.0.1");
   peer->Write("GET / ");
   ASSERT_TRUE(PumpUntil(env.loop, [&] { return srv.ready == 1; }));
@@ -221,6 +225,21 @@ TYPED_TEST(SocketContract, AcceptAndReceiveReadyOncePerArrivalUntilReceive) {
   auto dropped = env.Connect(srv.port);
   ASSERT_TRUE(PumpUntil(env.loop, [&] { return srv.handles.size() == 2 && dropped->Ended(); }));
   EXPECT_EQ(FailureOf([&] { env.net.Create()->SetAcceptHandle(srv.handles[1]); }), kSockErrInvalidHandle);
+}
+
+TYPED_TEST(SocketContract, ADoneOfTheOldConnectionNeverReachesTheNextOne) {
+  auto [env, srv, s] = std::tie(this->env, this->srv, this->s);
+  auto first = this->Accepted();
+  // Close (its Done on the way) and take the next connection in one handler.
+  srv.listener->on_connection_request = [&](int32_t h) {
+    s.Close();
+    s.SetAcceptHandle(h);
+  };
+  auto second = env.Connect(srv.port);
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return first->Ended(); }));
+  Settle(env.loop);
+  EXPECT_EQ(s.State(), kSocketConnected);
+  EXPECT_TRUE(srv.done.empty());
 }
 
 TYPED_TEST(SocketContract, SendReportsDoneAndCloseFromBothSides) {
@@ -276,6 +295,25 @@ TYPED_TEST(SocketContract, PeerThatStopsSendingStillGetsItsAnswer) {
   EXPECT_EQ(s.State(), kSocketConnected);
   s.Close();
   EXPECT_TRUE(PumpUntil(env.loop, [&] { return peer->Ended(); }));
+
+  // A held-open channel: answered, then the peer writes and closes its side.
+  // Connected until what it wrote is received, then Closing.
+  auto chat = this->Accepted();
+  chat->Write("open");
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return s.ReceiveReadyCount() == 4; }));
+  s.Receive(kReceiveText);
+  s.Send(Variant(Text(u"opened")));
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return chat->Read() == "opened"; }));
+  chat->Write("last");
+  chat->ShutdownWrite();
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return s.ReceiveReadyCount() == 4; }));
+  Settle(env.loop);
+  EXPECT_EQ(s.State(), kSocketConnected);
+  s.Receive(kReceiveText);
+  EXPECT_EQ(s.ReceivedData().ToText(), u"last");
+  EXPECT_EQ(s.State(), kSocketClosing);
+  s.Close();
+  EXPECT_TRUE(PumpUntil(env.loop, [&] { return chat->Ended() && s.State() == kSocketClosed; }));
 
   // A peer that half-closes without a byte is simply gone.
   auto silent = this->Accepted();
@@ -504,6 +542,55 @@ TEST(LinuxSocket, SendCompletesWhenAllWrittenAndCloseWaitsForTheQueue) {
   ASSERT_TRUE(PumpUntil(loop, [&] { return !srv.done.empty(); }));
   EXPECT_EQ(s.State(), kSocketClosed);
   EXPECT_EQ(srv.done, std::vector<int32_t>{kOpClose});
+}
+
+// Reads up to `chunk` bytes at a time, one read every `gap_ms`, while the
+// loop runs, until the server's FIN (true) or its reset (false), at most 20 s.
+bool ReadToTheEnd(LinuxLoop& loop, Client& c, std::string& got, size_t chunk, int gap_ms) {
+  const auto start = std::chrono::steady_clock::now();
+  std::vector<char> buf(chunk);
+  while (std::chrono::steady_clock::now() - start < std::chrono::seconds(20)) {
+    loop.Pump(gap_ms / 1000.0);
+    const ssize_t n = ::recv(c.fd, buf.data(), chunk, MSG_DONTWAIT);
+    if (n > 0) got.append(buf.data(), static_cast<size_t>(n));
+    if (n == 0) return true;
+    if (n < 0 && errno == ECONNRESET) return false;
+  }
+  ADD_FAILURE() << "no end after 20 s";
+  return false;
+}
+
+TEST(LinuxSocket, CloseDrainsWhileThePeerReadsAndResetsOnceItStalls) {
+  LinuxLoop loop;
+  LinuxSocketFactory f(loop);
+  f.SetCloseStallSeconds(1.0);
+  Server srv(f, 1);
+  SocketCtl& s = *srv.slots[0];
+  s.SetSendBufferSize(16384);
+  const size_t size = 512 * 1024;
+  {  // a slow reader (16 KiB every 50 ms, about 1.6 s in all) gets it all, then FIN
+    Client c(srv.port);
+    ASSERT_TRUE(PumpUntil(loop, [&] { return s.State() == kSocketConnected; }));
+    s.Send(Variant(Text(size, u'x')));
+    s.Close();
+    std::string got;
+    EXPECT_TRUE(ReadToTheEnd(loop, c, got, 16384, 50));
+    EXPECT_EQ(got.size(), size);
+    ASSERT_TRUE(PumpUntil(loop, [&] { return s.State() == kSocketClosed; }));
+  }
+  {  // a reader that stops: the rest is dropped with a reset it can see
+    Client c(srv.port);
+    ASSERT_TRUE(PumpUntil(loop, [&] { return s.State() == kSocketConnected; }));
+    srv.done.clear();
+    s.Send(Variant(Text(size, u'y')));
+    s.Close();
+    ASSERT_TRUE(PumpUntil(loop, [&] { return !srv.done.empty(); }));
+    EXPECT_EQ(srv.done, std::vector<int32_t>{kOpClose});
+    EXPECT_EQ(s.State(), kSocketClosed);
+    std::string got;
+    EXPECT_FALSE(ReadToTheEnd(loop, c, got, 65536, 1));
+    EXPECT_LT(got.size(), size);
+  }
 }
 
 TEST(LinuxSocket, PeerResets) {

@@ -25,6 +25,18 @@ TEST_P(BuildersTest, HeaderLinesAppearOnlyWhenAsked) {
             "Content-Length: 12\r\nContent-Type: text/html\r\n\r\n");
 }
 
+TEST_P(BuildersTest, TextFromARequestNeverEndsAHeaderLine) {
+  const Text injected = u"/a\r\nSet-Cookie: x=1\r\n\r\n<script>\n";
+  const std::string kept = "/a  Set-Cookie: x=1    <script> ";  // each CR, LF a blank
+  EXPECT_EQ(Utf8(server->http_Header(e401_Unauthorized, eTextHTML, Variant::Missing(), injected)),
+            "HTTP/1.0 401\r\nWWW-Authenticate: Basic realm = " + kept +
+                "\r\nServer: Varnek\r\nContent-Type: text/html\r\n\r\n");
+  EXPECT_EQ(Utf8(server->http_Header(e200_OK, 2, u"5\r\nX: y")),
+            "HTTP/1.0 200\r\nServer: Varnek\r\nContent-Length: 5  X: y\r\n\r\n");
+  const std::string line = "GET " + kept + " HTTP/1.0\r\nAccept";
+  EXPECT_EQ(Utf8(server->html_retrieveHeader(injected)).substr(0, line.size()), line);
+}
+
 TEST_P(BuildersTest, PageFrameAndErrorPages) {
   EXPECT_EQ(Utf8(server->html_GenericStart(u"x")).rfind("<html>\r\n<head>\r\n<style>\r\na:", 0),
             0u);

@@ -94,6 +94,30 @@ TEST_P(ChatChannelsTest, SlotGivenToAnotherConnectionBetweenTwoPollsIsLeftAlone)
   EXPECT_EQ(Utf8(server->Proceso_Receive(1)), "secret\r\n");
 }
 
+TEST_P(ChatChannelsTest, ClientsThatCloseTheirSideFreeTheirSlots) {
+  Start(8080, 2);
+  server->WatchdogTimeout(300);
+  auto first = Request("GET /chat HTTP/1.0\r\n\r\n");
+  auto second = Request("GET /chat HTTP/1.0\r\n\r\n", 0.5);
+  sim.loop.RunFor(3);
+  ASSERT_EQ(chats.Count(), 2u);
+  first->Write(u"last words\r\n", sim.loop.Elapsed());
+  first->ShutdownWrite(sim.loop.Elapsed() + 0.01);  // before the poller has read them
+  second->Close(sim.loop.Elapsed());
+  sim.loop.RunFor(5);
+  EXPECT_EQ(chats.Count(), 0u);
+  EXPECT_TRUE(first->ClosedByServer());
+  EXPECT_TRUE(second->ClosedByServer());
+  EXPECT_EQ(Utf8(first->Received()).substr(Utf8(first->Received()).find("chat open\r\n")),
+            "chat open\r\necho: last words\r\n");
+  // Both slots are free for the next GETs, long before any watchdog.
+  AnswerGet(u"next");
+  auto a = Request(kGet), b = Request(kGet);
+  sim.loop.RunFor(5);
+  EXPECT_EQ(Utf8(a->Received()), "next");
+  EXPECT_EQ(Utf8(b->Received()), "next");
+}
+
 VARNEK_BOTH_LOOP_MODES(ChatChannelsTest);
 
 }  // namespace

@@ -126,6 +126,14 @@ TEST_P(RequestTest, SecuredPathsNeedKnownCredentials) {
             "Content-Length: " + std::to_string(page.size()) +
                 "\r\nContent-Type: text/html\r\n\r\n" + page);
   EXPECT_TRUE(seen.empty()) << "a refused request never reaches the host";
+  {  // a CR LF decoded from the path stays inside the realm line
+    const std::string head =
+        "HTTP/1.0 401\r\nWWW-Authenticate: Basic realm = /admin  Set-Cookie: x=1    <b>x/\r\n"
+        "Server: Varnek\r\n";
+    const std::string got =
+        Exchange("GET /admin%0D%0ASet-Cookie:%20x=1%0D%0A%0D%0A<b>x HTTP/1.0\r\n\r\n");
+    EXPECT_EQ(got.substr(0, head.size()), head);
+  }
   const std::pair<const char*, const char*> rows[] = {
       {"Basic VVNFUjpQQVNT", "ok"},       // "USER:PASS" passes for "user:pass"
       {"Whatever dXNlcjpwYXNz", "ok"},    // the scheme word is not compared

@@ -51,6 +51,7 @@ class LingeringSocket : public SocketCtl {
   Variant ReceivedData() const override { return inner_->ReceivedData(); }
   int32_t ReceiveReadyCount() const override { return inner_->ReceiveReadyCount(); }
   void SetAcceptHandle(int32_t h) override { inner_->SetAcceptHandle(h); }
+  Text OfferedAddress(int32_t h) const override { return inner_->OfferedAddress(h); }
   void Connect(const Variant& a, const Variant& p) override { inner_->Connect(a, p); }
   Text LocalAddress() const override { return inner_->LocalAddress(); }
   int32_t LocalPort() const override { return inner_->LocalPort(); }

@@ -104,6 +104,62 @@ TEST_P(SideBySideTest, WatchdogClosesASilentSlotWhileAnotherHandlerIsPaused) {
   EXPECT_TRUE(busy->ClosedByServer());
 }
 
+// A client resets while the host's handler for it waits; a second client
+// takes the slot and is held open; the first handler resumes. What it sends,
+// keeps or closes reaches nobody, while a host timer still addresses the slot
+// by number.
+TEST_P(SideBySideTest, AHandlerWhoseClientLeftActsOnNothingOnTheSlotsNextClient) {
+  Start(8080, 1);
+  int calls = 0;
+  server->GETReceived = [&](Variant&, Variant&, Variant&, Variant& response, Variant& idx,
+                            Collection&, Collection&) {
+    if (++calls > 1) {
+      server->Proceso_KeepOpen(idx, true);
+      response = u"public";
+      return;
+    }
+    sim.loop.PumpUntilTimer(sim.loop.Timer() + 5);  // like /send waiting on its gateway
+    server->Proceso_KeepOpen(idx, false);
+    server->Proceso_Send(idx, u"secret sent");
+    EXPECT_EQ(Utf8(server->Proceso_Receive(idx)), "");
+    server->Proceso_Close(idx);
+    response = u"secret answer";
+  };
+  auto first = Request(kGet, 1.0);  // handler waits from 1.6 to 6.6
+  first->Reset(2.0);
+  auto second = Request(kGet, 3.0);  // slot 1 again, held open from 3.6
+  second->Write(u"kept for the second", 4.0);
+  auto timer = sim.loop.CreateTimer();
+  timer->SetInterval(2000);
+  timer->on_tick = [&] {
+    timer->SetEnabled(false);
+    server->Proceso_Send(1, u" tick");  // at 5.0, inside the first handler's wait
+  };
+  sim.loop.After(3.0 - sim.loop.Elapsed(), [&] { timer->SetEnabled(true); });
+  sim.loop.RunFor(20);
+  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(Utf8(first->Received()), "");
+  EXPECT_EQ(Utf8(second->Received()), "public tick");
+  EXPECT_FALSE(second->ClosedByServer());
+  EXPECT_TRUE(server->Proceso_KeepOpen(1));
+  EXPECT_EQ(Utf8(server->Proceso_Receive(1)), "kept for the second");
+  EXPECT_EQ(server->ProcesoStatus_Code(1), kSocketConnected);
+}
+
+TEST_P(SideBySideTest, OneAddressHoldsAtMostItsShareOfSlotsWhenAsked) {
+  for (const int32_t share : {0, 2}) {
+    Start(8080, 5);
+    server->MaxConnectionsPerAddress(share);
+    std::vector<std::shared_ptr<SimPeer>> silent;
+    for (int k = 0; k < 3; ++k) silent.push_back(net.Connect(8080, sim.loop.Elapsed() + 0.1 * k));
+    sim.loop.RunFor(2);
+    EXPECT_EQ(CountOf("Server - Solicitud Handle "), 3u) << share;
+    EXPECT_EQ(CountOf("Server - Asignando el motor "), share ? 2u : 3u) << share;
+    EXPECT_EQ(silent[2]->Refused(), share != 0) << "left unanswered, as with no free slot";
+    server->ServerOpen(false);
+  }
+}
+
 VARNEK_BOTH_LOOP_MODES(SideBySideTest);
 
 }  // namespace
