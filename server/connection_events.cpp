@@ -56,7 +56,7 @@ void HTTPServer::SocketXListen_Accept(int32_t handle) {
   Resume([&] { ForgetText(ExtraOf(i)); });
   Resume([&] { KeepOpenOf(i) = false; });
   Resume([&] { Sock(i).SetAcceptHandle(handle); });
-  Resume([&] { ++SlotAt(i).connection; });
+  Resume([&] { SlotAt(i).connection = ++connections_taken_; });
   serving.emplace(this, i);
   Resume([&] { SetStamp(i, NowText()); });
   Resume([&] { Report(u"Server - Asignando el motor " + Number(i)); });

@@ -14,7 +14,8 @@
 // timer ticks and host calls may run inside any routine marked "pumps": with
 // strands, those of the same connection nest there and those of other
 // connections run beside it. Destroying the server lets its waiting handlers
-// end first (pumps, at most 15 s after Stop).
+// end first (pumps, at most 15 s after Stop); on one stack those below the
+// destroying call return as their waits end, acting on nothing.
 #pragma once
 
 #include <cstdint>
@@ -181,7 +182,7 @@ class HTTPServer {
   struct Slot {
     std::unique_ptr<SocketCtl> socket;
     Text motor_stamp;  // host text form of a date, or ""
-    uint64_t connection = 0;  // counts the connections the slot has taken
+    uint64_t connection = 0;  // the connection it carries, numbered by the server; 0: none yet
   };
   // The connection a handler serves: its slot, the slot's connection number
   // when the handler took it up, and the pump depth the handler runs at
@@ -202,16 +203,37 @@ class HTTPServer {
 
    private:
     HTTPServer* server_;
+    std::shared_ptr<bool> alive_;
     StrandRef strand_;  // kept alive: its address is the key
     const void* key_;
   };
   // Counts our handlers on the stack, so removed sockets are freed only when
   // none of them can still be inside one.
   struct HandlerScope {
-    explicit HandlerScope(HTTPServer* server) : server_(server) { ++server_->handler_depth_; }
-    ~HandlerScope() { --server_->handler_depth_; }
+    explicit HandlerScope(HTTPServer* server) : server_(server), alive_(server->alive_) {
+      ++server_->handler_depth_;
+    }
+    ~HandlerScope() {
+      if (*alive_) --server_->handler_depth_;
+    }
     HTTPServer* server_;
+    std::shared_ptr<bool> alive_;
   };
+  // Thrown when the server was destroyed while one of its routines waited
+  // (a host callback nested in the wait on one stack): the routine's frames
+  // unwind without touching the freed object, and the outermost one of ours
+  // (an event handler, a public call that pumps) swallows it.
+  struct ServerGone {};
+  static void Outlived(const std::shared_ptr<bool>& alive) {
+    if (!*alive) throw ServerGone();
+  }
+  template <class Body>
+  static void UnlessGone(Body&& body) {
+    try {
+      body();
+    } catch (const ServerGone&) {
+    }
+  }
 
   // server_lifecycle.cpp
   void Init();
@@ -275,6 +297,11 @@ class HTTPServer {
   std::vector<std::unique_ptr<Slot>> slots_;           // SocketX, element 0 never connected
   std::vector<std::unique_ptr<Slot>> graveyard_;       // removed slots, freed when safe
   int handler_depth_ = 0;                              // our handlers on the stack
+  // False once the destructor ran; shared with the routines still waiting.
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  // Connections taken over the server's whole life: slots made anew by a
+  // restart never hand out a number an old run's handler still holds.
+  uint64_t connections_taken_ = 0;
   std::optional<double> oldest_busy_stamp_;            // at or before every stamp of a slot not free
   // Per strand (one key for the single stack): the connections its handlers
   // serve, innermost last.

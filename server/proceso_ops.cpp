@@ -53,19 +53,21 @@ Variant HTTPServer::Proceso_Receive(const Variant& Index) {
 }
 
 void HTTPServer::Proceso_Close(const Variant& Index) {
-  HandlerScope scope(this);
-  int32_t i = 0;
-  if (!Resume([&] {
-        if (!InBounds(Index, UpperBound(), i)) i = -1;
-      }) ||
-      i < 0) {
-    return;
-  }
-  if (LeftBehind(i)) return;
-  bool open = false;
-  Resume([&] { open = Sock(i).State() != kSocketClosed; });
-  if (!open) return;
-  PauseCloseAndWait(i);
+  UnlessGone([&] {
+    HandlerScope scope(this);
+    int32_t i = 0;
+    if (!Resume([&] {
+          if (!InBounds(Index, UpperBound(), i)) i = -1;
+        }) ||
+        i < 0) {
+      return;
+    }
+    if (LeftBehind(i)) return;
+    bool open = false;
+    Resume([&] { open = Sock(i).State() != kSocketClosed; });
+    if (!open) return;
+    PauseCloseAndWait(i);
+  });
 }
 
 bool HTTPServer::Proceso_KeepOpen(const Variant& Index) {

@@ -126,12 +126,14 @@ void HTTPServer::Procesar_Recibido(int16_t& IdxProceso, const Variant& text) {
   Variant response = u"";
   Variant var_string = raw;
   Variant idx = Variant::Integer(IdxProceso);
+  const auto alive = alive_;  // a host event may destroy the server
   Resume([&] { remote_ip = Sock(IdxProceso).RemoteAddress(); });
 
   if (kind == u"GET") {
     Resume([&] {
       if (GETReceived) {
         GETReceived(url, remote_ip, var_string, response, idx, *header_variables, *header_values);
+        Outlived(alive);
       }
     });
     Resume([&] {
@@ -143,6 +145,7 @@ void HTTPServer::Procesar_Recibido(int16_t& IdxProceso, const Variant& text) {
       if (POSTReceived) {
         POSTReceived(url, remote_ip, *param_variables, *param_values, var_string, response, idx,
                      *header_variables, *header_values);
+        Outlived(alive);
       }
     });
     Resume([&] {
@@ -157,7 +160,10 @@ void HTTPServer::Procesar_Recibido(int16_t& IdxProceso, const Variant& text) {
     });
   } else {
     Resume([&] {
-      if (GENERICReceived) GENERICReceived(remote_ip, var_string, response, idx);
+      if (GENERICReceived) {
+        GENERICReceived(remote_ip, var_string, response, idx);
+        Outlived(alive);
+      }
     });
   }
   // The host may name another slot for the answer.

@@ -15,7 +15,7 @@ const void* HTTPServer::StrandKey(StrandRef& holder) {
 }
 
 HTTPServer::ServingScope::ServingScope(HTTPServer* server, int32_t slot)
-    : server_(server), key_(server->StrandKey(strand_)) {
+    : server_(server), alive_(server->alive_), key_(server->StrandKey(strand_)) {
   uint64_t connection = 0;
   if (slot >= 0 && slot < static_cast<int32_t>(server->slots_.size()) && server->slots_[slot]) {
     connection = server->slots_[slot]->connection;
@@ -24,6 +24,7 @@ HTTPServer::ServingScope::ServingScope(HTTPServer* server, int32_t slot)
 }
 
 HTTPServer::ServingScope::~ServingScope() {
+  if (!*alive_) return;
   auto it = server_->serving_.find(key_);
   if (it == server_->serving_.end()) return;
   it->second.pop_back();

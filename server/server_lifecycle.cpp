@@ -19,11 +19,13 @@ constexpr char16_t kCertificateName[] = u"VRNEK";
 
 HTTPServer::HTTPServer(Platform& platform) : platform_(&platform) {
   listener_ = platform_->sockets->Create();
-  listener_->on_connection_request = [this](int32_t handle) { SocketXListen_Accept(handle); };
+  listener_->on_connection_request = [this](int32_t handle) {
+    UnlessGone([&] { SocketXListen_Accept(handle); });
+  };
   watchdog_ = platform_->loop->CreateTimer();
   watchdog_->SetInterval(kWatchdogIntervalMs);
   watchdog_->SetEnabled(false);
-  watchdog_->on_tick = [this] { TimerWatchdog_Tick(); };
+  watchdog_->on_tick = [this] { UnlessGone([&] { TimerWatchdog_Tick(); }); };
   // Element 0 of the pool exists from the start and never takes a connection.
   slots_.resize(1);
   slots_[0] = std::make_unique<Slot>();
@@ -35,8 +37,9 @@ HTTPServer::~HTTPServer() {
   Stop();
   // Handlers of ours may still wait on strands of their own: with the slots
   // gone they end at their next step, so let them, at most 15 s (a handler
-  // that destroys its own server would never see the count reach zero).
-  if (handler_depth_ > 0) {
+  // that destroys its own server would never see the count reach zero). On
+  // one stack they all lie below us and can end only after we return.
+  if (handler_depth_ > 0 && loop().Mode() == LoopMode::kStrands) {
     HostLoop& host = loop();
     const double deadline = DateAdd(u"s", 15, host.Now());  // across midnight too
     host.PumpUntil([&] { return handler_depth_ == 0 || !(host.Now() < deadline); },
@@ -52,6 +55,8 @@ HTTPServer::~HTTPServer() {
       slot->socket->on_receive_ready = nullptr;
     }
   }
+  // Whatever of ours still waits below returns at once when its wait ends.
+  *alive_ = false;
 }
 
 void HTTPServer::UserControl_Initialize() {
@@ -67,11 +72,13 @@ void HTTPServer::UserControl_Resize() {
 bool HTTPServer::ServerOpen() const { return listener_->State() == kSocketListening; }
 
 void HTTPServer::ServerOpen(bool open) {
-  {
-    HandlerScope scope(this);
-    Resume([&] { open ? Init() : Stop(); });
-  }
-  CollectGraveyard();
+  UnlessGone([&] {
+    {
+      HandlerScope scope(this);
+      Resume([&] { open ? Init() : Stop(); });
+    }
+    CollectGraveyard();
+  });
 }
 
 void HTTPServer::MaxConcurrentConnections(const Variant& count) {
@@ -189,8 +196,12 @@ void HTTPServer::LoadSlot(int32_t index) {
   auto slot = std::make_unique<Slot>();
   slot->socket = platform_->sockets->Create();
   const int16_t number = static_cast<int16_t>(index);
-  slot->socket->on_receive_ready = [this, number] { SocketX_ReceiveReady(number); };
-  slot->socket->on_done = [this, number](int32_t code) { SocketX_Done(number, code); };
+  slot->socket->on_receive_ready = [this, number] {
+    UnlessGone([&] { SocketX_ReceiveReady(number); });
+  };
+  slot->socket->on_done = [this, number](int32_t code) {
+    UnlessGone([&] { SocketX_Done(number, code); });
+  };
   if (index >= static_cast<int32_t>(slots_.size())) slots_.resize(index + 1);
   slots_[index] = std::move(slot);
 }

@@ -17,7 +17,9 @@ void HTTPServer::Report(const Text& text) {
   if (!InternalState) return;
   Variant state = u"";
   Variant state_string = text;
+  const auto alive = alive_;
   InternalState(state, state_string);
+  Outlived(alive);
 }
 
 int32_t HTTPServer::UpperBound() const {
@@ -64,26 +66,34 @@ void HTTPServer::ForgetText(Variant& text) {
 }
 
 void HTTPServer::Pause(double seconds) {
+  const auto alive = alive_;
   Variant interval = seconds;
   adds().DateTime_PausaTimer(interval);
+  Outlived(alive);
 }
 
-void HTTPServer::DoEvents() { loop().DoEvents(); }
+void HTTPServer::DoEvents() {
+  const auto alive = alive_;
+  loop().DoEvents();
+  Outlived(alive);
+}
 
 // Waits up to 10 seconds (whole-second clock) for the socket to read closed,
 // pumping. `listener` selects SocketXListen; otherwise slot `index`, looked up
 // afresh after every pump since a nested Stop may remove it.
 void HTTPServer::WaitClosed(SocketCtl* listener, int32_t index) {
   HostLoop& host = loop();
+  const auto alive = alive_;
   const double deadline = DateAdd(u"s", 10, host.Now());
   // Blocks until an event or the deadline, so a wait burns no processor.
   host.PumpUntil(
       [&] {
-        if (!(host.Now() < deadline)) return true;
+        if (!*alive || !(host.Now() < deadline)) return true;
         const SocketCtl& socket = listener ? *listener : Sock(index);
         return socket.State() == kSocketClosed;
       },
       [&] { return (deadline - host.Now()) * 86400.0; });
+  Outlived(alive);
 }
 
 void HTTPServer::PauseCloseAndWait(int32_t index, bool resume) {

@@ -146,6 +146,24 @@ TEST_P(SideBySideTest, AHandlerWhoseClientLeftActsOnNothingOnTheSlotsNextClient)
   EXPECT_EQ(server->ProcesoStatus_Code(1), kSocketConnected);
 }
 
+// The server restarts while an answered client's handler pauses before its
+// close; a new client takes the same slot number in the new run. The old
+// handler, resuming, leaves that connection alone.
+TEST_P(SideBySideTest, AHandlerOfTheRunBeforeARestartActsOnNothingInTheNewRun) {
+  Start(8080, 1);
+  AnswerGet(u"old run");
+  auto first = Request(kGet, 1.0);  // answered at 1.6, its handler pauses until 2.6
+  sim.loop.After(1.8 - sim.loop.Elapsed(), [&] {
+    server->ServerOpen(false);
+    server->ServerOpen(true);
+  });
+  auto second = net.Connect(8080, 2.0);  // slot 1 of the new run, silent
+  sim.loop.RunFor(5);
+  EXPECT_NE(Utf8(first->Received()).find("old run"), std::string::npos);
+  EXPECT_FALSE(second->ClosedByServer());
+  EXPECT_EQ(server->ProcesoStatus_Code(1), kSocketConnected);
+}
+
 TEST_P(SideBySideTest, OneAddressHoldsAtMostItsShareOfSlotsWhenAsked) {
   for (const int32_t share : {0, 2}) {
     Start(8080, 5);
