@@ -1,0 +1,79 @@
+// Helpers shared by the socket tests: bounded pumping, a blocking loopback
+// client and a probe for IPv6 loopback.
+#pragma once
+
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+
+#include "varnek/platform/host_loop.h"
+
+namespace varnek {
+
+// Pumps until pred holds, at most `passes` pumps of up to 50 ms.
+template <class P>
+bool PumpUntil(HostLoop& loop, P pred, int passes = 200) {
+  for (int i = 0; i < passes && !pred(); ++i) loop.Pump(0.05);
+  return pred();
+}
+inline void Settle(HostLoop& loop) {
+  for (int i = 0; i < 5; ++i) loop.Pump(0.01);
+}
+
+// Whether ::1 can be bound here at all.
+inline bool HasIPv6Loopback() {
+  int fd = ::socket(AF_INET6, SOCK_STREAM, 0);
+  if (fd < 0) return false;
+  sockaddr_in6 a{};
+  a.sin6_family = AF_INET6;
+  a.sin6_addr = in6addr_loopback;
+  const bool ok = ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
+  ::close(fd);
+  return ok;
+}
+
+// A blocking client socket on the test's thread; local_port is its own port,
+// as the server should see it.
+struct Client {
+  explicit Client(int port, const char* address = "127.0.0.1") {
+    addrinfo hints{}, *ai = nullptr;
+    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+    hints.ai_socktype = SOCK_STREAM;
+    if (getaddrinfo(address, std::to_string(port).c_str(), &hints, &ai) != 0) return;
+    fd = ::socket(ai->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    connected = fd >= 0 && ::connect(fd, ai->ai_addr, ai->ai_addrlen) == 0;
+    freeaddrinfo(ai);
+    sockaddr_in6 self{};  // sin_port and sin6_port sit at the same offset
+    socklen_t len = sizeof self;
+    if (connected && getsockname(fd, reinterpret_cast<sockaddr*>(&self), &len) == 0) local_port = ntohs(self.sin6_port);
+  }
+  ~Client() {
+    if (fd >= 0) ::close(fd);
+  }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+  void Write(const std::string& s) {
+    ASSERT_EQ(::send(fd, s.data(), s.size(), MSG_NOSIGNAL), static_cast<ssize_t>(s.size()));
+  }
+  // What is readable after waiting up to ms for the first byte; eof once the server closed.
+  std::string ReadSome(int ms = 0) {
+    pollfd p{fd, POLLIN, 0};
+    if (::poll(&p, 1, ms) <= 0) return "";
+    char buf[65536];
+    const ssize_t n = ::recv(fd, buf, sizeof buf, MSG_DONTWAIT);
+    eof = eof || n == 0 || (n < 0 && errno == ECONNRESET);
+    return n > 0 ? std::string(buf, static_cast<size_t>(n)) : "";
+  }
+  int fd = -1;
+  bool connected = false, eof = false;
+  int local_port = 0;
+};
+
+}  // namespace varnek
