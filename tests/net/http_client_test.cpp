@@ -42,8 +42,6 @@ struct HttpClient : SimNetFixture {
       };
     });
   }
-  std::string Request() { return peers.empty() ? "" : Bytes(peers.back()->Received()); }
-  std::vector<std::shared_ptr<SimPeer>> peers;
 };
 
 TEST_F(HttpClient, NetHttpGetKeepsFailingWithObjectRequired) {
@@ -134,10 +132,7 @@ TEST_F(HttpClient, HttpSendAndOpenUrl) {
 
 // ---- On Linux loopback -------------------------------------------------------
 
-struct LinuxHttpClient : ::testing::Test {
-  LinuxNetPlatform env;
-  Adds adds{env.platform};
-  std::unique_ptr<SocketCtl> sock = env.sockets.Create();
+struct LinuxHttpClient : LinuxNetFixture {
   std::string folder = [] {
     char pattern[] = "/tmp/varnek-download-XXXXXX";
     return std::string(mkdtemp(pattern));

@@ -12,16 +12,20 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/demo_process.h"
+#include "varnek/adds/adds.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/linux_net_tables.h"
 #include "varnek/platform/linux/linux_socket.h"
@@ -163,6 +167,13 @@ struct LinuxNetPlatform {
   LinuxWebServices web{loop};
   SimPlatform sim;                    // the services a network test does not reach
   Platform platform = sim.platform;
+};
+
+// Adds on that platform, with a socket control of its own.
+struct LinuxNetFixture : ::testing::Test {
+  LinuxNetPlatform env;
+  Adds adds{env.platform};
+  std::unique_ptr<SocketCtl> sock = env.sockets.Create();
 };
 
 }  // namespace varnek

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "varnek/adds/adds.h"
 #include "varnek/platform/sim/sim_platform.h"
@@ -16,12 +17,16 @@ namespace varnek {
 inline std::string Bytes(const Text& t) { return TextToBytes(t); }
 inline Text Units(const std::string& s) { return BytesToText(s); }
 
-// Adds on virtual time; gateways are scripted with net.Serve.
+// Adds on virtual time; gateways are scripted with net.Serve and keep their
+// peers in `peers`.
 struct SimNetFixture : public ::testing::Test {
   SimPlatform sim;
   SimNetwork& net = sim.net;
   Adds adds{sim.platform};
   std::unique_ptr<SocketCtl> sock = net.Create();
+  std::vector<std::shared_ptr<SimPeer>> peers;
+  // What the latest peer received.
+  std::string Request() { return peers.empty() ? "" : Bytes(peers.back()->Received()); }
 };
 
 }  // namespace varnek
