@@ -27,16 +27,36 @@ inline void Settle(HostLoop& loop) {
   for (int i = 0; i < 5; ++i) loop.Pump(0.01);
 }
 
+// A socket of `type` bound to the loopback address of `family` on a port the
+// kernel picks, stored in `port`; -1 when that family has no loopback here.
+inline int BoundToLoopback(int family, int type, int& port) {
+  sockaddr_in6 a{};  // sin_port and sin6_port sit at the same offset
+  socklen_t len = sizeof a;
+  if (family == AF_INET6) {
+    a.sin6_family = AF_INET6;
+    a.sin6_addr = in6addr_loopback;
+  } else {
+    auto* a4 = reinterpret_cast<sockaddr_in*>(&a);
+    a4->sin_family = AF_INET;
+    a4->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    len = sizeof *a4;
+  }
+  const int fd = ::socket(family, type | SOCK_CLOEXEC, 0);
+  if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&a), len) != 0 ||
+      getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) != 0) {
+    if (fd >= 0) ::close(fd);
+    return -1;
+  }
+  port = ntohs(a.sin6_port);
+  return fd;
+}
+
 // Whether ::1 can be bound here at all.
 inline bool HasIPv6Loopback() {
-  int fd = ::socket(AF_INET6, SOCK_STREAM, 0);
-  if (fd < 0) return false;
-  sockaddr_in6 a{};
-  a.sin6_family = AF_INET6;
-  a.sin6_addr = in6addr_loopback;
-  const bool ok = ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
-  ::close(fd);
-  return ok;
+  int port = 0;
+  const int fd = BoundToLoopback(AF_INET6, SOCK_STREAM, port);
+  if (fd >= 0) ::close(fd);
+  return fd >= 0;
 }
 
 // A blocking client socket on the test's thread; local_port is its own port,

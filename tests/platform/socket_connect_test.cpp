@@ -61,16 +61,11 @@ struct LinuxOut {
   int listen_fd = -1, peer_fd = -1, dns_fd = -1;
   std::string hosts = "/tmp/varnek-hosts-" + std::to_string(getpid());
   LinuxOut() {
-    dns_fd = ::socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(dns_fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    socklen_t len = sizeof a;
-    getsockname(dns_fd, reinterpret_cast<sockaddr*>(&a), &len);
+    int dns_port = 0;
+    dns_fd = BoundToLoopback(AF_INET, SOCK_DGRAM, dns_port);
     std::ofstream(hosts) << "127.0.0.1 gateway.test\n::1 six.test\n";
     setenv("CARES_HOSTS", hosts.c_str(), 1);
-    net.SetResolverConfig({"127.0.0.1:" + std::to_string(ntohs(a.sin_port)), "fb", 300, 1});
+    net.SetResolverConfig({"127.0.0.1:" + std::to_string(dns_port), "fb", 300, 1});
   }
   ~LinuxOut() {
     for (int fd : {listen_fd, peer_fd, dns_fd}) if (fd >= 0) ::close(fd);
@@ -78,15 +73,10 @@ struct LinuxOut {
     unlink(hosts.c_str());
   }
   int Serve() {
-    listen_fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(listen_fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    int port = 0;
+    listen_fd = BoundToLoopback(AF_INET, SOCK_STREAM, port);
     ::listen(listen_fd, 8);
-    socklen_t len = sizeof a;
-    getsockname(listen_fd, reinterpret_cast<sockaddr*>(&a), &len);
-    return ntohs(a.sin_port);
+    return port;
   }
   bool Accept() {
     if (peer_fd < 0) peer_fd = ::accept4(listen_fd, nullptr, nullptr, SOCK_NONBLOCK);
@@ -203,17 +193,12 @@ TEST(LinuxOutgoingSocket, ALookupThatHangsLeavesTheLoopRunningAndCloseDropsIt) {
 
 TEST(LinuxOutgoingSocket, AnIPv6NameConnectsToAnIPv6Listener) {
   LinuxOut env;
-  if (!HasIPv6Loopback()) GTEST_SKIP() << "no IPv6 loopback";
-  int l = ::socket(AF_INET6, SOCK_STREAM, 0);
-  sockaddr_in6 a{};
-  a.sin6_family = AF_INET6;
-  a.sin6_addr = in6addr_loopback;
-  ASSERT_EQ(::bind(l, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+  int port = 0;
+  const int l = BoundToLoopback(AF_INET6, SOCK_STREAM, port);
+  if (l < 0) GTEST_SKIP() << "no IPv6 loopback";
   ::listen(l, 1);
-  socklen_t len = sizeof a;
-  getsockname(l, reinterpret_cast<sockaddr*>(&a), &len);
   auto s = env.net.Create();
-  s->Connect(Variant(u"six.test"), Variant(static_cast<int>(ntohs(a.sin6_port))));
+  s->Connect(Variant(u"six.test"), Variant(port));
   EXPECT_TRUE(PumpUntil(env.loop, [&] { return s->State() == kSocketConnected; }));
   EXPECT_EQ(s->RemoteAddress(), u"::1");
   EXPECT_EQ(s->LocalAddress(), u"::1");
