@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "tests/demo_process.h"
+#include "tests/platform/loopback_client.h"
 #include "varnek/adds/adds.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/linux_net_tables.h"
@@ -91,15 +92,8 @@ class ScriptedServer {
  public:
   using Serve = std::function<void(int fd, const std::string& request)>;
   explicit ScriptedServer(Serve serve) : serve_(std::move(serve)) {
-    listen_fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(listen_fd_, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    listen_fd_ = BoundToLoopback(AF_INET, SOCK_STREAM, port_);
     ::listen(listen_fd_, 16);
-    socklen_t len = sizeof a;
-    getsockname(listen_fd_, reinterpret_cast<sockaddr*>(&a), &len);
-    port_ = ntohs(a.sin_port);
     thread_ = std::thread([this] { Run(); });
   }
   ~ScriptedServer() {
