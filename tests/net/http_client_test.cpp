@@ -133,14 +133,8 @@ TEST_F(HttpClient, HttpSendAndOpenUrl) {
 // ---- On Linux loopback -------------------------------------------------------
 
 struct LinuxHttpClient : LinuxNetFixture {
-  std::string folder = [] {
-    char pattern[] = "/tmp/varnek-download-XXXXXX";
-    return std::string(mkdtemp(pattern));
-  }();
-  ~LinuxHttpClient() override {
-    std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
-  }
+  TempFolder download{"download"};
+  std::string folder = download.path;
   static std::string Slurp(const std::string& path) {
     std::stringstream s;
     s << std::ifstream(path, std::ios::binary).rdbuf();

@@ -1,9 +1,12 @@
 // Shared pieces of the network tests: an Adds on the simulated platform with
-// a scripted network, and byte/text helpers.
+// a scripted network, byte/text helpers and a folder of the test's own.
 #pragma once
+
+#include <stdlib.h>
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,6 +19,21 @@ namespace varnek {
 
 inline std::string Bytes(const Text& t) { return TextToBytes(t); }
 inline Text Units(const std::string& s) { return BytesToText(s); }
+
+// A folder of the test's own under /tmp, removed with all it holds.
+struct TempFolder {
+  explicit TempFolder(const std::string& stem) {
+    std::string pattern = "/tmp/varnek-" + stem + "-XXXXXX";
+    if (mkdtemp(pattern.data())) path = pattern;
+  }
+  ~TempFolder() {
+    std::error_code ignored;
+    if (!path.empty()) std::filesystem::remove_all(path, ignored);
+  }
+  TempFolder(const TempFolder&) = delete;
+  TempFolder& operator=(const TempFolder&) = delete;
+  std::string path;
+};
 
 // Adds on virtual time; gateways are scripted with net.Serve and keep their
 // peers in `peers`.

@@ -29,10 +29,8 @@ struct TableAdds : Adds {
 const char* kHeading = "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n";
 
 struct FakeTable : ::testing::Test {
-  std::string root = [] {
-    char pattern[] = "/tmp/varnek-proc-XXXXXX";
-    return std::string(mkdtemp(pattern));
-  }();
+  TempFolder folder{"proc"};
+  std::string root = folder.path;
   LinuxNetTables tables{root};
   SimPlatform sim;
   TableAdds adds{sim.platform};
@@ -51,10 +49,6 @@ struct FakeTable : ::testing::Test {
         << "   0: 0000000000000000FFFF00000100007F:1F91 0000000000000000FFFF00000100007F:C350 01 0 0 0 0 0 6\n"
         << "   1: 00000000000000000000000001000000:1F92 00000000000000000000000000000000:0000 0A 0 0 0 0 0 7\n"
         << "   2: 00000000000000000000000000000000:0051 00000000000000000000000000000000:0000 0A 0 0 0 0 0 8\n";
-  }
-  ~FakeTable() override {
-    std::error_code ignored;
-    std::filesystem::remove_all(root, ignored);
   }
   std::vector<std::string> Records() {
     std::vector<std::string> out;
