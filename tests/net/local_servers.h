@@ -138,8 +138,6 @@ class ScriptedServer {
 // hosts file ("gateway.test" is 127.0.0.1) and never from DNS.
 struct LinuxNetPlatform {
   LinuxNetPlatform() {
-    std::ofstream(hosts) << "127.0.0.1 gateway.test\n";
-    setenv("CARES_HOSTS", hosts.c_str(), 1);
     sockets.SetResolverConfig({"", "f", 500, 1});
     platform.loop = loop;
     platform.app = app;
@@ -148,11 +146,7 @@ struct LinuxNetPlatform {
     platform.net_tables = tables;
     platform.web = web;
   }
-  ~LinuxNetPlatform() {
-    unsetenv("CARES_HOSTS");
-    unlink(hosts.c_str());
-  }
-  std::string hosts = "/tmp/varnek-net-hosts-" + std::to_string(getpid());
+  HostsFile hosts{"127.0.0.1 gateway.test\n"};
   LinuxLoop loop;
   FixedApplication app{u"VarnekNetTest", u"/tmp", {}};
   MemorySettingsStore settings;

@@ -1,5 +1,5 @@
-// Helpers shared by the socket tests: bounded pumping, a blocking loopback
-// client and a probe for IPv6 loopback.
+// Helpers shared by the socket tests: bounded pumping, loopback listeners and
+// a blocking client, a probe for IPv6 loopback and a hosts file of their own.
 #pragma once
 
 #include <netdb.h>
@@ -11,6 +11,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <fstream>
 #include <string>
 
 #include "varnek/platform/host_loop.h"
@@ -58,6 +60,21 @@ inline bool HasIPv6Loopback() {
   if (fd >= 0) ::close(fd);
   return fd >= 0;
 }
+
+// A hosts file of the test's own that the Linux resolver reads while this lives.
+struct HostsFile {
+  explicit HostsFile(const std::string& lines) {
+    std::ofstream(path) << lines;
+    setenv("CARES_HOSTS", path.c_str(), 1);
+  }
+  ~HostsFile() {
+    unsetenv("CARES_HOSTS");
+    unlink(path.c_str());
+  }
+  HostsFile(const HostsFile&) = delete;
+  HostsFile& operator=(const HostsFile&) = delete;
+  std::string path = "/tmp/varnek-hosts-" + std::to_string(getpid());
+};
 
 // A blocking client socket on the test's thread; local_port is its own port,
 // as the server should see it.

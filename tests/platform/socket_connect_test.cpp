@@ -59,18 +59,14 @@ struct LinuxOut {
   LinuxLoop loop;
   LinuxSocketFactory net{loop};
   int listen_fd = -1, peer_fd = -1, dns_fd = -1;
-  std::string hosts = "/tmp/varnek-hosts-" + std::to_string(getpid());
+  HostsFile hosts{"127.0.0.1 gateway.test\n::1 six.test\n"};
   LinuxOut() {
     int dns_port = 0;
     dns_fd = BoundToLoopback(AF_INET, SOCK_DGRAM, dns_port);
-    std::ofstream(hosts) << "127.0.0.1 gateway.test\n::1 six.test\n";
-    setenv("CARES_HOSTS", hosts.c_str(), 1);
     net.SetResolverConfig({"127.0.0.1:" + std::to_string(dns_port), "fb", 300, 1});
   }
   ~LinuxOut() {
     for (int fd : {listen_fd, peer_fd, dns_fd}) if (fd >= 0) ::close(fd);
-    unsetenv("CARES_HOSTS");
-    unlink(hosts.c_str());
   }
   int Serve() {
     int port = 0;
