@@ -361,9 +361,13 @@ TYPED_TEST(SocketContract, HandlerFiredFromACopyMayDestroyItsOwnControl) {
   EXPECT_EQ(fired, 256);
 }
 
-TEST(SimSocket, VirtualTimingOfOffersSendsAndEarlyBytes) {
-  SimLoop loop(kStart);
-  SimNetwork net(loop);
+class SimSocket : public testing::Test {
+ protected:
+  SimLoop loop{kStart};
+  SimNetwork net{loop};
+};
+
+TEST_F(SimSocket, VirtualTimingOfOffersSendsAndEarlyBytes) {
   Server srv(net, 1, 80);
   SocketCtl& s = *srv.slots[0];
   auto p1 = net.Connect(80, 1.0);  // offered at the virtual time of the connect
@@ -402,9 +406,7 @@ TEST(SimSocket, VirtualTimingOfOffersSendsAndEarlyBytes) {
   EXPECT_EQ(late.slots[0]->ReceiveReadyCount(), 5);
 }
 
-TEST(SimSocket, OutgoingConnectToScriptedServer) {
-  SimLoop loop(kStart);
-  SimNetwork net(loop);
+TEST_F(SimSocket, OutgoingConnectToScriptedServer) {
   net.Serve(80, [&](std::shared_ptr<SimPeer> p) {
     p->on_data = [](SimPeer& self) {
       if (self.Received() == u"GET / HTTP/1.0\r\n\r\n") self.Write(u"HTTP/1.0 200 OK\r\n\r\nok"), self.Close();
