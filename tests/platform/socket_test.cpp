@@ -361,13 +361,13 @@ TYPED_TEST(SocketContract, HandlerFiredFromACopyMayDestroyItsOwnControl) {
   EXPECT_EQ(fired, 256);
 }
 
-class SimSocket : public testing::Test {
+class SimSockets : public testing::Test {
  protected:
   SimLoop loop{kStart};
   SimNetwork net{loop};
 };
 
-TEST_F(SimSocket, VirtualTimingOfOffersSendsAndEarlyBytes) {
+TEST_F(SimSockets, VirtualTimingOfOffersSendsAndEarlyBytes) {
   Server srv(net, 1, 80);
   SocketCtl& s = *srv.slots[0];
   auto p1 = net.Connect(80, 1.0);  // offered at the virtual time of the connect
@@ -406,7 +406,7 @@ TEST_F(SimSocket, VirtualTimingOfOffersSendsAndEarlyBytes) {
   EXPECT_EQ(late.slots[0]->ReceiveReadyCount(), 5);
 }
 
-TEST_F(SimSocket, OutgoingConnectToScriptedServer) {
+TEST_F(SimSockets, OutgoingConnectToScriptedServer) {
   net.Serve(80, [&](std::shared_ptr<SimPeer> p) {
     p->on_data = [](SimPeer& self) {
       if (self.Received() == u"GET / HTTP/1.0\r\n\r\n") self.Write(u"HTTP/1.0 200 OK\r\n\r\nok"), self.Close();
@@ -441,7 +441,7 @@ TEST_F(SimSocket, OutgoingConnectToScriptedServer) {
 #endif
 
 // One listener on loopback with a slot for its connections.
-class LinuxSocket : public testing::Test {
+class LinuxSockets : public testing::Test {
  protected:
   LinuxLoop loop;
   LinuxSocketFactory f{loop};
@@ -449,7 +449,7 @@ class LinuxSocket : public testing::Test {
   SocketCtl& s = *srv.slots[0];
 };
 
-TEST_F(LinuxSocket, OutOfDescriptorsPausesAcceptInsteadOfSpinning) {
+TEST_F(LinuxSockets, OutOfDescriptorsPausesAcceptInsteadOfSpinning) {
 #ifdef VARNEK_SANITIZED
   GTEST_SKIP() << "needs all descriptors in use; the sanitizers probe memory through a pipe";
 #endif
@@ -477,7 +477,7 @@ TEST_F(LinuxSocket, OutOfDescriptorsPausesAcceptInsteadOfSpinning) {
   EXPECT_EQ(srv.handles.size(), 1u);
 }
 
-TEST_F(LinuxSocket, SendCompletesWhenAllWrittenAndCloseWaitsForTheQueue) {
+TEST_F(LinuxSockets, SendCompletesWhenAllWrittenAndCloseWaitsForTheQueue) {
   s.SetSendBufferSize(16384);
   Client c(srv.port);
   ASSERT_TRUE(PumpUntil(loop, [&] { return s.State() == kSocketConnected; }));
@@ -527,7 +527,7 @@ bool ReadToTheEnd(LinuxLoop& loop, Client& c, std::string& got, size_t chunk, in
   return false;
 }
 
-TEST_F(LinuxSocket, CloseDrainsWhileThePeerReadsAndResetsOnceItStalls) {
+TEST_F(LinuxSockets, CloseDrainsWhileThePeerReadsAndResetsOnceItStalls) {
   f.SetCloseStallSeconds(1.0);  // read when a Close starts draining
   s.SetSendBufferSize(16384);
   const size_t size = 512 * 1024;
@@ -556,7 +556,7 @@ TEST_F(LinuxSocket, CloseDrainsWhileThePeerReadsAndResetsOnceItStalls) {
   }
 }
 
-TEST_F(LinuxSocket, PeerResets) {
+TEST_F(LinuxSockets, PeerResets) {
   // The peer resets the connection: State 1 with the reason, no event.
   Client r(srv.port);
   r.Write("partial");
@@ -571,7 +571,7 @@ TEST_F(LinuxSocket, PeerResets) {
   EXPECT_EQ(srv.done.size(), done_before);
 }
 
-TEST_F(LinuxSocket, OutgoingConnectAddressesAndIPv6) {
+TEST_F(LinuxSockets, OutgoingConnectAddressesAndIPv6) {
   EXPECT_EQ(FailureOf([&] { f.Create()->Bind(kAny, 70000); }), kSockErrAddressInvalid);
   EXPECT_EQ(FailureOf([&] { f.Create()->Bind(Variant(Text(u"not an address")), 0); }), kSockErrAddressInvalid);
   auto out = f.Create();
