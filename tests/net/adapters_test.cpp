@@ -35,10 +35,8 @@ TEST_F(SimNetFixture, IPNumberIsValidKeepsItsQuirks) {
 }
 
 struct FakeAdapters : ::testing::Test {
-  std::string root = [] {
-    char pattern[] = "/tmp/varnek-adapters-XXXXXX";
-    return std::string(mkdtemp(pattern));
-  }();
+  TempFolder folder{"adapters"};
+  std::string root = folder.path;
   std::vector<InterfaceInfo> interfaces = {
       {"lo", 1, true, true, true, {"127.0.0.1"}},
       {"eth0", 2, true, true, false, {"192.168.1.2", "192.168.1.3"}},
@@ -69,10 +67,6 @@ struct FakeAdapters : ::testing::Test {
         << "lease {\n  interface \"eth0\";\n  option dhcp-server-identifier 192.168.1.9;\n}\n"
         << "lease {\n  interface \"eth0\";\n  option dhcp-server-identifier 192.168.1.1;\n}\n";
     std::ofstream(root + "/run/systemd/netif/leases/3") << "ADDRESS=10.0.0.7\nSERVER_ADDRESS=10.0.0.1\n";
-  }
-  ~FakeAdapters() override {
-    std::error_code ignored;
-    std::filesystem::remove_all(root, ignored);
   }
 };
 

@@ -8,6 +8,7 @@
 
 #include "varnek/adds/adds.h"
 #include "tests/net/local_servers.h"
+#include "tests/net/net_fixture.h"
 
 namespace varnek {
 namespace {
@@ -18,10 +19,7 @@ double Since(std::chrono::steady_clock::time_point t) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - t).count();
 }
 
-struct LinuxGatewayPost : ::testing::Test {
-  LinuxNetPlatform env;
-  Adds adds{env.platform};
-  std::unique_ptr<SocketCtl> sock = env.sockets.Create();
+struct LinuxGatewayPost : LinuxNetFixture {
   int32_t Post(const std::string& url, Variant ok = kNo, Variant fail = kNo, Variant delayed = kNo,
                Variant timeout = Variant(10)) {
     Variant u = Variant(Units(url)), code_field = u"pin", code = u"77", msg_field = u"msg",
@@ -29,7 +27,6 @@ struct LinuxGatewayPost : ::testing::Test {
     return adds.POST_SendMensaje(sock.get(), u, code_field, code, msg_field, msg, {}, {}, ok, fail,
                                  {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, delayed, timeout);
   }
-  static Text Units(const std::string& s) { return BytesToText(s); }
   std::string Answer() { return TextToBytes(adds.POST_SendMensaje_Response.ToText()); }
   // What a failed expectation shows: the answer so far and the socket's last error.
   std::string Seen() { return "answer: [" + Answer() + "] socket error: " + TextToBytes(sock->ErrorText()); }

@@ -24,8 +24,6 @@ struct GatewayPost : SimNetFixture {
       };
     });
   }
-  std::string Request() { return peers.empty() ? "" : Bytes(peers.back()->Received()); }
-
   // A call with the six required arguments and the marks given.
   int32_t Post(Variant url, Variant ok = Variant::Missing(), Variant fail = Variant::Missing(),
                Variant delayed = Variant::Missing(), Variant timeout = Variant::Missing()) {
@@ -37,7 +35,6 @@ struct GatewayPost : SimNetFixture {
                                  timeout);
   }
 
-  std::vector<std::shared_ptr<SimPeer>> peers;
   bool answered = false;
   Variant message;
 };

@@ -42,8 +42,6 @@ struct HttpClient : SimNetFixture {
       };
     });
   }
-  std::string Request() { return peers.empty() ? "" : Bytes(peers.back()->Received()); }
-  std::vector<std::shared_ptr<SimPeer>> peers;
 };
 
 TEST_F(HttpClient, NetHttpGetKeepsFailingWithObjectRequired) {
@@ -134,18 +132,9 @@ TEST_F(HttpClient, HttpSendAndOpenUrl) {
 
 // ---- On Linux loopback -------------------------------------------------------
 
-struct LinuxHttpClient : ::testing::Test {
-  LinuxNetPlatform env;
-  Adds adds{env.platform};
-  std::unique_ptr<SocketCtl> sock = env.sockets.Create();
-  std::string folder = [] {
-    char pattern[] = "/tmp/varnek-download-XXXXXX";
-    return std::string(mkdtemp(pattern));
-  }();
-  ~LinuxHttpClient() override {
-    std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
-  }
+struct LinuxHttpClient : LinuxNetFixture {
+  TempFolder download{"download"};
+  std::string folder = download.path;
   static std::string Slurp(const std::string& path) {
     std::stringstream s;
     s << std::ifstream(path, std::ios::binary).rdbuf();

@@ -12,16 +12,21 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/demo_process.h"
+#include "tests/platform/loopback_client.h"
+#include "varnek/adds/adds.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/linux_net_tables.h"
 #include "varnek/platform/linux/linux_socket.h"
@@ -87,15 +92,8 @@ class ScriptedServer {
  public:
   using Serve = std::function<void(int fd, const std::string& request)>;
   explicit ScriptedServer(Serve serve) : serve_(std::move(serve)) {
-    listen_fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(listen_fd_, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    listen_fd_ = BoundToLoopback(AF_INET, SOCK_STREAM, port_);
     ::listen(listen_fd_, 16);
-    socklen_t len = sizeof a;
-    getsockname(listen_fd_, reinterpret_cast<sockaddr*>(&a), &len);
-    port_ = ntohs(a.sin_port);
     thread_ = std::thread([this] { Run(); });
   }
   ~ScriptedServer() {
@@ -140,8 +138,6 @@ class ScriptedServer {
 // hosts file ("gateway.test" is 127.0.0.1) and never from DNS.
 struct LinuxNetPlatform {
   LinuxNetPlatform() {
-    std::ofstream(hosts) << "127.0.0.1 gateway.test\n";
-    setenv("CARES_HOSTS", hosts.c_str(), 1);
     sockets.SetResolverConfig({"", "f", 500, 1});
     platform.loop = loop;
     platform.app = app;
@@ -150,11 +146,7 @@ struct LinuxNetPlatform {
     platform.net_tables = tables;
     platform.web = web;
   }
-  ~LinuxNetPlatform() {
-    unsetenv("CARES_HOSTS");
-    unlink(hosts.c_str());
-  }
-  std::string hosts = "/tmp/varnek-net-hosts-" + std::to_string(getpid());
+  HostsFile hosts{"127.0.0.1 gateway.test\n"};
   LinuxLoop loop;
   FixedApplication app{u"VarnekNetTest", u"/tmp", {}};
   MemorySettingsStore settings;
@@ -163,6 +155,13 @@ struct LinuxNetPlatform {
   LinuxWebServices web{loop};
   SimPlatform sim;                    // the services a network test does not reach
   Platform platform = sim.platform;
+};
+
+// Adds on that platform, with a socket control of its own.
+struct LinuxNetFixture : ::testing::Test {
+  LinuxNetPlatform env;
+  Adds adds{env.platform};
+  std::unique_ptr<SocketCtl> sock = env.sockets.Create();
 };
 
 }  // namespace varnek

@@ -3,87 +3,23 @@
 // its own family, and still holds its port against a second listener; and
 // its offers of accepted descriptors, which a reused number must not confuse.
 // Loopback only; every wait is bounded.
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/linux_socket.h"
+#include "tests/platform/loopback_client.h"
+#include "tests/runtime/test_util.h"
 #include "varnek/runtime/failure.h"
 
 namespace varnek {
 namespace {
-
-// At most 200 pumps of up to 20 ms each.
-bool PumpUntil(LinuxLoop& loop, const std::function<bool()>& pred) {
-  for (int i = 0; i < 200 && !pred(); ++i) loop.Pump(0.02);
-  return pred();
-}
-
-int FailureNumber(const std::function<void()>& fn) {
-  try {
-    fn();
-  } catch (const RuntimeError& e) {
-    return e.number();
-  }
-  return 0;
-}
-
-// Whether ::1 can be bound here at all.
-bool HasIPv6Loopback() {
-  int fd = ::socket(AF_INET6, SOCK_STREAM, 0);
-  if (fd < 0) return false;
-  sockaddr_in6 a{};
-  a.sin6_family = AF_INET6;
-  a.sin6_addr = in6addr_loopback;
-  bool ok = ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
-  ::close(fd);
-  return ok;
-}
-
-// A blocking client connected to address:port on loopback; local_port is the
-// client's own port, as the server should see it.
-struct Client {
-  Client(const char* address, int port) {
-    sockaddr_storage ss{};
-    socklen_t len = 0;
-    if (std::string(address).find(':') != std::string::npos) {
-      auto* a = reinterpret_cast<sockaddr_in6*>(&ss);
-      a->sin6_family = AF_INET6;
-      a->sin6_port = htons(static_cast<uint16_t>(port));
-      inet_pton(AF_INET6, address, &a->sin6_addr);
-      len = sizeof *a;
-    } else {
-      auto* a = reinterpret_cast<sockaddr_in*>(&ss);
-      a->sin_family = AF_INET;
-      a->sin_port = htons(static_cast<uint16_t>(port));
-      inet_pton(AF_INET, address, &a->sin_addr);
-      len = sizeof *a;
-    }
-    fd = ::socket(ss.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    connected = fd >= 0 && ::connect(fd, reinterpret_cast<sockaddr*>(&ss), len) == 0;
-    sockaddr_storage self{};
-    socklen_t self_len = sizeof self;
-    if (connected && getsockname(fd, reinterpret_cast<sockaddr*>(&self), &self_len) == 0) {
-      local_port = ntohs(ss.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6*>(&self)->sin6_port
-                                                  : reinterpret_cast<sockaddr_in*>(&self)->sin_port);
-    }
-  }
-  ~Client() {
-    if (fd >= 0) ::close(fd);
-  }
-  int fd = -1;
-  bool connected = false;
-  int local_port = 0;
-};
 
 // A listener on an ephemeral port that hands each connection to a new control.
 struct Listener {
@@ -116,7 +52,7 @@ TEST(LinuxSocketDualStack, NoAddressTakesIPv4AndIPv6PeersOnOnePort) {
     ASSERT_GT(l.port, 0);
 
     // an IPv4 peer reads as plain dotted IPv4, not IPv4-mapped IPv6
-    Client c4("127.0.0.1", l.port);
+    Client c4(l.port);
     ASSERT_TRUE(c4.connected);
     ASSERT_TRUE(PumpUntil(loop, [&] { return l.accepted.size() == 1; }));
     EXPECT_EQ(l.accepted[0]->State(), kSocketConnected);
@@ -125,7 +61,7 @@ TEST(LinuxSocketDualStack, NoAddressTakesIPv4AndIPv6PeersOnOnePort) {
 
     // an IPv6 peer on the same port, while the IPv4 one stays connected
     if (!v6) continue;
-    Client c6("::1", l.port);
+    Client c6(l.port, "::1");
     ASSERT_TRUE(c6.connected);
     ASSERT_TRUE(PumpUntil(loop, [&] { return l.accepted.size() == 2; }));
     EXPECT_EQ(l.accepted[1]->RemoteAddress(), u"::1");
@@ -144,32 +80,26 @@ TEST(LinuxSocketDualStack, PortHeldByAnotherListenerFailsAsInUse) {
   // a second listener with no address on the same port
   auto second = f.Create();
   second->Create(Variant::Missing(), first.port);
-  EXPECT_EQ(FailureNumber([&] { second->Bind(Variant::Missing(), first.port); }), kSockErrAddressInUse);
+  EXPECT_EQ(FailureOf([&] { second->Bind(Variant::Missing(), first.port); }), kSockErrAddressInUse);
   EXPECT_EQ(second->ErrorText(), u"Address in use");
   EXPECT_FALSE(second->Listening());
 
   // an IPv4-only listener on that port is refused too: the port is taken for
   // both families, not only for IPv6
   auto v4 = f.Create();
-  EXPECT_EQ(FailureNumber([&] { v4->Bind(Variant(Text(u"0.0.0.0")), first.port); }), kSockErrAddressInUse);
+  EXPECT_EQ(FailureOf([&] { v4->Bind(Variant(Text(u"0.0.0.0")), first.port); }), kSockErrAddressInUse);
 
   // the other way round: a plain IPv4 listener holds a port, and a listener
   // with no address must not slip past it on IPv6
   Listener ipv4(f, Variant(Text(u"127.0.0.1")));
   auto late = f.Create();
-  EXPECT_EQ(FailureNumber([&] { late->Bind(Variant::Missing(), ipv4.port); }), kSockErrAddressInUse);
+  EXPECT_EQ(FailureOf([&] { late->Bind(Variant::Missing(), ipv4.port); }), kSockErrAddressInUse);
 
   // the first listener is unharmed and still accepts
-  Client c("127.0.0.1", first.port);
+  Client c(first.port);
   ASSERT_TRUE(c.connected);
   EXPECT_TRUE(PumpUntil(loop, [&] { return first.accepted.size() == 1; }));
 }
-
-}  // namespace
-}  // namespace varnek
-
-namespace varnek {
-namespace {
 
 // The first offer's handler takes its descriptor and waits; meanwhile its
 // peer leaves (the descriptor is closed) and a second peer is accepted on the
@@ -184,7 +114,7 @@ TEST(LinuxSocketOffers, DescriptorNumberReusedWhileAHandlerWaitsIsAnotherOffer) 
   listener->Bind(local, 0);
   listener->Listen();
   const int port = listener->LocalPort();
-  auto client1 = std::make_unique<Client>("127.0.0.1", port);
+  auto client1 = std::make_unique<Client>(port);
   std::unique_ptr<Client> client2;
   std::vector<int32_t> handles;
   bool first_returned = false;
@@ -195,12 +125,12 @@ TEST(LinuxSocketOffers, DescriptorNumberReusedWhileAHandlerWaitsIsAnotherOffer) 
       first->SetAcceptHandle(handle);
       client1.reset();  // leaves without a byte: the control frees the descriptor
       PumpUntil(loop, [&] { return first->State() == kSocketClosed; });
-      client2 = std::make_unique<Client>("127.0.0.1", port);
+      client2 = std::make_unique<Client>(port);
       PumpUntil(loop, [&] { return handles.size() == 2; });
       first_returned = true;
     } else {
       PumpUntil(loop, [&] { return first_returned; });
-      second_failure = FailureNumber([&] { second->SetAcceptHandle(handle); });
+      second_failure = FailureOf([&] { second->SetAcceptHandle(handle); });
     }
   };
   ASSERT_TRUE(PumpUntil(loop, [&] { return second_failure >= 0; }));

@@ -1,9 +1,7 @@
 // The socket control, simulated and on Linux loopback: one contract run on both
 // (listener states, accept, the once-per-arrival ready event, sends, closes),
 // then what only one of them has. Every wait is bounded.
-#include <netdb.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -20,6 +18,7 @@
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/linux_socket.h"
 #include "varnek/platform/sim/sim_socket.h"
+#include "tests/platform/loopback_client.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {
@@ -27,42 +26,6 @@ namespace {
 
 const Variant kAny = Variant::Missing();
 constexpr double kStart = 46023.5;
-
-// Pumps until pred holds, at most 200 pumps of up to 50 ms.
-template <class P>
-bool PumpUntil(HostLoop& loop, P pred) {
-  for (int i = 0; i < 200 && !pred(); ++i) loop.Pump(0.05);
-  return pred();
-}
-void Settle(HostLoop& loop) {
-  for (int i = 0; i < 5; ++i) loop.Pump(0.01);
-}
-
-// A blocking client socket on the test's thread.
-struct Client {
-  explicit Client(int port, const char* address = "127.0.0.1") {
-    addrinfo hints{}, *ai = nullptr;
-    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
-    hints.ai_socktype = SOCK_STREAM;
-    if (getaddrinfo(address, std::to_string(port).c_str(), &hints, &ai) != 0) return;
-    fd = ::socket(ai->ai_family, SOCK_STREAM, 0);
-    connected = ::connect(fd, ai->ai_addr, ai->ai_addrlen) == 0;
-    freeaddrinfo(ai);
-  }
-  ~Client() { ::close(fd); }
-  void Write(const std::string& s) { ASSERT_EQ(::send(fd, s.data(), s.size(), MSG_NOSIGNAL), (ssize_t)s.size()); }
-  // What is readable after waiting up to ms for the first byte; eof once the server closed.
-  std::string ReadSome(int ms = 0) {
-    pollfd p{fd, POLLIN, 0};
-    if (::poll(&p, 1, ms) <= 0) return "";
-    char buf[65536];
-    ssize_t n = ::recv(fd, buf, sizeof buf, MSG_DONTWAIT);
-    eof = eof || n == 0 || (n < 0 && errno == ECONNRESET);
-    return n > 0 ? std::string(buf, static_cast<size_t>(n)) : "";
-  }
-  int fd = -1;
-  bool connected = false, eof = false;
-};
 
 // One implementation's loop, sockets and client peers (bytes as cp1252 units).
 struct SimEnv {
@@ -398,9 +361,13 @@ TYPED_TEST(SocketContract, HandlerFiredFromACopyMayDestroyItsOwnControl) {
   EXPECT_EQ(fired, 256);
 }
 
-TEST(SimSocket, VirtualTimingOfOffersSendsAndEarlyBytes) {
-  SimLoop loop(kStart);
-  SimNetwork net(loop);
+class SimSockets : public testing::Test {
+ protected:
+  SimLoop loop{kStart};
+  SimNetwork net{loop};
+};
+
+TEST_F(SimSockets, VirtualTimingOfOffersSendsAndEarlyBytes) {
   Server srv(net, 1, 80);
   SocketCtl& s = *srv.slots[0];
   auto p1 = net.Connect(80, 1.0);  // offered at the virtual time of the connect
@@ -439,9 +406,7 @@ TEST(SimSocket, VirtualTimingOfOffersSendsAndEarlyBytes) {
   EXPECT_EQ(late.slots[0]->ReceiveReadyCount(), 5);
 }
 
-TEST(SimSocket, OutgoingConnectToScriptedServer) {
-  SimLoop loop(kStart);
-  SimNetwork net(loop);
+TEST_F(SimSockets, OutgoingConnectToScriptedServer) {
   net.Serve(80, [&](std::shared_ptr<SimPeer> p) {
     p->on_data = [](SimPeer& self) {
       if (self.Received() == u"GET / HTTP/1.0\r\n\r\n") self.Write(u"HTTP/1.0 200 OK\r\n\r\nok"), self.Close();
@@ -475,13 +440,19 @@ TEST(SimSocket, OutgoingConnectToScriptedServer) {
 #endif
 #endif
 
-TEST(LinuxSocket, OutOfDescriptorsPausesAcceptInsteadOfSpinning) {
+// One listener on loopback with a slot for its connections.
+class LinuxSockets : public testing::Test {
+ protected:
+  LinuxLoop loop;
+  LinuxSocketFactory f{loop};
+  Server<LinuxSocketFactory> srv{f, 1};
+  SocketCtl& s = *srv.slots[0];
+};
+
+TEST_F(LinuxSockets, OutOfDescriptorsPausesAcceptInsteadOfSpinning) {
 #ifdef VARNEK_SANITIZED
   GTEST_SKIP() << "needs all descriptors in use; the sanitizers probe memory through a pipe";
 #endif
-  LinuxLoop loop;
-  LinuxSocketFactory f(loop);
-  Server srv(f, 1);
   Client c(srv.port);
   ASSERT_TRUE(c.connected);
   // No descriptor left for accept: the lowest free number becomes the limit.
@@ -502,15 +473,11 @@ TEST(LinuxSocket, OutOfDescriptorsPausesAcceptInsteadOfSpinning) {
   EXPECT_FALSE(srv.listener->ErrorText().empty());
   EXPECT_LT(pumps, 50);
   // With descriptors back, the waiting connection is accepted.
-  ASSERT_TRUE(PumpUntil(loop, [&] { return srv.slots[0]->State() == kSocketConnected; }));
+  ASSERT_TRUE(PumpUntil(loop, [&] { return s.State() == kSocketConnected; }));
   EXPECT_EQ(srv.handles.size(), 1u);
 }
 
-TEST(LinuxSocket, SendCompletesWhenAllWrittenAndCloseWaitsForTheQueue) {
-  LinuxLoop loop;
-  LinuxSocketFactory f(loop);
-  Server srv(f, 1);
-  SocketCtl& s = *srv.slots[0];
+TEST_F(LinuxSockets, SendCompletesWhenAllWrittenAndCloseWaitsForTheQueue) {
   s.SetSendBufferSize(16384);
   Client c(srv.port);
   ASSERT_TRUE(PumpUntil(loop, [&] { return s.State() == kSocketConnected; }));
@@ -560,12 +527,8 @@ bool ReadToTheEnd(LinuxLoop& loop, Client& c, std::string& got, size_t chunk, in
   return false;
 }
 
-TEST(LinuxSocket, CloseDrainsWhileThePeerReadsAndResetsOnceItStalls) {
-  LinuxLoop loop;
-  LinuxSocketFactory f(loop);
-  f.SetCloseStallSeconds(1.0);
-  Server srv(f, 1);
-  SocketCtl& s = *srv.slots[0];
+TEST_F(LinuxSockets, CloseDrainsWhileThePeerReadsAndResetsOnceItStalls) {
+  f.SetCloseStallSeconds(1.0);  // read when a Close starts draining
   s.SetSendBufferSize(16384);
   const size_t size = 512 * 1024;
   {  // a slow reader (16 KiB every 50 ms, about 1.6 s in all) gets it all, then FIN
@@ -593,11 +556,7 @@ TEST(LinuxSocket, CloseDrainsWhileThePeerReadsAndResetsOnceItStalls) {
   }
 }
 
-TEST(LinuxSocket, PeerResets) {
-  LinuxLoop loop;
-  LinuxSocketFactory f(loop);
-  Server srv(f, 1);
-  SocketCtl& s = *srv.slots[0];
+TEST_F(LinuxSockets, PeerResets) {
   // The peer resets the connection: State 1 with the reason, no event.
   Client r(srv.port);
   r.Write("partial");
@@ -612,22 +571,19 @@ TEST(LinuxSocket, PeerResets) {
   EXPECT_EQ(srv.done.size(), done_before);
 }
 
-TEST(LinuxSocket, OutgoingConnectAddressesAndIPv6) {
-  LinuxLoop loop;
-  LinuxSocketFactory f(loop);
+TEST_F(LinuxSockets, OutgoingConnectAddressesAndIPv6) {
   EXPECT_EQ(FailureOf([&] { f.Create()->Bind(kAny, 70000); }), kSockErrAddressInvalid);
   EXPECT_EQ(FailureOf([&] { f.Create()->Bind(Variant(Text(u"not an address")), 0); }), kSockErrAddressInvalid);
-  Server srv(f, 1);
   auto out = f.Create();
   std::vector<int32_t> done;
   out->on_done = [&](int32_t op) { done.push_back(op); };
   out->Connect(Variant(Text(u"127.0.0.1")), srv.port);
-  ASSERT_TRUE(PumpUntil(loop, [&] { return !done.empty() && srv.slots[0]->State() == kSocketConnected; }));
+  ASSERT_TRUE(PumpUntil(loop, [&] { return !done.empty() && s.State() == kSocketConnected; }));
   EXPECT_EQ(done, std::vector<int32_t>{kOpConnect});
   EXPECT_EQ(out->RemotePort(), srv.port);
-  EXPECT_EQ(srv.slots[0]->LocalPort(), srv.port);
-  srv.slots[0]->Send(Variant(Text(u"HTTP/1.0 200 OK\r\n\r\nok")));
-  srv.slots[0]->Close();
+  EXPECT_EQ(s.LocalPort(), srv.port);
+  s.Send(Variant(Text(u"HTTP/1.0 200 OK\r\n\r\nok")));
+  s.Close();
   ASSERT_TRUE(PumpUntil(loop, [&] { return out->State() == kSocketClosing; }));
   out->Receive(kReceiveText);
   EXPECT_EQ(out->ReceivedData().ToText(), u"HTTP/1.0 200 OK\r\n\r\nok");
@@ -637,11 +593,7 @@ TEST(LinuxSocket, OutgoingConnectAddressesAndIPv6) {
   ASSERT_TRUE(PumpUntil(loop, [&] { return refused->State() == kSocketClosed; }));
   EXPECT_EQ(refused->ErrorText(), u"Connection refused");
 
-  int probe = ::socket(AF_INET6, SOCK_STREAM, 0);  // an IPv6 listener, where ::1 exists
-  sockaddr_in6 a6{AF_INET6, 0, 0, in6addr_loopback, 0};
-  bool has_v6 = probe >= 0 && ::bind(probe, reinterpret_cast<sockaddr*>(&a6), sizeof a6) == 0;
-  ::close(probe);
-  if (!has_v6) GTEST_SKIP() << "no IPv6 loopback here";
+  if (!HasIPv6Loopback()) GTEST_SKIP() << "no IPv6 loopback here";  // an IPv6 listener, where ::1 exists
   Server v6(f, 1, 0, Variant(Text(u"::1")));
   Client c(v6.port, "::1");
   ASSERT_TRUE(c.connected);
