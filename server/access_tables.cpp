@@ -4,7 +4,7 @@
 #include "varnek/runtime/failure.h"
 #include "varnek/runtime/like.h"
 #include "varnek/runtime/strings.h"
-#include "varnek/server/http_server.h"
+#include "varnek/server/server_core_internal.h"
 #include "varnek/server/secure_path_rule.h"
 
 namespace varnek {
@@ -39,21 +39,21 @@ int16_t CountOf(CollectionPtr& list) {
 
 }  // namespace
 
-Variant HTTPServer::UsersAdd(const Variant& UserNameDosPuntosClave) {
+Variant ServerCore::UsersAdd(const Variant& UserNameDosPuntosClave) {
   Resume([&] { List(users_).Add(UserNameDosPuntosClave); });
   return Variant();
 }
 
-Variant HTTPServer::UsersGet(int16_t Index) { return GetAt(users_, Index); }
+Variant ServerCore::UsersGet(int16_t Index) { return GetAt(users_, Index); }
 
-Variant HTTPServer::UsersDelete(int16_t Index) {
+Variant ServerCore::UsersDelete(int16_t Index) {
   DeleteAt(users_, Index);
   return Variant();
 }
 
-int16_t HTTPServer::UsersCount() { return CountOf(users_); }
+int16_t ServerCore::UsersCount() { return CountOf(users_); }
 
-bool HTTPServer::UsersFindIfIsIn(const Variant& UserNameDosPuntosClave) {
+bool ServerCore::UsersFindIfIsIn(const Variant& UserNameDosPuntosClave) {
   bool found = false;
   Text wanted;
   if (!Resume([&] { wanted = UCase(CStr(UserNameDosPuntosClave)); })) return false;
@@ -64,25 +64,25 @@ bool HTTPServer::UsersFindIfIsIn(const Variant& UserNameDosPuntosClave) {
   return found;
 }
 
-Variant HTTPServer::SecurePathAdd(const Variant& NewPath) {
+Variant ServerCore::SecurePathAdd(const Variant& NewPath) {
   Resume([&] { List(secure_paths_).Add(NewPath); });
   return Variant();
 }
 
-Variant HTTPServer::SecurePathGet(int16_t Index) { return GetAt(secure_paths_, Index); }
+Variant ServerCore::SecurePathGet(int16_t Index) { return GetAt(secure_paths_, Index); }
 
-Variant HTTPServer::SecurePathDelete(int16_t Index) {
+Variant ServerCore::SecurePathDelete(int16_t Index) {
   DeleteAt(secure_paths_, Index);
   return Variant();
 }
 
-int16_t HTTPServer::SecurePathCount() { return CountOf(secure_paths_); }
+int16_t ServerCore::SecurePathCount() { return CountOf(secure_paths_); }
 
 bool SecurePathMatches(TextView path, TextView entry) {
   return Like(UCase(path), UCase(entry) + u"*");
 }
 
-bool HTTPServer::SecurePathFindIfIsIn(const Variant& RequestPath) {
+bool ServerCore::SecurePathFindIfIsIn(const Variant& RequestPath) {
   bool found = false;
   Text path;
   if (!Resume([&] { path = CStr(RequestPath); })) return false;

@@ -3,7 +3,7 @@
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/failure.h"
 #include "varnek/runtime/strings.h"
-#include "varnek/server/http_server.h"
+#include "varnek/server/server_core_internal.h"
 
 namespace varnek {
 
@@ -39,7 +39,7 @@ void Line(Text& page, Piece&& piece) {
 
 }  // namespace
 
-Variant HTTPServer::http_Header(int32_t pNumCode, int32_t ContentType,
+Variant ServerCore::http_Header(int32_t pNumCode, int32_t ContentType,
                                 const Variant& ContentLength, const Variant& AuthenticateRealm) {
   Text head = u"HTTP/1.0 " + CStr(Variant::Long(pNumCode)) + kCrLf;
   if (!AuthenticateRealm.IsMissing()) {
@@ -58,16 +58,16 @@ Variant HTTPServer::http_Header(int32_t pNumCode, int32_t ContentType,
   return head;
 }
 
-Variant HTTPServer::http_ErrorResponse(int32_t pNumError) {
+Variant ServerCore::http_ErrorResponse(int32_t pNumError) {
   const Text title = u"HTTP " + Str(Variant::Long(pNumError)) + u" Error";
   return CStr(html_GenericStart(title, u"black", u"white", u"red")) + CStr(html_GenericEnd());
 }
 
-CollectionPtr HTTPServer::http_DecodeHeader(const Variant& /*VarHeader*/) {
+CollectionPtr ServerCore::http_DecodeHeader(const Variant& /*VarHeader*/) {
   return Collection::New();
 }
 
-Variant HTTPServer::html_GenericStart(const Variant& pTitulo, const Variant& FontColor,
+Variant ServerCore::html_GenericStart(const Variant& pTitulo, const Variant& FontColor,
                                      const Variant& BackColor, const Variant& LinkColor) {
   static const Variant kBlack = u"black", kWhite = u"white", kRed = u"red";
   const Variant& font = OrDefault(FontColor, kBlack);
@@ -106,7 +106,7 @@ Variant HTTPServer::html_GenericStart(const Variant& pTitulo, const Variant& Fon
   return page;
 }
 
-Variant HTTPServer::html_GenericEnd() {
+Variant ServerCore::html_GenericEnd() {
   Text page;
   Line(page, [] { return Text(u"<hr>"); });
   // This row has no line end: the next one continues it.
@@ -120,7 +120,7 @@ Variant HTTPServer::html_GenericEnd() {
   return page;
 }
 
-Variant HTTPServer::html_404error() {
+Variant ServerCore::html_404error() {
   static const char16_t* const kRows[] = {
       u"<html>",
       u"",
@@ -155,7 +155,7 @@ Variant HTTPServer::html_404error() {
   return answer;
 }
 
-Variant HTTPServer::html_retrieveHeader(const Text& tPage) {
+Variant ServerCore::html_retrieveHeader(const Text& tPage) {
   Text request;
   Line(request, [&] { return u"GET " + InHeaderLine(tPage) + u" HTTP/1.0"; });
   Line(request, [] { return Text(u"Accept: text/plain"); });

@@ -7,7 +7,7 @@
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/dates.h"
 #include "varnek/runtime/failure.h"
-#include "varnek/server/http_server.h"
+#include "varnek/server/server_core_internal.h"
 
 namespace varnek {
 
@@ -35,7 +35,7 @@ Text Number(int32_t value) { return CStr(Variant::Long(value)); }
 // A peer asks to connect. Sweeps slots silent for 6 or more minute boundaries,
 // then gives the connection to the lowest free slot; with none free the handle
 // is left untaken and nothing is reported or sent.
-void HTTPServer::SocketXListen_Accept(int32_t handle) {
+void ServerCore::SocketXListen_Accept(int32_t handle) {
   HandlerScope scope(this);
   Resume([&] { Report(u"Server - Solicitud Handle " + Number(handle)); });
 
@@ -77,7 +77,7 @@ void HTTPServer::SocketXListen_Accept(int32_t handle) {
 
 // With MaxConnectionsPerAddress set: true when the offered connection's peer
 // already holds that many slots (connected or closing).
-bool HTTPServer::AddressHasItsShare(int32_t handle) {
+bool ServerCore::AddressHasItsShare(int32_t handle) {
   if (max_per_address_ <= 0) return false;
   bool full = false;
   Resume([&] {
@@ -93,7 +93,7 @@ bool HTTPServer::AddressHasItsShare(int32_t handle) {
 
 // Data waits on slot `index`. The request counts as complete once the waiting
 // byte count has not grown for half a second, or 60 s after the first event.
-void HTTPServer::SocketX_ReceiveReady(int16_t index) {
+void ServerCore::SocketX_ReceiveReady(int16_t index) {
   HandlerScope scope(this);
   ServingScope serving(this, index);
   DoEvents();
@@ -119,7 +119,7 @@ void HTTPServer::SocketX_ReceiveReady(int16_t index) {
 // After an answer went out (or the slot lost its peer): forget the text and
 // close unless the socket is already closed; nothing once the slot carries
 // another connection. Pumps up to 11 s.
-void HTTPServer::CloseAfterAnswer(int16_t index) {
+void ServerCore::CloseAfterAnswer(int16_t index) {
   if (LeftBehind(index)) return;
   Resume([&] { ForgetText(TextOf(index)); });
   bool open = false;
@@ -130,7 +130,7 @@ void HTTPServer::CloseAfterAnswer(int16_t index) {
 
 // An asynchronous operation finished on slot `index`. The report comes last,
 // so reports of operations that finish inside this handler's pauses precede it.
-void HTTPServer::SocketX_Done(int16_t index, int32_t code) {
+void ServerCore::SocketX_Done(int16_t index, int32_t code) {
   HandlerScope scope(this);
   ServingScope serving(this, index);
   const Text name = OperationName(code);

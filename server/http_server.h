@@ -21,9 +21,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
-#include <unordered_map>
-#include <vector>
 
 #include "varnek/platform/platform.h"
 #include "varnek/platform/socket.h"
@@ -34,7 +31,7 @@
 namespace varnek {
 
 class Adds;
-class LoopTimer;
+class ServerCore;
 
 class HTTPServer {
  public:
@@ -69,10 +66,10 @@ class HTTPServer {
   // True runs Init (a restart on a running server), False runs Stop. Failures
   // are swallowed and show only as InternalState reports. Pumps.
   void ServerOpen(bool open);
-  int32_t ServerPort() const { return server_port_; }
+  int32_t ServerPort() const;
   // Not checked here; 0 becomes 80 at the next Init, above 32767 makes it fail.
-  void ServerPort(int32_t port) { server_port_ = port; }
-  Variant MaxConcurrentConnections() const { return Variant::Long(max_connections_); }
+  void ServerPort(int32_t port);
+  Variant MaxConcurrentConnections() const;
   // Converted to 32 bits; a value that does not convert leaves the member.
   void MaxConcurrentConnections(const Variant& count);
   // Slots 1..upper bound whose socket is not closed.
@@ -81,35 +78,31 @@ class HTTPServer {
   // at Init, while a 0 or negative set on a running server is used as it is.
   int16_t WatchdogTimeout() const;
   void WatchdogTimeout(int16_t seconds);
-  Variant ServerWelcomeString() const { return welcome_; }
-  void ServerWelcomeString(const Variant& text) { welcome_ = text; }
+  Variant ServerWelcomeString() const;
+  void ServerWelcomeString(const Variant& text);
   // Stored only: the control never sends it.
-  Variant ServerBusyString() const { return busy_; }
-  void ServerBusyString(const Variant& text) { busy_ = text; }
+  Variant ServerBusyString() const;
+  void ServerBusyString(const Variant& text);
   // Copied to every slot at the next Init; the listener gets neither.
-  bool ServerSecure() const { return server_secure_; }
-  void ServerSecure(bool secure) { server_secure_ = secure; }
-  bool ClientSecure() const { return client_secure_; }
-  void ClientSecure(bool secure) { client_secure_ = secure; }
+  bool ServerSecure() const;
+  void ServerSecure(bool secure);
+  bool ClientSecure() const;
+  void ClientSecure(bool secure);
   // Beyond the contract, for hosts on open networks: at most this many slots
   // for one peer address; a further connection from it is left unanswered,
   // as one that finds no free slot. 0 (the default): no limit.
-  int32_t MaxConnectionsPerAddress() const { return max_per_address_; }
-  void MaxConnectionsPerAddress(int32_t count) { max_per_address_ = count; }
+  int32_t MaxConnectionsPerAddress() const;
+  void MaxConnectionsPerAddress(int32_t count);
   // A value the host keeps here; the control does not use it.
-  Variant SocketControl() const { return socket_control_; }
-  void SocketControl(const Variant& control) { socket_control_ = control; }
+  Variant SocketControl() const;
+  void SocketControl(const Variant& control);
   // "Not active" while stopped, the server's URL while running.
-  const Text& HintText() const { return hint_text_; }
+  const Text& HintText() const;
   // The control's size is fixed by its 16x16 icon, whatever the host asks.
-  int32_t Width() const { return width_; }
-  int32_t Height() const { return height_; }
+  int32_t Width() const;
+  int32_t Height() const;
   // The host asks for a size; the resize handler puts the icon's size back.
-  void Resize(int32_t width, int32_t height) {
-    width_ = width;
-    height_ = height;
-    UserControl_Resize();
-  }
+  void Resize(int32_t width, int32_t height);
   void UserControl_Resize();
 
   // ---- Builders (builders.cpp). Pure text; they touch no connection.
@@ -174,164 +167,14 @@ class HTTPServer {
   void Proceso_KeepOpen(const Variant& Index, bool keep);
 
   // The loop the server pumps (hosts drive it with Pump).
-  HostLoop& loop() const { return *platform_->loop; }
+  HostLoop& loop() const;
   // The Adds instance the server uses, created at first use.
   Adds& adds();
 
  private:
-  struct Slot {
-    std::unique_ptr<SocketCtl> socket;
-    Text motor_stamp;  // host text form of a date, or ""
-    uint64_t connection = 0;  // the connection it carries, numbered by the server; 0: none yet
-  };
-  // The connection a handler serves: its slot, the slot's connection number
-  // when the handler took it up, and the pump depth the handler runs at
-  // (what runs nested in its waits is not the handler itself).
-  struct ServedConnection {
-    int32_t slot;
-    uint64_t connection;
-    int depth;
-  };
-  // Marks the running handler as serving slot `slot`'s current connection,
-  // for as long as the scope lasts.
-  class ServingScope {
-   public:
-    ServingScope(HTTPServer* server, int32_t slot);
-    ~ServingScope();
-    ServingScope(const ServingScope&) = delete;
-    ServingScope& operator=(const ServingScope&) = delete;
-
-   private:
-    HTTPServer* server_;
-    std::shared_ptr<bool> alive_;
-    StrandRef strand_;  // kept alive: its address is the key
-    const void* key_;
-  };
-  // Counts our handlers on the stack, so removed sockets are freed only when
-  // none of them can still be inside one.
-  struct HandlerScope {
-    explicit HandlerScope(HTTPServer* server) : server_(server), alive_(server->alive_) {
-      ++server_->handler_depth_;
-    }
-    ~HandlerScope() {
-      if (*alive_) --server_->handler_depth_;
-    }
-    HTTPServer* server_;
-    std::shared_ptr<bool> alive_;
-  };
-  // Thrown when the server was destroyed while one of its routines waited
-  // (a host callback nested in the wait on one stack): the routine's frames
-  // unwind without touching the freed object, and the outermost one of ours
-  // (an event handler, a public call that pumps) swallows it.
-  struct ServerGone {};
-  static void Outlived(const std::shared_ptr<bool>& alive) {
-    if (!*alive) throw ServerGone();
-  }
-  template <class Body>
-  static void UnlessGone(Body&& body) {
-    try {
-      body();
-    } catch (const ServerGone&) {
-    }
-  }
-
-  // server_lifecycle.cpp
-  void Init();
-  void Stop();
-  void Motores_Unload();
-  void Pagina404_Clear() { cached_404_.clear(); }
-  void UserControl_Initialize();
-  void LoadSlot(int32_t index);
-  void UnloadSlot(int32_t index);
-  void CollectGraveyard();
-  static Text Var_CutAtNull(const Text& text, int32_t position);
-  static Text Path_EnsureBackslash(const Text& path);
-
-  // connection_events.cpp
-  void SocketXListen_Accept(int32_t handle);
-  void SocketX_ReceiveReady(int16_t index);
-  void SocketX_Done(int16_t index, int32_t code);
-  void CloseAfterAnswer(int16_t index);
-  bool AddressHasItsShare(int32_t handle);
-
-  // request_processing.cpp
-  void Procesar_Recibido(int16_t& IdxProceso, const Variant& text);
-
-  // watchdog.cpp
-  void TimerWatchdog_Tick();
-
-  // stale_sweep.cpp
-  void SweepStaleSlots();                           // the accept handler's sweep; pumps
-  void SetStamp(int32_t index, const Text& stamp);  // every write of a slot's stamp but its clearing
-
-  // Shared helpers (slot_helpers.cpp).
-  void Report(const Text& text);
-  SocketCtl& Sock(int32_t index) const;   // fails with 9 when no such slot
-  Slot& SlotAt(int32_t index);            // same
-  int32_t UpperBound() const;             // highest loaded slot index
-  Variant& TextOf(int32_t index);         // ProcesoTexto(index), fails with 9
-  Variant& ExtraOf(int32_t index);
-  std::vector<bool>::reference KeepOpenOf(int32_t index);
-  // Makes a per-slot text "" and gives its memory back: an assignment of ""
-  // would keep the capacity of the largest text the slot ever carried.
-  static void ForgetText(Variant& text);
-  void Pause(double seconds);             // DateTime_PausaTimer; pumps
-  void DoEvents();
-  void WaitClosed(SocketCtl* listener, int32_t index);  // up to 10 s for State 1; pumps
-  // Pause 1 s, Close slot `index`, wait up to 10 s for State 1. `resume`:
-  // each step swallows its failure; otherwise the first failure leaves.
-  // With connections side by side the slot may take another connection
-  // during the pause: that one is left alone. Pumps.
-  void PauseCloseAndWait(int32_t index, bool resume = true);
-  double StampOrNow(int32_t index);
-  // True when the caller is a handler of a connection that slot `index`
-  // carried and has since passed on (served_connection.cpp).
-  bool LeftBehind(int32_t index);
-  const void* StrandKey(StrandRef& holder);
-  Text NowText();
-
-  Platform* platform_;
-  std::unique_ptr<Adds> adds_;
-  std::unique_ptr<SocketCtl> listener_;                // SocketXListen
-  std::unique_ptr<LoopTimer> watchdog_;                // TimerWatchdog
-  std::vector<std::unique_ptr<Slot>> slots_;           // SocketX, element 0 never connected
-  std::vector<std::unique_ptr<Slot>> graveyard_;       // removed slots, freed when safe
-  int handler_depth_ = 0;                              // our handlers on the stack
-  // False once the destructor ran; shared with the routines still waiting.
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
-  // Connections taken over the server's whole life: slots made anew by a
-  // restart never hand out a number an old run's handler still holds.
-  uint64_t connections_taken_ = 0;
-  std::optional<double> oldest_busy_stamp_;            // at or before every stamp of a slot not free
-  // Per strand (one key for the single stack): the connections its handlers
-  // serve, innermost last.
-  std::unordered_map<const void*, std::vector<ServedConnection>> serving_;
-
-  std::vector<Variant> proceso_texto_;
-  std::vector<Variant> proceso_extra_;
-  std::vector<bool> proceso_keep_open_;
-  bool arrays_created_ = false;
-
-  int32_t server_port_ = 0;
-  int32_t max_connections_ = 0;
-  int32_t max_per_address_ = 0;
-  Variant watchdog_timeout_;
-  Variant welcome_;
-  Variant busy_;
-  bool server_secure_ = false;
-  bool client_secure_ = false;
-  Variant socket_control_;
-  CollectionPtr users_;
-  CollectionPtr secure_paths_;
-  Text hint_text_;
-  int32_t width_ = 16;
-  int32_t height_ = 16;
-
-  // Kept by Init and never read.
-  Text default_document_;
-  Text cached_404_;
-  Text cached_start_;
-  Text cached_end_;
+  // The server's state and routines (server_core_internal.h). Declared after
+  // the events, so it is destroyed (running Stop) while they are still whole.
+  std::unique_ptr<ServerCore> core_;
 };
 
 }  // namespace varnek

@@ -2,7 +2,7 @@
 // polled receive of a held-open channel, close and the keep-open flag.
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/failure.h"
-#include "varnek/server/http_server.h"
+#include "varnek/server/server_core_internal.h"
 
 namespace varnek {
 
@@ -17,7 +17,7 @@ bool InBounds(const Variant& index, int32_t upper, int32_t& out) {
 
 }  // namespace
 
-int32_t HTTPServer::ProcesoStatus_Code(const Variant& Index) {
+int32_t ServerCore::ProcesoStatus_Code(const Variant& Index) {
   int32_t state = 0;
   Resume([&] {
     int32_t i = 0;
@@ -26,7 +26,7 @@ int32_t HTTPServer::ProcesoStatus_Code(const Variant& Index) {
   return state;
 }
 
-Variant HTTPServer::ProcesoStatus_String(const Variant& Index) {
+Variant ServerCore::ProcesoStatus_String(const Variant& Index) {
   Variant text;
   Resume([&] {
     int32_t i = 0;
@@ -35,14 +35,14 @@ Variant HTTPServer::ProcesoStatus_String(const Variant& Index) {
   return text;
 }
 
-void HTTPServer::Proceso_Send(const Variant& Index, const Variant& value) {
+void ServerCore::Proceso_Send(const Variant& Index, const Variant& value) {
   int32_t i = 0;
   if (!InBounds(Index, UpperBound(), i) || LeftBehind(i)) return;
   Sock(i).Send(value);
   SetStamp(i, NowText());
 }
 
-Variant HTTPServer::Proceso_Receive(const Variant& Index) {
+Variant ServerCore::Proceso_Receive(const Variant& Index) {
   int32_t i = 0;
   if (!InBounds(Index, UpperBound(), i)) return Variant();
   if (LeftBehind(i)) return Variant(u"");
@@ -52,7 +52,7 @@ Variant HTTPServer::Proceso_Receive(const Variant& Index) {
   return text;
 }
 
-void HTTPServer::Proceso_Close(const Variant& Index) {
+void ServerCore::Proceso_Close(const Variant& Index) {
   UnlessGone([&] {
     HandlerScope scope(this);
     int32_t i = 0;
@@ -70,13 +70,13 @@ void HTTPServer::Proceso_Close(const Variant& Index) {
   });
 }
 
-bool HTTPServer::Proceso_KeepOpen(const Variant& Index) {
+bool ServerCore::Proceso_KeepOpen(const Variant& Index) {
   int32_t i = 0;
   if (!InBounds(Index, UpperBound(), i)) return false;
   return KeepOpenOf(i);
 }
 
-void HTTPServer::Proceso_KeepOpen(const Variant& Index, bool keep) {
+void ServerCore::Proceso_KeepOpen(const Variant& Index, bool keep) {
   Resume([&] {
     int32_t i = 0;
     if (InBounds(Index, UpperBound(), i) && !LeftBehind(i)) KeepOpenOf(i) = keep;

@@ -5,7 +5,7 @@
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/failure.h"
 #include "varnek/runtime/strings.h"
-#include "varnek/server/http_server.h"
+#include "varnek/server/server_core_internal.h"
 
 namespace varnek {
 
@@ -99,7 +99,7 @@ void ReadPostFields(Adds& a, const Text& raw, Collection& names, Collection& val
 // then sends the answer. Failures are swallowed statement by statement except
 // in the final send, whose failure reaches SocketX_Done. Pumps at the start,
 // inside the host's event if the host pumps, and in the close path.
-void HTTPServer::Procesar_Recibido(int16_t& IdxProceso, const Variant& text) {
+void ServerCore::Procesar_Recibido(int16_t& IdxProceso, const Variant& text) {
   Adds& a = adds();
   Resume([&] {
     Report(u"Internal (" + CStr(Variant::Integer(IdxProceso)) +

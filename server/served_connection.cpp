@@ -4,17 +4,17 @@
 // mode) and by its pump depth: whatever runs nested in its waits (a host
 // timer, another connection's events) is not the handler itself.
 #include "varnek/platform/host_loop.h"
-#include "varnek/server/http_server.h"
+#include "varnek/server/server_core_internal.h"
 
 namespace varnek {
 
-const void* HTTPServer::StrandKey(StrandRef& holder) {
+const void* ServerCore::StrandKey(StrandRef& holder) {
   if (loop().Mode() == LoopMode::kOneStack) return nullptr;
   holder = loop().CurrentStrand();
   return holder.get();
 }
 
-HTTPServer::ServingScope::ServingScope(HTTPServer* server, int32_t slot)
+ServerCore::ServingScope::ServingScope(ServerCore* server, int32_t slot)
     : server_(server), alive_(server->alive_), key_(server->StrandKey(strand_)) {
   uint64_t connection = 0;
   if (slot >= 0 && slot < static_cast<int32_t>(server->slots_.size()) && server->slots_[slot]) {
@@ -23,7 +23,7 @@ HTTPServer::ServingScope::ServingScope(HTTPServer* server, int32_t slot)
   server->serving_[key_].push_back({slot, connection, server->loop().PumpDepth()});
 }
 
-HTTPServer::ServingScope::~ServingScope() {
+ServerCore::ServingScope::~ServingScope() {
   if (!*alive_) return;
   auto it = server_->serving_.find(key_);
   if (it == server_->serving_.end()) return;
@@ -31,7 +31,7 @@ HTTPServer::ServingScope::~ServingScope() {
   if (it->second.empty()) server_->serving_.erase(it);
 }
 
-bool HTTPServer::LeftBehind(int32_t index) {
+bool ServerCore::LeftBehind(int32_t index) {
   if (serving_.empty()) return false;
   StrandRef holder;
   auto it = serving_.find(StrandKey(holder));

@@ -6,7 +6,7 @@
 #include "varnek/runtime/failure.h"
 #include "varnek/runtime/int16.h"
 #include "varnek/runtime/strings.h"
-#include "varnek/server/http_server.h"
+#include "varnek/server/server_core_internal.h"
 
 namespace varnek {
 
@@ -17,7 +17,12 @@ constexpr int32_t kWatchdogIntervalMs = 10000;
 constexpr char16_t kCertificateName[] = u"VRNEK";
 }  // namespace
 
-HTTPServer::HTTPServer(Platform& platform) : platform_(&platform) {
+ServerCore::ServerCore(Platform& platform, HTTPServer& face)
+    : GETReceived(face.GETReceived),
+      POSTReceived(face.POSTReceived),
+      GENERICReceived(face.GENERICReceived),
+      InternalState(face.InternalState),
+      platform_(&platform) {
   listener_ = platform_->sockets->Create();
   listener_->on_connection_request = [this](int32_t handle) {
     UnlessGone([&] { SocketXListen_Accept(handle); });
@@ -33,7 +38,7 @@ HTTPServer::HTTPServer(Platform& platform) : platform_(&platform) {
   UserControl_Initialize();
 }
 
-HTTPServer::~HTTPServer() {
+ServerCore::~ServerCore() {
   Stop();
   // Handlers of ours may still wait on strands of their own: with the slots
   // gone they end at their next step, so let them, at most 15 s (a handler
@@ -59,19 +64,19 @@ HTTPServer::~HTTPServer() {
   *alive_ = false;
 }
 
-void HTTPServer::UserControl_Initialize() {
+void ServerCore::UserControl_Initialize() {
   hint_text_ = u"Not active";
   UserControl_Resize();
 }
 
-void HTTPServer::UserControl_Resize() {
+void ServerCore::UserControl_Resize() {
   width_ = 16;
   height_ = 16;
 }
 
-bool HTTPServer::ServerOpen() const { return listener_->State() == kSocketListening; }
+bool ServerCore::ServerOpen() const { return listener_->State() == kSocketListening; }
 
-void HTTPServer::ServerOpen(bool open) {
+void ServerCore::ServerOpen(bool open) {
   UnlessGone([&] {
     {
       HandlerScope scope(this);
@@ -81,11 +86,11 @@ void HTTPServer::ServerOpen(bool open) {
   });
 }
 
-void HTTPServer::MaxConcurrentConnections(const Variant& count) {
+void ServerCore::MaxConcurrentConnections(const Variant& count) {
   Resume([&] { max_connections_ = CLng(count); });
 }
 
-int16_t HTTPServer::CurrentConnections() const {
+int16_t ServerCore::CurrentConnections() const {
   int16_t busy = 0;
   const int32_t upper = UpperBound();
   for (int32_t i = 1; i <= upper; ++i) {
@@ -96,16 +101,16 @@ int16_t HTTPServer::CurrentConnections() const {
   return busy;
 }
 
-int16_t HTTPServer::WatchdogTimeout() const {
+int16_t ServerCore::WatchdogTimeout() const {
   int16_t seconds = 0;
   Resume([&] { seconds = CInt(watchdog_timeout_); });
   return seconds;
 }
 
-void HTTPServer::WatchdogTimeout(int16_t seconds) { watchdog_timeout_ = Variant::Integer(seconds); }
+void ServerCore::WatchdogTimeout(int16_t seconds) { watchdog_timeout_ = Variant::Integer(seconds); }
 
 // Init: one failure handler for the whole routine. Pumps only inside Stop.
-void HTTPServer::Init() {
+void ServerCore::Init() {
   try {
     Report(u"Init - Deteniendo server");
     Stop();
@@ -171,7 +176,7 @@ void HTTPServer::Init() {
 
 // Stop: every statement swallows its failure. Pumps up to 10 s waiting for the
 // listener to close. Leaves the arrays and the access tables alone.
-void HTTPServer::Stop() {
+void ServerCore::Stop() {
   Resume([&] { hint_text_ = u"Not active"; });
   Resume([&] { listener_->Close(); });
   Resume([&] { WaitClosed(listener_.get(), 0); });
@@ -182,14 +187,14 @@ void HTTPServer::Stop() {
 
 // Removes slots 1..MaxConcurrentConnections as it reads now; a slot that is
 // not there fails quietly. Sockets are not closed first: removal ends them.
-void HTTPServer::Motores_Unload() {
+void ServerCore::Motores_Unload() {
   const int32_t count = max_connections_;
   for (int32_t i = 1; i <= count; ++i) {
     Resume([&] { UnloadSlot(ToInt16(i)); });
   }
 }
 
-void HTTPServer::LoadSlot(int32_t index) {
+void ServerCore::LoadSlot(int32_t index) {
   if (index < static_cast<int32_t>(slots_.size()) && slots_[index]) {
     Fail(360, "Object already loaded");
   }
@@ -206,7 +211,7 @@ void HTTPServer::LoadSlot(int32_t index) {
   slots_[index] = std::move(slot);
 }
 
-void HTTPServer::UnloadSlot(int32_t index) {
+void ServerCore::UnloadSlot(int32_t index) {
   if (index <= 0 || index >= static_cast<int32_t>(slots_.size()) || !slots_[index]) {
     Fail(340, "Control array element does not exist");
   }
@@ -223,11 +228,11 @@ void HTTPServer::UnloadSlot(int32_t index) {
   if (!graveyard_.empty()) Resume([&] { socket->Close(); });
 }
 
-void HTTPServer::CollectGraveyard() {
+void ServerCore::CollectGraveyard() {
   if (handler_depth_ == 0 && loop().PumpDepth() == 0) graveyard_.clear();
 }
 
-Text HTTPServer::Var_CutAtNull(const Text& text, int32_t position) {
+Text ServerCore::Var_CutAtNull(const Text& text, int32_t position) {
   Text upto = Left(text, position);
   if (!upto.empty() && static_cast<int32_t>(upto.size()) == position && upto.back() == u'\0') {
     upto.pop_back();
@@ -235,7 +240,7 @@ Text HTTPServer::Var_CutAtNull(const Text& text, int32_t position) {
   return upto;
 }
 
-Text HTTPServer::Path_EnsureBackslash(const Text& path) {
+Text ServerCore::Path_EnsureBackslash(const Text& path) {
   if (Right(path, 1) == u"\\") return path;
   return path + u"\\";
 }

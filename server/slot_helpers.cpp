@@ -4,16 +4,16 @@
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/dates.h"
 #include "varnek/runtime/failure.h"
-#include "varnek/server/http_server.h"
+#include "varnek/server/server_core_internal.h"
 
 namespace varnek {
 
-Adds& HTTPServer::adds() {
+Adds& ServerCore::adds() {
   if (!adds_) adds_ = std::make_unique<Adds>(*platform_);
   return *adds_;
 }
 
-void HTTPServer::Report(const Text& text) {
+void ServerCore::Report(const Text& text) {
   if (!InternalState) return;
   Variant state = u"";
   Variant state_string = text;
@@ -22,13 +22,13 @@ void HTTPServer::Report(const Text& text) {
   Outlived(alive);
 }
 
-int32_t HTTPServer::UpperBound() const {
+int32_t ServerCore::UpperBound() const {
   int32_t upper = static_cast<int32_t>(slots_.size()) - 1;
   while (upper > 0 && !slots_[upper]) --upper;
   return upper < 0 ? 0 : upper;
 }
 
-HTTPServer::Slot& HTTPServer::SlotAt(int32_t index) {
+ServerCore::Slot& ServerCore::SlotAt(int32_t index) {
   // A slot number that names no loaded element fails as a control array does.
   if (index < 0 || index >= static_cast<int32_t>(slots_.size()) || !slots_[index]) {
     Fail(kErrSubscript);
@@ -36,43 +36,43 @@ HTTPServer::Slot& HTTPServer::SlotAt(int32_t index) {
   return *slots_[index];
 }
 
-SocketCtl& HTTPServer::Sock(int32_t index) const {
+SocketCtl& ServerCore::Sock(int32_t index) const {
   if (index < 0 || index >= static_cast<int32_t>(slots_.size()) || !slots_[index]) {
     Fail(kErrSubscript);
   }
   return *slots_[index]->socket;
 }
 
-Variant& HTTPServer::TextOf(int32_t index) {
+Variant& ServerCore::TextOf(int32_t index) {
   if (index < 0 || index >= static_cast<int32_t>(proceso_texto_.size())) Fail(kErrSubscript);
   return proceso_texto_[index];
 }
 
-Variant& HTTPServer::ExtraOf(int32_t index) {
+Variant& ServerCore::ExtraOf(int32_t index) {
   if (index < 0 || index >= static_cast<int32_t>(proceso_extra_.size())) Fail(kErrSubscript);
   return proceso_extra_[index];
 }
 
-std::vector<bool>::reference HTTPServer::KeepOpenOf(int32_t index) {
+std::vector<bool>::reference ServerCore::KeepOpenOf(int32_t index) {
   if (index < 0 || index >= static_cast<int32_t>(proceso_keep_open_.size())) {
     Fail(kErrSubscript);
   }
   return proceso_keep_open_[index];
 }
 
-void HTTPServer::ForgetText(Variant& text) {
+void ServerCore::ForgetText(Variant& text) {
   text = Variant();  // another kind of value: the text's buffer is freed
   text = u"";
 }
 
-void HTTPServer::Pause(double seconds) {
+void ServerCore::Pause(double seconds) {
   const auto alive = alive_;
   Variant interval = seconds;
   adds().DateTime_PausaTimer(interval);
   Outlived(alive);
 }
 
-void HTTPServer::DoEvents() {
+void ServerCore::DoEvents() {
   const auto alive = alive_;
   loop().DoEvents();
   Outlived(alive);
@@ -81,7 +81,7 @@ void HTTPServer::DoEvents() {
 // Waits up to 10 seconds (whole-second clock) for the socket to read closed,
 // pumping. `listener` selects SocketXListen; otherwise slot `index`, looked up
 // afresh after every pump since a nested Stop may remove it.
-void HTTPServer::WaitClosed(SocketCtl* listener, int32_t index) {
+void ServerCore::WaitClosed(SocketCtl* listener, int32_t index) {
   HostLoop& host = loop();
   const auto alive = alive_;
   const double deadline = DateAdd(u"s", 10, host.Now());
@@ -96,7 +96,7 @@ void HTTPServer::WaitClosed(SocketCtl* listener, int32_t index) {
   Outlived(alive);
 }
 
-void HTTPServer::PauseCloseAndWait(int32_t index, bool resume) {
+void ServerCore::PauseCloseAndWait(int32_t index, bool resume) {
   const auto step = [resume](auto&& statement) {
     if (resume) {
       Resume(statement);
@@ -114,13 +114,13 @@ void HTTPServer::PauseCloseAndWait(int32_t index, bool resume) {
   step([&] { WaitClosed(nullptr, index); });
 }
 
-double HTTPServer::StampOrNow(int32_t index) {
+double ServerCore::StampOrNow(int32_t index) {
   double when = 0;
   const Text& stamp = SlotAt(index).motor_stamp;
   if (!ParseDateText(stamp, when)) when = loop().Now();
   return when;
 }
 
-Text HTTPServer::NowText() { return DateToHostText(loop().Now()); }
+Text ServerCore::NowText() { return DateToHostText(loop().Now()); }
 
 }  // namespace varnek

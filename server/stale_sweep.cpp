@@ -9,7 +9,7 @@
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/dates.h"
 #include "varnek/runtime/failure.h"
-#include "varnek/server/http_server.h"
+#include "varnek/server/server_core_internal.h"
 
 namespace varnek {
 
@@ -22,7 +22,7 @@ bool Earlier(double when, const std::optional<double>& bound) { return !bound ||
 
 }  // namespace
 
-void HTTPServer::SetStamp(int32_t index, const Text& stamp) {
+void ServerCore::SetStamp(int32_t index, const Text& stamp) {
   SlotAt(index).motor_stamp = stamp;
   double when = 0;
   if (ParseDateText(stamp, when) && Earlier(when, oldest_busy_stamp_)) oldest_busy_stamp_ = when;
@@ -31,7 +31,7 @@ void HTTPServer::SetStamp(int32_t index, const Text& stamp) {
 // Closes, slot by slot, those silent for 6 or more minute boundaries, each
 // after its report and the 1 s pause. Resume mode; pumps only when a slot is
 // stale.
-void HTTPServer::SweepStaleSlots() {
+void ServerCore::SweepStaleSlots() {
   if (!oldest_busy_stamp_ || !IsStale(*oldest_busy_stamp_, loop().Now())) return;
   for (int32_t i = 1; i <= UpperBound(); ++i) {
     bool stale = false;

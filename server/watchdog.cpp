@@ -3,14 +3,14 @@
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/dates.h"
 #include "varnek/runtime/failure.h"
-#include "varnek/server/http_server.h"
+#include "varnek/server/server_core_internal.h"
 
 namespace varnek {
 
 // A held-open slot is closed like any other; only Proceso_Send and
 // Proceso_Receive refresh the stamp. A timeout of 0 or below on a running
 // server closes every open slot (a stamp of this very second too, if below).
-void HTTPServer::TimerWatchdog_Tick() {
+void ServerCore::TimerWatchdog_Tick() {
   HandlerScope scope(this);
   Resume([&] {
     const Text on = listener_->Listening() ? u"ON" : u"OFF";
