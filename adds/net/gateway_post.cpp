@@ -2,6 +2,7 @@
 // told apart by the answer's success, failure and delay marks.
 #include "varnek/adds/net/network.h"
 #include "varnek/adds/net/net_waits.h"
+#include "varnek/adds/net/outgoing_request_internal.h"
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/failure.h"
 #include "varnek/runtime/strings.h"
@@ -10,7 +11,6 @@ namespace varnek {
 
 using net_waits::Control;
 using net_waits::NowSeconds;
-using net_waits::PumpWhileBefore;
 using net_waits::UntilSecond;
 
 namespace {
@@ -49,12 +49,8 @@ int32_t Network::POST_SendMensaje(
     delayed_mark = Defaulted(StrResponseDELAYED, u"");
     if (pTimeOut.IsMissingOrEmpty()) pTimeOut.Get() = Variant(45);
     SocketCtl& s = Control(SocketX);
-    s.SetEventMask(63);
-    s.SetLingerEnabled(true);
-    s.SetLingerMode(1);
-    s.SetLingerTime(2);
-    s.SetBlocking(false);
-    s.SetReuseAddressEnabled(true);
+    OutgoingRequest outgoing(host, s);
+    outgoing.ApplySettings();
 
     // Host and port from the URL's third "/" field.
     Variant url = URLCGI;
@@ -74,10 +70,7 @@ int32_t Network::POST_SendMensaje(
     const Text path = CStr(url);
 
     // Anything open before is dropped.
-    if (s.State() != kSocketClosed) {
-      s.Close();
-      host.DoEvents();
-    }
+    outgoing.DropOpen(false);
 
     // The body.
     ValueMensaje = Var_FiltraCaracteres(ValueMensaje);
@@ -107,25 +100,18 @@ int32_t Network::POST_SendMensaje(
     if (s.ReceiveReadyCount() > 0) s.ReceiveText();
     host.DoEvents();
     s.Create(Variant::Missing(), Variant::Missing());
-    int64_t limit = NowSeconds(host) + timeout;
-    PumpWhileBefore(host, limit, [&] { return s.State() != kSocketCreated; });
-    if (s.State() != kSocketCreated) return;
+    if (!outgoing.ReachState(kSocketCreated, timeout)) return;
     host.DoEvents();
     s.Connect(Variant(host_name), Variant::Long(port));
-    limit = NowSeconds(host) + timeout;
-    PumpWhileBefore(host, limit, [&] { return s.State() != kSocketConnected; });
-    if (s.State() != kSocketConnected) return;
+    if (!outgoing.ReachState(kSocketConnected, timeout)) return;
 
     // Send; one limit for the whole answer.
     s.Send(Variant(request));
     host.DoEvents();
     response = Variant(Text());
-    limit = NowSeconds(host) + timeout;
+    const int64_t limit = NowSeconds(host) + timeout;
 
     // Collect until a mark, the peer's close or the limit.
-    const auto take_waiting = [&] {
-      if (s.ReceiveReadyCount() > 0) response = Variant(CStr(response) + s.ReceiveText());
-    };
     for (;;) {
       // Blocks until an event or the limit, unless there is news already.
       const bool news = s.State() != kSocketConnected || s.ReceiveReadyCount() > 0;
@@ -145,23 +131,20 @@ int32_t Network::POST_SendMensaje(
         }
       }
       if (s.ReceiveReadyCount() > 0) {
-        while (s.ReceiveReadyCount() > 0) {
-          PauseSeconds(1);
-          response = Variant(CStr(response) + s.ReceiveText());
-        }
+        outgoing.Drain(response, [&] { PauseSeconds(1); });
         const Text got = CStr(response);
         if (!ok_mark.empty() && InStr(got, ok_mark) > 0) {
-          take_waiting();
+          outgoing.TakeWaiting(response);
           result = kPostDelivered;
           return;
         }
         if (!fail_mark.empty() && InStr(got, fail_mark) > 0) {
-          take_waiting();
+          outgoing.TakeWaiting(response);
           result = kPostNotDelivered;
           return;
         }
         if (!delayed_mark.empty() && InStr(got, delayed_mark) > 0) {
-          take_waiting();
+          outgoing.TakeWaiting(response);
           result = kPostDelayed;
           return;
         }
@@ -173,10 +156,7 @@ int32_t Network::POST_SendMensaje(
   // Wrap up; failures from here on are ignored.
   if (!ran) result = kPostFailure;
   host.DoEvents();
-  Resume([&] {
-    SocketCtl& s = Control(SocketX);
-    if (s.ReceiveReadyCount() > 0) response = Variant(CStr(response) + s.ReceiveText());
-  });
+  Resume([&] { OutgoingRequest(host, Control(SocketX)).TakeWaiting(response); });
   host.DoEvents();
   POST_SendMensaje_Response = response;
   // Close, and wait for it at most 10 s.

@@ -3,6 +3,7 @@
 // a URL on the desktop.
 #include "varnek/adds/net/network.h"
 #include "varnek/adds/net/net_waits.h"
+#include "varnek/adds/net/outgoing_request_internal.h"
 #include "varnek/platform/web_services.h"
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/failure.h"
@@ -12,7 +13,6 @@ namespace varnek {
 
 using net_waits::Control;
 using net_waits::NowSeconds;
-using net_waits::PumpWhileBefore;
 using net_waits::UntilSecond;
 
 namespace {
@@ -68,19 +68,10 @@ Variant Network::HttpGetWith(TextToolkit* splitter, SocketCtl* SocketX, const Va
         if (Given(explicit_page)) page_path = explicit_page;
 
         SocketCtl& s = Control(SocketX);
-        // Anything open before is dropped.
-        if (s.State() != kSocketClosed) {
-          host.DoEvents();
-          s.Close();
-          host.DoEvents();
-        }
-        // Settings.
-        s.SetEventMask(63);
-        s.SetLingerEnabled(true);
-        s.SetLingerMode(1);
-        s.SetLingerTime(2);
-        s.SetBlocking(false);
-        s.SetReuseAddressEnabled(true);
+        OutgoingRequest outgoing(host, s);
+        // Anything open before is dropped; then the settings.
+        outgoing.DropOpen(true);
+        outgoing.ApplySettings();
         // A number is connected to as it is, a name is resolved.
         if (NET_IPNumberIsValid(host_name)) {
           s.SetRemoteNameAddrXlate(false);
@@ -100,10 +91,10 @@ Variant Network::HttpGetWith(TextToolkit* splitter, SocketCtl* SocketX, const Va
         s.Create(Variant::Missing(), Variant::Missing());
         host.DoEvents();
         // Created, then connected, 10 s each.
-        PumpWhileBefore(host, NowSeconds(host) + 10, [&] { return s.State() != kSocketCreated; });
+        outgoing.ReachState(kSocketCreated, 10);
         host.DoEvents();
         s.Connect(Variant::Missing(), Variant::Missing());
-        PumpWhileBefore(host, NowSeconds(host) + 10, [&] { return s.State() != kSocketConnected; });
+        outgoing.ReachState(kSocketConnected, 10);
         host.DoEvents();
         if (s.State() != kSocketConnected) return;
         // The request.
@@ -128,10 +119,7 @@ Variant Network::HttpGetWith(TextToolkit* splitter, SocketCtl* SocketX, const Va
           return InStr(upper, u"</HTML>") > 0 || InStr(upper, u"\r\n.END.") > 0;
         };
         while (!ended()) {
-          while (s.ReceiveReadyCount() > 0) {
-            host.DoEvents();
-            response += s.ReceiveText();
-          }
+          outgoing.Drain(response, [&] { host.DoEvents(); });
           host.Pump(s.ReceiveReadyCount() > 0 ? 0 : UntilSecond(host, limit));
           if (NowSeconds(host) >= limit) break;
           host.DoEvents();
