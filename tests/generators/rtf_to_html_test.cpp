@@ -74,26 +74,24 @@ TEST(RtfToHtml, FontsColoursSizesAndAlignment) {
             u"<FONT FACE=\"Arial\">One<BR>Two</FONT>");
   EXPECT_EQ(RtfToHtml(kHeader + u"\\cf1 x\r\n\\par }", u""),
             u"<FONT FACE=\"Arial\" COLOR=\"#FF0000\">x</FONT>");
-  // counting starts at the first \red; five units are read, blanks skipped
-  EXPECT_EQ(Coloured(u"\\cf1 x"), u"<FONT COLOR=\"#0080FF\">x</FONT>");
-  EXPECT_EQ(Coloured(u"\\cf1 2x"), u"2x");  // colour 12 is past the top
-  EXPECT_EQ(Coloured(u"\\cf5 x"), u"x");
-  // two changes, one close; \plain with a change still waiting writes none
-  EXPECT_EQ(Coloured(u"\\cf0 a\\cf1 b\\plain c"),
-            u"<FONT COLOR=\"#FF0000\">a<FONT COLOR=\"#0080FF\">b</FONT>c");
-  EXPECT_EQ(Coloured(u"\\cf0\\plain x"), u"x");
-  // sizes: n / 5 - 2 floored, 2 is the default, clamped to 1..8
-  EXPECT_EQ(Coloured(u"\\cf0\\fs30 x"), u"<FONT COLOR=\"#FF0000\" SIZE = \"4\">x</FONT>");
-  EXPECT_EQ(Coloured(u"\\cf0\\fs50 x"), u"<FONT COLOR=\"#FF0000\" SIZE = \"8\">x</FONT>");
-  EXPECT_EQ(Coloured(u"\\cf0\\fs25 x"), u"<FONT COLOR=\"#FF0000\" SIZE = \"3\">x</FONT>");
-  EXPECT_EQ(Coloured(u"\\cf0\\fs19 x"), u"<FONT COLOR=\"#FF0000\" SIZE = \"1\">x</FONT>");
-  EXPECT_EQ(Coloured(u"\\cf0\\fs24 x"), u"<FONT COLOR=\"#FF0000\">x</FONT>");
-  EXPECT_EQ(Coloured(u"\\fs30 x"), u"x");  // a size alone writes no tag
-  // alignment waits for the next font tag; the table closes at \plain
-  EXPECT_EQ(Coloured(u"\\qc\\cf0 ab"), kCenter + u"<FONT COLOR=\"#FF0000\">ab</FONT>");
-  EXPECT_EQ(Coloured(u"\\qr\\cf0 a\\b c\\plain d"),
-            kRight + u"<FONT COLOR=\"#FF0000\">a<B>c</FONT></TD></TR></TABLE><BR></B>d");
-  EXPECT_EQ(Coloured(u"\\qc xy\\cf0 z"), u"y" + kCenter + u"<FONT COLOR=\"#FF0000\">z</FONT>");
+  const std::pair<const char16_t*, Text> coloured[] = {
+      // counting starts at the first \red; five units are read, blanks skipped
+      {u"\\cf1 x", u"<FONT COLOR=\"#0080FF\">x</FONT>"}, {u"\\cf1 2x", u"2x"},  // colour 12 is past the top
+      {u"\\cf5 x", u"x"},
+      // two changes, one close; \plain with a change still waiting writes none
+      {u"\\cf0 a\\cf1 b\\plain c", u"<FONT COLOR=\"#FF0000\">a<FONT COLOR=\"#0080FF\">b</FONT>c"},
+      {u"\\cf0\\plain x", u"x"},
+      // sizes: n / 5 - 2 floored, 2 is the default, clamped to 1..8; a size alone writes no tag
+      {u"\\cf0\\fs30 x", u"<FONT COLOR=\"#FF0000\" SIZE = \"4\">x</FONT>"},
+      {u"\\cf0\\fs50 x", u"<FONT COLOR=\"#FF0000\" SIZE = \"8\">x</FONT>"},
+      {u"\\cf0\\fs25 x", u"<FONT COLOR=\"#FF0000\" SIZE = \"3\">x</FONT>"},
+      {u"\\cf0\\fs19 x", u"<FONT COLOR=\"#FF0000\" SIZE = \"1\">x</FONT>"},
+      {u"\\cf0\\fs24 x", u"<FONT COLOR=\"#FF0000\">x</FONT>"}, {u"\\fs30 x", u"x"},
+      // alignment waits for the next font tag; the table closes at \plain
+      {u"\\qc\\cf0 ab", kCenter + u"<FONT COLOR=\"#FF0000\">ab</FONT>"},
+      {u"\\qr\\cf0 a\\b c\\plain d", kRight + u"<FONT COLOR=\"#FF0000\">a<B>c</FONT></TD></TR></TABLE><BR></B>d"},
+      {u"\\qc xy\\cf0 z", u"y" + kCenter + u"<FONT COLOR=\"#FF0000\">z</FONT>"}};
+  for (const auto& [rtf, html] : coloured) EXPECT_EQ(Coloured(rtf), html) << TextToUtf8(rtf);
   // components: the second and third units are taken only if digits
   EXPECT_EQ(RtfToHtml(u"{\\colortbl\\red1;2\\green300\\blue0;}\r\n\\deflang \\cf0 x\r\n\\par }", u""),
             u"<FONT COLOR=\"#0C12C00\">x</FONT>");

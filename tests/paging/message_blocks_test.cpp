@@ -34,23 +34,24 @@ TEST_F(PagingTest, TextBlocksCarryIdNumberAndTotal) {
 }
 
 TEST_F(PagingTest, TextBlockLettersRunFromAToZAndWrap) {
-  Variant id;
-  adds.Mensajes_GenerarBloques(u"", 5, id);  // an empty message still takes a letter
-  EXPECT_EQ(id.ToText(), u"A");
-  adds.Mensajes_GenerarBloques(u"x", 5, id = Variant());
-  EXPECT_EQ(id.ToText(), u"B");
-  EXPECT_EQ(adds.Var_VariableGet(u"Last msg ID", Variant(u"SMSserver")).ToText(), u"66");
-  adds.Var_VariableSet(u"Last msg ID", 89, Variant(u"SMSserver"));
-  adds.Mensajes_GenerarBloques(u"x", 5, id = Variant());
-  EXPECT_EQ(id.ToText(), u"Z");
-  adds.Mensajes_GenerarBloques(u"x", 5, id = Variant());
-  EXPECT_EQ(id.ToText(), u"A");
-  adds.Var_VariableSet(u"Last msg ID", u"junk", Variant(u"SMSserver"));
-  adds.Mensajes_GenerarBloques(u"x", 5, id = Variant());
-  EXPECT_EQ(id.ToText(), u"A");
-  // A caller's id touches no variable.
-  adds.Mensajes_GenerarBloques(u"x", 5, id = u"Q");
-  EXPECT_EQ(adds.Var_VariableGet(u"Last msg ID", Variant(u"SMSserver")).ToText(), u"65");
+  auto letter = [&](const char16_t* message = u"x") {  // the id a message without one gets
+    Variant id;
+    adds.Mensajes_GenerarBloques(message, 5, id);
+    return id.ToText();
+  };
+  auto last = [&] { return adds.Var_VariableGet(u"Last msg ID", Variant(u"SMSserver")).ToText(); };
+  auto set_last = [&](Variant v) { adds.Var_VariableSet(u"Last msg ID", v, Variant(u"SMSserver")); };
+  EXPECT_EQ(letter(u""), u"A");  // an empty message still takes a letter
+  EXPECT_EQ(letter(), u"B");
+  EXPECT_EQ(last(), u"66");
+  set_last(89);
+  EXPECT_EQ(letter(), u"Z");
+  EXPECT_EQ(letter(), u"A");
+  set_last(u"junk");
+  EXPECT_EQ(letter(), u"A");
+  Variant given = u"Q";  // a caller's id touches no variable
+  adds.Mensajes_GenerarBloques(u"x", 5, given);
+  EXPECT_EQ(last(), u"65");
 }
 
 // The checksum of a page-printer block as the receiver checks it.
