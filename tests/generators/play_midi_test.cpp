@@ -82,7 +82,7 @@ TEST(PlayString, HugeNumbersFailOnlyBeforeTheFirstNote) {
 
 // The end of a play: a Note Off for each note still sounding, All Notes Off
 // on channel 0, and the close.
-V Stop(std::initializer_list<int> notes) {
+V Stop(const std::vector<int>& notes) {
   V tail;
   char text[16];
   for (int note : notes) {
@@ -130,26 +130,25 @@ TEST_F(PlayMidiTest, HelpExamplePlaysItsNotesAndWaits) {
 }
 
 TEST_F(PlayMidiTest, StylesChordsAndEmptyStrings) {
-  adds.Sound_PlayMidi(u"");
-  EXPECT_EQ(log, Then({"open", "sleep 1"}, Stop({})));
-  log.clear();  // normal: 7/8, reset, 1/8 of 500 ms, halves rounded up; a reset note needs no Note Off
-  adds.Sound_PlayMidi(u"MNC D");
-  EXPECT_EQ(log, Then({"open", "msg 90 3C 60", "sleep 438", "reset", "sleep 63", "msg 90 3E 60", "sleep 1"},
-                      Stop({0x3E})));
-  log.clear();  // staccato, legato
-  adds.Sound_PlayMidi(u"MSCMLDE");
-  EXPECT_EQ(log, Then({"open", "msg 90 3C 60", "sleep 250", "reset", "sleep 250", "msg 90 3E 60", "sleep 500",
-                       "reset", "sleep 1", "msg 90 40 60", "sleep 1"},
-                      Stop({0x40})));
-  log.clear();  // length 0 sounds together; "L0" everywhere plays nothing
-  adds.Sound_PlayMidi(u"MDL0CEG");
-  EXPECT_EQ(log, Then({"open", "msg 90 3C 60", "msg 90 40 60", "msg 90 43 60", "sleep 1"}, Stop({0x3C, 0x40, 0x43})));
-  log.clear();
-  adds.Sound_PlayMidi(u"L0L0P0L0");
-  EXPECT_EQ(log, Then({"open", "sleep 1"}, Stop({})));
-  log.clear();  // a pause sends nothing but waits; volume forte; a note struck twice ends once
-  adds.Sound_PlayMidi(u"L4VFCPC");
-  EXPECT_EQ(log, Then({"open", "msg 90 3C 7F", "sleep 500", "sleep 500", "msg 90 3C 7F", "sleep 1"}, Stop({0x3C})));
+  struct Row { const char16_t* play; V head; std::vector<int> sounding; };
+  const Row rows[] = {
+      {u"", {"open", "sleep 1"}, {}},
+      // normal: 7/8, reset, 1/8 of 500 ms, halves rounded up; a reset note needs no Note Off
+      {u"MNC D", {"open", "msg 90 3C 60", "sleep 438", "reset", "sleep 63", "msg 90 3E 60", "sleep 1"}, {0x3E}},
+      {u"MSCMLDE",  // staccato, legato
+       {"open", "msg 90 3C 60", "sleep 250", "reset", "sleep 250", "msg 90 3E 60", "sleep 500", "reset", "sleep 1",
+        "msg 90 40 60", "sleep 1"},
+       {0x40}},
+      // length 0 sounds together; "L0" everywhere plays nothing
+      {u"MDL0CEG", {"open", "msg 90 3C 60", "msg 90 40 60", "msg 90 43 60", "sleep 1"}, {0x3C, 0x40, 0x43}},
+      {u"L0L0P0L0", {"open", "sleep 1"}, {}},
+      // a pause sends nothing but waits; volume forte; a note struck twice ends once
+      {u"L4VFCPC", {"open", "msg 90 3C 7F", "sleep 500", "sleep 500", "msg 90 3C 7F", "sleep 1"}, {0x3C}}};
+  for (const Row& r : rows) {
+    log.clear();
+    adds.Sound_PlayMidi(r.play);
+    EXPECT_EQ(log, Then(r.head, Stop(r.sounding))) << TextToUtf8(r.play);
+  }
 }
 
 TEST_F(PlayMidiTest, FailuresNoOutputAndSecondEntry) {

@@ -11,6 +11,7 @@
 #include "varnek/platform/sim/line_peers.h"
 #include "varnek/platform/sim/sim_comm.h"
 #include "varnek/platform/sim/sim_platform.h"
+#include "tests/runtime/test_util.h"
 
 namespace varnek {
 

@@ -39,10 +39,8 @@ struct ScanTest : StoreTest {
     return items;
   }
   std::vector<Text> Listed() {
-    std::vector<Text> out;
     const CollectionPtr& list = store.Disk_ScanRecursiveFiles_Lista;
-    for (int32_t i = 1; list && i <= list->Count(); ++i) out.push_back(CStr(list->Item(i)));
-    return out;
+    return list ? ItemTexts(*list) : std::vector<Text>{};
   }
   const std::vector<Text> all_txt{R("/a/b/c/c.txt"), R("/a/b/b.txt"), R("/a/a.txt"), R("/r.txt")};
   const std::vector<Text> all_folders{R("/a/b/c"), R("/a/b"), R("/a"), R("")};

@@ -27,12 +27,6 @@ NetResource Entry(int display, int type, int usage, Text remote, Text local = {}
   return e;
 }
 
-std::vector<Text> Lines(const Collection& c) {
-  std::vector<Text> out;
-  for (int32_t i = 1; i <= c.Count(); ++i) out.push_back(CStr(c.Item(i)));
-  return out;
-}
-
 struct FakeShares : ::testing::Test {
   SimPlatform sim;
   Adds adds{sim.platform};
@@ -59,7 +53,7 @@ TEST_F(FakeShares, WalkListsInTreeOrderAndRepeatsTheLastLine) {
       u"Server\tNet\t\\\\ALPHA\t\tfirst",  // another display type: the last line again
       u"Server\tNet\t\\\\BETA\t\t",        // not a container: no descent
   };
-  EXPECT_EQ(Lines(*adds.NET_Recursos), expected);
+  EXPECT_EQ(ItemTexts(*adds.NET_Recursos), expected);
   // The network's node opens by its provider (Uso 6), the others by remote name.
   EXPECT_EQ(sim.shares.opened, (std::vector<Text>{u"<top>", u"Net", u"WORKGROUP", u"\\\\ALPHA"}));
 
@@ -225,10 +219,10 @@ TEST_F(LinuxSharesTest, WalkListsOwnSharesMountsAndNamedServersAndNamesLocalPath
       u"Server\tNFS Network\t[fe80::1]:\t\t",
       u"Disk\tNFS Network\t[fe80::1]:/old\t/mnt/old\t",
   };
-  EXPECT_EQ(Lines(*adds.NET_Recursos), expected);
+  EXPECT_EQ(ItemTexts(*adds.NET_Recursos), expected);
   // a walk that starts below a node; a node that is not there lists nothing
   EXPECT_TRUE(adds.NET_UpdateRecursos(u"nas:", 2));
-  EXPECT_EQ(Lines(*adds.NET_Recursos), std::vector<Text>({expected[0], expected[13]}));
+  EXPECT_EQ(ItemTexts(*adds.NET_Recursos), std::vector<Text>({expected[0], expected[13]}));
   EXPECT_TRUE(adds.NET_UpdateRecursos(u"NFS Network", 6));
   EXPECT_EQ(adds.NET_Recursos->Count(), 5);
   EXPECT_FALSE(adds.NET_UpdateRecursos(u"\\\\nobody", 2));

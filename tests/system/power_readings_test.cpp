@@ -18,8 +18,7 @@
 namespace varnek {
 namespace {
 
-class PowerTest : public ::testing::Test {
- protected:
+struct PowerTest : ::testing::Test {
   // One POWER_Update per level, `gap` virtual seconds apart.
   void Levels(std::initializer_list<int> levels, double gap = 300) {
     for (int level : levels) {
