@@ -43,8 +43,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto literal = Literal(kit, block, record_sep, field_sep);
     if (literal.size() != list.size()) return false;
     for (size_t i = 1; i < list.size(); ++i) {
-      if (CStr(list[i].Variable) != CStr(literal[i].Variable) || CStr(list[i].Contenido) != CStr(literal[i].Contenido) ||
-          CStr(kit.Script_RetornaContenidoIndex(static_cast<int>(i))) != CStr(list[i].Contenido)) {
+      const Text content = CStr(list[i].Contenido);
+      if (CStr(list[i].Variable) != CStr(literal[i].Variable) || content != CStr(literal[i].Contenido) ||
+          CStr(kit.Script_RetornaContenidoIndex(static_cast<int>(i))) != content) {
         return false;
       }
     }

@@ -100,16 +100,15 @@ TEST(RtfToHtml, FontsColoursSizesAndAlignment) {
 TEST(RtfToHtml, ListsAndParagraphs) {
   Text list = u"{\\rtf1\r\n\\deflang1033 {\\pntext\\'b7\\tab}{\\*\\pn\\pnlvlblt\\pnf1{\\pntxtb\\'b7}}one"
               u"\r\n\\par {\\pntext\\'b7\\tab}two\r\n\\par \\pard\\plain after\r\n\\par }";
-  EXPECT_EQ(RtfToHtml(list, u""), u"<UL><LI>one</LI><LI>two</LI></UL>after");
-  // no CR LF "\deflang", or no CR LF "\par" after it: no body
-  EXPECT_EQ(RtfToHtml(u"{\\rtf1 \\deflang1033 hello\r\n\\par }", u""), u"");
-  EXPECT_EQ(RtfToHtml(u"{\\rtf1\r\n\\deflang1033 hello}", u""), u"");
-  // the first break writes nothing until something set the item close
-  EXPECT_EQ(Bare(u"a\r\n\\par b"), u"ab");
-  // text after the last CR LF "\par" is never read
-  EXPECT_EQ(RtfToHtml(u"{\\rtf1\r\n\\deflang1033 a\r\n\\par b", u""), u"a");
-  // a group skipped to a "}" that is not there ends the scan
-  EXPECT_EQ(RtfToHtml(u"{\\rtf1\r\n\\deflang x\\pntxtb y\r\n\\par ", u""), u"x");
+  const std::pair<Text, const char16_t*> rows[] = {
+      {list, u"<UL><LI>one</LI><LI>two</LI></UL>after"},
+      // no CR LF "\deflang", or no CR LF "\par" after it: no body
+      {u"{\\rtf1 \\deflang1033 hello\r\n\\par }", u""}, {u"{\\rtf1\r\n\\deflang1033 hello}", u""},
+      // the first break writes nothing until something set the item close
+      {u"{\\rtf1\r\n\\deflang1033 a\r\n\\par b\r\n\\par }", u"ab"},
+      {u"{\\rtf1\r\n\\deflang1033 a\r\n\\par b", u"a"},  // text after the last CR LF "\par" is never read
+      {u"{\\rtf1\r\n\\deflang x\\pntxtb y\r\n\\par ", u"x"}};  // a group skipped to a missing "}" ends the scan
+  for (const auto& [rtf, html] : rows) EXPECT_EQ(RtfToHtml(rtf, u""), html) << TextToUtf8(rtf);
 }
 
 // Rich-edit text that ends its bold and italic with "\b0" and "\i0", which

@@ -179,7 +179,8 @@ TEST_F(SafeSaveTest, LeftoversOfKilledSavesGoWithTheNextSave) {
   store.File_SaveBinary(T("f.txt"), u"x");
   // the dead process's temporary file of f.txt goes; a live process's, another
   // file's and a kept old content stay
-  EXPECT_EQ(tmp.Names(), (std::vector<std::string>{".f.txt.varnek-keep-" + dead + "-abcDEF", ".f.txt.varnek-save-1-abcDEF",
+  EXPECT_EQ(tmp.Names(), (std::vector<std::string>{".f.txt.varnek-keep-" + dead + "-abcDEF",
+                                                   ".f.txt.varnek-save-1-abcDEF",
                                                    ".g.txt.varnek-save-" + dead + "-abcDEF", "f.txt"}));
 }
 

@@ -192,12 +192,13 @@ TEST_F(LinuxSharesTest, WalkListsOwnSharesMountsAndNamedServersAndNamesLocalPath
 
   WriteBytes(root("usershares/music"), "#VERSION 2\npath=/home/me/Music\ncomment=songs\nsharename=Music\n");
   WriteBytes(root("usershares/nopath"), "comment=x\n");
-  WriteBytes(paths.samba_config, "[global]\nusershare path = " + root("usershares") +
-                                     "\n[srv]\npath = /srv\ncomment = all\n[laser]\npath = /var/spool\nprintable = yes\n");
+  WriteBytes(paths.samba_config, "[global]\nusershare path = " + root("usershares") + "\n[srv]\npath = /srv\n" +
+                                     "comment = all\n[laser]\npath = /var/spool\nprintable = yes\n");
   WriteBytes(paths.mountinfo,
              "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n40 22 0:50 / /mnt/pub rw - cifs //srv/pub rw\n"
              "41 22 0:51 / /mnt/home rw - nfs4 nas:/export/home rw\n"
-             "42 22 0:52 / /mnt/a\\040b rw - smb3 //SRV/a\\040b rw\n43 22 0:53 / /mnt/old rw - nfs [fe80::1]:/old rw\n");
+             "42 22 0:52 / /mnt/a\\040b rw - smb3 //SRV/a\\040b rw\n"
+             "43 22 0:53 / /mnt/old rw - nfs [fe80::1]:/old rw\n");
   settings.Set(kServersGroup, kServersFamily, kServersName, u"\\\\files; srv,  //print ");
   ASSERT_TRUE(adds.NET_UpdateRecursos(u"", 0));
   const Text m = u"\\\\" + shares.MachineName();
