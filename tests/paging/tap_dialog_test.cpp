@@ -26,10 +26,10 @@ struct TapTest : PagingTest {
 };
 
 TEST_F(TapTest, CheckSumKeepsTwelveBitsAsDigitsFrom48) {
-  EXPECT_EQ(adds.TAP_CheckSum(u"\x02" u"1\ra\r\x03"), u"0;1");  // 177
-  EXPECT_EQ(adds.TAP_CheckSum(u""), u"000");
-  EXPECT_EQ(adds.TAP_CheckSum(Text(16, u'\xFF') + u'\x11'), u"001");  // 4080 + 17 = 4097
-  EXPECT_EQ(adds.TAP_CheckSum(Text(1, u'\xE9')), u"0>9");  // 233: above 127 counts in full
+  // 177; none; 4080 + 17 = 4097; 233: above 127 counts in full
+  for (auto [block, sum] : {std::pair<Text, const char16_t*>{u"\x02" u"1\ra\r\x03", u"0;1"}, {u"", u"000"},
+                            {Text(16, u'\xFF') + u'\x11', u"001"}, {Text(1, u'\xE9'), u"0>9"}})
+    EXPECT_EQ(adds.TAP_CheckSum(block), sum) << TextToUtf8(block);
 }
 
 TEST_F(TapTest, AGoodSessionSendsTheExactBytes) {
