@@ -1,11 +1,7 @@
 // Fuzzes Script_SecuenciaProcesa: no crash, and the same records as cutting
 // the block literally with Var_GetPart, one copy of the rest at a time.
-#include <cstdint>
-#include <cstdlib>
-
 #include "fuzz/toolkit_input.h"
 #include "varnek/runtime/convert.h"
-#include "varnek/runtime/failure.h"
 
 using namespace varnek;
 
@@ -37,26 +33,24 @@ std::vector<ScriptRecord> Literal(TextToolkit& kit, const Text& block, const Var
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 1) return 0;
-  ToolkitInput in(data + 1, size - 1);
-  TextToolkit& kit = in.kit;
-  Variant record_sep = kRecordSeps[data[0] % 6];
+  const Variant record_sep = kRecordSeps[data[0] % 6];
   const char16_t* field_choice = kFieldSeps[(data[0] / 6) % 6];
-  Variant field_sep = field_choice ? Variant(field_choice) : Variant::Missing();
-  const Text& block = in.text;
-  try {
-    int32_t n = CLng(kit.Script_SecuenciaProcesa(block, record_sep, field_sep));
+  return CheckToolkit(data + 1, size - 1, [&](TextToolkit& kit, const Text& block) {
+    Variant field_sep = field_choice ? Variant(field_choice) : Variant::Missing();
+    const int32_t n = CLng(kit.Script_SecuenciaProcesa(block, record_sep, field_sep));
     const auto& list = *kit.ScriptSecuencia();
-    if (n < 0 || static_cast<size_t>(n) + 1 != list.size()) abort();
-    auto literal = Literal(kit, block, record_sep, field_sep);
-    if (literal.size() != list.size()) abort();
+    if (n < 0 || static_cast<size_t>(n) + 1 != list.size()) return false;
+    const auto literal = Literal(kit, block, record_sep, field_sep);
+    if (literal.size() != list.size()) return false;
     for (size_t i = 1; i < list.size(); ++i) {
-      if (CStr(list[i].Variable) != CStr(literal[i].Variable)) abort();
-      if (CStr(list[i].Contenido) != CStr(literal[i].Contenido)) abort();
-      if (CStr(kit.Script_RetornaContenidoIndex(static_cast<int>(i))) != CStr(list[i].Contenido)) abort();
+      const Text content = CStr(list[i].Contenido);
+      if (CStr(list[i].Variable) != CStr(literal[i].Variable) || content != CStr(literal[i].Contenido) ||
+          CStr(kit.Script_RetornaContenidoIndex(static_cast<int>(i))) != content) {
+        return false;
+      }
     }
-    if (!kit.Script_RetornaContenidoIndex(n + 1).IsEmpty()) abort();
+    if (!kit.Script_RetornaContenidoIndex(n + 1).IsEmpty()) return false;
     if (n > 0) kit.Script_RetornaContenidoVariable(list[1].Variable);
-  } catch (const RuntimeError&) {
-  }
-  return 0;
+    return true;
+  });
 }

@@ -32,13 +32,15 @@ std::vector<std::string> Parsed(const Text& play) {
 using V = std::vector<std::string>;
 
 TEST(PlayString, NumbersNotesAndQuirks) {
-  // notes, accidentals (also on the last unit), octaves, N numbers
-  EXPECT_EQ(Parsed(u"O3C"), V({"60/4"}));
-  EXPECT_EQ(Parsed(u"N37"), V({"60/4"}));
-  EXPECT_EQ(Parsed(u"c-c#C+"), V({"59/4", "61/4", "61/4"}));
-  EXPECT_EQ(Parsed(u"O0AO6B"), V({"33/4", "107/4"}));
-  // dots divide by 1.5, ties to even: 4 -> 3, 8 -> 5, 2 -> 1
-  EXPECT_EQ(Parsed(u"C.L8D.L2E."), V({"60/3", "62/5", "64/1"}));
+  const std::pair<const char16_t*, V> fresh[] = {
+      // notes, accidentals (also on the last unit), octaves, N numbers
+      {u"O3C", {"60/4"}}, {u"N37", {"60/4"}}, {u"c-c#C+", {"59/4", "61/4", "61/4"}}, {u"O0AO6B", {"33/4", "107/4"}},
+      {u"C.L8D.L2E.", {"60/3", "62/5", "64/1"}},  // dots divide by 1.5, ties to even: 4 -> 3, 8 -> 5, 2 -> 1
+      {u"P8P.L2P", {"-1/8", "-1/3", "-1/2"}},     // pauses: a number or the current length; dots shorten them
+      {u"OC", {"60/4", "60/4"}},  // "O" before a letter records it here and on the next pass
+      {u"O7C", {"60/4"}},         // 7 is no octave
+      {u"H#+-!", {"0/4"}}};       // H is a note without an offset; lone accidentals and others are passed over
+  for (const auto& [play, parsed] : fresh) EXPECT_EQ(Parsed(play), parsed) << TextToUtf8(play);
   // N, T and P stop their number at a 0; the rest is passed over
   MidiSettings s;
   EXPECT_EQ(Parsed(u"T120C", s), V({"60/4"}));
@@ -50,13 +52,6 @@ TEST(PlayString, NumbersNotesAndQuirks) {
   EXPECT_EQ(Parsed(u"L16C", s), V({"60/16"}));
   EXPECT_EQ(Parsed(u"L0CEG", s), V({"60/0", "64/0", "67/0"}));
   EXPECT_EQ(s.NoteLength, 0);
-  // pauses: with a number, or the current length; a dot shortens them too
-  EXPECT_EQ(Parsed(u"P8P.L2P"), V({"-1/8", "-1/3", "-1/2"}));
-  // "O" before a letter records it here and on the next pass; 7 is no octave
-  EXPECT_EQ(Parsed(u"OC"), V({"60/4", "60/4"}));
-  EXPECT_EQ(Parsed(u"O7C"), V({"60/4"}));
-  // H is a note without an offset; lone accidentals and others are passed over
-  EXPECT_EQ(Parsed(u"H#+-!"), V({"0/4"}));
   // volume and style go with the events after them; bare V and M do nothing
   MidiSettings v;
   auto events = ParsePlayString(u"CVPMSDVXMQVM", v).events;
@@ -87,7 +82,7 @@ TEST(PlayString, HugeNumbersFailOnlyBeforeTheFirstNote) {
 
 // The end of a play: a Note Off for each note still sounding, All Notes Off
 // on channel 0, and the close.
-V Stop(std::initializer_list<int> notes) {
+V Stop(const std::vector<int>& notes) {
   V tail;
   char text[16];
   for (int note : notes) {
@@ -135,26 +130,25 @@ TEST_F(PlayMidiTest, HelpExamplePlaysItsNotesAndWaits) {
 }
 
 TEST_F(PlayMidiTest, StylesChordsAndEmptyStrings) {
-  adds.Sound_PlayMidi(u"");
-  EXPECT_EQ(log, Then({"open", "sleep 1"}, Stop({})));
-  log.clear();  // normal: 7/8, reset, 1/8 of 500 ms, halves rounded up; a reset note needs no Note Off
-  adds.Sound_PlayMidi(u"MNC D");
-  EXPECT_EQ(log, Then({"open", "msg 90 3C 60", "sleep 438", "reset", "sleep 63", "msg 90 3E 60", "sleep 1"},
-                      Stop({0x3E})));
-  log.clear();  // staccato, legato
-  adds.Sound_PlayMidi(u"MSCMLDE");
-  EXPECT_EQ(log, Then({"open", "msg 90 3C 60", "sleep 250", "reset", "sleep 250", "msg 90 3E 60", "sleep 500",
-                       "reset", "sleep 1", "msg 90 40 60", "sleep 1"},
-                      Stop({0x40})));
-  log.clear();  // length 0 sounds together; "L0" everywhere plays nothing
-  adds.Sound_PlayMidi(u"MDL0CEG");
-  EXPECT_EQ(log, Then({"open", "msg 90 3C 60", "msg 90 40 60", "msg 90 43 60", "sleep 1"}, Stop({0x3C, 0x40, 0x43})));
-  log.clear();
-  adds.Sound_PlayMidi(u"L0L0P0L0");
-  EXPECT_EQ(log, Then({"open", "sleep 1"}, Stop({})));
-  log.clear();  // a pause sends nothing but waits; volume forte; a note struck twice ends once
-  adds.Sound_PlayMidi(u"L4VFCPC");
-  EXPECT_EQ(log, Then({"open", "msg 90 3C 7F", "sleep 500", "sleep 500", "msg 90 3C 7F", "sleep 1"}, Stop({0x3C})));
+  struct Row { const char16_t* play; V head; std::vector<int> sounding; };
+  const Row rows[] = {
+      {u"", {"open", "sleep 1"}, {}},
+      // normal: 7/8, reset, 1/8 of 500 ms, halves rounded up; a reset note needs no Note Off
+      {u"MNC D", {"open", "msg 90 3C 60", "sleep 438", "reset", "sleep 63", "msg 90 3E 60", "sleep 1"}, {0x3E}},
+      {u"MSCMLDE",  // staccato, legato
+       {"open", "msg 90 3C 60", "sleep 250", "reset", "sleep 250", "msg 90 3E 60", "sleep 500", "reset", "sleep 1",
+        "msg 90 40 60", "sleep 1"},
+       {0x40}},
+      // length 0 sounds together; "L0" everywhere plays nothing
+      {u"MDL0CEG", {"open", "msg 90 3C 60", "msg 90 40 60", "msg 90 43 60", "sleep 1"}, {0x3C, 0x40, 0x43}},
+      {u"L0L0P0L0", {"open", "sleep 1"}, {}},
+      // a pause sends nothing but waits; volume forte; a note struck twice ends once
+      {u"L4VFCPC", {"open", "msg 90 3C 7F", "sleep 500", "sleep 500", "msg 90 3C 7F", "sleep 1"}, {0x3C}}};
+  for (const Row& r : rows) {
+    log.clear();
+    adds.Sound_PlayMidi(r.play);
+    EXPECT_EQ(log, Then(r.head, Stop(r.sounding))) << TextToUtf8(r.play);
+  }
 }
 
 TEST_F(PlayMidiTest, FailuresNoOutputAndSecondEntry) {

@@ -74,26 +74,24 @@ TEST(RtfToHtml, FontsColoursSizesAndAlignment) {
             u"<FONT FACE=\"Arial\">One<BR>Two</FONT>");
   EXPECT_EQ(RtfToHtml(kHeader + u"\\cf1 x\r\n\\par }", u""),
             u"<FONT FACE=\"Arial\" COLOR=\"#FF0000\">x</FONT>");
-  // counting starts at the first \red; five units are read, blanks skipped
-  EXPECT_EQ(Coloured(u"\\cf1 x"), u"<FONT COLOR=\"#0080FF\">x</FONT>");
-  EXPECT_EQ(Coloured(u"\\cf1 2x"), u"2x");  // colour 12 is past the top
-  EXPECT_EQ(Coloured(u"\\cf5 x"), u"x");
-  // two changes, one close; \plain with a change still waiting writes none
-  EXPECT_EQ(Coloured(u"\\cf0 a\\cf1 b\\plain c"),
-            u"<FONT COLOR=\"#FF0000\">a<FONT COLOR=\"#0080FF\">b</FONT>c");
-  EXPECT_EQ(Coloured(u"\\cf0\\plain x"), u"x");
-  // sizes: n / 5 - 2 floored, 2 is the default, clamped to 1..8
-  EXPECT_EQ(Coloured(u"\\cf0\\fs30 x"), u"<FONT COLOR=\"#FF0000\" SIZE = \"4\">x</FONT>");
-  EXPECT_EQ(Coloured(u"\\cf0\\fs50 x"), u"<FONT COLOR=\"#FF0000\" SIZE = \"8\">x</FONT>");
-  EXPECT_EQ(Coloured(u"\\cf0\\fs25 x"), u"<FONT COLOR=\"#FF0000\" SIZE = \"3\">x</FONT>");
-  EXPECT_EQ(Coloured(u"\\cf0\\fs19 x"), u"<FONT COLOR=\"#FF0000\" SIZE = \"1\">x</FONT>");
-  EXPECT_EQ(Coloured(u"\\cf0\\fs24 x"), u"<FONT COLOR=\"#FF0000\">x</FONT>");
-  EXPECT_EQ(Coloured(u"\\fs30 x"), u"x");  // a size alone writes no tag
-  // alignment waits for the next font tag; the table closes at \plain
-  EXPECT_EQ(Coloured(u"\\qc\\cf0 ab"), kCenter + u"<FONT COLOR=\"#FF0000\">ab</FONT>");
-  EXPECT_EQ(Coloured(u"\\qr\\cf0 a\\b c\\plain d"),
-            kRight + u"<FONT COLOR=\"#FF0000\">a<B>c</FONT></TD></TR></TABLE><BR></B>d");
-  EXPECT_EQ(Coloured(u"\\qc xy\\cf0 z"), u"y" + kCenter + u"<FONT COLOR=\"#FF0000\">z</FONT>");
+  const std::pair<const char16_t*, Text> coloured[] = {
+      // counting starts at the first \red; five units are read, blanks skipped
+      {u"\\cf1 x", u"<FONT COLOR=\"#0080FF\">x</FONT>"}, {u"\\cf1 2x", u"2x"},  // colour 12 is past the top
+      {u"\\cf5 x", u"x"},
+      // two changes, one close; \plain with a change still waiting writes none
+      {u"\\cf0 a\\cf1 b\\plain c", u"<FONT COLOR=\"#FF0000\">a<FONT COLOR=\"#0080FF\">b</FONT>c"},
+      {u"\\cf0\\plain x", u"x"},
+      // sizes: n / 5 - 2 floored, 2 is the default, clamped to 1..8; a size alone writes no tag
+      {u"\\cf0\\fs30 x", u"<FONT COLOR=\"#FF0000\" SIZE = \"4\">x</FONT>"},
+      {u"\\cf0\\fs50 x", u"<FONT COLOR=\"#FF0000\" SIZE = \"8\">x</FONT>"},
+      {u"\\cf0\\fs25 x", u"<FONT COLOR=\"#FF0000\" SIZE = \"3\">x</FONT>"},
+      {u"\\cf0\\fs19 x", u"<FONT COLOR=\"#FF0000\" SIZE = \"1\">x</FONT>"},
+      {u"\\cf0\\fs24 x", u"<FONT COLOR=\"#FF0000\">x</FONT>"}, {u"\\fs30 x", u"x"},
+      // alignment waits for the next font tag; the table closes at \plain
+      {u"\\qc\\cf0 ab", kCenter + u"<FONT COLOR=\"#FF0000\">ab</FONT>"},
+      {u"\\qr\\cf0 a\\b c\\plain d", kRight + u"<FONT COLOR=\"#FF0000\">a<B>c</FONT></TD></TR></TABLE><BR></B>d"},
+      {u"\\qc xy\\cf0 z", u"y" + kCenter + u"<FONT COLOR=\"#FF0000\">z</FONT>"}};
+  for (const auto& [rtf, html] : coloured) EXPECT_EQ(Coloured(rtf), html) << TextToUtf8(rtf);
   // components: the second and third units are taken only if digits
   EXPECT_EQ(RtfToHtml(u"{\\colortbl\\red1;2\\green300\\blue0;}\r\n\\deflang \\cf0 x\r\n\\par }", u""),
             u"<FONT COLOR=\"#0C12C00\">x</FONT>");
@@ -102,16 +100,15 @@ TEST(RtfToHtml, FontsColoursSizesAndAlignment) {
 TEST(RtfToHtml, ListsAndParagraphs) {
   Text list = u"{\\rtf1\r\n\\deflang1033 {\\pntext\\'b7\\tab}{\\*\\pn\\pnlvlblt\\pnf1{\\pntxtb\\'b7}}one"
               u"\r\n\\par {\\pntext\\'b7\\tab}two\r\n\\par \\pard\\plain after\r\n\\par }";
-  EXPECT_EQ(RtfToHtml(list, u""), u"<UL><LI>one</LI><LI>two</LI></UL>after");
-  // no CR LF "\deflang", or no CR LF "\par" after it: no body
-  EXPECT_EQ(RtfToHtml(u"{\\rtf1 \\deflang1033 hello\r\n\\par }", u""), u"");
-  EXPECT_EQ(RtfToHtml(u"{\\rtf1\r\n\\deflang1033 hello}", u""), u"");
-  // the first break writes nothing until something set the item close
-  EXPECT_EQ(Bare(u"a\r\n\\par b"), u"ab");
-  // text after the last CR LF "\par" is never read
-  EXPECT_EQ(RtfToHtml(u"{\\rtf1\r\n\\deflang1033 a\r\n\\par b", u""), u"a");
-  // a group skipped to a "}" that is not there ends the scan
-  EXPECT_EQ(RtfToHtml(u"{\\rtf1\r\n\\deflang x\\pntxtb y\r\n\\par ", u""), u"x");
+  const std::pair<Text, const char16_t*> rows[] = {
+      {list, u"<UL><LI>one</LI><LI>two</LI></UL>after"},
+      // no CR LF "\deflang", or no CR LF "\par" after it: no body
+      {u"{\\rtf1 \\deflang1033 hello\r\n\\par }", u""}, {u"{\\rtf1\r\n\\deflang1033 hello}", u""},
+      // the first break writes nothing until something set the item close
+      {u"{\\rtf1\r\n\\deflang1033 a\r\n\\par b\r\n\\par }", u"ab"},
+      {u"{\\rtf1\r\n\\deflang1033 a\r\n\\par b", u"a"},  // text after the last CR LF "\par" is never read
+      {u"{\\rtf1\r\n\\deflang x\\pntxtb y\r\n\\par ", u"x"}};  // a group skipped to a missing "}" ends the scan
+  for (const auto& [rtf, html] : rows) EXPECT_EQ(RtfToHtml(rtf, u""), html) << TextToUtf8(rtf);
 }
 
 // Rich-edit text that ends its bold and italic with "\b0" and "\i0", which

@@ -2,7 +2,7 @@
 // escapes, ids and checksums, and the history files.
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
+#include <tuple>
 
 #include "varnek/runtime/dates.h"
 #include "varnek/runtime/strings.h"
@@ -11,17 +11,11 @@
 namespace varnek {
 namespace {
 
-std::vector<Text> Items(const Collection& c) {
-  std::vector<Text> out;
-  for (int32_t i = 1; i <= c.Count(); ++i) out.push_back(c.Item(i).ToText());
-  return out;
-}
-
 TEST_F(PagingTest, TextBlocksCarryIdNumberAndTotal) {
   Variant id = u"C";
-  EXPECT_EQ(Items(*adds.Mensajes_GenerarBloques(u"hello", 2, id)),
+  EXPECT_EQ(ItemTexts(*adds.Mensajes_GenerarBloques(u"hello", 2, id)),
             (std::vector<Text>{u"#C#13#he#", u"#C#23#ll#", u"#C#33#o#"}));
-  EXPECT_EQ(Items(*adds.Mensajes_GenerarBloques(u"abcd", u"2", id, false)), (std::vector<Text>{u"ab", u"cd"}));
+  EXPECT_EQ(ItemTexts(*adds.Mensajes_GenerarBloques(u"abcd", u"2", id, false)), (std::vector<Text>{u"ab", u"cd"}));
   EXPECT_EQ(adds.Mensajes_GenerarBloques(u"abcd", 4, id, false)->Count(), 1);  // exactly one size
   EXPECT_EQ(adds.Mensajes_GenerarBloques(u"", 4, id)->Count(), 0);
   {  // the 11th block of 12
@@ -29,28 +23,29 @@ TEST_F(PagingTest, TextBlocksCarryIdNumberAndTotal) {
     EXPECT_EQ(blocks->Item(11).ToText(), u"#A#1112#x#");
   }
   // The placeholder in the text is replaced too, also without headers.
-  EXPECT_EQ(Items(*adds.Mensajes_GenerarBloques(u"aMxBloques#", 20, id, false)), (std::vector<Text>{u"a1#"}));
+  EXPECT_EQ(ItemTexts(*adds.Mensajes_GenerarBloques(u"aMxBloques#", 20, id, false)), (std::vector<Text>{u"a1#"}));
   EXPECT_THROW(adds.Mensajes_GenerarBloques(u"abc", -1, id), RuntimeError);
 }
 
 TEST_F(PagingTest, TextBlockLettersRunFromAToZAndWrap) {
-  Variant id;
-  adds.Mensajes_GenerarBloques(u"", 5, id);  // an empty message still takes a letter
-  EXPECT_EQ(id.ToText(), u"A");
-  adds.Mensajes_GenerarBloques(u"x", 5, id = Variant());
-  EXPECT_EQ(id.ToText(), u"B");
-  EXPECT_EQ(adds.Var_VariableGet(u"Last msg ID", Variant(u"SMSserver")).ToText(), u"66");
-  adds.Var_VariableSet(u"Last msg ID", 89, Variant(u"SMSserver"));
-  adds.Mensajes_GenerarBloques(u"x", 5, id = Variant());
-  EXPECT_EQ(id.ToText(), u"Z");
-  adds.Mensajes_GenerarBloques(u"x", 5, id = Variant());
-  EXPECT_EQ(id.ToText(), u"A");
-  adds.Var_VariableSet(u"Last msg ID", u"junk", Variant(u"SMSserver"));
-  adds.Mensajes_GenerarBloques(u"x", 5, id = Variant());
-  EXPECT_EQ(id.ToText(), u"A");
-  // A caller's id touches no variable.
-  adds.Mensajes_GenerarBloques(u"x", 5, id = u"Q");
-  EXPECT_EQ(adds.Var_VariableGet(u"Last msg ID", Variant(u"SMSserver")).ToText(), u"65");
+  auto letter = [&](const char16_t* message = u"x") {  // the id a message without one gets
+    Variant id;
+    adds.Mensajes_GenerarBloques(message, 5, id);
+    return id.ToText();
+  };
+  auto last = [&] { return adds.Var_VariableGet(u"Last msg ID", Variant(u"SMSserver")).ToText(); };
+  auto set_last = [&](Variant v) { adds.Var_VariableSet(u"Last msg ID", v, Variant(u"SMSserver")); };
+  EXPECT_EQ(letter(u""), u"A");  // an empty message still takes a letter
+  EXPECT_EQ(letter(), u"B");
+  EXPECT_EQ(last(), u"66");
+  set_last(89);
+  EXPECT_EQ(letter(), u"Z");
+  EXPECT_EQ(letter(), u"A");
+  set_last(u"junk");
+  EXPECT_EQ(letter(), u"A");
+  Variant given = u"Q";  // a caller's id touches no variable
+  adds.Mensajes_GenerarBloques(u"x", 5, given);
+  EXPECT_EQ(last(), u"65");
 }
 
 // The checksum of a page-printer block as the receiver checks it.
@@ -63,62 +58,45 @@ Text WithChecksum(const Text& header, const Text& payload) {
 }
 
 TEST_F(PagingTest, PagePrinterBlocksEscapeCutAndNumber) {
+  auto blocks = [&](Variant text, const Text& printer = u"P") {
+    adds.PagePrinter_GenerarBloques(text, printer);
+    return ItemTexts(*adds.PagePrinter_Bloques);
+  };
+  using V = std::vector<Text>;
   {  // escapes: "&" doubled, 1..31 and 128..255 as hex, 0 and 127 kept
     Variant text = Text(u"a&b") + u'\r' + u'\xE9' + u'\x7F' + Text(1, u'\0');
     adds.PagePrinter_GenerarBloques(text, u"P");
-    EXPECT_EQ(text.ToText(), Text(u"a&&b&0D&E9\x7F") + Text(1, u'\0'));
-    ASSERT_EQ(adds.PagePrinter_Bloques->Count(), 1);
-    EXPECT_EQ(adds.PagePrinter_Bloques->Item(1).ToText(), WithChecksum(u"&[PB00", text.ToText() + u"&]"));
+    const Text escaped = Text(u"a&&b&0D&E9\x7F") + Text(1, u'\0');
+    EXPECT_EQ(text.ToText(), escaped);
+    EXPECT_EQ(ItemTexts(*adds.PagePrinter_Bloques), V{WithChecksum(u"&[PB00", escaped + u"&]")});
   }
-  {  // exactly 128 escaped characters: the full block and one of just "&]"
-    Variant text = Text(128, u'x');
-    adds.PagePrinter_GenerarBloques(text, u"P");
-    ASSERT_EQ(adds.PagePrinter_Bloques->Count(), 2);
-    EXPECT_EQ(adds.PagePrinter_Bloques->Item(1).ToText(), WithChecksum(u"&[PC00", Text(128, u'x')));
-    EXPECT_EQ(adds.PagePrinter_Bloques->Item(2).ToText(), WithChecksum(u"&[PC01", u"&]"));
+  // exactly 128 escaped characters: the full block and one of just "&]"; 127: one block of 129
+  EXPECT_EQ(blocks(Text(128, u'x')), (V{WithChecksum(u"&[PC00", Text(128, u'x')), WithChecksum(u"&[PC01", u"&]")}));
+  const V short_one = blocks(Text(127, u'x'));
+  ASSERT_EQ(short_one.size(), 1u);
+  EXPECT_EQ(short_one[0].size(), 6u + 2 + 129);
+  // "&" at 128 starts the next payload; an escape at 127 gives back 2
+  for (auto [text, end, next] : {std::tuple{Text(127, u'x') + u"&&yz", Text(u"x "), Text(u"&&&&yz&]")},
+                                 {Text(126, u'x') + u"\rtail", Text(u"x  "), Text(u"&0Dtail&]")}}) {
+    const V cut = blocks(text);
+    ASSERT_EQ(cut.size(), 2u);
+    EXPECT_EQ(cut[0].substr(cut[0].size() - end.size()), end);
+    EXPECT_EQ(cut[1].substr(8), next);
   }
-  {  // 127 characters: one block of 129
-    Variant text = Text(127, u'x');
-    adds.PagePrinter_GenerarBloques(text, u"P");
-    ASSERT_EQ(adds.PagePrinter_Bloques->Count(), 1);
-    EXPECT_EQ(adds.PagePrinter_Bloques->Item(1).ToText().size(), 6u + 2 + 129);
+  // ids: B C D E F A B from nothing; a digit counts to 9 then A; an empty text
+  // uses an id and makes no block
+  auto last_id = [&] { return adds.Var_VariableGet(u"PagePrinter - Ultimo ID Mensaje").ToText(); };
+  adds.Var_VariableSet(u"PagePrinter - Ultimo ID Mensaje", u"");
+  Text ids;
+  for (const char16_t* digit : {u"", u"", u"", u"", u"", u"", u"", u"8", u""}) {
+    if (*digit) adds.Var_VariableSet(u"PagePrinter - Ultimo ID Mensaje", digit);
+    EXPECT_TRUE(blocks(u"").empty());
+    ids += last_id();
   }
-  {  // "&" at 128 starts the next payload; an escape at 127 gives back 2
-    Variant text = Text(127, u'x') + u"&&yz";
-    adds.PagePrinter_GenerarBloques(text, u"P");
-    Text first = adds.PagePrinter_Bloques->Item(1).ToText();
-    EXPECT_EQ(first.substr(first.size() - 2), u"x ");
-    EXPECT_EQ(adds.PagePrinter_Bloques->Item(2).ToText().substr(8), u"&&&&yz&]");
-    Variant cut = Text(126, u'x') + u'\r' + u"tail";
-    adds.PagePrinter_GenerarBloques(cut, u"P");
-    first = adds.PagePrinter_Bloques->Item(1).ToText();
-    EXPECT_EQ(first.substr(first.size() - 3), u"x  ");
-    EXPECT_EQ(adds.PagePrinter_Bloques->Item(2).ToText().substr(8), u"&0Dtail&]");
-  }
-  {  // ids: B C D E F A B from nothing; a digit counts to 9 then A; an empty
-     // text uses an id and makes no block
-    adds.Var_VariableSet(u"PagePrinter - Ultimo ID Mensaje", u"");
-    Text ids;
-    for (int i = 0; i < 7; ++i) {
-      Variant empty = u"";
-      adds.PagePrinter_GenerarBloques(empty, u"P");
-      EXPECT_EQ(adds.PagePrinter_Bloques->Count(), 0);
-      ids += adds.Var_VariableGet(u"PagePrinter - Ultimo ID Mensaje").ToText();
-    }
-    EXPECT_EQ(ids, u"BCDEFAB");
-    adds.Var_VariableSet(u"PagePrinter - Ultimo ID Mensaje", u"8");
-    Variant empty = u"";
-    adds.PagePrinter_GenerarBloques(empty, u"P");
-    EXPECT_EQ(adds.Var_VariableGet(u"PagePrinter - Ultimo ID Mensaje").ToText(), u"9");
-    adds.PagePrinter_GenerarBloques(empty = u"", u"P");
-    EXPECT_EQ(adds.Var_VariableGet(u"PagePrinter - Ultimo ID Mensaje").ToText(), u"A");
-  }
-  {  // more than 256 blocks: three hex digits from block 256 on
-    Variant text = Text(128 * 257, u'x');
-    adds.PagePrinter_GenerarBloques(text, u"");
-    EXPECT_EQ(adds.PagePrinter_Bloques->Item(257).ToText().substr(3, 3), u"100");
-    EXPECT_EQ(adds.PagePrinter_Bloques->Item(16).ToText().substr(3, 2), u"0F");
-  }
+  EXPECT_EQ(ids, u"BCDEFAB9A");
+  // more than 256 blocks: three hex digits from block 256 on
+  const V many = blocks(Text(128 * 257, u'x'), u"");
+  EXPECT_EQ(many.at(256).substr(3, 3) + u"|" + many.at(15).substr(3, 2), u"100|0F");
 }
 
 TEST_F(PagingTest, HistoryGoesToTheDaysFolderOneFilePerCode) {

@@ -11,6 +11,7 @@
 #include "varnek/platform/sim/line_peers.h"
 #include "varnek/platform/sim/sim_comm.h"
 #include "varnek/platform/sim/sim_platform.h"
+#include "tests/runtime/test_util.h"
 
 namespace varnek {
 
@@ -21,7 +22,7 @@ struct PagingTest : ::testing::Test {
   std::unique_ptr<CommCtl> comm = comms.Create();
   std::string sent, heard;  // all bytes each way on the line
 
-  PagingTest() {
+  explicit PagingTest(double start = SimPlatform::kDefaultStart) : sim(start) {
     comms.on_traffic = [this](bool to_peer, const std::string& bytes) { (to_peer ? sent : heard) += bytes; };
   }
 
@@ -33,6 +34,13 @@ struct PagingTest : ::testing::Test {
   // Opens port 1 at 1200,N,8,1 without dialling.
   void Open() { ASSERT_TRUE(adds.SERIAL_Connect(*comm, 1, 1200, 8, true, 1, u"", u"", 45)); }
   double Elapsed() const { return sim.loop.Elapsed(); }
+  // The virtual seconds `step` takes.
+  template <class Step>
+  double Timed(Step step) {
+    const double start = Elapsed();
+    step();
+    return Elapsed() - start;
+  }
 };
 
 }  // namespace varnek

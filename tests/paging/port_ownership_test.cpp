@@ -6,26 +6,20 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
 
 #include "varnek/platform/linux/linux_comm.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/uucp_lock.h"
 #include "varnek/platform/sim/pty_line.h"
+#include "tests/runtime/test_folder.h"
 #include "tests/store/child_process.h"
 
 namespace varnek {
 namespace {
 
-std::string Slurp(const std::string& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return in ? text.str() : "<none>";
-}
+std::string Slurp(const std::string& path) { return PathExists(path) ? ReadBytes(path) : "<none>"; }
 
 std::string TenColumns(int pid) {
   char text[16];
@@ -100,7 +94,7 @@ TEST_F(PortOwnership, ALiveProgramHoldingTheLineIsNamed) {
 TEST_F(PortOwnership, AStaleLockIsRemovedAtTheNextOpen) {
   const pid_t gone = EndedProcessId();
   ASSERT_GT(gone, 0);
-  std::ofstream(lock) << TenColumns(gone);
+  WriteBytes(lock, TenColumns(gone));
   std::unique_ptr<LinuxComm> comm;
   EXPECT_EQ(TryOpen(comm, line.SlavePath()).first, 0);
   EXPECT_EQ(Slurp(lock), TenColumns(::getpid()));

@@ -69,46 +69,37 @@ TEST_F(PagingTest, ConnectFailsOnLowerCaseEarlyOrMissingConnect) {
 TEST_F(PagingTest, ReceiveWaitsForFirstTextThenTwoQuietSeconds) {
   auto peer = Attach(std::make_shared<ScriptPeer>());
   Open();
-  {  // time-out 0 on an idle line: at once, without waiting
-    const double start = Elapsed();
-    EXPECT_EQ(adds.SERIAL_Receive(*comm, 0), u"");
-    EXPECT_LT(Elapsed() - start, 0.05);
-  }
+  // time-out 0 on an idle line: at once, without waiting
+  EXPECT_LT(Timed([&] { EXPECT_EQ(adds.SERIAL_Receive(*comm, 0), u""); }), 0.05);
   {  // nothing comes: the whole time-out (whole seconds: between t-1 and t)
-    const double start = Elapsed();
-    EXPECT_EQ(adds.SERIAL_Receive(*comm, 5), u"");
-    EXPECT_GT(Elapsed() - start, 4.0);
-    EXPECT_LE(Elapsed() - start, 5.05);
+    const double took = Timed([&] { EXPECT_EQ(adds.SERIAL_Receive(*comm, 5), u""); });
+    EXPECT_TRUE(took > 4.0 && took <= 5.05) << took;
   }
   {  // text after 1 s, more 1.5 s later: both, then 2 quiet seconds
     sim.loop.After(1.0, [&] { peer->emit("one ", 0); });
     sim.loop.After(2.5, [&] { peer->emit("two", 0); });
-    const double start = Elapsed();
-    EXPECT_EQ(adds.SERIAL_Receive(*comm, 5), u"one two");
-    EXPECT_NEAR(Elapsed() - start, 2.5 + 2, 1.05);
+    EXPECT_NEAR(Timed([&] { EXPECT_EQ(adds.SERIAL_Receive(*comm, 5), u"one two"); }), 2.5 + 2, 1.05);
   }
   {  // a stop string already there ends the wait once the buffer runs empty
     sim.loop.After(0.5, [&] { peer->emit("xx\x06\r", 0); });
-    const double start = Elapsed();
-    EXPECT_EQ(adds.SERIAL_Receive(*comm, 10, false, true, u"\x06", u"\x15"), u"xx\x06\r");
-    EXPECT_LT(Elapsed() - start, 0.6);
+    const Text stop = u"\x06";
+    EXPECT_LT(Timed([&] { EXPECT_EQ(adds.SERIAL_Receive(*comm, 10, false, true, stop, u"\x15"), u"xx\x06\r"); }), 0.6);
   }
   {  // without the extension the limit stays: text after it is read only once
     for (int i = 1; i <= 6; ++i) sim.loop.After(0.8 * i, [&] { peer->emit(".", 0); });
-    const double start = Elapsed();
-    const Text got = adds.SERIAL_Receive(*comm, 3, false, false);
-    EXPECT_LT(Elapsed() - start, 3.5);
-    EXPECT_GE(got.size(), 2u);
-    EXPECT_LE(got.size(), 4u);
+    Text got;
+    EXPECT_LT(Timed([&] { got = adds.SERIAL_Receive(*comm, 3, false, false); }), 3.5);
+    EXPECT_TRUE(got.size() >= 2 && got.size() <= 4) << got.size();
     sim.loop.RunFor(10);
     adds.SERIAL_Receive(*comm, 0);
   }
   {  // a chattering line holds Receive while it chatters, however short t is
     for (int i = 1; i <= 20; ++i) sim.loop.After(0.5 * i, [&] { peer->emit(".", 0); });
-    const double start = Elapsed();
-    EXPECT_EQ(adds.SERIAL_Receive(*comm, 0).size(), 0u);  // nothing waiting yet: at once
-    EXPECT_EQ(adds.SERIAL_Receive(*comm, 1).size(), 20u);
-    EXPECT_NEAR(Elapsed() - start, 10 + 2, 1.05);
+    EXPECT_NEAR(Timed([&] {
+                  EXPECT_EQ(adds.SERIAL_Receive(*comm, 0).size(), 0u);  // nothing waiting yet: at once
+                  EXPECT_EQ(adds.SERIAL_Receive(*comm, 1).size(), 20u);
+                }),
+                10 + 2, 1.05);
   }
 }
 
@@ -122,9 +113,7 @@ TEST_F(PagingTest, WaitForEndsOnItsStringsOrOnAnEmptyRead) {
   EXPECT_EQ(adds.SERIAL_WaitFor(*comm, u"", u"", u"", 1), u"");
   // A string that never comes: only a cancel ends the wait (bounded here).
   sim.loop.After(30, [&] { adds.SetSERIAL_CancelOperation(true); });
-  const double start = Elapsed();
-  EXPECT_EQ(adds.SERIAL_WaitFor(*comm, u"never", u"", u"", 2), u"");
-  EXPECT_NEAR(Elapsed() - start, 30, 2.1);
+  EXPECT_NEAR(Timed([&] { EXPECT_EQ(adds.SERIAL_WaitFor(*comm, u"never", u"", u"", 2), u""); }), 30, 2.1);
 }
 
 TEST_F(PagingTest, SendAndTheCancelFlag) {
@@ -141,9 +130,7 @@ TEST_F(PagingTest, SendAndTheCancelFlag) {
 
   // A cancel from a handler ends a wait at its next test.
   sim.loop.After(3, [&] { adds.SetSERIAL_CancelOperation(true); });
-  const double start = Elapsed();
-  EXPECT_EQ(adds.SERIAL_Receive(*comm, 30), u"");
-  EXPECT_NEAR(Elapsed() - start, 3, 0.1);
+  EXPECT_NEAR(Timed([&] { EXPECT_EQ(adds.SERIAL_Receive(*comm, 30), u""); }), 3, 0.1);
   EXPECT_TRUE(adds.SERIAL_CancelOperation());
   adds.SetSERIAL_CancelOperation(false);  // cannot be cleared this way
   EXPECT_TRUE(adds.SERIAL_CancelOperation());
@@ -174,15 +161,11 @@ TEST_F(PagingTest, SendCommandCleansTheModemsAnswer) {
       Text Input() override { return next < reads.size() ? reads[next++] : Text(); }
       void SetOutput(TextView) override {}
     } buffered;
-    const double start = Elapsed();
-    EXPECT_EQ(adds.SERIAL_SendCommand(buffered, u"ATI3").ToText(), u"V1.2");
-    EXPECT_LT(Elapsed() - start, 0.5);
+    EXPECT_LT(Timed([&] { EXPECT_EQ(adds.SERIAL_SendCommand(buffered, u"ATI3").ToText(), u"V1.2"); }), 0.5);
   }
   {  // an echo alone, no answer: removed, after 5 s
     peer->reply = [](std::string_view bytes) { return std::string(bytes); };
-    const double start = Elapsed();
-    EXPECT_EQ(adds.SERIAL_SendCommand(*comm, u"AT").ToText(), u"");
-    EXPECT_NEAR(Elapsed() - start, 5, 1.05);
+    EXPECT_NEAR(Timed([&] { EXPECT_EQ(adds.SERIAL_SendCommand(*comm, u"AT").ToText(), u""); }), 5, 1.05);
   }
   {  // the XMComm variant offers InputData in place of Input: read through it
     adds.SERIAL_Disconnect(*comm);  // one control a port

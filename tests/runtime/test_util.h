@@ -1,4 +1,5 @@
-// Shared helpers of the runtime and text tests.
+// Shared helpers of the tests: failures expected of calls, the texts of a
+// collection.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -6,7 +7,9 @@
 #include <functional>
 #include <initializer_list>
 #include <source_location>
+#include <vector>
 
+#include "varnek/runtime/collection.h"
 #include "varnek/runtime/failure.h"
 
 namespace varnek {
@@ -32,6 +35,13 @@ inline void ExpectFailures(std::initializer_list<FailingCall> calls,
   ::testing::ScopedTrace trace(where.file_name(), static_cast<int>(where.line()), "ExpectFailures");
   int place = 0;
   for (const FailingCall& c : calls) EXPECT_EQ(FailureOf(c.call), c.number) << "call " << place++;
+}
+
+// The items of a collection as texts, in order.
+inline std::vector<Text> ItemTexts(const Collection& c) {
+  std::vector<Text> out;
+  for (int32_t i = 1; i <= c.Count(); ++i) out.push_back(c.Item(i).ToText());
+  return out;
 }
 
 }  // namespace varnek

@@ -16,7 +16,7 @@ TEST_F(BinaryFilesTest, ReadsMissingFilesAsEmpty) {
   for (Variant name : {Variant(T("a/b.txt")), Variant(T("b.txt")), Variant(T("d/A.TXT")), Variant(tmp.text()),
                        Variant::Null()})
     EXPECT_EQ(store.File_ReadBinary(name), u"");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tmp.path()), {}), 1);  // nothing made
+  EXPECT_EQ(tmp.Names(), std::vector<std::string>{"d"});  // nothing made
   char old[4096];  // a bare name: read-only leaves none, read-write creates it empty
   ASSERT_TRUE(getcwd(old, sizeof old) && chdir(tmp.path().c_str()) == 0);
   EXPECT_EQ(store.File_ReadBinary(u"bare.txt", true), u"");

@@ -34,11 +34,13 @@ struct ScanTest : StoreTest {
     store.Disk_ScanRecursiveFiles(T(root), mask, label, dates);
     return Listed();
   }
+  static std::vector<Text> Sorted(std::vector<Text> items) {
+    std::sort(items.begin(), items.end());
+    return items;
+  }
   std::vector<Text> Listed() {
-    std::vector<Text> out;
     const CollectionPtr& list = store.Disk_ScanRecursiveFiles_Lista;
-    for (int32_t i = 1; list && i <= list->Count(); ++i) out.push_back(CStr(list->Item(i)));
-    return out;
+    return list ? ItemTexts(*list) : std::vector<Text>{};
   }
   const std::vector<Text> all_txt{R("/a/b/c/c.txt"), R("/a/b/b.txt"), R("/a/a.txt"), R("/r.txt")};
   const std::vector<Text> all_folders{R("/a/b/c"), R("/a/b"), R("/a"), R("")};
@@ -69,9 +71,7 @@ TEST_F(ScanTest, WhatIsSkippedAndMissing) {
   // PageFile.Sys is not walked but a file of that name is listed
   for (const char* f : {"skip/.hidden.txt", "skip/.hid/in.txt", "skip/PageFile.Sys/in.txt", "skip/pagefile.sys"})
     WriteBytes(P(f), "x");
-  auto items = Scan("skip", u"*.*");
-  std::sort(items.begin(), items.end());
-  EXPECT_EQ(items, (std::vector<Text>{T("skip/.hid/in.txt"), T("skip/pagefile.sys")}));
+  EXPECT_EQ(Sorted(Scan("skip", u"*.*")), (std::vector<Text>{T("skip/.hid/in.txt"), T("skip/pagefile.sys")}));
 
   EXPECT_TRUE(store.Disk_ScanRecursiveFiles(T("none"), u"*.txt") && Listed().empty());
   EXPECT_EQ(Scan("none", u""), std::vector<Text>{T("none")});
@@ -96,12 +96,9 @@ TEST_F(ScanTest, LinksToFoldersAreListedButNeverWalked) {
   ASSERT_EQ(symlink("..", P("root/a/up").c_str()), 0);
   ASSERT_EQ(symlink(P("elsewhere").c_str(), P("root/far").c_str()), 0);
   ASSERT_EQ(symlink("r.txt", P("root/r-link.txt").c_str()), 0);  // a link to a file is a file
-  auto files = Scan("root", u"*.txt");
-  std::sort(files.begin(), files.end());
   auto expected = all_txt;
   expected.push_back(R("/r-link.txt"));
-  std::sort(expected.begin(), expected.end());
-  EXPECT_EQ(files, expected);
+  EXPECT_EQ(Sorted(Scan("root", u"*.txt")), Sorted(expected));
   auto folders = Scan("root", u"");  // each link once, as the folder the enumeration shows
   EXPECT_EQ(folders.size(), all_folders.size() + 3);
   EXPECT_EQ(std::count(folders.begin(), folders.end(), R("/a/up")), 1);
@@ -117,11 +114,8 @@ TEST_F(ScanTest, LinksToFoldersAreListedButNeverWalked) {
     }
   } mounts;
   sim.platform.files = mounts;
-  files = Scan("root", u"*.txt");
-  std::sort(files.begin(), files.end());
   expected.push_back(R("/far/e.txt"));  // not seen before: walked
-  std::sort(expected.begin(), expected.end());
-  EXPECT_EQ(files, expected);
+  EXPECT_EQ(Sorted(Scan("root", u"*.txt")), Sorted(expected));
   EXPECT_EQ(Scan("root", u"").size(), all_folders.size() + 3);
 }
 
@@ -152,8 +146,7 @@ TEST_F(ScanTest, LocaleDateOrder) {
   sim.platform.dates = dates;
   const std::array<const char16_t*, 3> rows[] = {
       {u"08/25/58", u"mm/dd/yyyy", u"/"},   {u"25.08.1958", u"dd/mm/yyyy", u"."}, {u"25 ago 1958", u"dd/mm/yyyy", u" "},
-      {u"1958-08-25", u"yyyy/mm/dd", u"-"}, {u"25-Aug-58", u"dd/mm/yyyy", u"-"},
-  };
+      {u"1958-08-25", u"yyyy/mm/dd", u"-"}, {u"25-Aug-58", u"dd/mm/yyyy", u"-"}};
   Text separator;
   for (auto [shown, order, sep] : rows) {
     dates.text = shown;

@@ -19,7 +19,7 @@ struct ProfileTest : ::testing::Test {
   Text file() const { return tmp / "t.ini"; }
   std::string bytes() const { return ReadBytes(tmp.path() + "/t.ini"); }
 
-  TempFolder tmp;
+  TestFolder tmp;
   LinuxProfileStore store;
 };
 

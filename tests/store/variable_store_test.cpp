@@ -19,12 +19,6 @@ CollectionPtr List(std::initializer_list<Variant> items) {
   return c;
 }
 
-std::vector<Text> Texts(const Collection& c) {
-  std::vector<Text> out;
-  for (int32_t i = 1; i <= c.Count(); ++i) out.push_back(c.Item(i).ToText());
-  return out;
-}
-
 struct VariableStoreTest : ::testing::Test {
   explicit VariableStoreTest(double start = SimPlatform::kDefaultStart) : sim(start), store(sim.platform) {}
   SimPlatform sim;
@@ -62,7 +56,7 @@ TEST_F(VariableStoreTest, SortFollowsTheModeAndDropsKeys) {
   auto sorted = [&](std::initializer_list<Variant> items, int mode) {
     auto c = List(items);
     store.Collection_Sort(*c, mode);
-    return Texts(*c);
+    return ItemTexts(*c);
   };
   using V = std::vector<Text>;
   EXPECT_EQ(sorted({u"b", u"B", u"a"}, 0), (V{u"B", u"a", u"b"}));  // capitals before small
@@ -80,7 +74,7 @@ TEST_F(VariableStoreTest, SortFollowsTheModeAndDropsKeys) {
     auto c = Collection::New();
     for (const char16_t* s : items) c->Add(s, Text(u"k") + s);
     store.Collection_Sort(*c);
-    EXPECT_EQ(c->KeyAt(1), Text(u"k") + Texts(*c)[0]);
+    EXPECT_EQ(c->KeyAt(1), Text(u"k") + ItemTexts(*c)[0]);
     for (int32_t i = 2; i <= c->Count(); ++i) EXPECT_FALSE(c->KeyAt(i).has_value()) << i;
   }
 }

@@ -4,13 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
+#include <tuple>
 
 #include "varnek/adds/adds.h"
 #include "varnek/platform/linux/linux_network_shares.h"
 #include "varnek/platform/sim/memory_settings_store.h"
 #include "varnek/platform/sim/sim_platform.h"
 #include "varnek/runtime/convert.h"
+#include "tests/runtime/test_folder.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {
@@ -24,12 +25,6 @@ NetResource Entry(int display, int type, int usage, Text remote, Text local = {}
   e.comment = std::move(comment);
   e.provider = u"Net";
   return e;
-}
-
-std::vector<Text> Lines(const Collection& c) {
-  std::vector<Text> out;
-  for (int32_t i = 1; i <= c.Count(); ++i) out.push_back(CStr(c.Item(i)));
-  return out;
 }
 
 struct FakeShares : ::testing::Test {
@@ -58,7 +53,7 @@ TEST_F(FakeShares, WalkListsInTreeOrderAndRepeatsTheLastLine) {
       u"Server\tNet\t\\\\ALPHA\t\tfirst",  // another display type: the last line again
       u"Server\tNet\t\\\\BETA\t\t",        // not a container: no descent
   };
-  EXPECT_EQ(Lines(*adds.NET_Recursos), expected);
+  EXPECT_EQ(ItemTexts(*adds.NET_Recursos), expected);
   // The network's node opens by its provider (Uso 6), the others by remote name.
   EXPECT_EQ(sim.shares.opened, (std::vector<Text>{u"<top>", u"Net", u"WORKGROUP", u"\\\\ALPHA"}));
 
@@ -125,21 +120,9 @@ TEST_F(FakeShares, DriveLettersUniversalNamesAndMessages) {
   EXPECT_FALSE(adds.NET_BroadcastMessage(u"ALPHA", u"me", u"hello"));
 }
 
-class LinuxSharesTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    root = std::filesystem::temp_directory_path() /
-           ("varnek-shares-" +
-            std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-    std::filesystem::remove_all(root);
-    std::filesystem::create_directories(root);
-    paths = {(root / "drives").string(), (root / "smb.conf").string(),
-             (root / "mountinfo").string()};
-  }
-  void TearDown() override { std::filesystem::remove_all(root); }
-
-  std::filesystem::path root;
-  LinuxSharesPaths paths;
+struct LinuxSharesTest : ::testing::Test {
+  TestFolder root;
+  LinuxSharesPaths paths{root("drives"), root("smb.conf"), root("mountinfo")};
   RecordingRunner runner;
 };
 
@@ -149,9 +132,9 @@ TEST_F(LinuxSharesTest, MountsThroughTheHelpersAndReadsMountsAndShares) {
   runner.status = 32;  // mount.cifs: mount failure; the folders made for it go again
   EXPECT_EQ(shares.AddConnection(u"\\\\srv\\pub", u"", u"z:"), 32);
   EXPECT_FALSE(std::filesystem::exists(paths.drive_root));
-  std::filesystem::create_directories(root / "drives" / "Y");  // one that was there stays
+  std::filesystem::create_directories(root("drives/Y"));  // one that was there stays
   EXPECT_EQ(shares.AddConnection(u"\\\\srv\\pub", u"", u"Y:"), 32);
-  EXPECT_TRUE(std::filesystem::is_directory(root / "drives" / "Y"));
+  EXPECT_TRUE(std::filesystem::is_directory(root("drives/Y")));
   runner.commands.erase(runner.commands.begin() + 1);
   EXPECT_EQ(shares.AddConnection(u"srv", u"", u"Z:"), 67);
   EXPECT_EQ(shares.AddConnection(u"\\\\srv\\pub", u"", u"ZZ"), 1200);
@@ -164,32 +147,31 @@ TEST_F(LinuxSharesTest, MountsThroughTheHelpersAndReadsMountsAndShares) {
                                                    {"umount", "-f", z},
                                                    {"umount", z}}));
 
-  std::ofstream(paths.mountinfo) << "22 1 8:1 / / rw,relatime - ext4 /dev/sda1 rw\n"
-                                 << "40 22 0:50 / " << z << " rw - cifs //srv/pub rw,vers=3.0\n"
-                                 << "41 22 0:51 / " << root.string()
-                                 << "/with\\040space rw - smb3 //srv/other\\040share rw\n";
-  Text unc;
-  EXPECT_EQ(shares.GetUniversalName(u"Z:\\docs\\a.txt", unc), 0);
-  EXPECT_EQ(unc, u"\\\\srv\\pub\\docs\\a.txt");
-  EXPECT_EQ(shares.GetUniversalName(Utf8ToText(root.string() + "/with space/b"), unc), 0);
-  EXPECT_EQ(unc, u"\\\\srv\\other share\\b");
-  EXPECT_EQ(shares.GetUniversalName(Utf8ToText(z + "x/c"), unc), NetworkShares::kNotConnected);
-  EXPECT_EQ(shares.GetUniversalName(u"/home/x", unc), NetworkShares::kNotConnected);
-  EXPECT_EQ(shares.GetUniversalName(u"relative", unc), 1200);
-  EXPECT_EQ(shares.GetUniversalName(u"", unc), 1200);
+  WriteBytes(paths.mountinfo, "22 1 8:1 / / rw,relatime - ext4 /dev/sda1 rw\n40 22 0:50 / " + z +
+                                 " rw - cifs //srv/pub rw,vers=3.0\n41 22 0:51 / " + root.path() +
+                                 "/with\\040space rw - smb3 //srv/other\\040share rw\n");
+  const std::tuple<std::string, int, Text> names[] = {
+      {"Z:\\docs\\a.txt", 0, u"\\\\srv\\pub\\docs\\a.txt"},
+      {root.path() + "/with space/b", 0, u"\\\\srv\\other share\\b"},
+      {z + "x/c", NetworkShares::kNotConnected, u""}, {"/home/x", NetworkShares::kNotConnected, u""},
+      {"relative", 1200, u""}, {"", 1200, u""}};
+  for (const auto& [path, status, universal] : names) {
+    Text unc;
+    EXPECT_EQ(shares.GetUniversalName(Utf8ToText(path), unc), status) << path;
+    if (status == 0) {
+      EXPECT_EQ(unc, universal) << path;
+    }
+  }
 
-  std::ofstream(paths.samba_config)
-      << "[global]\n  workgroup = HOME\n  path = /nope\n"
-         "; a comment\n[Public]\n  comment = all\n  path = /srv/public\n"
-         "[homes]\n path = /home\n[laser]\n path = /var/spool\n"
-         "  printable = Yes\n[nopath]\n  comment = x\n";
+  WriteBytes(paths.samba_config,
+             "[global]\n  workgroup = HOME\n  path = /nope\n; a comment\n[Public]\n  comment = all\n"
+             "  path = /srv/public\n[homes]\n path = /home\n[laser]\n path = /var/spool\n"
+             "  printable = Yes\n[nopath]\n  comment = x\n");
   std::vector<ShareInfo> local = shares.LocalShares();
   ASSERT_EQ(local.size(), 2u);
-  EXPECT_EQ(local[0].name, u"Public");
-  EXPECT_EQ(local[0].type, 0);
-  EXPECT_EQ(local[0].path, u"/srv/public");
-  EXPECT_EQ(local[1].name, u"laser");
-  EXPECT_EQ(local[1].type, 1);
+  auto share = [](const ShareInfo& s) { return s.name + u"|" + CStr(Variant(s.type)) + u"|" + s.path; };
+  EXPECT_EQ(share(local[0]), u"Public|0|/srv/public");
+  EXPECT_EQ(share(local[1]), u"laser|1|/var/spool");
   EXPECT_FALSE(shares.MachineName().empty());
   EXPECT_EQ(shares.MachineName().find(u'.'), Text::npos);
 }
@@ -201,24 +183,22 @@ TEST_F(LinuxSharesTest, WalkListsOwnSharesMountsAndNamedServersAndNamesLocalPath
   sim.platform.shares = shares;
   Adds adds(sim.platform);
   // no share, no network mount, no named server: the empty result
-  std::ofstream(paths.mountinfo) << "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n";
+  WriteBytes(paths.mountinfo, "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n");
   EXPECT_FALSE(adds.NET_UpdateRecursos(u"", 0));
   EXPECT_EQ(adds.NET_Recursos->Count(), 0);
   Text letter = u"Quebec";
   EXPECT_TRUE(adds.NET_ShareConnect(u"\\\\srv\\pub", letter));
   EXPECT_EQ(runner.commands.at(0).at(2), paths.drive_root + "/Q");
 
-  const std::string users = (root / "usershares").string();
-  std::filesystem::create_directories(users);
-  std::ofstream(users + "/music") << "#VERSION 2\npath=/home/me/Music\ncomment=songs\nsharename=Music\n";
-  std::ofstream(users + "/nopath") << "comment=x\n";
-  std::ofstream(paths.samba_config) << "[global]\nusershare path = " << users
-                                    << "\n[srv]\npath = /srv\ncomment = all\n[laser]\npath = /var/spool\nprintable = yes\n";
-  std::ofstream(paths.mountinfo) << "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
-                                 << "40 22 0:50 / /mnt/pub rw - cifs //srv/pub rw\n"
-                                 << "41 22 0:51 / /mnt/home rw - nfs4 nas:/export/home rw\n"
-                                 << "42 22 0:52 / /mnt/a\\040b rw - smb3 //SRV/a\\040b rw\n"
-                                 << "43 22 0:53 / /mnt/old rw - nfs [fe80::1]:/old rw\n";
+  WriteBytes(root("usershares/music"), "#VERSION 2\npath=/home/me/Music\ncomment=songs\nsharename=Music\n");
+  WriteBytes(root("usershares/nopath"), "comment=x\n");
+  WriteBytes(paths.samba_config, "[global]\nusershare path = " + root("usershares") + "\n[srv]\npath = /srv\n" +
+                                     "comment = all\n[laser]\npath = /var/spool\nprintable = yes\n");
+  WriteBytes(paths.mountinfo,
+             "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n40 22 0:50 / /mnt/pub rw - cifs //srv/pub rw\n"
+             "41 22 0:51 / /mnt/home rw - nfs4 nas:/export/home rw\n"
+             "42 22 0:52 / /mnt/a\\040b rw - smb3 //SRV/a\\040b rw\n"
+             "43 22 0:53 / /mnt/old rw - nfs [fe80::1]:/old rw\n");
   settings.Set(kServersGroup, kServersFamily, kServersName, u"\\\\files; srv,  //print ");
   ASSERT_TRUE(adds.NET_UpdateRecursos(u"", 0));
   const Text m = u"\\\\" + shares.MachineName();
@@ -240,10 +220,10 @@ TEST_F(LinuxSharesTest, WalkListsOwnSharesMountsAndNamedServersAndNamesLocalPath
       u"Server\tNFS Network\t[fe80::1]:\t\t",
       u"Disk\tNFS Network\t[fe80::1]:/old\t/mnt/old\t",
   };
-  EXPECT_EQ(Lines(*adds.NET_Recursos), expected);
+  EXPECT_EQ(ItemTexts(*adds.NET_Recursos), expected);
   // a walk that starts below a node; a node that is not there lists nothing
   EXPECT_TRUE(adds.NET_UpdateRecursos(u"nas:", 2));
-  EXPECT_EQ(Lines(*adds.NET_Recursos), std::vector<Text>({expected[0], expected[13]}));
+  EXPECT_EQ(ItemTexts(*adds.NET_Recursos), std::vector<Text>({expected[0], expected[13]}));
   EXPECT_TRUE(adds.NET_UpdateRecursos(u"NFS Network", 6));
   EXPECT_EQ(adds.NET_Recursos->Count(), 5);
   EXPECT_FALSE(adds.NET_UpdateRecursos(u"\\\\nobody", 2));

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <initializer_list>
 #include <string>
 #include <utility>
@@ -13,13 +12,13 @@
 #include "varnek/platform/sim/sim_platform.h"
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/dates.h"
+#include "tests/runtime/test_folder.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {
 namespace {
 
-class PowerTest : public ::testing::Test {
- protected:
+struct PowerTest : ::testing::Test {
   // One POWER_Update per level, `gap` virtual seconds apart.
   void Levels(std::initializer_list<int> levels, double gap = 300) {
     for (int level : levels) {
@@ -108,38 +107,22 @@ TEST_F(PowerTest, MemoryKeepsTheSigned32BitDivisionAndLoadPumpsOnce) {
   EXPECT_EQ(CLng(adds.Win_CPUUsage()), 37);
 }
 
-// A fake /sys/class/power_supply and /proc/stat in a temporary folder.
-class FakeSysfs : public ::testing::Test {
- protected:
-  void SetUp() override {
-    root = std::filesystem::temp_directory_path() /
-           ("varnek-sysfs-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
-            "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::remove_all(root);
-    std::filesystem::create_directories(root / "power");
-  }
-  void TearDown() override { std::filesystem::remove_all(root); }
+// A fake /sys/class/power_supply and /proc/stat in a test folder.
+struct FakeSysfs : ::testing::Test {
   // Each file below the supply class with its one line.
   void Write(std::initializer_list<std::pair<std::string, std::string>> files) {
-    for (const auto& [file, text] : files) {
-      auto path = root / "power" / file;
-      std::filesystem::create_directories(path.parent_path());
-      std::ofstream(path) << text << "\n";
-    }
+    for (const auto& [file, text] : files) WriteBytes(root("power/" + file), text + "\n");
   }
-  SystemPowerStatus Read() {
-    return LinuxSystemReadings((root / "power").string()).ReadPowerStatus();
-  }
-
-  std::filesystem::path root;
+  SystemPowerStatus Read() { return LinuxSystemReadings(root("power")).ReadPowerStatus(); }
+  TestFolder root;
 };
 
 TEST_F(FakeSysfs, PowerSupplyClassReadsLineAndLevel) {
   // No supplies at all, and no folder at all: both unknown.
+  std::filesystem::create_directories(root("power"));
   EXPECT_EQ(Read().ac_line_status, 255);
   EXPECT_EQ(Read().battery_life_percent, 255);
-  EXPECT_EQ(LinuxSystemReadings((root / "absent").string()).ReadPowerStatus().battery_life_percent,
-            255);
+  EXPECT_EQ(LinuxSystemReadings(root("absent")).ReadPowerStatus().battery_life_percent, 255);
 
   // A desktop: mains only.
   Write({{"AC/type", "Mains"}, {"AC/online", "1"}});
@@ -160,12 +143,11 @@ TEST_F(FakeSysfs, PowerSupplyClassReadsLineAndLevel) {
     Write({{"BAT0/capacity", bad}});
     EXPECT_EQ(Read().battery_life_percent, 255) << bad;
   }
-  std::filesystem::remove(root / "power/BAT0/capacity");
+  std::filesystem::remove(root("power/BAT0/capacity"));
   EXPECT_EQ(Read().battery_life_percent, 255);
 
   // With no line supply the battery's status tells the line.
-  std::filesystem::remove_all(root / "power/AC");
-  std::filesystem::remove_all(root / "power/ucsi-source-psy-USBC000:001");
+  for (const char* line : {"AC", "ucsi-source-psy-USBC000:001"}) std::filesystem::remove_all(root("power/") + line);
   Write({{"BAT0/capacity", "64"}});
   for (auto [status, line] :
        {std::pair{"Charging", 1}, {"Full", 1}, {"Not charging", 1}, {"Discharging", 0}, {"Unknown", 255}}) {
@@ -179,7 +161,7 @@ TEST_F(FakeSysfs, PowerSupplyClassReadsLineAndLevel) {
 
 TEST_F(FakeSysfs, AddsReadsTheFakeTreeThroughThePlatform) {
   Write({{"BAT1/type", "Battery"}, {"BAT1/capacity", "255"}});
-  LinuxSystemReadings readings((root / "power").string());
+  LinuxSystemReadings readings(root("power"));
   SimPlatform sim;
   sim.platform.readings = readings;
   Adds adds(sim.platform);
@@ -190,22 +172,22 @@ TEST_F(FakeSysfs, AddsReadsTheFakeTreeThroughThePlatform) {
 }
 
 TEST_F(FakeSysfs, ProcStatGivesTheLoadSinceThePreviousReading) {
-  std::string stat = (root / "stat").string();
-  LinuxSystemReadings readings("/nonexistent", stat);
-  EXPECT_FALSE(readings.ReadCpuUsage().has_value());
-  std::ofstream(stat) << "intr 1 2 3\n";
-  EXPECT_FALSE(readings.ReadCpuUsage().has_value());
+  LinuxSystemReadings readings("/nonexistent", root("stat"));
+  EXPECT_FALSE(readings.ReadCpuUsage().has_value());  // no file
   // user nice system idle iowait irq softirq steal guest guest_nice
-  std::ofstream(stat) << "cpu  100 0 100 700 100 0 0 0 50 0\ncpu0 1 2 3 4\n";
-  EXPECT_EQ(readings.ReadCpuUsage(), 20);  // since boot: 200 busy of 1000
-  EXPECT_EQ(readings.ReadCpuUsage(), 0);   // nothing elapsed
-  std::ofstream(stat) << "cpu  130 0 100 760 110 0 0 0 50 0\n";
-  EXPECT_EQ(readings.ReadCpuUsage(), 30);  // 30 busy of 100; iowait counts as idle
-  std::ofstream(stat) << "cpu  430 0 100 860 110 0 0 0 50 0\n";
-  EXPECT_EQ(readings.ReadCpuUsage(), 75);  // 300 busy of 400
+  const std::pair<const char*, std::optional<int32_t>> rows[] = {
+      {"intr 1 2 3\n", std::nullopt},                                 // no cpu line
+      {"cpu  100 0 100 700 100 0 0 0 50 0\ncpu0 1 2 3 4\n", 20},      // since boot: 200 busy of 1000
+      {"cpu  100 0 100 700 100 0 0 0 50 0\n", 0},                     // nothing elapsed
+      {"cpu  130 0 100 760 110 0 0 0 50 0\n", 30},                    // 30 busy of 100; iowait counts as idle
+      {"cpu  430 0 100 860 110 0 0 0 50 0\n", 75}};                   // 300 busy of 400
+  for (auto [stat, load] : rows) {
+    WriteBytes(root("stat"), stat);
+    EXPECT_EQ(readings.ReadCpuUsage(), load) << stat;
+  }
 
   SimPlatform sim;
-  LinuxSystemReadings missing("/nonexistent", (root / "none").string());
+  LinuxSystemReadings missing("/nonexistent", root("none"));
   sim.platform.readings = missing;
   Adds adds(sim.platform);
   EXPECT_EQ(CLng(adds.Win_CPUUsage()), -1);

@@ -1,6 +1,7 @@
 // URL and Base64 codecs and the control-character aliases, with cross-checks against the literal passes.
 #include <random>
 
+#include "fuzz/toolkit_input.h"
 #include "varnek/runtime/strings.h"
 #include "tests/text/toolkit_fixture.h"
 
@@ -30,26 +31,6 @@ TEST_F(ToolkitTest, UrlEncodesInShortFormsAndDecodesInAscendingLiteralPasses) {
   Text all;  // units of 16 and above survive a round trip
   for (int b = 16; b < 256; ++b) all += ByteToUnit(static_cast<uint8_t>(b));
   EXPECT_EQ(CStr(kit.URL_Decode(kit.URL_Encode(all))), all);
-}
-
-// The decoder as the classic code runs it: 255 global Var_Translate passes.
-Text LiteralUrlDecode(TextToolkit& kit, Text s) {
-  s = kit.Var_Translate(s, u"+", u" ");
-  for (int i = 1; i <= 255; ++i) {
-    const char16_t digits[] = u"0123456789ABCDEF";
-    s = kit.Var_Translate(s, Text{u'%', digits[i / 16], digits[i % 16]}, Chr(i));
-  }
-  return s;
-}
-
-TEST_F(ToolkitTest, UrlDecodeAgreesWithTheLiteralPasses) {
-  const Text alphabet = u"%%%0123456789ABCDEFa+";  // dense in escapes, so decoded units form new ones
-  std::mt19937 rng(12345);
-  for (int round = 0; round < 3000; ++round) {
-    Text s;
-    for (size_t i = rng() % 24; i > 0; --i) s += alphabet[rng() % alphabet.size()];
-    ASSERT_EQ(CStr(kit.URL_Decode(s)), LiteralUrlDecode(kit, s)) << TextToUtf8(s);
-  }
 }
 
 TEST_F(ToolkitTest, Base64GoldenValuesAndLenientDecoding) {
@@ -91,26 +72,23 @@ TEST_F(ToolkitTest, ControlCharactersAndTheirAliases) {
   EXPECT_EQ(FailureOf([&] { kit.Var_ConvierteCharControlToText(Variant::Null()); }), kErrInvalidUseOfNull);
 }
 
-TEST_F(ToolkitTest, AliasSweepsAgreeWithPassByPassReplacing) {
-  std::vector<Text> aliases;
-  for (int code = 0; code < 32; ++code) aliases.push_back(kit.Var_ConvierteCharControlToText(Text(1, char16_t(code))));
-  // both directions as the classic code runs them: Var_Translate per alias
-  auto literal = [&](Text s, bool to_chars) {
-    for (int code = 0; code < 32; ++code) {
-      Text unit(1, char16_t(code));
-      s = to_chars ? kit.Var_Translate(s, aliases[code], unit) : kit.Var_Translate(s, unit, aliases[code]);
-      if (to_chars && code == 9) s = kit.Var_Translate(s, u"\u00abTAB\u00bb", u"\t");
-    }
+// Random texts of pieces dense in escapes and alias names (so that decoded
+// units form new ones) against the classic pass-by-pass forms.
+TEST_F(ToolkitTest, SweepsAgreeWithTheLiteralPasses) {
+  const Text url = u"%%%0123456789ABCDEFa+";
+  const Text alias[] = {u"\u00ab", u"\u00bb", u"CR", u"LF", u"TAB", u"HT",  u"SO",
+                        u"H",       u"\r",     u"x",  u"US", u"\x1f", Text(1, u'\0')};
+  std::mt19937 rng(12345);
+  auto draw = [&](const auto& pieces, size_t most) {
+    Text s;
+    for (size_t i = rng() % most; i > 0; --i) s += pieces[rng() % std::size(pieces)];
     return s;
   };
-  const Text pieces[] = {u"\u00ab", u"\u00bb", u"CR", u"LF", u"TAB", u"HT",  u"SO",
-                         u"H",      u"\r",     u"x",  u"US", u"\x1f", Text(1, u'\0')};
-  std::mt19937 rng(7);
-  for (int round = 0; round < 2000; ++round) {
-    Text s;
-    for (int i = rng() % 12; i > 0; --i) s += pieces[rng() % std::size(pieces)];
-    ASSERT_EQ(kit.Var_ConvierteCharControlToText(s), literal(s, false)) << TextToUtf8(s);
-    ASSERT_EQ(kit.Var_ConvierteTextToCharControl(s), literal(s, true)) << TextToUtf8(s);
+  for (int round = 0; round < 3000; ++round) {
+    const Text s = draw(url, 24), a = draw(alias, 12);
+    ASSERT_EQ(CStr(kit.URL_Decode(s)), LiteralUrlDecode(kit, s)) << TextToUtf8(s);
+    ASSERT_EQ(kit.Var_ConvierteCharControlToText(a), LiteralControlAliases(kit, a, false)) << TextToUtf8(a);
+    ASSERT_EQ(kit.Var_ConvierteTextToCharControl(a), LiteralControlAliases(kit, a, true)) << TextToUtf8(a);
   }
 }
 
