@@ -4,16 +4,14 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
-#include <unistd.h>
-
 #include <chrono>
-#include <fstream>
 #include <memory>
 #include <optional>
 
+#include "tests/support/pump.h"
+#include "tests/support/sntp_responder.h"
 #include "varnek/platform/linux/linux_network_clock.h"
 #include "varnek/platform/sim/sim_network_clock.h"
-#include "tests/platform/sntp_responder.h"
 
 namespace varnek {
 namespace {
@@ -49,8 +47,8 @@ class NetworkClockContract : public ::testing::Test {
       ++answers;
     });
     EXPECT_EQ(answers, 0) << "answered from inside Query";
-    for (int i = 0; i < 200 && answers == 0; ++i) rig.loop.Pump(0.05);
-    for (int i = 0; i < 5; ++i) rig.loop.Pump(0.01);  // a second answer would show here
+    PumpUntil(rig.loop, [&] { return answers > 0; });
+    Settle(rig.loop);  // a second answer would show here
     EXPECT_EQ(answers, 1);
     if (answers_out) *answers_out = answers;
     return answer;
@@ -91,9 +89,7 @@ std::optional<TimeOfDayInfo> AskLinux(LinuxLoop& loop, LinuxNetworkClock& clock,
     answer = t;
     answered = true;
   });
-  auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!answered && std::chrono::steady_clock::now() < end) loop.Pump(0.1);
-  EXPECT_TRUE(answered);
+  EXPECT_TRUE(PumpUntil(loop, [&] { return answered; }));
   return answer;
 }
 
@@ -136,7 +132,7 @@ TEST(LinuxNetworkClock, RefusedIsQuickAndSilenceLastsTheTimeLimit) {
   auto doomed = std::make_unique<LinuxNetworkClock>(loop, silent.port, 5.0);
   doomed->Query(u"127.0.0.1", [&](std::optional<TimeOfDayInfo>) { answered = true; });
   doomed.reset();
-  for (int i = 0; i < 5; ++i) loop.Pump(0.02);
+  Settle(loop);
   EXPECT_FALSE(answered);
 }
 
@@ -144,9 +140,7 @@ TEST(LinuxNetworkClock, NamesResolveOnTheLoopAndASilentLookupEndsAtTheTimeLimit)
   LinuxLoop loop;
   SntpResponder responder(loop, SntpResponder::kAnswer);
   SntpResponder dns(loop, SntpResponder::kSilent);  // a name server that never answers
-  const std::string hosts = "/tmp/varnek-clock-hosts-" + std::to_string(getpid());
-  std::ofstream(hosts) << "127.0.0.1 timehost.test\n";
-  setenv("CARES_HOSTS", hosts.c_str(), 1);
+  HostsFile hosts("127.0.0.1 timehost.test\n");
   const std::string server = "127.0.0.1:" + std::to_string(dns.port);
   // a name of the hosts file the resolver was given, unknown to the system
   LinuxNetworkClock by_file(loop, responder.port, 5.0, {server, "fb", 300, 1});
@@ -160,14 +154,12 @@ TEST(LinuxNetworkClock, NamesResolveOnTheLoopAndASilentLookupEndsAtTheTimeLimit)
   by_dns.Query(u"nowhere.test", [&](std::optional<TimeOfDayInfo> r) { answered = !r.has_value(); });
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200));
   loop.Post([&] { other_ran = true; });
-  for (int i = 0; i < 100 && !answered; ++i) loop.Pump(0.1);
+  PumpUntil(loop, [&] { return answered; });
   EXPECT_TRUE(other_ran);
   EXPECT_TRUE(answered);
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(350));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
   EXPECT_EQ(responder.requests, 1);
-  unsetenv("CARES_HOSTS");
-  unlink(hosts.c_str());
 }
 
 }  // namespace

@@ -3,25 +3,22 @@
 // the connection's own address and Receive giving the waiting text. Names on
 // Linux come from a hosts file of the test's own and a DNS server on
 // loopback that never answers; nothing leaves the machine.
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <stdlib.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <type_traits>
 
+#include "tests/runtime/test_util.h"
+#include "tests/support/loopback.h"
+#include "tests/support/pump.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/linux_socket.h"
 #include "varnek/platform/sim/sim_socket.h"
-#include "tests/platform/loopback_client.h"
-#include "tests/runtime/test_util.h"
 #include "varnek/runtime/failure.h"
 
 namespace varnek {
@@ -58,7 +55,8 @@ struct SimOut {
 struct LinuxOut {
   LinuxLoop loop;
   LinuxSocketFactory net{loop};
-  int listen_fd = -1, peer_fd = -1, dns_fd = -1;
+  std::optional<LoopbackListener> listener;
+  int peer_fd = -1, dns_fd = -1;
   HostsFile hosts{"127.0.0.1 gateway.test\n::1 six.test\n"};
   LinuxOut() {
     int dns_port = 0;
@@ -66,16 +64,11 @@ struct LinuxOut {
     net.SetResolverConfig({"127.0.0.1:" + std::to_string(dns_port), "fb", 300, 1});
   }
   ~LinuxOut() {
-    for (int fd : {listen_fd, peer_fd, dns_fd}) if (fd >= 0) ::close(fd);
+    for (int fd : {peer_fd, dns_fd}) if (fd >= 0) ::close(fd);
   }
-  int Serve() {
-    int port = 0;
-    listen_fd = BoundToLoopback(AF_INET, SOCK_STREAM, port);
-    ::listen(listen_fd, 8);
-    return port;
-  }
+  int Serve() { return listener.emplace().port; }
   bool Accept() {
-    if (peer_fd < 0) peer_fd = ::accept4(listen_fd, nullptr, nullptr, SOCK_NONBLOCK);
+    if (peer_fd < 0) peer_fd = listener->Accept(SOCK_NONBLOCK);
     return peer_fd >= 0;
   }
   bool PeerWrite(const std::string& s) {
@@ -149,7 +142,7 @@ TYPED_TEST(OutgoingSocket, NamesResolveFromTheLoopAndUnknownNamesFail) {
   ASSERT_TRUE(PumpUntil(this->env.loop, [&] { return s.State() == kSocketClosed; }));
   EXPECT_EQ(s.ErrorText(), u"Host not found");
   this->done.clear();
-  for (int i = 0; i < 3; ++i) this->env.loop.Pump(0.01);
+  Settle(this->env.loop);
   EXPECT_TRUE(this->done.empty()) << "a failed lookup reports no Done";
 }
 
@@ -182,23 +175,20 @@ TEST(LinuxOutgoingSocket, ALookupThatHangsLeavesTheLoopRunningAndCloseDropsIt) {
   s->Connect(Variant(u"silent.test"), Variant(80));
   s->Close();  // the lookup's late answer must not revive the control
   EXPECT_TRUE(PumpUntil(env.loop, [&] { return env.net.resolver().Pending() == 0; }));
-  for (int i = 0; i < 3; ++i) env.loop.Pump(0.01);
+  Settle(env.loop);
   EXPECT_EQ(s->State(), kSocketClosed);
   EXPECT_EQ(s->ErrorText(), u"");
 }
 
 TEST(LinuxOutgoingSocket, AnIPv6NameConnectsToAnIPv6Listener) {
   LinuxOut env;
-  int port = 0;
-  const int l = BoundToLoopback(AF_INET6, SOCK_STREAM, port);
-  if (l < 0) GTEST_SKIP() << "no IPv6 loopback";
-  ::listen(l, 1);
+  LoopbackListener six(AF_INET6);
+  if (six.fd < 0) GTEST_SKIP() << "no IPv6 loopback";
   auto s = env.net.Create();
-  s->Connect(Variant(u"six.test"), Variant(port));
+  s->Connect(Variant(u"six.test"), Variant(six.port));
   EXPECT_TRUE(PumpUntil(env.loop, [&] { return s->State() == kSocketConnected; }));
   EXPECT_EQ(s->RemoteAddress(), u"::1");
   EXPECT_EQ(s->LocalAddress(), u"::1");
-  ::close(l);
 }
 
 }  // namespace
