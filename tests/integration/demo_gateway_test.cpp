@@ -8,29 +8,14 @@
 namespace varnek::e2e {
 namespace {
 
-struct DemoAsGateway : DemoHostTest {
-  LinuxNetPlatform env;
-  Adds adds{env.platform};
-  std::unique_ptr<SocketCtl> sock = env.sockets.Create();
-  int32_t Post(const std::string& url) {
-    Variant u = Variant(BytesToText(url)), code_field = u"pin", code = u"77", msg_field = u"msg", msg = u"hi there",
-            ok = Variant::Missing(), fail = ok, delayed = ok, timeout = Variant(10);
-    return adds.POST_SendMensaje(sock.get(), u, code_field, code, msg_field, msg, {}, {}, ok, fail, {}, {}, {}, {},
-                                 {}, {}, {}, {}, {}, {}, {}, {}, delayed, timeout);
-  }
-  std::string Answer() { return TextToBytes(adds.POST_SendMensaje_Response.ToText()); }
-  // What a failed expectation shows: the answer so far and the socket's last error.
-  std::string Seen() { return "answer: [" + Answer() + "] socket error: " + TextToBytes(sock->ErrorText()); }
-};
-
-TEST_F(DemoAsGateway, PostSendMensajeDeliversToTheEchoByNumberAndByName) {
+TEST_F(LinuxGatewayPost, DeliversToTheDemoEchoByNumberAndByName) {
+  DemoProcess demo;
   ASSERT_TRUE(demo.Start());
-  const std::string port = std::to_string(demo.port());
   EXPECT_EQ(Post(demo.Base() + "/echo"), -1) << Seen();
   // The request is made before the connection: Host is the machine's address.
   ExpectContains(Answer(), {"HTTP/1.0 200", "Param\tpin\t77\n", "Param\tmsg\thi there\n",
                             "Header\tHost\t" + TextToBytes(PrimaryIPv4Address()) + "\n", "Header\tContent-length\t19\n"});
-  EXPECT_EQ(Post("http://gateway.test:" + port + "/echo?via=name"), -1) << Seen();
+  EXPECT_EQ(Post("http://gateway.test:" + std::to_string(demo.port()) + "/echo?via=name"), -1) << Seen();
   ExpectContains(Answer(), {"URL\t/echo?via=name"});
   EXPECT_EQ(sock->State(), kSocketClosed) << Seen();
 }

@@ -99,8 +99,7 @@ TEST_F(RealClientsTest, ClosedConnectionsGiveTheirBuffersBack) {
     }, 60.0);
   };
   const auto idle_heap = [&] {
-    for (int k = 0; k < 400 && server.CurrentConnections() > 0; ++k) server.loop().Pump(0.05);
-    EXPECT_EQ(server.CurrentConnections(), 0);
+    EXPECT_TRUE(PumpUntil(server.loop(), [&] { return server.CurrentConnections() == 0; }, 400));
     // Handlers still in their close pause hold their texts a little longer.
     const double settle_until = server.loop().Timer() + 2.0;
     for (int k = 0; k < 40 && server.loop().Timer() < settle_until; ++k) server.loop().Pump(0.1);

@@ -5,29 +5,13 @@
 #include <chrono>
 
 #include "tests/net/linux_net_fixture.h"
-#include "tests/net/net_fixture.h"
 
 namespace varnek {
 namespace {
 
-const Variant kNo = Variant::Missing();
-
 double Since(std::chrono::steady_clock::time_point t) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - t).count();
 }
-
-struct LinuxGatewayPost : LinuxNetFixture {
-  int32_t Post(const std::string& url, Variant ok = kNo, Variant fail = kNo, Variant delayed = kNo,
-               Variant timeout = Variant(10)) {
-    Variant u = Variant(Units(url)), code_field = u"pin", code = u"77", msg_field = u"msg",
-            msg = u"hi there";
-    return adds.POST_SendMensaje(sock.get(), u, code_field, code, msg_field, msg, {}, {}, ok, fail,
-                                 {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, delayed, timeout);
-  }
-  std::string Answer() { return TextToBytes(adds.POST_SendMensaje_Response.ToText()); }
-  // What a failed expectation shows: the answer so far and the socket's last error.
-  std::string Seen() { return "answer: [" + Answer() + "] socket error: " + TextToBytes(sock->ErrorText()); }
-};
 
 TEST_F(LinuxGatewayPost, LocalServersWithMarksAndACloseAtOnce) {
   std::string reply;

@@ -1,4 +1,4 @@
-// Adds on a Linux platform for one test: its own loop and sockets, names
+// Adds on a Linux platform for one test, and a gateway post on it: its own loop and sockets, names
 // from a hosts file of the test's own ("gateway.test" is 127.0.0.1) and
 // never from DNS; the services a network test does not reach simulated.
 #pragma once
@@ -48,6 +48,20 @@ struct LinuxNetFixture : ::testing::Test {
   LinuxNetPlatform env;
   Adds adds{env.platform};
   std::unique_ptr<SocketCtl> sock = env.sockets.Create();
+};
+
+// POST_SendMensaje of a fixed code and message to a gateway on loopback.
+struct LinuxGatewayPost : LinuxNetFixture {
+  static inline const Variant kNo = Variant::Missing();
+  int32_t Post(const std::string& url, Variant ok = kNo, Variant fail = kNo, Variant delayed = kNo,
+               Variant timeout = Variant(10)) {
+    Variant u = Variant(BytesToText(url)), code_field = u"pin", code = u"77", msg_field = u"msg", msg = u"hi there";
+    return adds.POST_SendMensaje(sock.get(), u, code_field, code, msg_field, msg, {}, {}, ok, fail, {}, {}, {}, {},
+                                 {}, {}, {}, {}, {}, {}, {}, {}, delayed, timeout);
+  }
+  std::string Answer() { return TextToBytes(adds.POST_SendMensaje_Response.ToText()); }
+  // What a failed expectation shows: the answer so far and the socket's last error.
+  std::string Seen() { return "answer: [" + Answer() + "] socket error: " + TextToBytes(sock->ErrorText()); }
 };
 
 }  // namespace varnek

@@ -1,6 +1,7 @@
 // Outgoing connections of the socket control, simulated and on Linux
 // loopback: the stored target, names resolved from the loop, bad targets,
-// the connection's own address and Receive giving the waiting text. Names on
+// the connection's own address, Receive giving the waiting text, a peer that
+// leaves and a port nobody serves. Names on
 // Linux come from a hosts file of the test's own and a DNS server on
 // loopback that never answers; nothing leaves the machine.
 #include <sys/socket.h>
@@ -11,7 +12,9 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <type_traits>
+#include <utility>
 
 #include "tests/runtime/test_util.h"
 #include "tests/support/loopback.h"
@@ -35,6 +38,8 @@ struct SimOut {
     net.Serve(7000, [this](std::shared_ptr<SimPeer> p) { peer = p; });
     return 7000;
   }
+  void StopServing() { net.StopServing(7000); }
+  void PeerClose() { peer->Close(); }
   bool PeerWrite(const std::string& s) {
     if (!peer) return false;
     peer->Write(Text(s.begin(), s.end()));
@@ -67,6 +72,10 @@ struct LinuxOut {
     for (int fd : {peer_fd, dns_fd}) if (fd >= 0) ::close(fd);
   }
   int Serve() { return listener.emplace().port; }
+  void StopServing() { listener.reset(); }
+  void PeerClose() {
+    if (Accept()) ::close(std::exchange(peer_fd, -1));
+  }
   bool Accept() {
     if (peer_fd < 0) peer_fd = listener->Accept(SOCK_NONBLOCK);
     return peer_fd >= 0;
@@ -144,6 +153,24 @@ TYPED_TEST(OutgoingSocket, NamesResolveFromTheLoopAndUnknownNamesFail) {
   this->done.clear();
   Settle(this->env.loop);
   EXPECT_TRUE(this->done.empty()) << "a failed lookup reports no Done";
+}
+
+TYPED_TEST(OutgoingSocket, APeerThatAnswersAndLeavesLeavesItClosingAndAPortNobodyServesRefuses) {
+  auto [s, env] = std::tie(*this->s, this->env);
+  const int port = env.Serve();
+  s.Connect(Variant(u"127.0.0.1"), Variant(port));
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return s.State() == kSocketConnected; }));
+  EXPECT_EQ(this->done, std::vector<int32_t>{kOpConnect});
+  ASSERT_TRUE(env.PeerWrite("HTTP/1.0 200 OK\r\n\r\nok"));
+  env.PeerClose();
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return s.State() == kSocketClosing; }));
+  s.Receive(kReceiveText);
+  EXPECT_EQ(s.ReceivedData().ToText(), u"HTTP/1.0 200 OK\r\n\r\nok");
+  env.StopServing();
+  auto refused = env.net.Create();
+  refused->Connect(Variant(u"127.0.0.1"), Variant(port));
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return refused->State() == kSocketClosed; }));
+  EXPECT_EQ(refused->ErrorText(), u"Connection refused");
 }
 
 TYPED_TEST(OutgoingSocket, BadTargetsFailAtOnce) {
