@@ -31,7 +31,10 @@ TEST_F(DemoInBrowserTest, EveryPageNamesItsCharsetAndShowsItsCharacters) {
     std::string path;
     std::vector<std::string> shown;  // as Chromium's DOM writes them, in UTF-8
   } pages[] = {
-      {"/", {"<title>Varnek demo</title>", "href=\"/rtf\""}},
+      {"/", {"<title>Varnek demo</title>", "href=\"/rtf\"", "<form method=\"post\" action=\"/echo\">",
+             "href=\"/echo?x=1\"", "href=\"/admin/\"", "href=\"/chat\""}},
+      {"/echo?x=1", {"<pre>", "URL\t/echo?x=1/\n", "RemoteIP\t127.0.0.1\n", "Header\tGET\t/echo?x=1 HTTP/1.1\n",
+                     "Header\tUser-Agent\t", "HeadlessChrome"}},
       {"/echo?x=%E9t%E9%20%93q%94", {"URL\t/echo?x=été “q”/"}},
       {"/rtf", {"Varnek rich text", "Café crème brûlée, naïve façade, 5°C, ½ × 3 = 1½, © 2026 — “quoted” and ‘single’ quotes.",
                 "<li>", "The Varnek team", "<textarea name=\"rtf\""}},

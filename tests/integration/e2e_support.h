@@ -1,11 +1,12 @@
-// What the end-to-end tests share: the server on the Linux loop answering
-// /hello and echoing POST fields, and the demo host as a child process met
-// by curl. Every wait is bounded.
+// What the end-to-end tests share: a crowd of simultaneous GETs, the server
+// on the Linux loop answering /hello and echoing POST fields, and the demo
+// host as a child process met by curl. Every wait is bounded.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,27 @@
 namespace varnek::e2e {
 
 inline const std::string kGetHello = "GET /hello HTTP/1.0\r\n\r\n";
+
+// Sends `count` GETs at once and reads every answer until its close.
+inline std::vector<std::string> SimultaneousGets(int port, int count) {
+  std::vector<std::unique_ptr<LoopbackClient>> clients;
+  for (int k = 0; k < count; ++k) {
+    clients.push_back(std::make_unique<LoopbackClient>(port));
+    if (!clients.back()->connected) ADD_FAILURE() << "connect " << k;
+  }
+  for (auto& c : clients) c->Send("GET / HTTP/1.0\r\n\r\n");
+  std::vector<std::string> answers(clients.size());
+  const auto start = SteadyClock::now();
+  for (bool pending = true; pending && SecondsSince(start) < 60;) {
+    pending = false;
+    for (size_t k = 0; k < clients.size(); ++k) {
+      if (clients[k]->PeerClosed()) continue;
+      answers[k] += clients[k]->ReadAll(0.002);
+      pending = pending || !clients[k]->PeerClosed();
+    }
+  }
+  return answers;
+}
 
 class ServerE2ETest : public ::testing::Test {
  protected:

@@ -5,7 +5,6 @@
 #include <sys/wait.h>
 
 #include <algorithm>
-#include <memory>
 #include <regex>
 
 #include "tests/integration/e2e_support.h"
@@ -14,27 +13,6 @@ namespace varnek::e2e {
 namespace {
 
 constexpr int kClients = 100;
-
-// Sends `count` GETs at once and reads every answer until its close.
-std::vector<std::string> SimultaneousGets(int port, int count) {
-  std::vector<std::unique_ptr<LoopbackClient>> clients;
-  for (int k = 0; k < count; ++k) {
-    clients.push_back(std::make_unique<LoopbackClient>(port));
-    if (!clients.back()->connected) ADD_FAILURE() << "connect " << k;
-  }
-  for (auto& c : clients) c->Send("GET / HTTP/1.0\r\n\r\n");
-  std::vector<std::string> answers(clients.size());
-  const auto start = SteadyClock::now();
-  for (bool pending = true; pending && SecondsSince(start) < 60;) {
-    pending = false;
-    for (size_t k = 0; k < clients.size(); ++k) {
-      if (clients[k]->PeerClosed()) continue;
-      answers[k] += clients[k]->ReadAll(0.002);
-      pending = pending || !clients[k]->PeerClosed();
-    }
-  }
-  return answers;
-}
 
 // "N ticks of P ms, longest gap G ms, S requests served", as the hosts end.
 struct TimerSummary {

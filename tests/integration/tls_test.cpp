@@ -103,7 +103,7 @@ class TlsTest : public ServerE2ETest {
   }
   // Pumps until only `open` slots are taken, at most 3 s; whether it came.
   bool SlotsSettleAt(int open) {
-    return PumpUntil(server.loop(), [&] { return server.CurrentConnections() == open; }, 60);
+    return PumpUntilFor(server.loop(), [&] { return server.CurrentConnections() == open; }, 3.0);
   }
 
   static fs::path root_;
@@ -298,7 +298,7 @@ TEST_F(TlsTest, ClientRoleVerifiesTheServerAndItsName) {
     };
     client->on_receive_ready = [&] { got += client->ReceiveText(); };
     client->Connect(Variant(Utf8ToText(host)), Variant::Long(port));
-    PumpUntil(server.loop(), [&] { return client->State() == kSocketClosed || client->State() == kSocketClosing; }, 100);
+    PumpUntilFor(server.loop(), [&] { return client->State() == kSocketClosed || client->State() == kSocketClosing; }, 5.0);
     if (client->State() == kSocketClosing) got += client->ReceiveText();
     *error = TextToUtf8(client->ErrorText());
     return connected ? TextToUtf8(got) : std::string("not connected");

@@ -1,6 +1,6 @@
 // Bounded pumping of a host loop: until a condition holds, for a short
-// settle, or while a client runs on a thread of its own. Every loop here ends
-// after a bounded number of passes or seconds.
+// settle, for a stretch of real time, or while a client runs on a thread of
+// its own. Every loop here ends after a bounded number of passes or seconds.
 #pragma once
 
 #include <chrono>
@@ -11,6 +11,12 @@
 
 namespace varnek {
 
+using SteadyClock = std::chrono::steady_clock;
+
+inline double SecondsSince(SteadyClock::time_point start) {
+  return std::chrono::duration<double>(SteadyClock::now() - start).count();
+}
+
 // Pumps until pred holds, at most `passes` pumps of up to 50 ms.
 template <class P>
 bool PumpUntil(HostLoop& loop, P pred, int passes = 200) {
@@ -18,15 +24,18 @@ bool PumpUntil(HostLoop& loop, P pred, int passes = 200) {
   return pred();
 }
 
+// Pumps until pred holds or `seconds` of real time pass: for a real loop,
+// whose pumps return early on every event.
+template <class P>
+bool PumpUntilFor(HostLoop& loop, P pred, double seconds) {
+  const auto start = SteadyClock::now();
+  for (int i = 0; i < 1000000 && !pred() && SecondsSince(start) < seconds; ++i) loop.Pump(0.02);
+  return pred();
+}
+
 // A few short pumps: lets events already on their way arrive.
 inline void Settle(HostLoop& loop) {
   for (int i = 0; i < 5; ++i) loop.Pump(0.01);
-}
-
-using SteadyClock = std::chrono::steady_clock;
-
-inline double SecondsSince(SteadyClock::time_point start) {
-  return std::chrono::duration<double>(SteadyClock::now() - start).count();
 }
 
 // Pumps for `seconds` of real time.
