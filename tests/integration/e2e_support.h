@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -26,23 +25,11 @@ inline const std::string kGetHello = "GET /hello HTTP/1.0\r\n\r\n";
 
 // Sends `count` GETs at once and reads every answer until its close.
 inline std::vector<std::string> SimultaneousGets(int port, int count) {
-  std::vector<std::unique_ptr<LoopbackClient>> clients;
-  for (int k = 0; k < count; ++k) {
-    clients.push_back(std::make_unique<LoopbackClient>(port));
-    if (!clients.back()->connected) ADD_FAILURE() << "connect " << k;
+  std::vector<std::string> texts;
+  for (const Answer& a : ExchangeAtOnce(port, std::vector<std::string>(count, "GET / HTTP/1.0\r\n\r\n"), 60)) {
+    texts.push_back(a.text);
   }
-  for (auto& c : clients) c->Send("GET / HTTP/1.0\r\n\r\n");
-  std::vector<std::string> answers(clients.size());
-  const auto start = SteadyClock::now();
-  for (bool pending = true; pending && SecondsSince(start) < 60;) {
-    pending = false;
-    for (size_t k = 0; k < clients.size(); ++k) {
-      if (clients[k]->PeerClosed()) continue;
-      answers[k] += clients[k]->ReadAll(0.002);
-      pending = pending || !clients[k]->PeerClosed();
-    }
-  }
-  return answers;
+  return texts;
 }
 
 class ServerE2ETest : public ::testing::Test {

@@ -27,12 +27,9 @@
 namespace varnek {
 namespace {
 
-// What a test sees of one request: the answer, and when it was complete
-// (seconds since the exchange began, virtual on the simulated backend).
-struct Answer {
-  std::string text;
-  double at = -1;
-};
+// What a test sees of one request (Answer): the answer, and when it was
+// complete, in seconds since the exchange began (virtual on the simulated
+// backend).
 
 // A host callback `at` seconds into the exchange, run by the host's loop.
 struct HostCall {
@@ -85,25 +82,7 @@ class RealHost {
 
   std::vector<Answer> Exchange(const std::vector<std::string>& requests, HostCall call = {}) {
     const auto start = SteadyClock::now();
-    auto clients = std::async(std::launch::async, [&] {
-      std::vector<std::unique_ptr<LoopbackClient>> open;
-      for (const auto& r : requests) {
-        open.push_back(std::make_unique<LoopbackClient>(port));
-        if (!open.back()->Send(r)) open.back().reset();
-      }
-      std::vector<Answer> answers(requests.size());
-      // Reads every connection until the server closes it, at most 30 s.
-      for (bool pending = true; pending && SecondsSince(start) < 30;) {
-        pending = false;
-        for (size_t k = 0; k < open.size(); ++k) {
-          if (!open[k] || answers[k].at >= 0) continue;
-          answers[k].text += open[k]->ReadAll(0.005);
-          if (open[k]->PeerClosed()) answers[k].at = SecondsSince(start);
-          else pending = true;
-        }
-      }
-      return answers;
-    });
+    auto clients = std::async(std::launch::async, [&] { return ExchangeAtOnce(port, requests, 30); });
     if (call.fn) Schedule(std::move(call));
     while (clients.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
       Step();

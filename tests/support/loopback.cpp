@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <fstream>
+#include <memory>
 #include <random>
 
 namespace varnek {
@@ -147,6 +148,27 @@ std::string RawExchange(int port, const std::string& request, double seconds) {
   LoopbackClient c;
   if (!c.Connect(port) || !c.Send(request)) return "";
   return c.ReadAll(seconds);
+}
+
+std::vector<Answer> ExchangeAtOnce(int port, const std::vector<std::string>& requests, double seconds) {
+  const auto start = std::chrono::steady_clock::now();
+  const auto elapsed = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); };
+  std::vector<std::unique_ptr<LoopbackClient>> open;  // all connected first, then all requests
+  for (size_t k = 0; k < requests.size(); ++k) open.push_back(std::make_unique<LoopbackClient>(port));
+  for (size_t k = 0; k < requests.size(); ++k) {
+    if (!open[k]->Send(requests[k])) open[k].reset();
+  }
+  std::vector<Answer> answers(requests.size());
+  for (bool pending = true; pending && elapsed() < seconds;) {
+    pending = false;
+    for (size_t k = 0; k < open.size(); ++k) {
+      if (!open[k] || answers[k].at >= 0) continue;
+      answers[k].text += open[k]->ReadAll(0.005);
+      if (open[k]->PeerClosed()) answers[k].at = elapsed();
+      else pending = true;
+    }
+  }
+  return answers;
 }
 
 }  // namespace varnek

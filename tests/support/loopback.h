@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace varnek {
 
@@ -79,5 +80,16 @@ class LoopbackClient {
 
 // Connects, sends and reads until the server closes or the limit ("" if none).
 std::string RawExchange(int port, const std::string& request, double seconds = 5.0);
+
+// What a client saw of one request: the answer, and when the server closed
+// the connection (seconds since the exchange began; -1 when it did not).
+struct Answer {
+  std::string text;
+  double at = -1;
+};
+
+// Connects one client a request, then sends them all, and reads every
+// connection until the server closes it, at most `seconds` in all.
+std::vector<Answer> ExchangeAtOnce(int port, const std::vector<std::string>& requests, double seconds);
 
 }  // namespace varnek
