@@ -2,14 +2,11 @@
 // suite: curl and Python's ssl against a secure server (GET, POST, a crowd,
 // a large POST), old protocols refused, broken clients that free only their
 // own slot, certificates that cannot serve, and the client role.
-#include <gtest/gtest.h>
 #include <openssl/ssl.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
-#include <string>
 
 #include "tests/integration/e2e_support.h"
 #include "varnek/platform/linux/linux_socket.h"
@@ -91,8 +88,7 @@ class TlsTest : public ServerE2ETest {
   // its slot number has taken in the new run.
   void Restart(const std::string& folder) {
     server.ServerOpen(false);
-    const auto start = Clock::now();
-    while (SecondsSince(start) < 1.5) server.loop().Pump(0.05);
+    PumpFor(server.loop(), 1.5);
     StartSecure(folder);
   }
   std::string Url(const std::string& path) const {
@@ -107,9 +103,7 @@ class TlsTest : public ServerE2ETest {
   }
   // Pumps until only `open` slots are taken, at most 3 s; whether it came.
   bool SlotsSettleAt(int open) {
-    const auto start = Clock::now();
-    while (server.CurrentConnections() != open && SecondsSince(start) < 3.0) server.loop().Pump(0.02);
-    return server.CurrentConnections() == open;
+    return PumpUntilFor(server.loop(), [&] { return server.CurrentConnections() == open; }, 3.0);
   }
 
   static fs::path root_;
@@ -132,11 +126,7 @@ TEST_F(TlsTest, CurlAndPythonGetAndPostOverEcdsaAndRsa) {
 }
 
 TEST_F(TlsTest, HundredClientsAtOnceAndA100KBPostWhole) {
-  server.POSTReceived = [this](Variant&, Variant&, Collection&, Collection&, Variant& raw,
-                               Variant& response, Variant&, Collection&, Collection&) {
-    const Text body = u"length " + CStr(Variant::Long(Len(CStr(raw))));
-    response = CStr(server.http_Header(e200_OK, eTextHTML, Len(body))) + body;
-  };
+  AnswerPostLength();
   StartSecure("ec", 110);
   EXPECT_EQ(Python(100, "/hello", 0, 60), "ok 100 of 100\nhello\n");
   const std::string head = "POST /big HTTP/1.0\r\nContent-Length: 102400\r\n\r\n";
@@ -184,16 +174,16 @@ std::string ClientHello() {
 TEST_F(TlsTest, BrokenClientsFreeTheirOwnSlotOnly) {
   StartSecure("ec", 10);
   // A good client holds its connection, handshake done, through all of it.
-  RawClient good;
+  LoopbackClient good;
   SSL_CTX* context = SSL_CTX_new(TLS_client_method());
   SSL_CTX_load_verify_locations(context, CaFile().c_str(), nullptr);
   SSL* ssl = SSL_new(context);
   // A blocking handshake on `client`, each read bounded.
-  const auto handshake = [&](RawClient& client, SSL* session) {
+  const auto handshake = [&](LoopbackClient& client, SSL* session) {
     const timeval limit{10, 0};
     if (!client.Connect(port)) return -1;
-    setsockopt(client.fd(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    SSL_set_fd(session, client.fd());
+    setsockopt(client.fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    SSL_set_fd(session, client.fd);
     return SSL_connect(session);
   };
   ASSERT_EQ(RunClientWhilePumping(server.loop(), [&] { return handshake(good, ssl); }), 1);
@@ -204,7 +194,7 @@ TEST_F(TlsTest, BrokenClientsFreeTheirOwnSlotOnly) {
   const int quick = RunClientWhilePumping(server.loop(), [&] {
     int finished = 0;
     for (int k = 0; k < 5; ++k) {
-      RawClient leaving;
+      LoopbackClient leaving;
       SSL* s = SSL_new(context);
       if (handshake(leaving, s) == 1) ++finished;
       SSL_free(s);
@@ -230,8 +220,8 @@ TEST_F(TlsTest, BrokenClientsFreeTheirOwnSlotOnly) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const std::string answer = RunClientWhilePumping(server.loop(), [&] {
-      RawClient bad;
-      if (!bad.Connect(port) || !bad.Send(c.bytes)) return std::string("no connect");
+      LoopbackClient bad(port);
+      if (!bad.Send(c.bytes)) return std::string("no connect");
       if (c.half_close) bad.ShutdownWrite();
       if (c.leave_at_once) return bad.ReadUntil("\x16\x03\x03", 5.0).substr(0, 3);  // the server's hello
       std::string got = bad.ReadAll(5.0);
@@ -276,7 +266,7 @@ TEST_F(TlsTest, CertificateThatCannotServeStopsTheStartWithItsReason) {
     reports.clear();
     setenv("VARNEK_CERT_DIR", Path(c.folder).c_str(), 1);
     server.ServerSecure(true);
-    server.ServerPort(20000 + getpid() % 12000);
+    server.ServerPort(RandomServerPort());
     server.ServerOpen(true);
     EXPECT_FALSE(server.ServerOpen());
     ASSERT_GE(reports.size(), 4u);
@@ -308,10 +298,7 @@ TEST_F(TlsTest, ClientRoleVerifiesTheServerAndItsName) {
     };
     client->on_receive_ready = [&] { got += client->ReceiveText(); };
     client->Connect(Variant(Utf8ToText(host)), Variant::Long(port));
-    const auto start = Clock::now();
-    while (client->State() != kSocketClosed && client->State() != kSocketClosing && SecondsSince(start) < 5) {
-      server.loop().Pump(0.05);
-    }
+    PumpUntilFor(server.loop(), [&] { return client->State() == kSocketClosed || client->State() == kSocketClosing; }, 5.0);
     if (client->State() == kSocketClosing) got += client->ReceiveText();
     *error = TextToUtf8(client->ErrorText());
     return connected ? TextToUtf8(got) : std::string("not connected");

@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "varnek/platform/linux/linux_net_tables.h"
-#include "tests/net/local_servers.h"
+#include "tests/net/linux_net_fixture.h"
 #include "tests/net/net_fixture.h"
 
 namespace varnek {
@@ -107,7 +107,7 @@ TEST(MachineAdapters, MatchIpAddrAndIpRoute) {
   LinuxNetPlatform env;
   Adds adds{env.platform};
   // ip's first IPv4 address of each interface but lo, in its order.
-  std::istringstream addr(Shell("ip -4 -o addr show"));
+  std::istringstream addr(RunCommand("ip -4 -o addr show"));
   std::vector<std::string> firsts, seen;
   for (std::string line; std::getline(addr, line);) {
     std::istringstream f(line);
@@ -125,7 +125,7 @@ TEST(MachineAdapters, MatchIpAddrAndIpRoute) {
   }
   EXPECT_EQ(listed, firsts) << ours;
   // ip's default routes with a gateway, as "dev:via".
-  std::istringstream route(Shell("ip -4 route show default"));
+  std::istringstream route(RunCommand("ip -4 route show default"));
   std::string expected;
   for (std::string line; std::getline(route, line);) {
     std::istringstream f(line);
@@ -138,7 +138,7 @@ TEST(MachineAdapters, MatchIpAddrAndIpRoute) {
   }
   if (!expected.empty()) expected.pop_back();
   EXPECT_EQ(Bytes(adds.NET_GatewayList(u",")), expected);
-  const std::string host = Shell("hostname");
+  const std::string host = RunCommand("hostname");
   const std::string name = host.substr(0, host.find('\n'));
   EXPECT_EQ(Bytes(adds.NET_CurrentMachineName()), name.size() <= 15 ? name : "");
   EXPECT_NE(adds.NET_CheckState(2), adds.NET_CheckState(32)) << "LAN or offline, not both";

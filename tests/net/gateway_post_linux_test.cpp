@@ -1,52 +1,16 @@
-// POST_SendMensaje on Linux loopback: to the demo host's /echo by number and
-// by a name from the test's hosts file, and to local servers that answer
-// with the marks or close at once. Silence and limits are tested on virtual
-// time. Real time here, generous limits.
-#include <gtest/gtest.h>
-
+// POST_SendMensaje on Linux loopback, to local servers that answer with the
+// marks or close at once (the demo host's /echo is met in the integration
+// tests). Silence and limits are tested on virtual time. Real time here,
+// generous limits.
 #include <chrono>
 
-#include "varnek/adds/adds.h"
-#include "tests/net/local_servers.h"
-#include "tests/net/net_fixture.h"
+#include "tests/net/linux_net_fixture.h"
 
 namespace varnek {
 namespace {
 
-const Variant kNo = Variant::Missing();
-
 double Since(std::chrono::steady_clock::time_point t) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - t).count();
-}
-
-struct LinuxGatewayPost : LinuxNetFixture {
-  int32_t Post(const std::string& url, Variant ok = kNo, Variant fail = kNo, Variant delayed = kNo,
-               Variant timeout = Variant(10)) {
-    Variant u = Variant(Units(url)), code_field = u"pin", code = u"77", msg_field = u"msg",
-            msg = u"hi there";
-    return adds.POST_SendMensaje(sock.get(), u, code_field, code, msg_field, msg, {}, {}, ok, fail,
-                                 {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, delayed, timeout);
-  }
-  std::string Answer() { return TextToBytes(adds.POST_SendMensaje_Response.ToText()); }
-  // What a failed expectation shows: the answer so far and the socket's last error.
-  std::string Seen() { return "answer: [" + Answer() + "] socket error: " + TextToBytes(sock->ErrorText()); }
-};
-
-TEST_F(LinuxGatewayPost, DeliversToTheDemoEchoByNumberAndByName) {
-  DemoProcess demo;
-  ASSERT_TRUE(demo.Start());
-  const std::string port = std::to_string(demo.port());
-  EXPECT_EQ(Post("http://127.0.0.1:" + port + "/echo"), -1) << Seen();
-  // The request is made before the connection: Host is the machine's address.
-  const std::string host_line = "Header\tHost\t" + TextToBytes(PrimaryIPv4Address()) + "\n";
-  for (const std::string& part : {std::string("HTTP/1.0 200"), std::string("Param\tpin\t77\n"),
-                                  std::string("Param\tmsg\thi there\n"), host_line,
-                                  std::string("Header\tContent-length\t19\n")}) {
-    EXPECT_NE(Answer().find(part), std::string::npos) << part << "\n" << Answer();
-  }
-  EXPECT_EQ(Post("http://gateway.test:" + port + "/echo?via=name", kNo, kNo, kNo, Variant(10)), -1) << Seen();
-  EXPECT_NE(Answer().find("URL\t/echo?via=name"), std::string::npos) << Answer();
-  EXPECT_EQ(sock->State(), kSocketClosed) << Seen();
 }
 
 TEST_F(LinuxGatewayPost, LocalServersWithMarksAndACloseAtOnce) {

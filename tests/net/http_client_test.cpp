@@ -8,13 +8,11 @@
 #include <sys/wait.h>
 
 #include <algorithm>
-
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "varnek/platform/sim/recording_web_services.h"
-#include "tests/net/local_servers.h"
+#include "tests/net/linux_net_fixture.h"
 #include "tests/store/child_process.h"
 #include "tests/net/net_fixture.h"
 
@@ -135,11 +133,6 @@ TEST_F(HttpClient, HttpSendAndOpenUrl) {
 struct LinuxHttpClient : LinuxNetFixture {
   TempFolder download{"download"};
   std::string folder = download.path;
-  static std::string Slurp(const std::string& path) {
-    std::stringstream s;
-    s << std::ifstream(path, std::ios::binary).rdbuf();
-    return s.str();
-  }
 };
 
 TEST_F(LinuxHttpClient, BoundGetOverLoopbackByNumberAndByNameAndTenMegabytes) {
@@ -189,11 +182,11 @@ TEST_F(LinuxHttpClient, DownloadsAndTheirFailures) {
   };
   const std::string target = folder + "/got.txt";
   EXPECT_TRUE(adds.NET_DownloadFile(Units(base + "/file"), Units(target)));
-  EXPECT_EQ(Slurp(target), "file body\n");
+  EXPECT_EQ(ReadFile(target), "file body\n");
   EXPECT_FALSE(adds.NET_DownloadFile(Units(base + "/missing"), Units(target)));
-  EXPECT_EQ(Slurp(target), "file body\n") << "a failure leaves the old file";
+  EXPECT_EQ(ReadFile(target), "file body\n") << "a failure leaves the old file";
   EXPECT_TRUE(adds.NET_DownloadFile(Units(base + "/big"), Units(folder + "/big.bin")));
-  EXPECT_EQ(Slurp(folder + "/big.bin").size(), big.size());
+  EXPECT_EQ(ReadFile(folder + "/big.bin").size(), big.size());
   EXPECT_FALSE(adds.NET_DownloadFile(u"http:///nohost", Units(folder + "/x")));
   EXPECT_FALSE(adds.NET_DownloadFile(Units(base + "/file"), Units(folder + "/no/such/dir/x")));
 
@@ -202,7 +195,7 @@ TEST_F(LinuxHttpClient, DownloadsAndTheirFailures) {
   ASSERT_EQ(symlink("real.txt", (folder + "/link.txt").c_str()), 0);
   EXPECT_EQ(download("/file", folder + "/link.txt"), 0);
   EXPECT_TRUE(std::filesystem::is_symlink(folder + "/link.txt"));
-  EXPECT_EQ(Slurp(folder + "/real.txt"), "file body\n");
+  EXPECT_EQ(ReadFile(folder + "/real.txt"), "file body\n");
   struct stat st {};
   ASSERT_EQ(stat((folder + "/real.txt").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0640u);
@@ -216,7 +209,7 @@ TEST_F(LinuxHttpClient, DownloadsAndTheirFailures) {
               return std::to_string(download("/file", folder + "/ro/f.txt"));
             }),
             "0");
-  EXPECT_EQ(Slurp(folder + "/ro/f.txt"), "file body\n");
+  EXPECT_EQ(ReadFile(folder + "/ro/f.txt"), "file body\n");
 
   const pid_t child = fork();
   ASSERT_GE(child, 0);
@@ -230,7 +223,7 @@ TEST_F(LinuxHttpClient, DownloadsAndTheirFailures) {
   close(sent[1]);
   std::ofstream(folder + "/slow.bin.part-AbC123") << "left by an older version";
   EXPECT_EQ(download("/file", folder + "/slow.bin"), 0);
-  EXPECT_EQ(Slurp(folder + "/slow.bin"), "file body\n");
+  EXPECT_EQ(ReadFile(folder + "/slow.bin"), "file body\n");
   std::vector<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());

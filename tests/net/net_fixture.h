@@ -1,16 +1,14 @@
 // Shared pieces of the network tests: an Adds on the simulated platform with
-// a scripted network, byte/text helpers and a folder of the test's own.
+// a scripted network, and byte/text helpers.
 #pragma once
-
-#include <stdlib.h>
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "tests/support/commands.h"
 #include "varnek/adds/adds.h"
 #include "varnek/platform/sim/sim_platform.h"
 #include "varnek/platform/sim/sim_socket.h"
@@ -19,21 +17,6 @@ namespace varnek {
 
 inline std::string Bytes(const Text& t) { return TextToBytes(t); }
 inline Text Units(const std::string& s) { return BytesToText(s); }
-
-// A folder of the test's own under /tmp, removed with all it holds.
-struct TempFolder {
-  explicit TempFolder(const std::string& stem) {
-    std::string pattern = "/tmp/varnek-" + stem + "-XXXXXX";
-    if (mkdtemp(pattern.data())) path = pattern;
-  }
-  ~TempFolder() {
-    std::error_code ignored;
-    if (!path.empty()) std::filesystem::remove_all(path, ignored);
-  }
-  TempFolder(const TempFolder&) = delete;
-  TempFolder& operator=(const TempFolder&) = delete;
-  std::string path;
-};
 
 // Adds on virtual time; gateways are scripted with net.Serve and keep their
 // peers in `peers`.

@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "varnek/platform/linux/linux_net_tables.h"
-#include "tests/net/local_servers.h"
+#include "tests/net/linux_net_fixture.h"
 #include "tests/net/net_fixture.h"
 
 namespace varnek {
@@ -107,30 +107,20 @@ TEST_F(FakeTable, MissingOrUnreadableTablesAndBadIndexes) {
 
 // ---- The machine's own table ---------------------------------------------------
 
+// `count` connections to a listener of the test's own, both ends held here.
 struct LoopbackConnections {
-  int listener = -1, port = 0;
-  std::vector<int> clients, served;
+  LoopbackListener listener;
+  int port = listener.port;
+  std::vector<std::unique_ptr<LoopbackClient>> clients;
+  std::vector<int> served;
   explicit LoopbackConnections(int count) {
-    listener = BoundToLoopback(AF_INET, SOCK_STREAM, port);
-    ::listen(listener, count + 8);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    a.sin_port = htons(static_cast<uint16_t>(port));
     for (int i = 0; i < count; ++i) {
-      const int c = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-      if (::connect(c, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
-        ::close(c);
-        continue;
-      }
-      clients.push_back(c);
-      served.push_back(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+      clients.push_back(std::make_unique<LoopbackClient>(port));
+      if (clients.back()->connected) served.push_back(listener.Accept());
     }
   }
   ~LoopbackConnections() {
-    for (int fd : clients) ::close(fd);
     for (int fd : served) ::close(fd);
-    ::close(listener);
   }
 };
 
@@ -147,7 +137,7 @@ TEST(MachineTcpTable, MatchesSsAndClosesThroughTheKernel) {
   ASSERT_EQ(conns.served.size(), 3u);
   const int32_t shown = TableAdds::tcpPortNumber(htons(static_cast<uint16_t>(conns.port)));
   const std::string ss_filter = "ss -Htan state established '( sport = :" + std::to_string(conns.port) + " )'";
-  const std::string ss = Shell(ss_filter);
+  const std::string ss = RunCommand(ss_filter);
   EXPECT_EQ(CountLines(ss), 3) << ss;
   EXPECT_EQ(adds.NET_Stat(false, 5, Variant(shown)).ToLong(), 3);
   for (int32_t k = 1; k <= adds.Net_Stat_Lista->Count(); ++k) {
@@ -165,7 +155,7 @@ TEST(MachineTcpTable, MatchesSsAndClosesThroughTheKernel) {
 
   adds.NET_Stat(false, 5, Variant(shown));
   const bool closed = adds.Net_Stat_CloseConnection(Variant(1));
-  const int left = CountLines(Shell(ss_filter));
+  const int left = CountLines(RunCommand(ss_filter));
   EXPECT_EQ(left, closed ? 2 : 3) << "true exactly when the kernel destroyed it";
   if (geteuid() != 0) {
     EXPECT_FALSE(closed) << "only with CAP_NET_ADMIN";
@@ -175,14 +165,13 @@ TEST(MachineTcpTable, MatchesSsAndClosesThroughTheKernel) {
   // Records whose connections have gone since: false, and the listener on
   // their port is left alone.
   adds.NET_Stat(false, 5, Variant(shown));
-  for (std::vector<int>* fds : {&conns.clients, &conns.served}) {
-    for (int& fd : *fds) ::close(std::exchange(fd, -1));
-  }
+  for (auto& client : conns.clients) client->Close();
+  for (int& fd : conns.served) ::close(std::exchange(fd, -1));
   for (int32_t k = 1; k <= adds.Net_Stat_Lista->Count(); ++k) {
     EXPECT_FALSE(adds.Net_Stat_CloseConnection(Variant(k))) << k;
   }
   EXPECT_EQ(adds.NET_Stat(false, 2, Variant(shown)).ToLong(), 1) << "the listener is still there";
-  EXPECT_TRUE(Client(conns.port).connected) << "and still accepts";
+  EXPECT_TRUE(LoopbackClient(conns.port).connected) << "and still accepts";
 }
 
 }  // namespace

@@ -14,6 +14,8 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/pump.h"
+
 namespace varnek {
 namespace {
 
@@ -180,8 +182,7 @@ TEST(LinuxLoop, OneStackTimersFireOnTimeAndDoNotReenter) {
   EXPECT_EQ(ticks, 3);
   timer->on_tick = [&] { ++ticks, timer.reset(); };  // destroyed in its own tick
   timer->SetEnabled(true);
-  for (int i = 0; i < 20 && timer; ++i) loop.Pump(0.05);
-  EXPECT_EQ(timer, nullptr);
+  EXPECT_TRUE(PumpUntil(loop, [&] { return !timer; }, 20));
   EXPECT_EQ(ticks, 4);
 }
 

@@ -12,10 +12,11 @@
 #include <string>
 #include <vector>
 
+#include "tests/runtime/test_util.h"
+#include "tests/support/loopback.h"
+#include "tests/support/pump.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/linux_socket.h"
-#include "tests/platform/loopback_client.h"
-#include "tests/runtime/test_util.h"
 #include "varnek/runtime/failure.h"
 
 namespace varnek {
@@ -52,7 +53,7 @@ TEST(LinuxSocketDualStack, NoAddressTakesIPv4AndIPv6PeersOnOnePort) {
     ASSERT_GT(l.port, 0);
 
     // an IPv4 peer reads as plain dotted IPv4, not IPv4-mapped IPv6
-    Client c4(l.port);
+    LoopbackClient c4(l.port);
     ASSERT_TRUE(c4.connected);
     ASSERT_TRUE(PumpUntil(loop, [&] { return l.accepted.size() == 1; }));
     EXPECT_EQ(l.accepted[0]->State(), kSocketConnected);
@@ -61,7 +62,7 @@ TEST(LinuxSocketDualStack, NoAddressTakesIPv4AndIPv6PeersOnOnePort) {
 
     // an IPv6 peer on the same port, while the IPv4 one stays connected
     if (!v6) continue;
-    Client c6(l.port, "::1");
+    LoopbackClient c6(l.port, "::1");
     ASSERT_TRUE(c6.connected);
     ASSERT_TRUE(PumpUntil(loop, [&] { return l.accepted.size() == 2; }));
     EXPECT_EQ(l.accepted[1]->RemoteAddress(), u"::1");
@@ -96,7 +97,7 @@ TEST(LinuxSocketDualStack, PortHeldByAnotherListenerFailsAsInUse) {
   EXPECT_EQ(FailureOf([&] { late->Bind(Variant::Missing(), ipv4.port); }), kSockErrAddressInUse);
 
   // the first listener is unharmed and still accepts
-  Client c(first.port);
+  LoopbackClient c(first.port);
   ASSERT_TRUE(c.connected);
   EXPECT_TRUE(PumpUntil(loop, [&] { return first.accepted.size() == 1; }));
 }
@@ -114,8 +115,8 @@ TEST(LinuxSocketOffers, DescriptorNumberReusedWhileAHandlerWaitsIsAnotherOffer) 
   listener->Bind(local, 0);
   listener->Listen();
   const int port = listener->LocalPort();
-  auto client1 = std::make_unique<Client>(port);
-  std::unique_ptr<Client> client2;
+  auto client1 = std::make_unique<LoopbackClient>(port);
+  std::unique_ptr<LoopbackClient> client2;
   std::vector<int32_t> handles;
   bool first_returned = false;
   int second_failure = -1;
@@ -125,7 +126,7 @@ TEST(LinuxSocketOffers, DescriptorNumberReusedWhileAHandlerWaitsIsAnotherOffer) 
       first->SetAcceptHandle(handle);
       client1.reset();  // leaves without a byte: the control frees the descriptor
       PumpUntil(loop, [&] { return first->State() == kSocketClosed; });
-      client2 = std::make_unique<Client>(port);
+      client2 = std::make_unique<LoopbackClient>(port);
       PumpUntil(loop, [&] { return handles.size() == 2; });
       first_returned = true;
     } else {
@@ -138,7 +139,7 @@ TEST(LinuxSocketOffers, DescriptorNumberReusedWhileAHandlerWaitsIsAnotherOffer) 
   EXPECT_EQ(handles[0], handles[1]) << "the kernel gave another number; nothing was reused";
   EXPECT_EQ(second_failure, 0);
   EXPECT_EQ(second->State(), kSocketConnected);
-  ASSERT_EQ(::send(client2->fd, "x", 1, MSG_NOSIGNAL), 1);
+  ASSERT_TRUE(client2->Send("x"));
   EXPECT_TRUE(PumpUntil(loop, [&] { return second->ReceiveReadyCount() == 1; }));
 }
 

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "tests/support/pump.h"
 #include "varnek/platform/linux/external_loop.h"
 #include "varnek/platform/linux/glib/glib_loop.h"
 #include "varnek/platform/sim/sim_loop.h"
@@ -15,12 +16,6 @@
 
 namespace varnek {
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-double SecondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 bool Readable(int fd, int ms) {
   pollfd p{fd, POLLIN, 0};
@@ -63,7 +58,7 @@ TEST(ExternalLoop, TellsItsTimeoutAndRunsWhatIsReadyWithoutBlocking) {
   EXPECT_LE(timeout, 300);
   EXPECT_FALSE(Readable(loop.Descriptor(), 0));
   // The host sleeps until the timeout, then asks Varnek to run.
-  const auto start = Clock::now();
+  const auto start = SteadyClock::now();
   while (ticks == 0 && SecondsSince(start) < 10) {
     Readable(loop.Descriptor(), loop.TimeoutMilliseconds());
     loop.RunReady();
@@ -125,7 +120,7 @@ TEST(GLibLoop, AWaitOnAStrandReturnsControlToTheHostsLoop) {
     ticks_in_wait = ticker.ticks - before;
     done = true;
   });
-  const auto start = Clock::now();
+  const auto start = SteadyClock::now();
   while (!done && SecondsSince(start) < 10) g_main_context_iteration(host.context, TRUE);
   EXPECT_TRUE(done);
   EXPECT_GE(SecondsSince(start), 0.29);
@@ -143,7 +138,7 @@ TEST(GLibLoop, AWaitOnOneStackIteratesTheHostsContext) {
     loop.PumpUntilTimer(loop.Timer() + 0.3);  // the classic nested DoEvents
     ticks_in_wait = ticker.ticks - before;
   });
-  const auto start = Clock::now();
+  const auto start = SteadyClock::now();
   while (ticks_in_wait < 0 && SecondsSince(start) < 10) g_main_context_iteration(host.context, TRUE);
   EXPECT_GT(ticks_in_wait, 3);
   EXPECT_GT(loop.MaxPumpDepth(), 1);

@@ -4,16 +4,15 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
-#include <unistd.h>
-
 #include <chrono>
-#include <fstream>
 #include <memory>
 #include <optional>
+#include <vector>
 
+#include "tests/support/pump.h"
+#include "tests/support/sntp_responder.h"
 #include "varnek/platform/linux/linux_network_clock.h"
 #include "varnek/platform/sim/sim_network_clock.h"
-#include "tests/platform/sntp_responder.h"
 
 namespace varnek {
 namespace {
@@ -36,25 +35,26 @@ struct SimRig {
   double local_now() { return 1767268800.0 + loop.Elapsed(); }
 };
 
+// Queries, checks the answer does not come from inside Query, pumps until it
+// comes (at most 200 passes of up to 50 ms) and checks no second one follows.
+template <class Loop, class Clock>
+std::optional<TimeOfDayInfo> Ask(Loop& loop, Clock& clock, const Text& server) {
+  std::optional<TimeOfDayInfo> answer;
+  int answers = 0;
+  clock.Query(server, [&](std::optional<TimeOfDayInfo> t) {
+    answer = t;
+    ++answers;
+  });
+  EXPECT_EQ(answers, 0) << "answered from inside Query";
+  PumpUntil(loop, [&] { return answers > 0; });
+  Settle(loop);
+  EXPECT_EQ(answers, 1);
+  return answer;
+}
+
 template <class Rig>
-class NetworkClockContract : public ::testing::Test {
- protected:
-  // Queries, checks the answer does not come from inside Query, and pumps
-  // until it comes: at most 200 passes of up to 50 ms.
-  std::optional<TimeOfDayInfo> Ask(const Text& server, int* answers_out = nullptr) {
-    std::optional<TimeOfDayInfo> answer;
-    int answers = 0;
-    rig.clock.Query(server, [&](std::optional<TimeOfDayInfo> t) {
-      answer = t;
-      ++answers;
-    });
-    EXPECT_EQ(answers, 0) << "answered from inside Query";
-    for (int i = 0; i < 200 && answers == 0; ++i) rig.loop.Pump(0.05);
-    for (int i = 0; i < 5; ++i) rig.loop.Pump(0.01);  // a second answer would show here
-    EXPECT_EQ(answers, 1);
-    if (answers_out) *answers_out = answers;
-    return answer;
-  }
+struct NetworkClockContract : ::testing::Test {
+  std::optional<TimeOfDayInfo> Ask(const Text& server) { return varnek::Ask(rig.loop, rig.clock, server); }
   Rig rig;
 };
 
@@ -66,13 +66,8 @@ TYPED_TEST(NetworkClockContract, ServersLocalClockAndSilence) {
     std::optional<TimeOfDayInfo> t = this->Ask(name);
     ASSERT_TRUE(t.has_value());
     EXPECT_EQ(t->elapsedt, kSntpServerUnix);
-    EXPECT_EQ(t->year, 2026);
-    EXPECT_EQ(t->month, 5);
-    EXPECT_EQ(t->day, 17);
-    EXPECT_EQ(t->hours, 10);
-    EXPECT_EQ(t->mins, 20);
-    EXPECT_EQ(t->secs, 30);
-    EXPECT_EQ(t->weekday, 0);
+    EXPECT_EQ(std::vector<int>({t->year, t->month, t->day, t->hours, t->mins, t->secs, t->weekday}),
+              std::vector<int>({2026, 5, 17, 10, 20, 30, 0}));
     EXPECT_NEAR(t->msecs, 250, 5);
   }
   EXPECT_FALSE(this->Ask(this->rig.silent).has_value());
@@ -83,25 +78,11 @@ TYPED_TEST(NetworkClockContract, ServersLocalClockAndSilence) {
 
 // ---- Linux only -------------------------------------------------------------
 
-std::optional<TimeOfDayInfo> AskLinux(LinuxLoop& loop, LinuxNetworkClock& clock,
-                                      const Text& server) {
-  std::optional<TimeOfDayInfo> answer;
-  bool answered = false;
-  clock.Query(server, [&](std::optional<TimeOfDayInfo> t) {
-    answer = t;
-    answered = true;
-  });
-  auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!answered && std::chrono::steady_clock::now() < end) loop.Pump(0.1);
-  EXPECT_TRUE(answered);
-  return answer;
-}
-
 TEST(LinuxNetworkClock, IgnoresStrayAnswersAndKeepsTheLocalZone) {
   LinuxLoop loop;
   SntpResponder responder(loop, SntpResponder::kWrongEchoFirst);
   LinuxNetworkClock clock(loop, responder.port, 5.0);
-  std::optional<TimeOfDayInfo> t = AskLinux(loop, clock, u"127.0.0.1");
+  std::optional<TimeOfDayInfo> t = Ask(loop, clock, u"127.0.0.1");
   ASSERT_TRUE(t.has_value());
   EXPECT_EQ(responder.requests, 1);
   EXPECT_EQ(t->secs, 30);
@@ -120,14 +101,14 @@ TEST(LinuxNetworkClock, RefusedIsQuickAndSilenceLastsTheTimeLimit) {
   }
   LinuxNetworkClock clock(loop, closed_port, 5.0);
   auto start = std::chrono::steady_clock::now();
-  EXPECT_FALSE(AskLinux(loop, clock, u"127.0.0.1").has_value());  // port unreachable
+  EXPECT_FALSE(Ask(loop, clock, u"127.0.0.1").has_value());  // port unreachable
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
 
   SntpResponder silent(loop, SntpResponder::kSilent);
   clock.set_port(silent.port);
   clock.set_time_limit(0.3);
   start = std::chrono::steady_clock::now();
-  EXPECT_FALSE(AskLinux(loop, clock, u"127.0.0.1").has_value());
+  EXPECT_FALSE(Ask(loop, clock, u"127.0.0.1").has_value());
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(250));
   EXPECT_EQ(silent.requests, 1);
 
@@ -136,7 +117,7 @@ TEST(LinuxNetworkClock, RefusedIsQuickAndSilenceLastsTheTimeLimit) {
   auto doomed = std::make_unique<LinuxNetworkClock>(loop, silent.port, 5.0);
   doomed->Query(u"127.0.0.1", [&](std::optional<TimeOfDayInfo>) { answered = true; });
   doomed.reset();
-  for (int i = 0; i < 5; ++i) loop.Pump(0.02);
+  Settle(loop);
   EXPECT_FALSE(answered);
 }
 
@@ -144,13 +125,11 @@ TEST(LinuxNetworkClock, NamesResolveOnTheLoopAndASilentLookupEndsAtTheTimeLimit)
   LinuxLoop loop;
   SntpResponder responder(loop, SntpResponder::kAnswer);
   SntpResponder dns(loop, SntpResponder::kSilent);  // a name server that never answers
-  const std::string hosts = "/tmp/varnek-clock-hosts-" + std::to_string(getpid());
-  std::ofstream(hosts) << "127.0.0.1 timehost.test\n";
-  setenv("CARES_HOSTS", hosts.c_str(), 1);
+  HostsFile hosts("127.0.0.1 timehost.test\n");
   const std::string server = "127.0.0.1:" + std::to_string(dns.port);
   // a name of the hosts file the resolver was given, unknown to the system
   LinuxNetworkClock by_file(loop, responder.port, 5.0, {server, "fb", 300, 1});
-  std::optional<TimeOfDayInfo> t = AskLinux(loop, by_file, u"\\\\timehost.test");
+  std::optional<TimeOfDayInfo> t = Ask(loop, by_file, u"\\\\timehost.test");
   ASSERT_TRUE(t.has_value());
   EXPECT_EQ(t->elapsedt, kSntpServerUnix);
   // a lookup that hangs keeps the loop running and ends with the time limit
@@ -160,14 +139,12 @@ TEST(LinuxNetworkClock, NamesResolveOnTheLoopAndASilentLookupEndsAtTheTimeLimit)
   by_dns.Query(u"nowhere.test", [&](std::optional<TimeOfDayInfo> r) { answered = !r.has_value(); });
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200));
   loop.Post([&] { other_ran = true; });
-  for (int i = 0; i < 100 && !answered; ++i) loop.Pump(0.1);
+  PumpUntil(loop, [&] { return answered; });
   EXPECT_TRUE(other_ran);
   EXPECT_TRUE(answered);
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(350));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
   EXPECT_EQ(responder.requests, 1);
-  unsetenv("CARES_HOSTS");
-  unlink(hosts.c_str());
 }
 
 }  // namespace

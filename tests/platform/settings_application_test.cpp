@@ -13,22 +13,20 @@
 #include "varnek/platform/linux/file_settings_store.h"
 #include "varnek/platform/linux/linux_application.h"
 #include "varnek/platform/sim/memory_settings_store.h"
-#include "tests/store/child_process.h"
 #include "tests/runtime/test_util.h"
+#include "tests/store/child_process.h"
+#include "tests/support/commands.h"
 
 namespace varnek {
 namespace {
 
 namespace fs = std::filesystem;
 
-struct TempRoot {
-  std::string path;
-  TempRoot() : path((fs::temp_directory_path() / "varnek-settings-XXXXXX").string()) { mkdtemp(path.data()); }
-  ~TempRoot() { fs::remove_all(path); }
+struct TempRoot : TempFolder {
+  TempRoot() : TempFolder("settings") {}
 };
 
 std::string ReadAll(std::istream&& in) { return std::string(std::istreambuf_iterator<char>(in), {}); }
-std::string ReadFile(const std::string& path) { return ReadAll(std::ifstream(path, std::ios::binary)); }
 
 // The behaviour every settings store shares, run over the one in memory and
 // the one in files; `fresh` reads what `store` wrote (for the file store a

@@ -1,27 +1,27 @@
 // Outgoing connections of the socket control, simulated and on Linux
 // loopback: the stored target, names resolved from the loop, bad targets,
-// the connection's own address and Receive giving the waiting text. Names on
+// the connection's own address, Receive giving the waiting text, a peer that
+// leaves and a port nobody serves. Names on
 // Linux come from a hosts file of the test's own and a DNS server on
 // loopback that never answers; nothing leaves the machine.
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <stdlib.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
+#include <tuple>
 #include <type_traits>
+#include <utility>
 
+#include "tests/runtime/test_util.h"
+#include "tests/support/loopback.h"
+#include "tests/support/pump.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/linux_socket.h"
 #include "varnek/platform/sim/sim_socket.h"
-#include "tests/platform/loopback_client.h"
-#include "tests/runtime/test_util.h"
 #include "varnek/runtime/failure.h"
 
 namespace varnek {
@@ -38,6 +38,8 @@ struct SimOut {
     net.Serve(7000, [this](std::shared_ptr<SimPeer> p) { peer = p; });
     return 7000;
   }
+  void StopServing() { net.StopServing(7000); }
+  void PeerClose() { peer->Close(); }
   bool PeerWrite(const std::string& s) {
     if (!peer) return false;
     peer->Write(Text(s.begin(), s.end()));
@@ -58,7 +60,8 @@ struct SimOut {
 struct LinuxOut {
   LinuxLoop loop;
   LinuxSocketFactory net{loop};
-  int listen_fd = -1, peer_fd = -1, dns_fd = -1;
+  std::optional<LoopbackListener> listener;
+  int peer_fd = -1, dns_fd = -1;
   HostsFile hosts{"127.0.0.1 gateway.test\n::1 six.test\n"};
   LinuxOut() {
     int dns_port = 0;
@@ -66,16 +69,15 @@ struct LinuxOut {
     net.SetResolverConfig({"127.0.0.1:" + std::to_string(dns_port), "fb", 300, 1});
   }
   ~LinuxOut() {
-    for (int fd : {listen_fd, peer_fd, dns_fd}) if (fd >= 0) ::close(fd);
+    for (int fd : {peer_fd, dns_fd}) if (fd >= 0) ::close(fd);
   }
-  int Serve() {
-    int port = 0;
-    listen_fd = BoundToLoopback(AF_INET, SOCK_STREAM, port);
-    ::listen(listen_fd, 8);
-    return port;
+  int Serve() { return listener.emplace().port; }
+  void StopServing() { listener.reset(); }
+  void PeerClose() {
+    if (Accept()) ::close(std::exchange(peer_fd, -1));
   }
   bool Accept() {
-    if (peer_fd < 0) peer_fd = ::accept4(listen_fd, nullptr, nullptr, SOCK_NONBLOCK);
+    if (peer_fd < 0) peer_fd = listener->Accept(SOCK_NONBLOCK);
     return peer_fd >= 0;
   }
   bool PeerWrite(const std::string& s) {
@@ -149,8 +151,26 @@ TYPED_TEST(OutgoingSocket, NamesResolveFromTheLoopAndUnknownNamesFail) {
   ASSERT_TRUE(PumpUntil(this->env.loop, [&] { return s.State() == kSocketClosed; }));
   EXPECT_EQ(s.ErrorText(), u"Host not found");
   this->done.clear();
-  for (int i = 0; i < 3; ++i) this->env.loop.Pump(0.01);
+  Settle(this->env.loop);
   EXPECT_TRUE(this->done.empty()) << "a failed lookup reports no Done";
+}
+
+TYPED_TEST(OutgoingSocket, APeerThatAnswersAndLeavesLeavesItClosingAndAPortNobodyServesRefuses) {
+  auto [s, env] = std::tie(*this->s, this->env);
+  const int port = env.Serve();
+  s.Connect(Variant(u"127.0.0.1"), Variant(port));
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return s.State() == kSocketConnected; }));
+  EXPECT_EQ(this->done, std::vector<int32_t>{kOpConnect});
+  ASSERT_TRUE(env.PeerWrite("HTTP/1.0 200 OK\r\n\r\nok"));
+  env.PeerClose();
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return s.State() == kSocketClosing; }));
+  s.Receive(kReceiveText);
+  EXPECT_EQ(s.ReceivedData().ToText(), u"HTTP/1.0 200 OK\r\n\r\nok");
+  env.StopServing();
+  auto refused = env.net.Create();
+  refused->Connect(Variant(u"127.0.0.1"), Variant(port));
+  ASSERT_TRUE(PumpUntil(env.loop, [&] { return refused->State() == kSocketClosed; }));
+  EXPECT_EQ(refused->ErrorText(), u"Connection refused");
 }
 
 TYPED_TEST(OutgoingSocket, BadTargetsFailAtOnce) {
@@ -182,23 +202,20 @@ TEST(LinuxOutgoingSocket, ALookupThatHangsLeavesTheLoopRunningAndCloseDropsIt) {
   s->Connect(Variant(u"silent.test"), Variant(80));
   s->Close();  // the lookup's late answer must not revive the control
   EXPECT_TRUE(PumpUntil(env.loop, [&] { return env.net.resolver().Pending() == 0; }));
-  for (int i = 0; i < 3; ++i) env.loop.Pump(0.01);
+  Settle(env.loop);
   EXPECT_EQ(s->State(), kSocketClosed);
   EXPECT_EQ(s->ErrorText(), u"");
 }
 
 TEST(LinuxOutgoingSocket, AnIPv6NameConnectsToAnIPv6Listener) {
   LinuxOut env;
-  int port = 0;
-  const int l = BoundToLoopback(AF_INET6, SOCK_STREAM, port);
-  if (l < 0) GTEST_SKIP() << "no IPv6 loopback";
-  ::listen(l, 1);
+  LoopbackListener six(AF_INET6);
+  if (six.fd < 0) GTEST_SKIP() << "no IPv6 loopback";
   auto s = env.net.Create();
-  s->Connect(Variant(u"six.test"), Variant(port));
+  s->Connect(Variant(u"six.test"), Variant(six.port));
   EXPECT_TRUE(PumpUntil(env.loop, [&] { return s->State() == kSocketConnected; }));
   EXPECT_EQ(s->RemoteAddress(), u"::1");
   EXPECT_EQ(s->LocalAddress(), u"::1");
-  ::close(l);
 }
 
 }  // namespace

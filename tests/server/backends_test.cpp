@@ -6,7 +6,6 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <chrono>
 #include <functional>
 #include <future>
 #include <memory>
@@ -14,7 +13,8 @@
 #include <utility>
 #include <vector>
 
-#include "tests/integration/e2e_support.h"
+#include "tests/support/loopback.h"
+#include "tests/support/pump.h"
 #include "varnek/platform/linux/external_loop.h"
 #include "varnek/platform/linux/glib/glib_loop.h"
 #include "varnek/platform/platform.h"
@@ -27,12 +27,9 @@
 namespace varnek {
 namespace {
 
-// What a test sees of one request: the answer, and when it was complete
-// (seconds since the exchange began, virtual on the simulated backend).
-struct Answer {
-  std::string text;
-  double at = -1;
-};
+// What a test sees of one request (Answer): the answer, and when it was
+// complete, in seconds since the exchange began (virtual on the simulated
+// backend).
 
 // A host callback `at` seconds into the exchange, run by the host's loop.
 struct HostCall {
@@ -84,31 +81,12 @@ class RealHost {
   virtual void Schedule(HostCall call) { call_ = std::move(call); }
 
   std::vector<Answer> Exchange(const std::vector<std::string>& requests, HostCall call = {}) {
-    using e2e::Clock;
-    const auto start = Clock::now();
-    auto clients = std::async(std::launch::async, [&] {
-      std::vector<std::unique_ptr<e2e::RawClient>> open;
-      for (const auto& r : requests) {
-        open.push_back(std::make_unique<e2e::RawClient>());
-        if (!open.back()->Connect(port) || !open.back()->Send(r)) open.back().reset();
-      }
-      std::vector<Answer> answers(requests.size());
-      // Reads every connection until the server closes it, at most 30 s.
-      for (bool pending = true; pending && e2e::SecondsSince(start) < 30;) {
-        pending = false;
-        for (size_t k = 0; k < open.size(); ++k) {
-          if (!open[k] || answers[k].at >= 0) continue;
-          answers[k].text += open[k]->ReadAll(0.005);
-          if (open[k]->PeerClosed()) answers[k].at = e2e::SecondsSince(start);
-          else pending = true;
-        }
-      }
-      return answers;
-    });
+    const auto start = SteadyClock::now();
+    auto clients = std::async(std::launch::async, [&] { return ExchangeAtOnce(port, requests, 30); });
     if (call.fn) Schedule(std::move(call));
     while (clients.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
       Step();
-      if (call_.fn && e2e::SecondsSince(start) >= call_.at) std::exchange(call_.fn, nullptr)();
+      if (call_.fn && SecondsSince(start) >= call_.at) std::exchange(call_.fn, nullptr)();
     }
     return clients.get();
   }
@@ -196,7 +174,7 @@ class ServerOnBackend : public ::testing::Test {
   template <class Real>
   static void StartServer(Real& host, HTTPServer& server) {
     for (int attempt = 0; attempt < 20 && !server.ServerOpen(); ++attempt) {
-      host.port = 20000 + static_cast<int>((getpid() * 131 + attempt * 7919) % 12000);
+      host.port = RandomServerPort();
       server.ServerPort(host.port);
       server.ServerOpen(true);
     }

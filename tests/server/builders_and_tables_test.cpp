@@ -1,4 +1,5 @@
-// The response builders byte for byte, the access tables and per-slot operations.
+// The response builders byte for byte (html_retrieveHeader's request too),
+// the access tables and per-slot operations.
 #include <gtest/gtest.h>
 
 #include "varnek/runtime/failure.h"
@@ -70,6 +71,24 @@ TEST_P(BuildersTest, PageFrameAndErrorPages) {
             std::string::npos);
 }
 
+TEST_P(BuildersTest, RetrieveHeaderBuildsTheRequestWithTheListenersAddress) {
+  const std::string rest =
+      " HTTP/1.0\r\nAccept: text/plain\r\nAccept-Language: en-us\r\nAccept-Encoding: gzip, deflate\r\n"
+      "User-Agent: Mozilla/4.0 (compatible; MSIE 5.0; Windows 98; DigExt)\r\n";
+  const auto expect = [&](const char16_t* page, const std::string& line, const std::string& host) {
+    EXPECT_EQ(Utf8(server->html_retrieveHeader(page)),
+              "GET " + line + rest + "Host: " + host + "\r\nConnection: Keep-Alive\r\n\r\n");
+  };
+  net.SetLocalAddress(u"10.0.0.7");  // the host line names the listener's local address
+  expect(u"/index.html", "/index.html", "10.0.0.7");
+  net.SetLocalAddress(u"::1");  // the page goes in as it is: no encoding, blanks and all; an empty one too
+  expect(u"/a b?x=%20&y", "/a b?x=%20&y", "::1");
+  expect(u"", "", "::1");
+  Start();  // a started server gives the same text: it touches no connection
+  net.SetLocalAddress(u"127.0.0.1");
+  expect(u"/", "/", "127.0.0.1");
+}
+
 using AccessTablesTest = ServerFixture;
 
 TEST_P(AccessTablesTest, UserListPositionsAndLookup) {
@@ -133,7 +152,6 @@ TEST_P(AccessTablesTest, ProcesoOperationsBeforeAndAfterStart) {
   server->Proceso_Close(2);  // a free slot returns at once, with no pause
   EXPECT_EQ(sim.loop.Elapsed(), before);
 }
-
 
 VARNEK_BOTH_LOOP_MODES(BuildersTest);
 VARNEK_BOTH_LOOP_MODES(AccessTablesTest);

@@ -8,7 +8,7 @@
 #include "varnek/platform/linux/linux_network_clock.h"
 #include "varnek/platform/sim/sim_platform.h"
 #include "varnek/runtime/dates.h"
-#include "tests/platform/sntp_responder.h"
+#include "tests/support/sntp_responder.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

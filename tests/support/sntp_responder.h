@@ -3,7 +3,6 @@
 // quarter second), first with a wrong echo when asked to, or not at all.
 #pragma once
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -11,6 +10,7 @@
 
 #include <cstdint>
 
+#include "tests/support/loopback.h"
 #include "varnek/platform/linux/linux_loop.h"
 
 namespace varnek {
@@ -21,14 +21,9 @@ class SntpResponder {
  public:
   enum Mode { kAnswer, kWrongEchoFirst, kSilent };
   SntpResponder(LinuxLoop& loop, Mode mode) : loop_(loop), mode_(mode) {
-    fd_ = ::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    socklen_t len = sizeof a;
-    ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len);
-    port = ntohs(a.sin_port);
+    int bound = 0;
+    fd_ = BoundToLoopback(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, bound);
+    port = static_cast<uint16_t>(bound);
     loop_.Watch(fd_, EPOLLIN, [this](uint32_t) { Serve(); });
   }
   ~SntpResponder() {
