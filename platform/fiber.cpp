@@ -126,7 +126,13 @@ void InstallOverflowHandler() {
 
 // --- stack pool ---------------------------------------------------------------
 
-FiberStackPool::FiberStackPool() { InstallOverflowHandler(); }
+FiberStackPool::FiberStackPool() {
+  InstallOverflowHandler();
+  // Made now, at their full size: grown during a burst, they would stay
+  // high in the heap and keep what lies below them from going back.
+  warm_.reserve(kWarmSpares);
+  cold_.reserve(kColdSpares);
+}
 
 FiberStackPool::~FiberStackPool() {
   for (const Stack& stack : warm_) Unmap(stack.bottom, stack.size);
