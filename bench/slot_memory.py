@@ -17,12 +17,20 @@ ProcesoExtra, which a host may still read by slot number until the slot
 takes its next connection: that is kept on purpose, so the figure counts
 only when every answer is longer than its request (printed below).
 
+Beside VmRSS it prints the demo's heap as the allocator counts it (gdb reads
+mallinfo2, when gdb is there): the bytes in use, which is what the server
+and the host still hold, and the free bytes the heap keeps. A free block
+below one in use stays resident until something in use above it goes, and
+glibc's per-size caches keep a few freed blocks of every size in use for
+itself, so part of "kept" is the allocator's and not the server's.
+
 Usage:
   bench/slot_memory.py [--demo build/examples/varnek-demo] [--port 18091]
                        [--slots 220] [--clients 200] [--size 1048576]
 """
 
 import argparse
+import re
 import socket
 import subprocess
 import sys
@@ -46,6 +54,18 @@ def exchange(port, request, timeout=120.0):
     except OSError:
         pass
     return got
+
+
+def heap_figures(pid):
+    """(in use, free) bytes of the process's heap by mallinfo2, or None."""
+    try:
+        out = subprocess.run(["gdb", "-p", str(pid), "-batch", "-ex", "p mallinfo2()"],
+                             capture_output=True, text=True, timeout=60).stdout
+    except (OSError, subprocess.TimeoutExpired):
+        return None
+    used = re.search(r"uordblks = (\d+)", out)
+    free = re.search(r"fordblks = (\d+)", out)
+    return (int(used.group(1)), int(free.group(1))) if used and free else None
 
 
 def wait_until_serving(port, limit=30.0):
@@ -78,6 +98,7 @@ def main():
             exchange(args.port, b"GET /echo HTTP/1.0\r\n\r\n")
         time.sleep(3)
         idle = rss_kib(demo.pid)
+        heap_before = heap_figures(demo.pid)
 
         body = b"a=" + b"x" * (args.size - 2)
         request = (b"POST /echo HTTP/1.0\r\nContent-Length: %d\r\n\r\n" % len(body)) + body
@@ -102,6 +123,10 @@ def main():
         print(f"clients {args.clients} x {args.size} bytes, answers longer than their request (a request that paused 0.5 s is read in two): {answered}")
         print(f"VmRSS idle before: {idle} KiB, peak: {peak[0]} KiB, idle after: {after} KiB, "
               f"kept: {after - idle} KiB")
+        heap_after = heap_figures(demo.pid)
+        if heap_before and heap_after:
+            print(f"heap in use: {heap_before[0] // 1024} KiB before, {heap_after[0] // 1024} KiB after; "
+                  f"free in the heap: {heap_before[1] // 1024} KiB before, {heap_after[1] // 1024} KiB after")
         if answered < args.clients:
             print(f"note: {args.clients - answered} requests were read in two; their rest stays in "
                   "ProcesoExtra until their slot's next connection, so 'kept' includes it")
