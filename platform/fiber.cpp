@@ -126,16 +126,24 @@ void InstallOverflowHandler() {
 
 // --- stack pool ---------------------------------------------------------------
 
-FiberStackPool::FiberStackPool() { InstallOverflowHandler(); }
+FiberStackPool::FiberStackPool() {
+  InstallOverflowHandler();
+  // Made now, at their full size: grown during a burst, they would stay
+  // high in the heap and keep what lies below them from going back.
+  warm_.reserve(kWarmSpares);
+  cold_.reserve(kColdSpares);
+}
 
 FiberStackPool::~FiberStackPool() {
-  for (const Stack& stack : free_) Unmap(stack.bottom, stack.size);
+  for (const Stack& stack : warm_) Unmap(stack.bottom, stack.size);
+  for (const Stack& stack : cold_) Unmap(stack.bottom, stack.size);
 }
 
 FiberStackPool::Stack FiberStackPool::Acquire() {
-  if (!free_.empty()) {
-    Stack stack = free_.back();
-    free_.pop_back();
+  for (std::vector<Stack>* spares : {&warm_, &cold_}) {
+    if (spares->empty()) continue;
+    Stack stack = spares->back();
+    spares->pop_back();
     return stack;
   }
   const std::size_t page = PageSize();
@@ -152,15 +160,16 @@ FiberStackPool::Stack FiberStackPool::Acquire() {
 }
 
 void FiberStackPool::Release(Stack stack) {
-  // A few spare stacks are kept; the rest go back to the system, so a burst
-  // of connections leaves no memory behind once it is over.
-  constexpr std::size_t kKeep = 64;
-  if (free_.size() < kKeep) {
-    // A kept stack keeps only its top pages, which every handler touches;
-    // the deeper ones a handler needed once go back (and read as zeros).
-    constexpr std::size_t kWarmBytes = 8 * 1024;
+  // A few spare stacks keep their top pages, which every handler touches;
+  // the deeper ones a handler needed once go back (and read as zeros). More
+  // spares keep only their mapping, no memory at all, so a burst of
+  // connections leaves nothing resident behind; past those the mapping goes.
+  if (warm_.size() < kWarmSpares) {
     madvise(stack.bottom, stack.size - kWarmBytes, MADV_DONTNEED);
-    free_.push_back(stack);
+    warm_.push_back(stack);
+  } else if (cold_.size() < kColdSpares) {
+    madvise(stack.bottom, stack.size, MADV_DONTNEED);
+    cold_.push_back(stack);
   } else {
     Unmap(stack.bottom, stack.size);
   }

@@ -28,6 +28,11 @@ class FiberStackPool {
   static constexpr std::size_t kStackBytes = 256 * 1024;
   // A wait refuses to nest further (failure 28) with less than this left.
   static constexpr std::size_t kWaitReserveBytes = 48 * 1024;
+  // Spare stacks: so many keep their top kWarmBytes resident, so many more
+  // keep their mapping with no page resident; the rest are unmapped.
+  static constexpr std::size_t kWarmSpares = 16;
+  static constexpr std::size_t kWarmBytes = 8 * 1024;
+  static constexpr std::size_t kColdSpares = 256;
 
   FiberStackPool();
   ~FiberStackPool();
@@ -38,16 +43,17 @@ class FiberStackPool {
     char* bottom = nullptr;  // lowest usable byte, just above the guard page
     std::size_t size = 0;    // usable bytes
   };
-  // A stack from the pool, or a new mapping. Throws std::bad_alloc when the
-  // system gives no more memory.
+  // A spare stack (warm ones first), or a new mapping. Throws std::bad_alloc
+  // when the system gives no more memory.
   Stack Acquire();
+  // Gives a stack back, as a warm spare, a cold spare or to the system.
   void Release(Stack stack);
   // Keeps a stack mapped for good: for fibers still suspended when their
   // loop goes away.
   void Abandon(Stack stack);
 
  private:
-  std::vector<Stack> free_;
+  std::vector<Stack> warm_, cold_;
 };
 
 class Fiber {

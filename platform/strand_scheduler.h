@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <list>
 #include <memory>
 #include <set>
 #include <tuple>
@@ -33,7 +34,9 @@ class Strand {
  private:
   friend class StrandScheduler;
   std::unique_ptr<Fiber> fiber;  // while a handler of the strand is running
-  std::deque<std::function<void()>> mailbox;  // events to nest in its wait
+  // Events to nest in its wait. A list, since every control keeps its strand
+  // between connections and an empty deque would still hold a 512-byte block.
+  std::list<std::function<void()>> mailbox;
   bool waiting = false;
   bool wake = false;    // the innermost wait is over
   bool nested = false;  // the innermost wait has run events of its own

@@ -8,7 +8,7 @@ packages=(
   clang
   libcairo2-dev libasound2-dev zbar-tools
   libcurl4-openssl-dev libssl-dev libblkid-dev libc-ares-dev libboost-context-dev
-  curl python3 procps iproute2
+  curl python3 procps iproute2 gdb  # gdb: the heap figures of bench/slot_memory.py
   dpkg-dev nginx openssl wrk
   libmicrohttpd-dev libcivetweb-dev libcpp-httplib-dev  # the peers of bench/peer_load.py
   chromium locales

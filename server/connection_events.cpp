@@ -42,12 +42,7 @@ void ServerCore::SocketXListen_Accept(int32_t handle) {
   SweepStaleSlots();
   DoEvents();
 
-  int32_t chosen = 0;
-  for (int32_t i = 1; i <= UpperBound() && chosen == 0; ++i) {
-    Resume([&] {
-      if (Sock(i).State() == kSocketClosed) chosen = i;
-    });
-  }
+  const int32_t chosen = LowestFreeSlot();
   if (chosen == 0 || AddressHasItsShare(handle)) return;
   const int32_t i = chosen;
   std::optional<ServingScope> serving;
@@ -166,6 +161,7 @@ void ServerCore::SocketX_Done(int16_t index, int32_t code) {
       // its event moves the rest of this handler (keep-open test, close,
       // report) to that slot as well.
       Resume([&] { Procesar_Recibido(index, text); });
+      Resume([&] { ForgetRequestRecords(); });
       bool keep = false;
       Resume([&] { keep = KeepOpenOf(index); });
       if (!keep) CloseAfterAnswer(index);

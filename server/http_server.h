@@ -168,7 +168,11 @@ class HTTPServer {
 
   // The loop the server pumps (hosts drive it with Pump).
   HostLoop& loop() const;
-  // The Adds instance the server uses, created at first use.
+  // The Adds instance the server uses, created at first use. The server
+  // parses each request with its sequence store: a host's event may read the
+  // request's records there (before it pumps: a request served in its waits
+  // replaces them), and once a request's event has returned the store holds
+  // no records, so a large POST leaves no copy behind.
   Adds& adds();
 
  private:

@@ -194,12 +194,18 @@ class ServerCore {
   SocketCtl& Sock(int32_t index) const;   // fails with 9 when no such slot
   Slot& SlotAt(int32_t index);            // same
   int32_t UpperBound() const;             // highest loaded slot index
+  int32_t LowestFreeSlot() const;         // lowest loaded slot reading State 0; 0 if none
   Variant& TextOf(int32_t index);         // ProcesoTexto(index), fails with 9
   Variant& ExtraOf(int32_t index);
   std::vector<bool>::reference KeepOpenOf(int32_t index);
   // Makes a per-slot text "" and gives its memory back: an assignment of ""
   // would keep the capacity of the largest text the slot ever carried.
   static void ForgetText(Variant& text);
+  // Leaves the sequence store of the server's Adds with no records, so the
+  // last request's headers and form fields (a large POST body among them)
+  // are not kept once its processing is over: the instance is the server's
+  // own, and nothing of the server reads the list after the host's event.
+  void ForgetRequestRecords();
   void Pause(double seconds);             // DateTime_PausaTimer; pumps
   void DoEvents();
   void WaitClosed(SocketCtl* listener, int32_t index);  // up to 10 s for State 1; pumps

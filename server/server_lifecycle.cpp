@@ -15,6 +15,7 @@ constexpr int32_t kEventMaskAll = 63;
 constexpr int32_t kBufferSize = 16384;
 constexpr int32_t kWatchdogIntervalMs = 10000;
 constexpr char16_t kCertificateName[] = u"VRNEK";
+constexpr size_t kStampUnits = 19;
 }  // namespace
 
 ServerCore::ServerCore(Platform& platform, HTTPServer& face)
@@ -126,10 +127,18 @@ void ServerCore::Init() {
     for (int32_t i = 1; i <= max_connections_; ++i) {
       const int16_t index = ToInt16(i);
       LoadSlot(index);
-      // The three arrays are recreated with bounds 0..i, empty.
-      proceso_texto_.assign(index + 1, Variant());
-      proceso_extra_.assign(index + 1, Variant());
-      proceso_keep_open_.assign(index + 1, false);
+      // The three arrays are recreated with bounds 0..i, empty. Nothing
+      // writes them between two rounds, so after the first round growing by
+      // one empty element gives the same arrays without refilling them all.
+      if (i == 1) {
+        proceso_texto_.assign(index + 1, Variant());
+        proceso_extra_.assign(index + 1, Variant());
+        proceso_keep_open_.assign(index + 1, false);
+      } else {
+        proceso_texto_.resize(index + 1);
+        proceso_extra_.resize(index + 1);
+        proceso_keep_open_.resize(index + 1, false);
+      }
       arrays_created_ = true;
       SocketCtl& s = Sock(index);
       s.Close();
@@ -199,6 +208,8 @@ void ServerCore::LoadSlot(int32_t index) {
     Fail(360, "Object already loaded");
   }
   auto slot = std::make_unique<Slot>();
+  // Room for a stamp ("yyyy-mm-dd hh:nn:ss"), so accepts allocate none.
+  slot->motor_stamp.reserve(kStampUnits);
   slot->socket = platform_->sockets->Create();
   const int16_t number = static_cast<int16_t>(index);
   slot->socket->on_receive_ready = [this, number] {

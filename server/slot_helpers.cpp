@@ -43,6 +43,19 @@ SocketCtl& ServerCore::Sock(int32_t index) const {
   return *slots_[index]->socket;
 }
 
+// One pass over the pool with nothing but the state read per slot: the accept
+// handler runs it for every connection, and a pool may hold 10,000 slots.
+// Nothing in it can fail or pump, so it gives what a scan of Sock(i).State()
+// from slot 1 up would.
+int32_t ServerCore::LowestFreeSlot() const {
+  const int32_t upper = UpperBound();
+  for (int32_t i = 1; i <= upper; ++i) {
+    const Slot* slot = slots_[i].get();
+    if (slot && slot->socket->State() == kSocketClosed) return i;
+  }
+  return 0;
+}
+
 Variant& ServerCore::TextOf(int32_t index) {
   if (index < 0 || index >= static_cast<int32_t>(proceso_texto_.size())) Fail(kErrSubscript);
   return proceso_texto_[index];
@@ -63,6 +76,11 @@ std::vector<bool>::reference ServerCore::KeepOpenOf(int32_t index) {
 void ServerCore::ForgetText(Variant& text) {
   text = Variant();  // another kind of value: the text's buffer is freed
   text = u"";
+}
+
+void ServerCore::ForgetRequestRecords() {
+  Adds& a = adds();
+  a.Script_SecuenciaProcesa(Variant(Text()), Variant(u"\r\n"));
 }
 
 void ServerCore::Pause(double seconds) {

@@ -68,7 +68,12 @@ void StderrLog::Flush() {
   if (pending_.empty()) return;
   std::fwrite(pending_.data(), 1, pending_.size(), stderr);
   std::fflush(stderr);
-  pending_.clear();
+  // A burst of reports grows the buffer; an idle host should not keep that.
+  if (pending_.capacity() > kMaxLineBytes) {
+    std::string().swap(pending_);
+  } else {
+    pending_.clear();
+  }
 }
 
 }  // namespace varnek::demo

@@ -39,9 +39,11 @@ void LinuxSocket::Adopt(int fd) {
   socklen_t len = sizeof ss;
   remote_address_.clear();
   remote_port_ = 0;
-  if (getpeername(fd, reinterpret_cast<sockaddr*>(&ss), &len) == 0) remote_address_ = AddressText(ss, &remote_port_);
+  // Copied into the texts' own buffers (made with the control), so a burst
+  // of connections leaves no new long-lived blocks high in the heap.
+  if (getpeername(fd, reinterpret_cast<sockaddr*>(&ss), &len) == 0) KeepIn(remote_address_, AddressText(ss, &remote_port_));
   len = sizeof ss;
-  if (getsockname(fd, reinterpret_cast<sockaddr*>(&ss), &len) == 0) local_address_ = AddressText(ss, &local_port_);
+  if (getsockname(fd, reinterpret_cast<sockaddr*>(&ss), &len) == 0) KeepIn(local_address_, AddressText(ss, &local_port_));
   ApplyOptions();
   UpdateWatch();
 }
