@@ -7,7 +7,7 @@
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/linux_network_clock.h"
 #include "varnek/platform/sim/sim_platform.h"
-#include "tests/platform/sntp_responder.h"
+#include "tests/support/sntp_responder.h"
 
 namespace varnek {
 namespace {
