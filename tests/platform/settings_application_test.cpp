@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 #include <string>
 #include <tuple>
 
@@ -23,7 +24,9 @@ namespace fs = std::filesystem;
 
 struct TempRoot {
   std::string path;
-  TempRoot() : path((fs::temp_directory_path() / "varnek-settings-XXXXXX").string()) { mkdtemp(path.data()); }
+  TempRoot() : path((fs::temp_directory_path() / "varnek-settings-XXXXXX").string()) {
+    if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("cannot make " + path);
+  }
   ~TempRoot() { fs::remove_all(path); }
 };
 
