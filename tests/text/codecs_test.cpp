@@ -108,7 +108,7 @@ TEST_F(ToolkitTest, AliasSweepsAgreeWithPassByPassReplacing) {
   std::mt19937 rng(7);
   for (int round = 0; round < 2000; ++round) {
     Text s;
-    for (int i = rng() % 12; i > 0; --i) s += pieces[rng() % std::size(pieces)];
+    for (auto i = rng() % 12; i > 0; --i) s += pieces[rng() % std::size(pieces)];
     ASSERT_EQ(kit.Var_ConvierteCharControlToText(s), literal(s, false)) << TextToUtf8(s);
     ASSERT_EQ(kit.Var_ConvierteTextToCharControl(s), literal(s, true)) << TextToUtf8(s);
   }
