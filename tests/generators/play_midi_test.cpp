@@ -137,7 +137,8 @@ TEST_F(PlayMidiTest, HelpExamplePlaysItsNotesAndWaits) {
 TEST_F(PlayMidiTest, StylesChordsAndEmptyStrings) {
   adds.Sound_PlayMidi(u"");
   EXPECT_EQ(log, Then({"open", "sleep 1"}, Stop({})));
-  log.clear();  // normal: 7/8, reset, 1/8 of 500 ms, halves rounded up; a reset note needs no Note Off
+  // normal: 7/8, reset, 1/8 of 500 ms, halves rounded up; a reset note needs no Note Off
+  log.clear();
   adds.Sound_PlayMidi(u"MNC D");
   EXPECT_EQ(log, Then({"open", "msg 90 3C 60", "sleep 438", "reset", "sleep 63", "msg 90 3E 60", "sleep 1"},
                       Stop({0x3E})));

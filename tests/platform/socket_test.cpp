@@ -593,7 +593,8 @@ TEST_F(LinuxSockets, OutgoingConnectAddressesAndIPv6) {
   ASSERT_TRUE(PumpUntil(loop, [&] { return refused->State() == kSocketClosed; }));
   EXPECT_EQ(refused->ErrorText(), u"Connection refused");
 
-  if (!HasIPv6Loopback()) GTEST_SKIP() << "no IPv6 loopback here";  // an IPv6 listener, where ::1 exists
+  // an IPv6 listener, where ::1 exists
+  if (!HasIPv6Loopback()) GTEST_SKIP() << "no IPv6 loopback here";
   Server v6(f, 1, 0, Variant(Text(u"::1")));
   Client c(v6.port, "::1");
   ASSERT_TRUE(c.connected);

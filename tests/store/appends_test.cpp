@@ -115,7 +115,8 @@ TEST_F(AppendsTest, ShortWriteCutsTheFileBackAndFails) {
   });
   EXPECT_EQ(got, "61 true false");  // disk full; the routines' results are as always
   EXPECT_EQ(ReadBytes(P("s.log")), "old\r\n");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tmp.path()), {}), 1);  // no marker left
+  // no marker left
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tmp.path()), {}), 1);
   EXPECT_LT(getxattr(P("s.log").c_str(), kAttribute, nullptr, 0), 0);
 }
 

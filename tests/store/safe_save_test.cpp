@@ -95,7 +95,8 @@ TEST_F(SafeSaveTest, FilesTheUserMayNotWriteStayAsTheyWere) {
   EXPECT_EQ(ReadBytes(P("ro.ini")), kIni);
   chmod(P("none.ini").c_str(), 0644);
   EXPECT_EQ(ReadBytes(P("none.ini")), kIni);
-  EXPECT_EQ(Names(), (std::vector<std::string>{"none.ini", "rec.db", "ro.ini"}));  // no temporary file left
+  // no temporary file left
+  EXPECT_EQ(Names(), (std::vector<std::string>{"none.ini", "rec.db", "ro.ini"}));
 }
 
 TEST_F(SafeSaveTest, AWritableFileInAnUnwritableFolderIsWrittenInPlace) {
