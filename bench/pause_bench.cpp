@@ -20,7 +20,9 @@ namespace {
 double CpuSeconds() {
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
-  auto secs = [](const timeval& tv) { return tv.tv_sec + tv.tv_usec / 1e6; };
+  auto secs = [](const timeval& tv) {
+    return static_cast<double>(tv.tv_sec) + static_cast<double>(tv.tv_usec) / 1e6;
+  };
   return secs(usage.ru_utime) + secs(usage.ru_stime);
 }
 

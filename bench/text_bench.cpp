@@ -29,7 +29,7 @@ Text SampleUrlEncoded(size_t n) {
   Text t;
   t.reserve(n + 3);
   for (size_t i = 0; t.size() < n; ++i) {
-    unsigned b = 16 + (i * 131 + 7) % 240;
+    auto b = static_cast<unsigned>(16 + (i * 131 + 7) % 240);
     bool alnum = (b >= '0' && b <= '9') || (b >= 'A' && b <= 'Z') || (b >= 'a' && b <= 'z');
     if (alnum) {
       t += static_cast<char16_t>(b);

@@ -39,6 +39,27 @@ function(varnek_harden name)
   target_compile_options(${name} PRIVATE -fstack-protector-strong
     $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
   target_compile_definitions(${name} PRIVATE _GLIBCXX_ASSERTIONS)
+  # Programs also get read-only relocations, bound before main runs.
+  get_target_property(type ${name} TYPE)
+  if(type STREQUAL "EXECUTABLE")
+    target_link_options(${name} PRIVATE -Wl,-z,relro -Wl,-z,now)
+  endif()
+endfunction()
+
+# Hardens every program declared in `dir` and the folders below it, so that a
+# program added anywhere (examples, tests, benches, fuzz replays) has it too.
+function(varnek_harden_programs dir)
+  get_property(targets DIRECTORY ${dir} PROPERTY BUILDSYSTEM_TARGETS)
+  foreach(target IN LISTS targets)
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL "EXECUTABLE")
+      varnek_harden(${target})
+    endif()
+  endforeach()
+  get_property(subdirs DIRECTORY ${dir} PROPERTY SUBDIRECTORIES)
+  foreach(subdir IN LISTS subdirs)
+    varnek_harden_programs(${subdir})
+  endforeach()
 endfunction()
 
 # varnek_library(NAME DIR... DEPS ...): a static library of every .cpp in the

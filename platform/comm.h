@@ -55,23 +55,23 @@ class CommCtl {
 
   // Every member fails with 438 unless the control offers it.
   virtual bool PortOpen() const { Missing(); }
-  virtual void SetPortOpen(bool open) { (void)open; Missing(); }
+  virtual void SetPortOpen(bool /*open*/) { Missing(); }
   // The port number (a floating-point number as given; read as CLng).
-  virtual void SetCommPort(double port) { (void)port; Missing(); }
+  virtual void SetCommPort(double /*port*/) { Missing(); }
   // "baud,parity,data,stop": parity N, E, O, M or S; data 5..8; stop 1, 1.5, 2.
-  virtual void SetSettings(TextView settings) { (void)settings; Missing(); }
-  virtual void SetDTREnable(bool enable) { (void)enable; Missing(); }
+  virtual void SetSettings(TextView /*settings*/) { Missing(); }
+  virtual void SetDTREnable(bool /*enable*/) { Missing(); }
   // Empty or 0: no handshake; 1 XON/XOFF; 2 RTS/CTS; 3 both.
-  virtual void SetHandshaking(const Variant& mode) { (void)mode; Missing(); }
-  virtual void SetInBufferSize(int32_t size) { (void)size; Missing(); }
-  virtual void SetOutBufferSize(int32_t size) { (void)size; Missing(); }
+  virtual void SetHandshaking(const Variant& /*mode*/) { Missing(); }
+  virtual void SetInBufferSize(int32_t /*size*/) { Missing(); }
+  virtual void SetOutBufferSize(int32_t /*size*/) { Missing(); }
   virtual int32_t InBufferCount() const { Missing(); }
   virtual int32_t OutBufferCount() const { Missing(); }
   // Takes all waiting text out of the receive buffer; "" when none.
   virtual Text Input() { Missing(); }
   virtual Text InputData() { Missing(); }
   // Queues text for transmission.
-  virtual void SetOutput(TextView text) { (void)text; Missing(); }
+  virtual void SetOutput(TextView /*text*/) { Missing(); }
 
   // The members by name, case-insensitive, as a late-bound caller reaches
   // them ("PortOpen", "InBufferCount", "Input", ...). An unknown name fails

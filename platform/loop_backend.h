@@ -24,7 +24,7 @@ class LoopBackend {
   virtual ~LoopBackend() = default;
 
   // Called once by the loop that owns the backend, before any other call.
-  virtual void Attach(HostLoop& loop) { (void)loop; }
+  virtual void Attach(HostLoop& /*loop*/) {}
 
   // Seconds on a clock that never goes back (monotonic or virtual): the
   // deadlines of timers and waits.

@@ -134,7 +134,7 @@ Text FormatDate(double date, TextView p) {
         else out += Num(d.day, static_cast<int>(n));
         break;
       case u'w':
-        if (n >= 2) out += Num(static_cast<int>(DateDiff(u"ww", SerialFromCivil(d.year, 1, 1), date)) + 1, 1), n = 2;
+        if (n >= 2) out += Num(static_cast<int>(DateDiff(u"ww", static_cast<double>(SerialFromCivil(d.year, 1, 1)), date)) + 1, 1), n = 2;
         else out += Num(Weekday(date), 1);
         break;
       case u'h':

@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config
   googletest libgtest-dev libgmock-dev libbenchmark-dev
-  clang
+  clang clang-format
   libcairo2-dev libasound2-dev zbar-tools
   libcurl4-openssl-dev libssl-dev libblkid-dev libc-ares-dev libboost-context-dev
   curl python3 procps iproute2 gdb  # gdb: the heap figures of bench/slot_memory.py

@@ -212,7 +212,7 @@ bool Paging::SERIAL_Send(CommCtl& SerialControl, const Variant& StrToSend, bool 
   const float start = loop().Timer();
   const int32_t wait = std::max<int32_t>(Len(text) / 50, 5);
   // Entered only when the wait has already run out: kept as it is.
-  while (SerialControl.OutBufferCount() > 0 && loop().Timer() > start + wait && !serial_cancel_requested_) {
+  while (SerialControl.OutBufferCount() > 0 && loop().Timer() > start + static_cast<float>(wait) && !serial_cancel_requested_) {
     loop().Pump(0.05);
   }
   return true;

@@ -35,16 +35,19 @@ enum class ZState { Format, Capcode, Function, Message, Alpha, PageNow, Skip1, S
 // The next state after an answering state's reply: the first prompt found in
 // the order Format, Capcode, Function, Message, Alpha, Page Now decides.
 ZState NextAfter(ZState state, const Text& reply) {
+  using enum ZState;
+  // clang-format off
   struct Row { ZState on_format, on_capcode, on_function, on_message, on_alpha, on_page_now; };
   static const Row kTable[] = {
-      /* Format   */ {ZState::Format, ZState::Capcode, ZState::Skip1, ZState::Skip1, ZState::Skip2, ZState::Skip2},
-      /* Capcode  */ {ZState::Format, ZState::Capcode, ZState::Function, ZState::Skip1, ZState::Skip2, ZState::Skip2},
-      /* Function */ {ZState::Format, ZState::Capcode, ZState::Function, ZState::Message, ZState::Skip2, ZState::Skip2},
-      /* Message  */ {ZState::Format, ZState::Capcode, ZState::Function, ZState::Message, ZState::Alpha, ZState::Skip2},
+      /* Format   */ {Format, Capcode, Skip1,    Skip1,   Skip2, Skip2},
+      /* Capcode  */ {Format, Capcode, Function, Skip1,   Skip2, Skip2},
+      /* Function */ {Format, Capcode, Function, Message, Skip2, Skip2},
+      /* Message  */ {Format, Capcode, Function, Message, Alpha, Skip2},
       // A "Capcode" after the Alpha answer leads back to Format: meant so.
-      /* Alpha    */ {ZState::Format, ZState::Format, ZState::Function, ZState::Message, ZState::Alpha, ZState::PageNow},
-      /* Page Now */ {ZState::Format, ZState::Capcode, ZState::Function, ZState::Message, ZState::Alpha, ZState::PageNow},
+      /* Alpha    */ {Format, Format,  Function, Message, Alpha, PageNow},
+      /* Page Now */ {Format, Capcode, Function, Message, Alpha, PageNow},
   };
+  // clang-format on
   const Row& row = kTable[static_cast<int>(state)];
   if (Holds(reply, u"Format")) return row.on_format;
   if (Holds(reply, u"Capcode")) return row.on_capcode;
@@ -52,7 +55,7 @@ ZState NextAfter(ZState state, const Text& reply) {
   if (AsksMessage(reply)) return row.on_message;
   if (Holds(reply, u"Alpha (Y/N)")) return row.on_alpha;
   if (Holds(reply, u"Page Now (Y/N)")) return row.on_page_now;
-  return ZState::Check;
+  return Check;
 }
 
 }  // namespace

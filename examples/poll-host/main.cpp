@@ -54,7 +54,8 @@ int main(int argc, char** argv) {
   sigprocmask(SIG_BLOCK, &stop_signals, nullptr);
   const int signal_fd = signalfd(-1, &stop_signals, SFD_CLOEXEC);
 
-  static ExternalLoop* const loop = new ExternalLoop;  // never destroyed, like the platform's services
+  // never destroyed, like the platform's services
+  static ExternalLoop* const loop = new ExternalLoop;
   HTTPServer server(LinuxPlatformOn(*loop));
   long served = 0;
   server.GETReceived = [&](Variant& url, Variant& ip, Variant&, Variant& response, Variant&,

@@ -69,7 +69,7 @@ void AlsaMidiOutput::ConnectToDestination() {
 bool AlsaMidiOutput::Send(unsigned char status, unsigned char data1, unsigned char data2) {
   snd_seq_event_t ev;
   snd_seq_ev_clear(&ev);
-  snd_seq_ev_set_source(&ev, port_);
+  snd_seq_ev_set_source(&ev, static_cast<unsigned char>(port_));
   snd_seq_ev_set_subs(&ev);
   snd_seq_ev_set_direct(&ev);
   const unsigned char channel = status & 0x0F;

@@ -13,7 +13,7 @@ namespace varnek::linux_clock {
 double MonotonicSeconds() {
   timespec ts{};
   clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<double>(ts.tv_sec) + ts.tv_nsec / 1e9;
+  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) / 1e9;
 }
 
 LocalReading LocalNow() {
@@ -30,7 +30,7 @@ LocalReading LocalNow() {
     cached.seconds = local.tm_hour * 3600 + local.tm_min * 60 + std::min(local.tm_sec, 59);
     cached_second = ts.tv_sec;
   }
-  return LocalReading{cached.day, cached.seconds + ts.tv_nsec / 1e9};
+  return LocalReading{cached.day, cached.seconds + static_cast<double>(ts.tv_nsec) / 1e9};
 }
 
 void Sleep(double seconds) {

@@ -139,7 +139,8 @@ int32_t CopyOrMove(FileSystem& files, const ShellFileRequest& r, bool move) {
   std::vector<fs::path> to(sources.size());
   for (size_t i = 0; i < sources.size(); ++i) {
     to[i] = multi ? PathOf(targets[i]) : into_folder ? dest / sources[i].filename() : dest;
-    if (InsideItself(sources[i], to[i])) return kDestinationInsideSource;  // before anything is written
+    // before anything is written
+    if (InsideItself(sources[i], to[i])) return kDestinationInsideSource;
   }
   for (size_t i = 0; i < sources.size(); ++i) {
     if (!move && (r.flags & kShellRenameOnCollision) && fs::exists(to[i], ec)) to[i] = FreeCopyName(to[i]);

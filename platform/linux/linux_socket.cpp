@@ -246,7 +246,8 @@ void LinuxSocket::OnIo(uint32_t events) {
     // A hang-up is reported on every pass until unwatched: take all there is.
     const size_t budget = events & EPOLLHUP ? static_cast<size_t>(kMaxWaitingBytes) + 1 : kReadBudget;
     const size_t before = in_.size();
-    if (!ReadIncoming(budget, (events & (EPOLLRDHUP | EPOLLHUP)) != 0)) return;  // failed: State 1, no event
+    // failed: State 1, no event
+    if (!ReadIncoming(budget, (events & (EPOLLRDHUP | EPOLLHUP)) != 0)) return;
     if (in_.size() > before && armed_) {
       armed_ = false;
       fire_ready = true;

@@ -115,7 +115,8 @@ bool ReplaceInPlace(int dir, const std::string& base, int fd, const std::string*
   std::string read_now;
   if (!old) {
     UniqueFd in(RetryOnEintr([&] { return openat(dir, base.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
-    if (in.ok() && ReadFd(in.get(), read_now)) old = &read_now;  // a write-only file has nothing to keep
+    // a write-only file has nothing to keep
+    if (in.ok() && ReadFd(in.get(), read_now)) old = &read_now;
   }
   KeepCopy keep(fd, dir);
   if (old && !keep.Make(*old)) return false;  // nowhere to keep the old content safe

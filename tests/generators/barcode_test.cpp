@@ -31,6 +31,7 @@ struct BarcodeTest : ::testing::Test {
 TEST_F(BarcodeTest, EmptyTextDrawsStartAndStopExactly) {
   RecordingSurface box(300, 100);  // unit 2.5 -> 2; text 16 px high, bottom 100 - 24
   adds.Var_DrawBarcode(Variant(u""), box);
+  // clang-format off
   const std::vector<std::string> expected = {
       "scale pixels", "clear", "remove picture",
       "width 990",  // 2 symbols * 1.1 * 2 * 15
@@ -45,6 +46,7 @@ TEST_F(BarcodeTest, EmptyTextDrawsStartAndStopExactly) {
       "box 52 0 54 76 FFFFFF",  // the last white unit
       "width 840",              // (2 + 54) * 990 / 66
       "at 28 80", "print ", "fix picture"};
+  // clang-format on
   EXPECT_EQ(box.calls, expected);
   EXPECT_EQ(sim.clipboard.clears, 1);
   EXPECT_EQ(sim.clipboard.format, 2);

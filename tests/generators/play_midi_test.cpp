@@ -130,6 +130,7 @@ TEST_F(PlayMidiTest, HelpExamplePlaysItsNotesAndWaits) {
 }
 
 TEST_F(PlayMidiTest, StylesChordsAndEmptyStrings) {
+  // clang-format off
   struct Row { const char16_t* play; V head; std::vector<int> sounding; };
   const Row rows[] = {
       {u"", {"open", "sleep 1"}, {}},
@@ -144,6 +145,7 @@ TEST_F(PlayMidiTest, StylesChordsAndEmptyStrings) {
       {u"L0L0P0L0", {"open", "sleep 1"}, {}},
       // a pause sends nothing but waits; volume forte; a note struck twice ends once
       {u"L4VFCPC", {"open", "msg 90 3C 7F", "sleep 500", "sleep 500", "msg 90 3C 7F", "sleep 1"}, {0x3C}}};
+  // clang-format on
   for (const Row& r : rows) {
     log.clear();
     adds.Sound_PlayMidi(r.play);

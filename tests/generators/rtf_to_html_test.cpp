@@ -38,26 +38,29 @@ const Text kRight =
     u"<TABLE ALIGN=\"left\" CELLSPACING=0 CELLPADDING=0 WIDTH=\"100%\"><TR ALIGN=\"right\"><TD>";
 
 TEST(RtfToHtml, ControlWordsResumeWhereTheyAreToldAndEntities) {
+  // clang-format off
   const std::pair<const char16_t*, const char16_t*> rows[] = {
       // text goes out unescaped; unknown words and their blank vanish
       {u"a<b&c", u"a<b&c"}, {u"\\tabx y", u"y"}, {u"\\b0 x", u"x"},
       // bold, italic, strike and underline close in reverse order
       {u"\\b bold\\plain  x", u"<B>bold</B> x"}, {u"\\b\\i x}y", u"<B><I>x</I></B>y"},
       {u"\\strike\\b x", u"<STRIKE>b x</STRIKE>"},  // the backslash is lost
-      {u"\\strike x", u"<STRIKE>x</STRIKE>"}, {u"\\ul x", u"<U> x</U>"},  // the blank is read as text
+      {u"\\strike x", u"<STRIKE>x</STRIKE>"},
+      {u"\\ul x", u"<U> x</U>"},  // the blank is read as text
       // an unknown word ending in "}" consumes it without closing anything
       {u"\\b x\\xyz}y", u"<B>xy</B>"},
       // words that end in a text unit lose the unit behind their delimiter
       {u"\\bullet ab", u"\u2022b"}, {u"\\emdash ab", u"\u2014b"}, {u"\\lquote ab", u"\u2018b"},
-      {u"\\rquote ab", u"\u2019b"}, {u"\\ldblquote ab", u"\u201Cb"}, {u"\\rdblquote ab", u"\u201Db"},
-      {u"\\~ab", u" b"}, {u"\\{ab\\}cd\\\\ef", u"{b}d\\f"}, {u"\\tab x", u"&#9;x"},
-      {u"a\\\r\nb", u"a\r\nb"},  // an escaped line break writes CR LF
+      {u"\\rquote ab", u"\u2019b"}, {u"\\ldblquote ab", u"\u201Cb"},
+      {u"\\rdblquote ab", u"\u201Db"}, {u"\\~ab", u" b"}, {u"\\{ab\\}cd\\\\ef", u"{b}d\\f"},
+      {u"\\tab x", u"&#9;x"}, {u"a\\\r\nb", u"a\r\nb"},  // an escaped line break writes CR LF
       // entities; 00, not a0, is the blank; the padding is trimmed; upper-case
       // hex has no row; cp1252 units
       {u"\\'e9x", u"&eacute;x"}, {u"\\'d7\\'a7", u"&times;&sect;"}, {u"\\'00", u"&nbsp;"},
       {u"\\'85", u"..."}, {u"\\'E9", u"\u00E9"}, {u"\\'a0\\'ae", u"\u00A0\u00AE"},
       {u"\\'80\\'9f", u"\u20AC\u0178"},
   };
+  // clang-format on
   for (auto [rtf, html] : rows) {
     SCOPED_TRACE(TextToUtf8(rtf));
     EXPECT_EQ(Bare(rtf), html);

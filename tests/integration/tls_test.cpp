@@ -223,7 +223,8 @@ TEST_F(TlsTest, BrokenClientsFreeTheirOwnSlotOnly) {
       LoopbackClient bad(port);
       if (!bad.Send(c.bytes)) return std::string("no connect");
       if (c.half_close) bad.ShutdownWrite();
-      if (c.leave_at_once) return bad.ReadUntil("\x16\x03\x03", 5.0).substr(0, 3);  // the server's hello
+      // the server's hello
+      if (c.leave_at_once) return bad.ReadUntil("\x16\x03\x03", 5.0).substr(0, 3);
       std::string got = bad.ReadAll(5.0);
       return bad.PeerClosed() ? got : "still open: " + got;
     });

@@ -15,6 +15,7 @@ namespace varnek {
 namespace {
 
 TEST_F(SimNetFixture, IPNumberIsValidKeepsItsQuirks) {
+  // clang-format off
   struct Case { const char* text; bool valid; };
   const Case cases[] = {
       {"255.255.255.255", true}, {"256.1.1.1", false}, {"1000.1.1.1", false},
@@ -23,6 +24,7 @@ TEST_F(SimNetFixture, IPNumberIsValidKeepsItsQuirks) {
       {"100..1.1", true}, {".100.1.1", true}, {"001.2.3.4", true}, {"1.2.3.4x", false},
       {"1.2.3.4.5", false}, {"a.b.c.d.e", false}, {"", false},
   };
+  // clang-format on
   for (const Case& c : cases) {
     Variant v = Variant(Units(c.text));
     EXPECT_EQ(adds.NET_IPNumberIsValid(v), c.valid) << c.text;
@@ -88,9 +90,11 @@ TEST_F(FakeAdapters, ListsTheirDelimitersAndEmptyMachines) {
 }
 
 TEST_F(FakeAdapters, ConnectedStateBits) {
+  // clang-format off
   const std::pair<int32_t, bool> with_lan[] = {{1, true}, {2, true}, {4, false}, {8, false},
                                                {16, false}, {32, false}, {64, true}, {3, false},
                                                {0, false}, {-1, false}, {128, false}};
+  // clang-format on
   unsetenv("http_proxy");
   unsetenv("https_proxy");
   for (auto [state, expected] : with_lan) EXPECT_EQ(adds.NET_CheckState(state), expected) << state;

@@ -169,7 +169,8 @@ TEST_F(LinuxHttpClient, DownloadsAndTheirFailures) {
     };
     if (request.find("GET /file ") == 0) answer("200 OK", "file body\n");
     else if (request.find("GET /big ") == 0) answer("200 OK", big);
-    else if (request.find("GET /slow ") == 0) {  // half the body, then silence until the client goes
+    else if (request.find("GET /slow ") == 0) {
+      // half the body, then silence until the client goes
       SendAll(fd, "HTTP/1.0 200 OK\r\nContent-Length: 200000\r\n\r\n" + std::string(100000, 's'));
       (void)!write(sent[1], "s", 1);
       ReadUntil(fd, [&](const std::string&) { return server.stopping().load(); }, 30.0);
@@ -205,7 +206,8 @@ TEST_F(LinuxHttpClient, DownloadsAndTheirFailures) {
   for (const char* name : {"", "/ro", "/ro/f.txt"}) (void)!chown((folder + name).c_str(), kNobody, kNobody);
   chmod((folder + "/ro").c_str(), 0555);
   EXPECT_EQ(AsNobody([&] {
-              setenv("XDG_STATE_HOME", (folder + "/state").c_str(), 1);  // where the old content is kept
+              // where the old content is kept
+              setenv("XDG_STATE_HOME", (folder + "/state").c_str(), 1);
               return std::to_string(download("/file", folder + "/ro/f.txt"));
             }),
             "0");

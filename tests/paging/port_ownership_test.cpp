@@ -111,7 +111,8 @@ TEST_F(PortOwnership, OpenFailuresNameTheirCause) {
     std::unique_ptr<LinuxComm> comm;
     EXPECT_EQ(TryOpen(comm, c.path), std::make_pair(c.number, c.text));
   }
-  EXPECT_EQ(Slurp(UucpLockDirectory() + "/" + UucpLockName("/dev/null")), "<none>");  // no lock left behind
+  // no lock left behind
+  EXPECT_EQ(Slurp(UucpLockDirectory() + "/" + UucpLockName("/dev/null")), "<none>");
 }
 
 }  // namespace

@@ -109,7 +109,8 @@ TEST_F(PtySession, SigintMidPageLogsOutAndHangsUp) {
   auto tap = Line(std::make_shared<TapTerminal>(TapBehaviour{.ignore_blocks = true}));
   SignalCancel stop(loop, [&](int) { adds->SetSERIAL_CancelOperation(true); });
   on_sent = [](const std::string& bytes) {
-    if (bytes.find('\x02') != std::string::npos) ::kill(::getpid(), SIGINT);  // a block is on its way
+    // a block is on its way
+    if (bytes.find('\x02') != std::string::npos) ::kill(::getpid(), SIGINT);
   };
   page::PageJob job;
   job.port = kPort;

@@ -32,7 +32,8 @@ TEST_F(PagingTest, ConnectSetsUpThePortAndDialsThroughTheModem) {
   EXPECT_TRUE(adds.SERIAL_Connect(*comm, u"1", 1200, 7, false, 1, u"ATZ", u"5550100", 45));
   EXPECT_EQ(sent, "ATZ\rATDT5550100\r");
   EXPECT_TRUE(modem->connected());
-  EXPECT_NEAR(Elapsed() - start, 2 + 15 + 2, 1.05);  // init answer and 2 quiet s, connect 15 s after ATDT, 2 quiet s
+  // init answer and 2 quiet s, connect 15 s after ATDT, 2 quiet s
+  EXPECT_NEAR(Elapsed() - start, 2 + 15 + 2, 1.05);
 
   {  // A port that does not exist: False and the port stays closed.
     EXPECT_TRUE(adds.SERIAL_Disconnect(*comm));
@@ -45,14 +46,22 @@ TEST_F(PagingTest, ConnectSetsUpThePortAndDialsThroughTheModem) {
 }
 
 TEST_F(PagingTest, ConnectFailsOnLowerCaseEarlyOrMissingConnect) {
-  struct Case { const char* what; ModemBehaviour modem; const char16_t* init; int16_t timeout; bool up; double seconds; };
-  const Case cases[] = {
-      {"lower-case connect: not found, the line is dropped", {.lower_case_connect = true}, u"ATZ", 45, false, 0},
-      {"a connect within the first 10 s goes with the echo", {.connect_delay = 1}, u"", 45, false, 0},
-      {"echo off: a connect after 12 s is in the second collection", {.echo = false, .connect_delay = 12}, u"ATE0",
-       45, true, 0},
-      {"a silent modem: 3 s for the init, 10 s, then slTOut", {.silent = true}, u"ATZ", 20, false, 3 + 10 + 20},
+  // clang-format off
+  struct Case {
+    const char* what; ModemBehaviour modem; const char16_t* init; int16_t timeout; bool up;
+    double seconds;
   };
+  const Case cases[] = {
+      {"lower-case connect: not found, the line is dropped",
+       {.lower_case_connect = true}, u"ATZ", 45, false, 0},
+      {"a connect within the first 10 s goes with the echo",
+       {.connect_delay = 1}, u"", 45, false, 0},
+      {"echo off: a connect after 12 s is in the second collection",
+       {.echo = false, .connect_delay = 12}, u"ATE0", 45, true, 0},
+      {"a silent modem: 3 s for the init, 10 s, then slTOut",
+       {.silent = true}, u"ATZ", 20, false, 3 + 10 + 20},
+  };
+  // clang-format on
   for (const Case& c : cases) {
     Attach(std::make_shared<HayesModem>(nullptr, c.modem));
     const double start = Elapsed();

@@ -173,7 +173,8 @@ TEST_F(TapTest, TenPagesOnTheVirtualClock) {
   }
   EXPECT_TRUE(adds.TAP_CloseDialog(*comm));
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &cpu1);
-  const double cpu_ms = (cpu1.tv_sec - cpu0.tv_sec) * 1e3 + (cpu1.tv_nsec - cpu0.tv_nsec) / 1e6;
+  const double cpu_ms = static_cast<double>(cpu1.tv_sec - cpu0.tv_sec) * 1e3 +
+                        static_cast<double>(cpu1.tv_nsec - cpu0.tv_nsec) / 1e6;
   EXPECT_EQ(tap->pages().size(), 10u);
   // Reported for the README, not asserted.
   std::printf("[ figures  ] 10-page TAP session: %.2f simulated s, %.3f ms CPU, %lld pumps\n", Elapsed() - start,

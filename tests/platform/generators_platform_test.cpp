@@ -137,7 +137,8 @@ TEST(LinuxClipboard, WithoutADisplayTheImageGoesToTheNamedFile) {
   };
   LinuxClipboard clipboard(file);
   clipboard.Clear();  // nothing there yet: no failure
-  for (const std::string& png : {std::string("\x89PNG\0x", 6), std::string("second")}) {  // made, then replaced
+  for (const std::string& png : {std::string("\x89PNG\0x", 6), std::string("second")}) {
+    // made, then replaced
     clipboard.SetImage(2, png);
     EXPECT_EQ(stored(), png);
   }

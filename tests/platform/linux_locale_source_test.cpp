@@ -36,7 +36,8 @@ TEST(LinuxLocaleSource, ReadsTheCurrentLocaleAndTheRuntimeFollowsSetlocale) {
   EXPECT_EQ(source.ShortDatePattern(), "%d.%m.%Y");
   EXPECT_EQ(CStr(Variant(1.5)), u"1,5");
   EXPECT_EQ(CDate(Variant(u"07.03.2004")).serial, DateSerial(2004, 3, 7));
-  EXPECT_EQ(LinuxDates().ShortDate(2004, 3, 7), u"07.03.2004");  // the order shown is the order read
+  // the order shown is the order read
+  EXPECT_EQ(LinuxDates().ShortDate(2004, 3, 7), u"07.03.2004");
 }
 
 }  // namespace

@@ -32,7 +32,8 @@ double Timed(F&& fn) {
 double CpuSeconds() {
   rusage u{};
   getrusage(RUSAGE_THREAD, &u);
-  return u.ru_utime.tv_sec + u.ru_stime.tv_sec + (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
+  return static_cast<double>(u.ru_utime.tv_sec + u.ru_stime.tv_sec) +
+         static_cast<double>(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
 }
 
 struct Pipe {

@@ -48,7 +48,8 @@ TEST(Cp1252, EveryByteRoundTripsAndCaseMapsWithinItsPairUtf8Replaces) {
   EXPECT_EQ(TextToUtf8(u"\u00E9\U0001F600"), "\xC3\xA9\xF0\x9F\x98\x80");
   // invalid input: stray continuation, overlong, encoded surrogate, truncated
   EXPECT_EQ(Utf8ToText("a\x80z|\xC0\xAF|\xED\xA0\x80|x\xE2\x82"), u"a\uFFFDz|\uFFFD|\uFFFD|x\uFFFD");
-  EXPECT_EQ(TextToUtf8(Text(1, char16_t{0xD800})), "\xEF\xBF\xBD");  // a lone surrogate never leaves as is
+  // a lone surrogate never leaves as is
+  EXPECT_EQ(TextToUtf8(Text(1, char16_t{0xD800})), "\xEF\xBF\xBD");
 }
 
 TEST(MidInStr, EdgesStartsEmptiesAndModes) {
@@ -69,14 +70,20 @@ TEST(MidInStr, EdgesStartsEmptiesAndModes) {
   EXPECT_EQ(s, u"qXYZ12");
   EXPECT_EQ(FailureOf([&] { MidAssign(s, 7, -1, u"x"); }), 5);
   constexpr CompareMode B = CompareMode::Binary, T = CompareMode::TextCompare;
+  // clang-format off
   struct Row { int start; const char16_t *s, *find; CompareMode mode; int want; };
-  const Row rows[] = {{1, u"abcd", u"bc", B, 2}, {3, u"abcd", u"bc", B, 0}, {4, u"abcdef", u"", B, 4},
-                      {20, u"abcdef", u"", B, 0}, {4, u"", u"", B, 0}, {1, u"abcABC", u"aB", T, 1},
-                      {1, u"abcABC", u"aB", B, 0}, {1, u"xx\u00C9t\u00E9", u"\u00E9T", T, 3}};
+  const Row rows[] = {{1, u"abcd", u"bc", B, 2}, {3, u"abcd", u"bc", B, 0},
+                      {4, u"abcdef", u"", B, 4}, {20, u"abcdef", u"", B, 0}, {4, u"", u"", B, 0},
+                      {1, u"abcABC", u"aB", T, 1}, {1, u"abcABC", u"aB", B, 0},
+                      {1, u"xx\u00C9t\u00E9", u"\u00E9T", T, 3}};
+  // clang-format on
   for (const Row& r : rows) EXPECT_EQ(InStr(r.start, r.s, r.find, r.mode), r.want) << "row " << &r - rows;
   // InStrRev: a match must end at or before start
-  const Row rev[] = {{-1, u"abcabc", u"bc", B, 5}, {4, u"abcabc", u"bc", B, 2}, {2, u"abcabc", u"bc", B, 0},
-                     {-1, u"abcabc", u"BC", T, 5}, {2, u"abc", u"", B, 2}, {9, u"abc", u"a", B, 0}};
+  // clang-format off
+  const Row rev[] = {{-1, u"abcabc", u"bc", B, 5}, {4, u"abcabc", u"bc", B, 2},
+                     {2, u"abcabc", u"bc", B, 0}, {-1, u"abcabc", u"BC", T, 5},
+                     {2, u"abc", u"", B, 2}, {9, u"abc", u"a", B, 0}};
+  // clang-format on
   for (const Row& r : rev) EXPECT_EQ(InStrRev(r.s, r.find, r.start, r.mode), r.want) << "row " << &r - rev;
   ExpectFailures({{5, [] { InStr(-20, u"abcd", u"abcd", CompareMode::TextCompare); }}, {5, [] { InStrRev(u"abc", u"a", 0); }},
                   {5, [] { InStr(2, u"abcd", u"x", static_cast<CompareMode>(10)); }}});
@@ -105,17 +112,21 @@ TEST(ReplaceSplitTrimChr, StartCountEmptyCasesAndRanges) {
   EXPECT_EQ(Asc(u"test"), 116);
   EXPECT_EQ(AscW(ChrW(0xFFFF)), -1);
   EXPECT_EQ(ChrW(-32768), Text(1, char16_t{0x8000}));
-  ExpectFailures({{5, [] { Space(-1); }}, {5, [] { Asc(u""); }}, {5, [] { Chr(-1); }}, {5, [] { Chr(256); }},
-                  {5, [] { ChrW(65536); }}, {5, [] { ChrW(-32769); }}});
+  // clang-format off
+  ExpectFailures({{5, [] { Space(-1); }}, {5, [] { Asc(u""); }}, {5, [] { Chr(-1); }},
+                  {5, [] { Chr(256); }}, {5, [] { ChrW(65536); }}, {5, [] { ChrW(-32769); }}});
+  // clang-format on
 }
 
 TEST(CompareVariants, MixedSubtypesEmptyAndNull) {
+  // clang-format off
   struct Row { Variant a, b; int want; };
   const Row rows[] = {
       {2, 10.5, -1}, {true, -1, 0}, {Currency{15000}, 1.5, 0}, {Date{1.0}, 1, 0}, {u"5", u"4", 1},
       {u"10", 90, 1}, {90, u"10", -1},  // a number sorts below any text, unconverted
       {0, Variant(), 0}, {Variant(), u"", 0}, {Variant(), u"a", -1}, {Variant(), -1, 1},
       {0.1f, 0.1, 0}};  // Single against Double at single precision
+  // clang-format on
   for (const Row& r : rows) EXPECT_EQ(CompareVariants(r.a, r.b), r.want) << "row " << &r - rows;
   EXPECT_NE(CompareVariants(Variant(0.1 + 0.2), Variant(0.3)), 0);
   // Null gives no answer, and an If reads it as False
@@ -127,11 +138,14 @@ TEST(CompareVariants, MixedSubtypesEmptyAndNull) {
 
 TEST(StrCompConcat, BinaryByCodeUnitTextBesideTheBaseLetter) {
   constexpr CompareMode B = CompareMode::Binary, T = CompareMode::TextCompare;
+  // clang-format off
   struct Row { const char16_t *a, *b; CompareMode mode; int want; };
   const Row rows[] = {
-      {u"ABCD", u"abcd", T, 0},  {u"ABCD", u"abcd", B, -1}, {u"ABCD", u"ABC", B, 1},  {u"a", u"B", T, -1},
-      {u"a", u"B", B, 1},        {u"z", u"\u00C0", B, -1},  {u"\u00E0", u"B", T, -1},  {u"\u00C0", u"\u00E0", T, 0},
-      {u"_", u"a", T, -1},       {u"9", u"a", T, -1},       {u"\u00E9a", u"eb", T, -1}};  // base letters decide first
+      {u"ABCD", u"abcd", T, 0},  {u"ABCD", u"abcd", B, -1},  {u"ABCD", u"ABC", B, 1},
+      {u"a", u"B", T, -1},       {u"a", u"B", B, 1},         {u"z", u"\u00C0", B, -1},
+      {u"\u00E0", u"B", T, -1},  {u"\u00C0", u"\u00E0", T, 0}, {u"_", u"a", T, -1},
+      {u"9", u"a", T, -1},       {u"\u00E9a", u"eb", T, -1}};  // base letters decide first
+  // clang-format on
   for (const Row& r : rows) EXPECT_EQ(StrComp(r.a, r.b, r.mode), r.want) << "row " << &r - rows;
   EXPECT_EQ(StrComp(u"abcd", u"ABCD"), 1);  // binary by default
   EXPECT_EQ(FailureOf([] { StrComp(u"a", u"b", static_cast<CompareMode>(2)); }), 5);
@@ -143,18 +157,21 @@ TEST(StrCompConcat, BinaryByCodeUnitTextBesideTheBaseLetter) {
 
 TEST(Like, WildcardsBracketsAndCaseByMode) {
   constexpr CompareMode T = CompareMode::TextCompare;
+  // clang-format off
   struct Row { const char16_t *s, *p; bool want; CompareMode mode = CompareMode::Binary; };
   const Row rows[] = {
       {u"F", u"[!A-Z]", false},  {u"aM5b", u"a[L-P]#[!c-e]", true},  {u"CAT123khg", u"B?T*", false},
       {u"", u"*", true},  {u"", u"?", false},  {u"a*b", u"a[*]b", true},  {u"axb", u"a[*]b", false},
-      {u"a[xyz", u"a[[]*", true},  {u"a?", u"a[?]", true},  {u"#1", u"[#]#", true},  {u"a]", u"a]", true},
+      {u"a[xyz", u"a[[]*", true},  {u"a?", u"a[?]", true},  {u"#1", u"[#]#", true},
+      {u"a]", u"a]", true},
       {u"!", u"!", true},  {u"-", u"[-a]", true},  {u"-", u"[a-]", true},  {u"-", u"[!-a]", false},
       {u"ab", u"a[]b", true},  {u"Y", u"[A-CX-Z]", true},  {u"M", u"[A-CX-Z]", false},
       // case and accents follow the compare mode; ranges ascend in the mode's own order
-      {u"ABC", u"abc", false},  {u"ABC", u"abc", true, T},  {u"a", u"[A-E]", false},  {u"a", u"[A-E]", true, T},
-      {u"\u00C0", u"[A-E]", false},  {u"\u00E0", u"[A-E]", true, T},  {u"e", u"[A-E]", true, T},
-      {u"\u00CA", u"[A-E]", false, T},  {u"\u00EA", u"[A-E]", false, T},  {u"\u00E9X", u"\u00C9?", true, T},
-      {u"m", u"[a-Z]", true, T}};
+      {u"ABC", u"abc", false},  {u"ABC", u"abc", true, T},  {u"a", u"[A-E]", false},
+      {u"a", u"[A-E]", true, T},  {u"\u00C0", u"[A-E]", false},  {u"\u00E0", u"[A-E]", true, T},
+      {u"e", u"[A-E]", true, T},  {u"\u00CA", u"[A-E]", false, T},  {u"\u00EA", u"[A-E]", false, T},
+      {u"\u00E9X", u"\u00C9?", true, T},  {u"m", u"[a-Z]", true, T}};
+  // clang-format on
   for (const Row& r : rows) EXPECT_EQ(Like(r.s, r.p, r.mode), r.want) << "row " << &r - rows;
   // an unclosed "[" and a descending range fail
   ExpectFailures({{93, [] { Like(u"a[xyz", u"a[*"); }}, {93, [] { Like(u"b", u"[Z-A]"); }},
@@ -173,11 +190,14 @@ TEST(Like, ManyStarsStayFast) {
 }
 
 TEST(Like, AgreesWithARegularExpressionReference) {
-  // each pattern piece beside its regular-expression form; the reference is std::regex (binary compare)
-  const std::pair<Text, std::string> pieces[] = {{u"a", "a"},       {u"b", "b"},         {u"1", "1"},
-                                                  {u"?", "."},       {u"*", ".*"},        {u"#", "[0-9]"},
-                                                  {u"[ab]", "[ab]"}, {u"[!a]", "[^a]"},   {u"[a-c]", "[a-c]"},
-                                                  {u"**", ".*.*"}};
+  // each pattern piece beside its regular-expression form; the reference is std::regex (binary
+  // compare)
+  // clang-format off
+  const std::pair<Text, std::string> pieces[] = {
+      {u"a", "a"},       {u"b", "b"},       {u"1", "1"},         {u"?", "."},    {u"*", ".*"},
+      {u"#", "[0-9]"},   {u"[ab]", "[ab]"}, {u"[!a]", "[^a]"},   {u"[a-c]", "[a-c]"},
+      {u"**", ".*.*"}};
+  // clang-format on
   std::mt19937 rng(12345);
   int matches = 0;
   for (int round = 0; round < 4000; ++round) {

@@ -128,7 +128,8 @@ TEST(Failure, TextAndModes) {
   EXPECT_FALSE(Guarded([&] { ++steps; CInt(Variant(1e9)); ++steps; }, note));
   EXPECT_EQ(steps, 2);
   EXPECT_EQ(last, 6);
-  EXPECT_THROW(Guarded([] { throw std::logic_error("bug"); }), std::logic_error);  // programming errors pass
+  // programming errors pass
+  EXPECT_THROW(Guarded([] { throw std::logic_error("bug"); }), std::logic_error);
 }
 
 }  // namespace

@@ -69,12 +69,14 @@ class RequestTest : public ServerFixture {
 };
 
 TEST_P(RequestTest, PathIsDecodedAndDirectoriesGetASlash) {
+  // clang-format off
   const std::pair<const char*, const char*> rows[] = {
       {"/dir HTTP/1.0", "/dir/"}, {"/dir/ HTTP/1.0", "/dir/"}, {"/a/b.txt HTTP/1.1", "/a/b.txt"},
       {"/a.b/c HTTP/1.0", "/a.b/c/"}, {"/ HTTP/1.0", "/"},
       {"/x?a=1 HTTP/1.0", "/x?a=1/"}, {"/x?a=1.5 HTTP/1.0", "/x?a=1.5"},  // the query counts
       {"/a%20b HTTP/1.0", "/a b/"}, {"/a b HTTP/1.0", "/a/"},
       {"/f.txt%2Fsub HTTP/1.0", "/f.txt/sub/"}, {"/x", "/"}};  // no second blank: no path
+  // clang-format on
   for (const auto& [line, url] : rows) {
     Exchange(std::string("GET ") + line + "\r\n\r\n");
     EXPECT_EQ(Only().url, url) << line;

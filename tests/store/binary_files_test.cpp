@@ -61,7 +61,8 @@ TEST_F(BinaryFilesTest, RenameCopiesVerifiesAndDeletes) {
   EXPECT_EQ(PathExists(P("old.txt")) ? "old kept" : ReadBytes(P("new.txt")), "hello");
   // a missing source: lengths differ from the existing new file, which goes
   EXPECT_FALSE(store.File_Renombrar(T("ghost.txt"), T("new.txt")) || PathExists(P("new.txt")));
-  double before = sim.loop.Elapsed();  // lengths agree at 0 with no new file: ten deletions fail 0.2 s apart
+  // lengths agree at 0 with no new file: ten deletions fail 0.2 s apart
+  double before = sim.loop.Elapsed();
   EXPECT_FALSE(store.File_Renombrar(T("ghost.txt"), T("other.txt")));
   EXPECT_NEAR(sim.loop.Elapsed() - before, 2.0, 0.1);
   EXPECT_FALSE(PathExists(P("other.txt")));

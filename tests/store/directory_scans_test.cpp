@@ -57,7 +57,8 @@ TEST_F(ScanTest, PostOrderWalksWithDates) {
   EXPECT_EQ(list.items, all_folders);
   EXPECT_TRUE(store.Disk_ScanRecursiveDirAndOrFiles(nullptr, T("root"), u""));  // fails quietly
 
-  ASSERT_EQ(std::system(("touch -d '2021-05-06 07:08:09' " + P("root/a/b/c/c.txt")).c_str()), 0);  // local
+  // local
+  ASSERT_EQ(std::system(("touch -d '2021-05-06 07:08:09' " + P("root/a/b/c/c.txt")).c_str()), 0);
   EXPECT_EQ(Scan("root/a/b/c", u"c.txt", nullptr, true), std::vector<Text>{R("/a/b/c/c.txt\t20210506070809")});
   // the root with no mask carries its date in the default text form, subfolders none
   ASSERT_EQ(std::system(("touch -d '2020-02-29 12:00:01' " + P("root")).c_str()), 0);
@@ -122,12 +123,14 @@ TEST_F(ScanTest, LinksToFoldersAreListedButNeverWalked) {
 TEST_F(ScanTest, StatusLabelAndReentrantScan) {
   RecordingLabel label;
   Scan("root", u"*.txt", &label);
-  ASSERT_FALSE(label.captions.empty());  // the root first, its first subfolder for the root's own files
+  // the root first, its first subfolder for the root's own files
+  ASSERT_FALSE(label.captions.empty());
   EXPECT_EQ(label.captions.front() + u"|" + label.captions.back(), R("") + u"|" + R("/a"));
   label.captions.clear();
   EXPECT_EQ(Scan("root/a/b/c", u"*.txt", &label), std::vector<Text>{R("/a/b/c/c.txt")});
   EXPECT_EQ(label.captions, std::vector<Text>{R("/a/b/c")});  // no subfolder
-  WriteBytes(P("other/o.txt"), "o");  // a nested top-level scan replaces the list; c.txt was listed before it
+  // a nested top-level scan replaces the list; c.txt was listed before it
+  WriteBytes(P("other/o.txt"), "o");
   int seen = 0;
   label.on_caption = [&](const Text& caption) {
     if (caption == R("/a/b") && ++seen == 2) store.Disk_ScanRecursiveFiles(T("other"), u"*.txt");

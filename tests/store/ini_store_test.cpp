@@ -31,7 +31,8 @@ TEST_F(IniStoreTest, CacheKeepsItsQuirks) {
   EXPECT_EQ(Get(u"sec", u"missing", u"first"), u"first");
   EXPECT_EQ(Get(u"sec", u"missing", u"second"), u"first");
   EXPECT_EQ(store.IniBufferCount(), 3);
-  EXPECT_EQ(Get(u"sec", u"empty"), u"");  // an empty value is never a hit: each read goes to the file and adds one
+  // an empty value is never a hit: each read goes to the file and adds one
+  EXPECT_EQ(Get(u"sec", u"empty"), u"");
   EXPECT_EQ(Get(u"sec", u"empty"), u"");
   EXPECT_EQ(store.IniBufferCount(), 5);
   // a write leaves the cache answering the old value until a purge
@@ -39,7 +40,8 @@ TEST_F(IniStoreTest, CacheKeepsItsQuirks) {
   EXPECT_EQ(Get(u"sec", u"key"), u"value");
   store.INI_PurgeBuffer();
   EXPECT_EQ(Get(u"sec", u"key"), u"new");
-  EXPECT_EQ(store.INI_PutString(u"  ", u"k", u"v") + store.INI_PutString(u"s", u"", u"v"), 0);  // blank names
+  // blank names
+  EXPECT_EQ(store.INI_PutString(u"  ", u"k", u"v") + store.INI_PutString(u"s", u"", u"v"), 0);
   for (size_t length : {511u, 512u, 513u, 1500u}) {  // long values come back whole
     Use("long.ini", "[s]\r\nk=" + std::string(length - 1, 'v') + " \r\n");
     EXPECT_EQ(Get(u"s", u"k"), Text(length - 1, u'v')) << length;

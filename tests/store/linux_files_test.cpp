@@ -6,13 +6,17 @@ namespace varnek {
 namespace {
 
 TEST(LinuxFilesTest, ClassicMaskRules) {
+  // clang-format off
   const std::tuple<const char16_t*, const char16_t*, bool> rows[] = {
-      {u"*.*", u"README", true}, {u"*.*", u".profile", true}, {u"*", u".", true}, {u"*.", u"README", true},
-      {u"*.", u"a.txt", false}, {u"*.txt", u"b.c.txt", true}, {u"*.txt", u"a.tx", false}, {u"*.TXT", u"a.txt", true},
-      {u"*.txt", u"a.txtold", false}, {u"a?.txt", u"ab.txt", true}, {u"a?.txt", u"a.txt", true},
-      {u"a?.txt", u"abc.txt", false}, {u"????????.???", u"README", true}, {u"b.txt", u"B.TXT", true},
-      {u"????????.???", u"verylongname.txt", false}, {u"b.txt", u"b.txt2", false}, {u"a*b", u"axxc", false},
+      {u"*.*", u"README", true}, {u"*.*", u".profile", true}, {u"*", u".", true},
+      {u"*.", u"README", true}, {u"*.", u"a.txt", false}, {u"*.txt", u"b.c.txt", true},
+      {u"*.txt", u"a.tx", false}, {u"*.TXT", u"a.txt", true}, {u"*.txt", u"a.txtold", false},
+      {u"a?.txt", u"ab.txt", true}, {u"a?.txt", u"a.txt", true}, {u"a?.txt", u"abc.txt", false},
+      {u"????????.???", u"README", true}, {u"b.txt", u"B.TXT", true},
+      {u"????????.???", u"verylongname.txt", false}, {u"b.txt", u"b.txt2", false},
+      {u"a*b", u"axxc", false},
   };
+  // clang-format on
   for (auto [mask, name, match] : rows)
     EXPECT_EQ(MaskMatches(mask, name), match) << TextToUtf8(mask) << " vs " << TextToUtf8(name);
 }
@@ -21,7 +25,8 @@ TEST(LinuxFilesTest, EnumerateAndWholeFileFailures) {
   TestFolder tmp;
   LinuxFileSystem& fs = LinuxFiles();
   WriteBytes(tmp.path() + "/a.txt", "abc");
-  std::vector<FileEntry> found{FileEntry{}};  // a plain name is exact; a pattern ending in "/" finds nothing
+  // a plain name is exact; a pattern ending in "/" finds nothing
+  std::vector<FileEntry> found{FileEntry{}};
   EXPECT_FALSE(fs.Enumerate(tmp / "A.TXT", found) || fs.Enumerate(tmp / "", found) || !found.empty());
   EXPECT_RUNTIME_ERROR(fs.ReadAll(tmp / "missing", true), kErrFileNotFound);
   EXPECT_RUNTIME_ERROR(fs.Length(tmp / "missing"), kErrFileNotFound);
@@ -34,12 +39,14 @@ TEST(LinuxFilesTest, EnumerateAndWholeFileFailures) {
 
 TEST(LinuxFilesTest, OneMapOfSystemErrorsWithTheirDescriptions) {
   TestFolder tmp;
+  // clang-format off
   const std::pair<int, int> rows[] = {
-      {ENOTDIR, kErrPathNotFound}, {ELOOP, kErrPathNotFound},     {EACCES, kErrPermissionDenied},
+      {ENOTDIR, kErrPathNotFound}, {ELOOP, kErrPathNotFound}, {EACCES, kErrPermissionDenied},
       {EROFS, kErrPermissionDenied}, {ETXTBSY, kErrFileAlreadyOpen}, {ENOSPC, kErrDiskFull},
-      {EDQUOT, kErrDiskFull},       {ENAMETOOLONG, kErrBadFileNameOrNumber}, {EMFILE, kErrTooManyFiles},
-      {EIO, kErrDeviceIO},          {ENOMEM, kErrOutOfMemory},     {EISDIR, kErrPathFileAccess},
+      {EDQUOT, kErrDiskFull}, {ENAMETOOLONG, kErrBadFileNameOrNumber}, {EMFILE, kErrTooManyFiles},
+      {EIO, kErrDeviceIO}, {ENOMEM, kErrOutOfMemory}, {EISDIR, kErrPathFileAccess},
   };
+  // clang-format on
   for (auto [error, number] : rows) EXPECT_EQ(linux_io::ClassicFileError(error), number) << error;
   // a missing file is 53 where its folder exists, 76 where that is missing too
   EXPECT_EQ(linux_io::ClassicFileError(ENOENT, tmp.path() + "/none"), kErrFileNotFound);

@@ -43,7 +43,8 @@ TEST_F(ShellOperationsTest, CopyMoveRenameAndDelete) {
   // one target per source
   EXPECT_TRUE(Op(kShellCopy, kShellMultiDestFiles, List("d/a.txt", "d/b.txt"), List("m/1", "m/2")));
   EXPECT_EQ(ReadBytes(P("m/1")) + ReadBytes(P("m/2")), "A2bb");
-  EXPECT_FALSE(Op(kShellCopy, kShellMultiDestFiles, List("d/a.txt", "d/b.txt"), T("m/3")));  // counts differ
+  // counts differ
+  EXPECT_FALSE(Op(kShellCopy, kShellMultiDestFiles, List("d/a.txt", "d/b.txt"), T("m/3")));
 
   // move and rename
   EXPECT_TRUE(Op(kShellMove, 0, T("d/c.log"), T("moved/c2.log")));
@@ -79,7 +80,8 @@ TEST_F(ShellOperationsTest, AllowUndoMovesToTheTrashWithoutAsking) {
   EXPECT_TRUE(Op(kShellDelete, kShellAllowUndo | kShellSilent, T("d/x.txt")));
   EXPECT_EQ(ReadBytes(trash + "/files/x.txt.2"), "second");
   EXPECT_TRUE(PathExists(trash + "/info/x.txt.2.trashinfo"));
-  EXPECT_TRUE(Op(kShellDelete, kShellAllowUndo, T("d/my file.txt")));  // the path is percent-encoded
+  // the path is percent-encoded
+  EXPECT_TRUE(Op(kShellDelete, kShellAllowUndo, T("d/my file.txt")));
   EXPECT_NE(ReadBytes(trash + "/info/my file.txt.trashinfo").find("/d/my%20file.txt\n"), std::string::npos);
   EXPECT_TRUE(Op(kShellDelete, kShellAllowUndo, T("d/folder")));  // a folder goes whole
   EXPECT_EQ(ReadBytes(trash + "/files/folder/in.txt"), "d/folder/in.txt");

@@ -34,7 +34,8 @@ struct PauseBeforeMidnight : VariableStoreTest {
 TEST_F(VariableStoreTest, SettlesTheAddressAndStoresTexts) {
   Variant got = store.Var_VariableGet(u"Nothing");  // never set: "", a String
   EXPECT_TRUE(got.IsString() && got.ToText().empty());
-  Variant family = u"", group = u"";  // empty family and group become the title and "VarnekGlobal", written back
+  // empty family and group become the title and "VarnekGlobal", written back
+  Variant family = u"", group = u"";
   EXPECT_TRUE(store.Var_VariableSet(u"NumMsg", 17, family, group));
   EXPECT_EQ(family.ToText() + u"|" + group.ToText(), u"VarnekTest|VarnekGlobal");
   EXPECT_EQ(sim.settings.Get(u"VarnekGlobal", u"VarnekTest", u"NumMsg", u"?"), u"17");
@@ -159,7 +160,8 @@ TEST_F(VariableStoreTest, FindIdxKeyExactOrApproximated) {
   EXPECT_EQ(found(u"h?stn", true).second, 3);  // wildcards in the key
   EXPECT_EQ(found(42).second, 4);              // numbers by their text
   EXPECT_RUNTIME_ERROR(found(u"[a", true), kErrInvalidPattern);
-  c = List({u"one", Variant::Null(), u"two"});  // an item with no text form fails when reached, not before a match
+  // an item with no text form fails when reached, not before a match
+  c = List({u"one", Variant::Null(), u"two"});
   EXPECT_EQ(found(u"ONE").second, 1);
   EXPECT_RUNTIME_ERROR(found(u"two"), kErrInvalidUseOfNull);
 }

@@ -130,9 +130,12 @@ TEST_F(FakeSysfs, PowerSupplyClassReadsLineAndLevel) {
   EXPECT_EQ(Read().battery_life_percent, 255);
 
   // A laptop off line, with a mouse battery that must not count.
-  Write({{"AC/online", "0"}, {"BAT0/type", "Battery"}, {"BAT0/capacity", "82"}, {"BAT0/status", "Discharging"},
-         {"hidpp_battery_0/type", "Battery"}, {"hidpp_battery_0/scope", "Device"}, {"hidpp_battery_0/capacity", "40"},
+  // clang-format off
+  Write({{"AC/online", "0"}, {"BAT0/type", "Battery"}, {"BAT0/capacity", "82"},
+         {"BAT0/status", "Discharging"}, {"hidpp_battery_0/type", "Battery"},
+         {"hidpp_battery_0/scope", "Device"}, {"hidpp_battery_0/capacity", "40"},
          {"ucsi-source-psy-USBC000:001/type", "USB"}, {"ucsi-source-psy-USBC000:001/online", "0"}});
+  // clang-format on
   EXPECT_EQ(Read().ac_line_status, 0);
   EXPECT_EQ(Read().battery_life_percent, 82);
   Write({{"ucsi-source-psy-USBC000:001/online", "1"}});  // any line supply online
@@ -149,11 +152,14 @@ TEST_F(FakeSysfs, PowerSupplyClassReadsLineAndLevel) {
   // With no line supply the battery's status tells the line.
   for (const char* line : {"AC", "ucsi-source-psy-USBC000:001"}) std::filesystem::remove_all(root("power/") + line);
   Write({{"BAT0/capacity", "64"}});
+  // clang-format off
   for (auto [status, line] :
-       {std::pair{"Charging", 1}, {"Full", 1}, {"Not charging", 1}, {"Discharging", 0}, {"Unknown", 255}}) {
+       {std::pair{"Charging", 1}, {"Full", 1}, {"Not charging", 1}, {"Discharging", 0},
+        {"Unknown", 255}}) {
     Write({{"BAT0/status", status}});
     EXPECT_EQ(Read().ac_line_status, line) << status;
   }
+  // clang-format on
   // A slot with its battery taken out.
   Write({{"BAT0/present", "0"}});
   EXPECT_EQ(Read().battery_life_percent, 255);

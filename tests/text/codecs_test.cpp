@@ -11,10 +11,14 @@ namespace {
 struct TextRow { Text in, want; };
 
 TEST_F(ToolkitTest, UrlEncodesInShortFormsAndDecodesInAscendingLiteralPasses) {
-  for (const TextRow& r : {TextRow{u"a b-c", u"a+b%2Dc"}, {u"\r\n\t", u"%D%A%9"}, {u"x_y.z~", u"x%5Fy%2Ez%7E"},
-                           {u"\u00f1\u20ac", u"%F1%80"}, {Text(1, u'\0'), u"%0"}, {u"\u4e2d", u"%3F"}, {u"", u""}}) {
-    EXPECT_EQ(CStr(kit.URL_Encode(r.in)), r.want) << TextToUtf8(r.in);  // by cp1252 byte; no byte reads as "?"
+  // clang-format off
+  for (const TextRow& r : {TextRow{u"a b-c", u"a+b%2Dc"}, {u"\r\n\t", u"%D%A%9"},
+                           {u"x_y.z~", u"x%5Fy%2Ez%7E"}, {u"\u00f1\u20ac", u"%F1%80"},
+                           {Text(1, u'\0'), u"%0"}, {u"\u4e2d", u"%3F"}, {u"", u""}}) {
+    // by cp1252 byte; no byte reads as "?"
+    EXPECT_EQ(CStr(kit.URL_Encode(r.in)), r.want) << TextToUtf8(r.in);
   }
+  // clang-format on
   EXPECT_EQ(CStr(kit.URL_Encode(42)), u"42");
   EXPECT_EQ(FailureOf([&] { kit.URL_Encode(Variant::Null()); }), kErrInvalidUseOfNull);
   const TextRow rows[] = {
@@ -34,12 +38,16 @@ TEST_F(ToolkitTest, UrlEncodesInShortFormsAndDecodesInAscendingLiteralPasses) {
 }
 
 TEST_F(ToolkitTest, Base64GoldenValuesAndLenientDecoding) {
+  // clang-format off
   for (const TextRow& r : {TextRow{u"", u""}, {u"a", u"YQ=="}, {u"ab", u"YWI="}, {u"abc", u"YWJj"},
-                           {u"user:pass", u"dXNlcjpwYXNz"}, {u"\u00ff\u00fe\u20ac", u"//6A"}}) {  // bytes FF FE 80
+                           {u"user:pass", u"dXNlcjpwYXNz"},
+                           {u"\u00ff\u00fe\u20ac", u"//6A"}}) {  // bytes FF FE 80
     EXPECT_EQ(kit.Base64_Encode(r.in), r.want) << TextToUtf8(r.in);
     EXPECT_EQ(kit.Base64_Decode(r.want), r.in) << TextToUtf8(r.want);
   }
-  EXPECT_EQ(kit.Base64_Encode(u"\u4e2d"), kit.Base64_Encode(u"?"));  // a unit with no byte reads as "?"
+  // clang-format on
+  // a unit with no byte reads as "?"
+  EXPECT_EQ(kit.Base64_Encode(u"\u4e2d"), kit.Base64_Encode(u"?"));
   // lenient decoding: a short group is dropped; "=" third with a real fourth removes one unit; "=" reads as
   // 64, shifted out of the first two units so that one NUL stays; a line break shifts all; a space reads as "A"
   for (const TextRow& r : {TextRow{u"YQ", u""}, {u"YWJjYQ", u"abc"}, {u"YQ=x", Text(u"a\0", 2)},

@@ -8,21 +8,30 @@ namespace {
 
 TEST_F(ToolkitTest, IntToCharAndBack) {
   // high bytes dropped; a byte of 128 goes through the code page
+  // clang-format off
   struct Row { int32_t value, width; bool hex; Text chars; };
-  const Row rows[] = {{258, 2, false, u"\x01\x02"}, {4106, 2, true, u"10A"}, {1, 3, false, Text(u"\0\0\x01", 3)},
-                      {0x41424344, 2, false, u"CD"}, {128, 1, false, u"\u20ac"}};
+  const Row rows[] = {{258, 2, false, u"\x01\x02"}, {4106, 2, true, u"10A"},
+                      {1, 3, false, Text(u"\0\0\x01", 3)}, {0x41424344, 2, false, u"CD"},
+                      {128, 1, false, u"\u20ac"}};
+  // clang-format on
   for (const Row& r : rows) EXPECT_EQ(CStr(kit.Var_IntToChar(r.value, r.width, r.hex)), r.chars) << r.value;
   // a lost leading zero; "FFFF" read as the 16-bit "&H" literal
+  // clang-format off
   struct Back { Text chars; bool hex; const char16_t* value; };
-  const Back backs[] = {{u"ff", true, u"255"}, {u"\x01\x02", false, u"18"}, {u"\u20ac", false, u"128"},
-                        {u"\u00ff\u00ff", false, u"-1"}, {u"xyz", true, u"&Hxyz"}};
+  const Back backs[] = {{u"ff", true, u"255"}, {u"\x01\x02", false, u"18"},
+                        {u"\u20ac", false, u"128"}, {u"\u00ff\u00ff", false, u"-1"},
+                        {u"xyz", true, u"&Hxyz"}};
+  // clang-format on
   for (const Back& r : backs) EXPECT_EQ(CStr(kit.Var_CharToInt(r.chars, r.hex)), r.value) << TextToUtf8(r.chars);
 }
 
 TEST_F(ToolkitTest, RomanNumeralsLeaveTheUnitsDigit) {
+  // clang-format off
   struct Row { int16_t in; const char16_t* roman; int16_t left; };
-  const Row rows[] = {{1994, u"MCMXCIV", 4}, {0, u"", 0}, {9, u"IX", 9}, {3888, u"MMMDCCCLXXXVIII", 8},
-                      {40, u"XL", 0}, {400, u"CD", 0}, {4000, u"MMMM", 0}, {12345, u"MMMMMMMMMMMMCCCXLV", 5}};
+  const Row rows[] = {{1994, u"MCMXCIV", 4}, {0, u"", 0}, {9, u"IX", 9},
+                      {3888, u"MMMDCCCLXXXVIII", 8}, {40, u"XL", 0}, {400, u"CD", 0},
+                      {4000, u"MMMM", 0}, {12345, u"MMMMMMMMMMMMCCCXLV", 5}};
+  // clang-format on
   for (const Row& r : rows) {
     int16_t x = r.in;
     EXPECT_EQ(kit.Var_ToRoman(x), r.roman) << r.in;

@@ -38,16 +38,21 @@ TEST_F(ToolkitTest, GetPartKeepsOneDelimiterUnitConsumesInputAndStopsAt32767) {
 }
 
 TEST_F(ToolkitTest, GetFieldAtWrapsAroundCountsOverlapsAndHonours16BitPositions) {
+  // clang-format off
   struct Row { const char16_t* line; Variant position; const char16_t *sep, *want; };
   const Row rows[] = {
-      {u"a,b", 0, u",", u""},     {u"a,b", 1, u",", u"a"},     {u"a,b", 2, u",", u"b"},   {u"a,b", 3, u",", u""},
-      {u"a,b", 4, u",", u"b"},    {u"a,b", 5, u",", u""},      {u"a,b,c", 3, u",", u"c"}, {u"a,b,c", 5, u",", u"b"},
-      {u"a,b,c", 7, u",", u""},   {u",a", 1, u",", u""},       {u"abc", 1, u",", u"abc"}, {u"abc", 2, u",", u""},
-      {u"a::b", 2, u"::", u"b"},  {u"a:::b", 2, u"::", u""},   // overlapping match: q - p - 2 < 0, resumed as ""
+      {u"a,b", 0, u",", u""},     {u"a,b", 1, u",", u"a"},     {u"a,b", 2, u",", u"b"},
+      {u"a,b", 3, u",", u""},     {u"a,b", 4, u",", u"b"},     {u"a,b", 5, u",", u""},
+      {u"a,b,c", 3, u",", u"c"},  {u"a,b,c", 5, u",", u"b"},   {u"a,b,c", 7, u",", u""},
+      {u",a", 1, u",", u""},      {u"abc", 1, u",", u"abc"},   {u"abc", 2, u",", u""},
+      {u"a::b", 2, u"::", u"b"},
+      {u"a:::b", 2, u"::", u""},   // overlapping match: q - p - 2 < 0, resumed as ""
       {u"a:::b", 3, u"::", u"b"},  // the second, overlapping match starts field 3
       {u"a,b", -1, u",", u"a"},    // below 0: the walk stays at 0 and the first field is cut
-      {u"a,b", 1, u"", u""},      {u"", 1, u",", u""},         {u"a,b", 1000000000, u",", u"b"},  // periodic
+      {u"a,b", 1, u"", u""},      {u"", 1, u",", u""},
+      {u"a,b", 1000000000, u",", u"b"},  // periodic
       {u"a,b", u"x", u",", u""}};  // failures are resumed as ""
+  // clang-format on
   for (const Row& r : rows) EXPECT_EQ(kit.Var_GetFieldAt(r.line, r.position, r.sep), r.want) << "row " << &r - rows;
   EXPECT_EQ(kit.Var_GetFieldAt(Variant::Null(), 1, u","), u"");
   EXPECT_EQ(kit.Var_GetFieldValue(u"b,a", u"a", u","), u"b");  // the first field whatever the name
@@ -64,14 +69,19 @@ TEST_F(ToolkitTest, GetFieldAtWrapsAroundCountsOverlapsAndHonours16BitPositions)
 }
 
 TEST_F(ToolkitTest, TranslateModesInOneSweep) {
+  // clang-format off
   struct Row { const char16_t *in, *from, *to; int32_t type; const char16_t* want; };
   const Row rows[] = {
-      {u"aXbXc", u"X", u"--", 6, u"aXb--c"}, {u"aXbXc", u"X", u"--", 5, u"a--bXc"}, {u"aXbXc", u"X", u"--", 7, u"aXbXc"},
-      {u"aXbXc", u"X", u"--", 0, u"a--b--c"}, {u"aXbXc", u"X", u"--", 3, u"a--b--c"},
-      {u"aXbXc", u"X", u"--", 4, u"aXbXc"},   {u"aXbXc", u"X", u"--", -1, u"aXbXc"},
-      {u"aaa", u"a", u"aa", 0, u"aaaaaa"}, {u"abab", u"ab", u"b", 0, u"bb"},  // inserted text is not looked at again
-      {u"aaaa", u"aa", u"b", 0, u"bb"}, {u"aaaa", u"aa", u"b", 6, u"aab"},    // non-overlapping matches
+      {u"aXbXc", u"X", u"--", 6, u"aXb--c"},  {u"aXbXc", u"X", u"--", 5, u"a--bXc"},
+      {u"aXbXc", u"X", u"--", 7, u"aXbXc"},   {u"aXbXc", u"X", u"--", 0, u"a--b--c"},
+      {u"aXbXc", u"X", u"--", 3, u"a--b--c"}, {u"aXbXc", u"X", u"--", 4, u"aXbXc"},
+      {u"aXbXc", u"X", u"--", -1, u"aXbXc"},
+      // inserted text is not looked at again
+      {u"aaa", u"a", u"aa", 0, u"aaaaaa"}, {u"abab", u"ab", u"b", 0, u"bb"},
+      // non-overlapping matches
+      {u"aaaa", u"aa", u"b", 0, u"bb"}, {u"aaaa", u"aa", u"b", 6, u"aab"},
       {u"aXb", u"X", u"", 0, u"ab"}, {u"", u"X", u"y", 0, u""}, {u"abc", u"", u"y", 0, u"abc"}};
+  // clang-format on
   for (const Row& r : rows) EXPECT_EQ(kit.Var_Translate(r.in, r.from, r.to, r.type), r.want) << "row " << &r - rows;
 }
 
@@ -105,9 +115,12 @@ TEST_F(ToolkitTest, SmallStringRoutinesAndPointers) {
   EXPECT_EQ(CStr(kit.Var_StringNormalizedWithSpaces(u"ab", 4)), u"ab  ");
   EXPECT_EQ(CStr(kit.Var_StringNormalizedWithSpaces(u"abcdef", 3)), u"abc");
   EXPECT_EQ(CStr(kit.Var_StringNormalizedWithSpaces(u"abc", -2)), u"abc");
+  // clang-format off
   struct Row { Variant in; int len; Variant fill; bool left; const char16_t* want; };
-  const Row rows[] = {{u"abc", 2, u"0", true, u"ab"}, {u"abc", 2, u"0", false, u"bc"}, {u"7", 3, u"0", true, u"007"},
-                      {u"7", 3, u"0xy", false, u"700"}, {u"7", 3, 42, true, u"**7"}, {u"abc", 3, u"", false, u"abc"}};
+  const Row rows[] = {{u"abc", 2, u"0", true, u"ab"}, {u"abc", 2, u"0", false, u"bc"},
+                      {u"7", 3, u"0", true, u"007"}, {u"7", 3, u"0xy", false, u"700"},
+                      {u"7", 3, 42, true, u"**7"}, {u"abc", 3, u"", false, u"abc"}};
+  // clang-format on
   for (const Row& r : rows) {
     EXPECT_EQ(CStr(kit.Var_StringNormalizeLen(r.in, r.len, r.fill, r.left)), r.want) << "row " << &r - rows;
   }
@@ -134,7 +147,8 @@ TEST_F(SequenceTest, CutsRecordsAndStopsAtTheFirstBlankRecord) {
   Variant sep = u"=";  // a blank line ends the structure: the rest is one record
   EXPECT_EQ(CLng(kit.Script_SecuenciaProcesa(u"a=1\r\n\r\nb=2\r\nc", u"\r\n", sep)), 2);
   EXPECT_EQ(Records(), (Pairs{{u"a", u"1"}, {u"b", u"2\r\nc"}}));
-  EXPECT_EQ(CLng(kit.Script_SecuenciaProcesa(u"a=1\r\n", u"\r\n")), 1);  // a trailing separator adds none
+  // a trailing separator adds none
+  EXPECT_EQ(CLng(kit.Script_SecuenciaProcesa(u"a=1\r\n", u"\r\n")), 1);
   EXPECT_EQ(Records(), (Pairs{{u"a", u"1"}}));
   // a leading separator is a blank record too; detection sees the empty first record and settles on " "
   EXPECT_EQ(CLng(kit.Script_SecuenciaProcesa(u"\r\na=1\r\nb=2", u"\r\n", sep)), 1);
@@ -143,7 +157,8 @@ TEST_F(SequenceTest, CutsRecordsAndStopsAtTheFirstBlankRecord) {
   kit.Script_SecuenciaProcesa(u"\r\na=1\r\nb=2", u"\r\n", detected);
   EXPECT_EQ(CStr(detected), u" ");
   EXPECT_EQ(Records(), (Pairs{{u"a=1\r\nb=2", u"a=1\r\nb=2"}}));
-  Variant n = kit.Script_SecuenciaProcesa(u"", u"\r\n");  // empty block: count 0 and the placeholder alone
+  // empty block: count 0 and the placeholder alone
+  Variant n = kit.Script_SecuenciaProcesa(u"", u"\r\n");
   EXPECT_TRUE(n.Type() == VarType::Long && CLng(n) == 0);
   EXPECT_EQ(kit.ScriptSecuencia()->size(), 1u);
 }
@@ -162,9 +177,12 @@ TEST_F(SequenceTest, SplitsNamesFromContents) {
 }
 
 TEST_F(SequenceTest, DetectsTheFieldSeparatorAndStoresItBack) {
+  // clang-format off
   const char16_t* rows[][2] = {{u"a=b c\nx", u"="}, {u"a b=c\nx", u" "}, {u"a\tb=c\nx", u"\t"},
                                {u"a=b\tc\nx", u"="}, {u"abc\nx", u" "},
-                               {u"a=b c", u" "}};  // no record separator: the first cut is "", so " "
+                               // no record separator: the first cut is "", so " "
+                               {u"a=b c", u" "}};
+  // clang-format on
   for (const auto& r : rows) {
     Variant field = Variant::Missing();
     kit.Script_SecuenciaProcesa(r[0], u"\n", field);
