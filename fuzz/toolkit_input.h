@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "varnek/adds/text/text_toolkit.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 
 namespace varnek {
 

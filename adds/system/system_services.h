@@ -147,7 +147,7 @@ class SystemServices : public virtual AddsCore {
   // listed. Each entry adds one line: its own when its class is known, else
   // again the last line made at its level ("" before any). Containers are
   // walked on the spot, at most 32 levels deep. On Linux the tree is empty
-  // (see platform/linux/linux_network_shares.h). May pump. Open.
+  // (see platform/linux/internal/linux_network_shares.h). May pump. Open.
   bool NET_UpdateRecursos(const Text& Raiz, int32_t Uso);
   // Maps DriveLetter (cut to its first unit, which the caller keeps) onto
   // UNCPath with no password. False when either is empty or the mapping

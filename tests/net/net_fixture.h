@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "varnek/adds/adds.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/platform/sim/sim_socket.h"
 
 namespace varnek {

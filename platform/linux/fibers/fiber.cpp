@@ -1,6 +1,6 @@
 // Fibers over Boost.Context's fcontext switch, stacks mapped with a guard
 // page, and the fault handler that names a strand stack overflow.
-#include "varnek/platform/fiber.h"
+#include "varnek/platform/internal/fiber.h"
 
 #include <boost/context/detail/fcontext.hpp>
 #include <signal.h>

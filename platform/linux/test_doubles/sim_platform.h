@@ -20,7 +20,7 @@
 #include "varnek/platform/sim/sim_loop.h"
 #include "varnek/platform/sim/sim_network_clock.h"
 #include "varnek/platform/sim/sim_socket.h"
-#include "varnek/platform/linux/linux_net_tables.h"
+#include "varnek/platform/linux/internal/linux_net_tables.h"
 
 namespace varnek {
 
