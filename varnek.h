@@ -52,6 +52,7 @@
 #include "varnek/adds/generators/play_string.h"
 #include "varnek/adds/generators/rtf_to_html.h"
 #include "varnek/adds/net/network.h"
+#include "varnek/adds/net/network_time_shares.h"
 #include "varnek/adds/paging/paging.h"
 #include "varnek/adds/store/host_controls.h"
 #include "varnek/adds/store/storage.h"
