@@ -3,7 +3,9 @@
 (runtime/, server/, adds/, platform/ outside linux/, and the umbrella header)
 hold no preprocessor condition, include no system or outside-library header
 (only the C++ standard library's and the project's own) and call no system
-function. The host programs (examples/), tests, benches and fuzz targets may.
+function; and none of them, the simulation (platform/sim/) included,
+includes a header of platform/linux/. The host programs (examples/), tests,
+benches and fuzz targets may do all of this.
 
     check_system_code.py SOURCE_DIR     exit 0 clean, 1 with one line per breach
 """
@@ -14,6 +16,7 @@ import sys
 ROOTS = ("runtime", "server", "adds", "platform")
 EXEMPT = "platform/linux/"
 
+LINUX_HEADER = re.compile(r'^\s*#\s*include\s*"varnek/platform/linux/')
 CONDITION = re.compile(r"^\s*#\s*(if|ifdef|ifndef|elif|elifdef|elifndef)\b")
 # <sys/...>, <unistd.h>, <cairo.h>, <boost/...>: anything with a "/" or a ".h".
 SYSTEM_HEADER = re.compile(r'^\s*#\s*include\s*<([^>]*(/|\.h)[^>]*)>')
@@ -56,6 +59,8 @@ def breaches(root):
             where = f"{name}:{number}: "
             if CONDITION.match(line):
                 yield where + "a preprocessor condition: " + line.strip()
+            elif LINUX_HEADER.match(line):
+                yield where + "a Linux implementation's header: " + line.strip()
             elif SYSTEM_HEADER.match(line):
                 yield where + "a system header: " + line.strip()
             else:
