@@ -25,11 +25,12 @@ SYSTEM_HEADER = re.compile(r'^\s*#\s*include\s*<([^>]*(/|\.h)[^>]*)>')
 # threads, any call qualified with the global "::" (as ::close(fd) is), and
 # the distinctive POSIX names.
 SYSTEM_CALL = re.compile(
-    r"\bstd::(filesystem|getenv|system|fopen|freopen|tmpfile|tmpnam|rename|raise|signal|setlocale|"
-    r"time|clock|this_thread|thread|jthread|[io]?fstream|chrono::(system|steady|high_resolution)_clock)\b"
+    r"\bstd::(filesystem|getenv|system|fopen|freopen|tmpfile|tmpnam|rename|raise|signal|"
+    r"setlocale|time|clock|this_thread|thread|jthread|[io]?fstream|"
+    r"chrono::(system|steady|high_resolution)_clock)\b"
     r"|(?<![\w.>:])::(?!std\b)(\w+)\s*\("
-    r"|(?<![\w.>:])\b(getenv|secure_getenv|setenv|unsetenv|system|popen|fopen|setlocale|mmap|munmap|"
-    r"mprotect|madvise|ioctl|fcntl|sigaction|sigaltstack|syscall|sysconf|usleep|nanosleep|"
+    r"|(?<![\w.>:])\b(getenv|secure_getenv|setenv|unsetenv|system|popen|fopen|setlocale|mmap|"
+    r"munmap|mprotect|madvise|ioctl|fcntl|sigaction|sigaltstack|syscall|sysconf|usleep|nanosleep|"
     r"clock_gettime|gettimeofday|epoll_\w+|openat|pread|pwrite|fork|execv\w*|flock|getpid)\s*\(")
 
 

@@ -107,6 +107,8 @@ Text NetworkTimeShares::NET_GetUncName(const Text& FileSpec) {
   return FileSpec;
 }
 
-bool NetworkTimeShares::NET_BroadcastMessage(const Text&, const Text&, const Text&) { return false; }
+bool NetworkTimeShares::NET_BroadcastMessage(const Text&, const Text&, const Text&) {
+  return false;
+}
 
 }  // namespace varnek
