@@ -9,6 +9,7 @@
 #include "varnek/adds/adds_core.h"
 #include "varnek/adds/generators/generators.h"
 #include "varnek/adds/net/network.h"
+#include "varnek/adds/net/network_time_shares.h"
 #include "varnek/adds/paging/paging.h"
 #include "varnek/adds/store/storage.h"
 #include "varnek/adds/store/variable_store.h"
@@ -18,7 +19,8 @@
 namespace varnek {
 
 class Adds : public virtual TextToolkit, public virtual VariableStore, public virtual Storage,
-             public SystemServices, public Generators, public Network, public Paging {
+             public SystemServices, public Generators, public Network, public NetworkTimeShares,
+             public Paging {
  public:
   explicit Adds(Platform& platform = LinuxPlatform()) { Attach(platform); }
 };

@@ -5,8 +5,8 @@
 #include <benchmark/benchmark.h>
 
 #include "varnek/adds/adds.h"
-#include "varnek/platform/linux/cairo_surface.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/internal/cairo_surface.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 
 using namespace varnek;
 

@@ -18,10 +18,10 @@
 
 #include "varnek/adds/adds.h"
 #include "varnek/platform/linux/linux_loop.h"
-#include "varnek/platform/linux/linux_net_tables.h"
+#include "varnek/platform/linux/internal/linux_net_tables.h"
 #include "varnek/platform/linux/linux_socket.h"
 #include "varnek/platform/sim/fixed_application.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/platform/sim/memory_settings_store.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include "varnek/adds/store/variable_store.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/sim/fixed_application.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/platform/sim/memory_settings_store.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <benchmark/benchmark.h>
 
 #include "varnek/adds/text/text_toolkit.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/text.h"
 

@@ -11,9 +11,9 @@
 #include <functional>
 #include <string>
 
-#include "varnek/platform/linux/file_settings_store.h"
-#include "varnek/platform/linux/linux_files.h"
-#include "varnek/platform/linux/profile_file.h"
+#include "varnek/platform/linux/internal/file_settings_store.h"
+#include "varnek/platform/linux/internal/linux_files.h"
+#include "varnek/platform/linux/internal/linux_profiles.h"
 #include "varnek/runtime/convert.h"
 #include "tests/store/child_process.h"
 

@@ -11,16 +11,14 @@ install(TARGETS ${varnek_libraries} EXPORT VarnekTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
 install(EXPORT VarnekTargets NAMESPACE Varnek:: DESTINATION ${VARNEK_CMAKE_DIR} COMPONENT dev)
 
-# Public headers: everything a host may include. The simulated platform and
-# headers named *_internal.h / *_impl.h stay in the tree;
-# tests/package/public_headers.cmake holds the same rule and checks both the
-# umbrella header and an installed tree against it.
-install(DIRECTORY runtime platform adds server
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/varnek COMPONENT dev
-  FILES_MATCHING PATTERN "*.h"
-  PATTERN "sim" EXCLUDE
-  PATTERN "*_internal.h" EXCLUDE
-  PATTERN "*_impl.h" EXCLUDE)
+# Public headers: exactly the listed ones, each in its folder under
+# include/varnek, and the umbrella. Library-only headers (internal/ folders,
+# *_internal.h) and the simulation stay in the tree.
+include(cmake/public_headers.cmake)
+foreach(header IN LISTS VARNEK_PUBLIC_HEADERS)
+  get_filename_component(folder ${header} DIRECTORY)
+  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/varnek/${folder} COMPONENT dev)
+endforeach()
 install(FILES varnek.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/varnek COMPONENT dev)
 
 # The package: dependencies first (find_dependency names the one missing),

@@ -1,13 +1,21 @@
 # Small helpers shared by the folder CMakeLists.
 
 # Hosts and the library itself include headers as <varnek/runtime/...>: in the
-# build the source root is reachable as include/varnek in the binary folder,
-# once installed the headers sit under <prefix>/include/varnek.
+# build, include/varnek in the binary folder holds links to the library's
+# folders and the umbrella header, and nothing else of the source tree (tests,
+# examples and tools are not reachable through the prefix); once installed
+# the public headers sit under <prefix>/include/varnek.
 set(VARNEK_BUILD_INCLUDE_DIR ${PROJECT_BINARY_DIR}/include)
-file(MAKE_DIRECTORY ${VARNEK_BUILD_INCLUDE_DIR})
-if(NOT EXISTS ${VARNEK_BUILD_INCLUDE_DIR}/varnek)
-  file(CREATE_LINK ${PROJECT_SOURCE_DIR} ${VARNEK_BUILD_INCLUDE_DIR}/varnek SYMBOLIC)
+set(varnek_prefix_dir ${VARNEK_BUILD_INCLUDE_DIR}/varnek)
+if(IS_SYMLINK ${varnek_prefix_dir})
+  file(REMOVE ${varnek_prefix_dir})  # a build folder made when the prefix was the whole tree
 endif()
+file(MAKE_DIRECTORY ${varnek_prefix_dir})
+foreach(entry runtime platform adds server varnek.h)
+  if(NOT EXISTS ${varnek_prefix_dir}/${entry})
+    file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${entry} ${varnek_prefix_dir}/${entry} SYMBOLIC)
+  endif()
+endforeach()
 
 # Every library target in the order declared (each after what it uses); the
 # install, the pkg-config file and the exported package are made from it.
@@ -62,11 +70,13 @@ function(varnek_harden_programs dir)
   endforeach()
 endfunction()
 
-# varnek_library(NAME DIR... DEPS ...): a static library of every .cpp in the
-# given folders (not below them). Its users include its headers with the
-# varnek/ prefix; its own sources may still reach the source root directly.
+# varnek_library(NAME DIRS dir... DEPS ... PRIVATE_DEPS ...): a static library
+# of every .cpp in the given folders (not below them). Its users include its
+# headers with the varnek/ prefix; its own sources may still reach the source
+# root directly. DEPS are part of its interface; PRIVATE_DEPS (outside
+# libraries its sources use) are linked but their headers stay its own.
 function(varnek_library name)
-  cmake_parse_arguments(ARG "" "" "DIRS;DEPS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "DIRS;DEPS;PRIVATE_DEPS" ${ARGN})
   set(sources "")
   foreach(dir IN LISTS ARG_DIRS)
     file(GLOB found CONFIGURE_DEPENDS "${dir}/*.cpp")
@@ -76,7 +86,7 @@ function(varnek_library name)
   if(sources)
     add_library(${name} STATIC ${sources})
     target_include_directories(${name} PUBLIC ${includes} PRIVATE ${PROJECT_SOURCE_DIR})
-    target_link_libraries(${name} PUBLIC ${ARG_DEPS})
+    target_link_libraries(${name} PUBLIC ${ARG_DEPS} PRIVATE ${ARG_PRIVATE_DEPS})
     varnek_harden(${name})
   else()
     add_library(${name} INTERFACE)
@@ -86,17 +96,21 @@ function(varnek_library name)
   set_property(GLOBAL APPEND PROPERTY VARNEK_LIBRARIES ${name})
 endfunction()
 
-# varnek_test(NAME DIR DEPS ...): one GoogleTest program of every .cpp in DIR,
-# registered with CTest test by test, with the simulated platform linked.
-# Every test has a time limit.
+# varnek_test(NAME DIR [PURE] DEPS ...): one GoogleTest program of every .cpp
+# in DIR, registered with CTest test by test, with the test doubles linked
+# (PURE: only DEPS, for code that needs no platform). Every test has a time
+# limit.
 function(varnek_test name dir)
-  cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
+  cmake_parse_arguments(ARG "PURE" "" "DEPS" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS "${dir}/*.cpp")
   if(NOT sources)
     return()
   endif()
   add_executable(${name} ${sources})
-  target_link_libraries(${name} PRIVATE ${ARG_DEPS} varnek_sim GTest::gtest_main GTest::gmock)
+  if(NOT ARG_PURE)
+    list(APPEND ARG_DEPS varnek_test_doubles)
+  endif()
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} GTest::gtest_main GTest::gmock)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   gtest_discover_tests(${name}
     WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}

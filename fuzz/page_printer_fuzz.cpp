@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "varnek/adds/adds.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 
 using namespace varnek;
 

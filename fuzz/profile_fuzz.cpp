@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "varnek/platform/linux/profile_file.h"
+#include "varnek/platform/internal/profile_text.h"
 #include "varnek/runtime/casemap.h"
 
 using namespace varnek;

@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/platform/sim/sim_socket.h"
 #include "varnek/server/http_server.h"
 

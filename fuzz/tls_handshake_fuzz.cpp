@@ -13,7 +13,7 @@
 #include <memory>
 #include <string>
 
-#include "varnek/platform/linux/tls_channel_internal.h"
+#include "varnek/platform/linux/internal/tls_channel_internal.h"
 #include "varnek/platform/linux/tls_context.h"
 #include "varnek/platform/sim/sim_loop.h"
 

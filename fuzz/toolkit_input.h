@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "varnek/adds/text/text_toolkit.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/runtime/failure.h"
 
 namespace varnek {

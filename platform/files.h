@@ -90,12 +90,12 @@ class FileSystem {
   // file too big for memory with 7, before it is read.
   virtual std::string ReadAll(TextView path, bool read_only) = 0;
   // Replaces the file with the bytes as the truncating write would, atomic
-  // where that is safe (the Linux rules: platform/linux/safe_replace.h). A file
+  // where that is safe (the Linux rules: platform/linux/internal/safe_replace.h). A file
   // the caller may not write fails with 70 and is left as it was.
   virtual void WriteAll(TextView path, std::string_view bytes) = 0;
   // Read, change and replace as one step that no other writer of the file
   // can come between (on Linux: under the file's lock, see
-  // platform/linux/safe_replace.h). edit gets the whole file ("" for a
+  // platform/linux/internal/safe_replace.h). edit gets the whole file ("" for a
   // missing one, which is then created, unless its name holds "*" or "?")
   // and answers true with the new bytes in place, or false to leave the file
   // as it is. Fails as ReadAll and WriteAll fail; a file that may be read but

@@ -9,8 +9,8 @@
 #include <mutex>
 #include <utility>
 
-#include "varnek/platform/strand_scheduler.h"
-#include "varnek/platform/timer_table.h"
+#include "varnek/platform/internal/strand_scheduler.h"
+#include "varnek/platform/internal/timer_table.h"
 
 namespace varnek {
 

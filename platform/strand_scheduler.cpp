@@ -1,5 +1,5 @@
 // The strand scheduler the loop core (platform/host_loop.cpp) drives.
-#include "varnek/platform/strand_scheduler.h"
+#include "varnek/platform/internal/strand_scheduler.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,5 +1,5 @@
 // Periodic timers of the loop core, on its backend's clock.
-#include "varnek/platform/timer_table.h"
+#include "varnek/platform/internal/timer_table.h"
 
 #include <cmath>
 #include <utility>

@@ -78,15 +78,11 @@ struct NoReport {};
 // GCC 12 may drop a store made before it when the statement assigns a call's
 // small-struct result straight to the same variable (`value = CCur(v)`): its
 // dead-store pass takes the call as always writing, though a throw skips the
-// write. Behind this boundary the routine only sees a call that may read and
-// write the variable, so what was assigned before stays, under any
+// write. The statement is called through a volatile pointer, so no compiler
+// can tell which function runs: the routine only sees a call that may read
+// and write the variable, and what was assigned before stays, under any
 // optimisation level.
 template <class Statement>
-#if defined(__GNUC__) && !defined(__clang__)
-[[gnu::noipa]]
-#else
-[[gnu::noinline]]
-#endif
 void InvokeStatement(Statement& statement) {
   statement();
 }
@@ -97,7 +93,8 @@ void InvokeStatement(Statement& statement) {
 template <class Statement, class OnFailure>
 bool RunFailureMode(Statement& statement, OnFailure& on_failure) {
   try {
-    InvokeStatement(statement);
+    void (*volatile invoke)(Statement&) = &InvokeStatement<Statement>;
+    invoke(statement);
     return true;
   } catch (const RuntimeError& error) {
     if constexpr (!std::is_same_v<OnFailure, NoReport>) on_failure(error);

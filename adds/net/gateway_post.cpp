@@ -1,7 +1,7 @@
 // POST_SendMensaje: one message to a web gateway as an HTTP/1.0 form post,
 // told apart by the answer's success, failure and delay marks.
 #include "varnek/adds/net/network.h"
-#include "varnek/adds/net/net_waits.h"
+#include "varnek/adds/net/internal/net_waits.h"
 #include "varnek/adds/net/outgoing_request_internal.h"
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/failure.h"

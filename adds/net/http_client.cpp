@@ -2,7 +2,7 @@
 // the GET behind it, the canned answer of NET_HTTPsend, downloads and opening
 // a URL on the desktop.
 #include "varnek/adds/net/network.h"
-#include "varnek/adds/net/net_waits.h"
+#include "varnek/adds/net/internal/net_waits.h"
 #include "varnek/adds/net/outgoing_request_internal.h"
 #include "varnek/platform/web_services.h"
 #include "varnek/runtime/convert.h"

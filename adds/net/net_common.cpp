@@ -1,5 +1,5 @@
 // What the post and the GET share: their pause and their closing tail.
-#include "varnek/adds/net/net_waits.h"
+#include "varnek/adds/net/internal/net_waits.h"
 #include "varnek/adds/net/network.h"
 
 namespace varnek {

@@ -1,7 +1,7 @@
 // The shared steps of the library's outgoing requests (gateway post, GET).
 #include "varnek/adds/net/outgoing_request_internal.h"
 
-#include "varnek/adds/net/net_waits.h"
+#include "varnek/adds/net/internal/net_waits.h"
 #include "varnek/runtime/convert.h"
 
 namespace varnek {

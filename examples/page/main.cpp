@@ -20,7 +20,7 @@
 #include "varnek/platform/comm_tracer.h"
 #include "varnek/platform/linux/linux_comm.h"
 #include "varnek/platform/linux/linux_loop.h"
-#include "varnek/platform/sim/pty_line.h"
+#include "varnek/platform/linux/test_doubles/pty_line.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include "varnek/platform/linux/eintr.h"
+#include "varnek/platform/linux/internal/eintr.h"
 #include "varnek/platform/linux/linux_loop.h"
 
 namespace varnek {

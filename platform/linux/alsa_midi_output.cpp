@@ -1,7 +1,7 @@
 // The ALSA sequencer output: short messages become sequencer events sent
 // directly (no queue) to the port's subscribers.
-#include "varnek/platform/linux/alsa_midi_output.h"
-#include "varnek/platform/linux/eintr.h"
+#include "varnek/platform/linux/internal/alsa_midi_output.h"
+#include "varnek/platform/linux/internal/eintr.h"
 
 #include <alsa/asoundlib.h>
 #include <time.h>

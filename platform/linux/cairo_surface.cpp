@@ -1,6 +1,6 @@
 // The Cairo picture control: a canvas that grows to the right as boxes are
 // drawn past it, cut to the control's size when the picture is fixed.
-#include "varnek/platform/linux/cairo_surface.h"
+#include "varnek/platform/linux/internal/cairo_surface.h"
 
 #include <cairo.h>
 

@@ -1,5 +1,5 @@
 // Moving deleted files to the desktop's trash: see desktop_trash.h.
-#include "varnek/platform/linux/desktop_trash.h"
+#include "varnek/platform/linux/internal/desktop_trash.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "varnek/platform/linux/file_io.h"
+#include "varnek/platform/linux/internal/file_io.h"
 
 namespace varnek::linux_io {
 

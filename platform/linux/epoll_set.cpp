@@ -11,7 +11,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "varnek/platform/linux/eintr.h"
+#include "varnek/platform/linux/internal/eintr.h"
 
 namespace varnek {
 

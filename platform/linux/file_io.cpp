@@ -1,6 +1,6 @@
 // POSIX helpers of the Linux file services.
-#include "varnek/platform/linux/file_io.h"
-#include "varnek/platform/linux/eintr.h"
+#include "varnek/platform/linux/internal/file_io.h"
+#include "varnek/platform/linux/internal/eintr.h"
 
 #include <errno.h>
 #include <fcntl.h>

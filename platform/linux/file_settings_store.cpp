@@ -1,6 +1,6 @@
 // The INI-style per-user settings files: parsing that keeps every line it does
 // not change; files are replaced through linux_io::ReplaceFile.
-#include "varnek/platform/linux/file_settings_store.h"
+#include "varnek/platform/linux/internal/file_settings_store.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -14,8 +14,8 @@
 #include <sstream>
 #include <vector>
 
-#include "varnek/platform/linux/file_io.h"
-#include "varnek/platform/linux/safe_replace.h"
+#include "varnek/platform/linux/internal/file_io.h"
+#include "varnek/platform/linux/internal/safe_replace.h"
 #include "varnek/runtime/failure.h"
 
 namespace varnek {

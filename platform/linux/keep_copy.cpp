@@ -1,5 +1,5 @@
 // Keep copies of files rewritten in place: see keep_copy.h.
-#include "varnek/platform/linux/keep_copy.h"
+#include "varnek/platform/linux/internal/keep_copy.h"
 
 #include <fcntl.h>
 #include <limits.h>
@@ -7,9 +7,9 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
-#include "varnek/platform/linux/eintr.h"
-#include "varnek/platform/linux/file_io.h"
-#include "varnek/platform/linux/temp_files.h"
+#include "varnek/platform/linux/internal/eintr.h"
+#include "varnek/platform/linux/internal/file_io.h"
+#include "varnek/platform/linux/internal/temp_files.h"
 
 namespace varnek::linux_io {
 

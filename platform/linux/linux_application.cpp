@@ -1,9 +1,9 @@
 // The program's name, folder and arguments from /proc/self, and the folder
 // its files go to. File names are taken as UTF-8.
-#include "varnek/platform/linux/linux_application.h"
+#include "varnek/platform/linux/internal/linux_application.h"
 
 #include "varnek/platform/classic_command_line.h"
-#include "varnek/platform/linux/file_io.h"
+#include "varnek/platform/linux/internal/file_io.h"
 
 #include <limits.h>
 #include <sys/stat.h>

@@ -1,6 +1,6 @@
 // The clipboard: xclip on an X display, a file otherwise.
-#include "varnek/platform/linux/linux_clipboard.h"
-#include "varnek/platform/linux/eintr.h"
+#include "varnek/platform/linux/internal/linux_clipboard.h"
+#include "varnek/platform/linux/internal/eintr.h"
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -12,8 +12,8 @@
 #include <filesystem>
 #include <system_error>
 
-#include "varnek/platform/linux/file_io.h"
-#include "varnek/platform/linux/safe_replace.h"
+#include "varnek/platform/linux/internal/file_io.h"
+#include "varnek/platform/linux/internal/safe_replace.h"
 #include "varnek/runtime/failure.h"
 
 extern char** environ;

@@ -1,5 +1,5 @@
 // CLOCK_MONOTONIC, the local calendar and a sleep, for the Linux backends.
-#include "varnek/platform/linux/linux_clock.h"
+#include "varnek/platform/linux/internal/linux_clock.h"
 
 #include <errno.h>
 #include <time.h>

@@ -15,9 +15,9 @@
 #include <cstring>
 #include <string>
 
-#include "varnek/platform/linux/eintr.h"
+#include "varnek/platform/linux/internal/eintr.h"
 #include "varnek/platform/linux/linux_loop.h"
-#include "varnek/platform/linux/uucp_lock.h"
+#include "varnek/platform/linux/internal/uucp_lock.h"
 #include "varnek/platform/settings_store.h"
 #include "varnek/runtime/convert.h"
 

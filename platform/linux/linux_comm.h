@@ -7,7 +7,7 @@
 // plus what waits in the control to be written. The buffer sizes are kept,
 // but the kernel's queues keep their own size.
 //
-// A port is held through its UUCP lock file (platform/linux/uucp_lock.h)
+// A port is held through its UUCP lock file (platform/linux/internal/uucp_lock.h)
 // and the kernel's exclusive flag: a port another program holds fails with
 // 8005 naming the holder's pid. Settings are applied as far as the device
 // takes them and read back: a pty keeps 8 data bits and no parity whatever

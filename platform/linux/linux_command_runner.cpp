@@ -1,6 +1,6 @@
 // Spawns a helper without a shell and waits for its exit status.
-#include "varnek/platform/linux/linux_command_runner.h"
-#include "varnek/platform/linux/eintr.h"
+#include "varnek/platform/linux/internal/linux_command_runner.h"
+#include "varnek/platform/linux/internal/eintr.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -1,5 +1,5 @@
 // Short dates from the C library's locale.
-#include "varnek/platform/linux/linux_date_locale.h"
+#include "varnek/platform/linux/internal/linux_date_locale.h"
 
 #include <time.h>
 

@@ -1,6 +1,6 @@
 // Whole files, directories and enumeration on Linux.
-#include "varnek/platform/linux/linux_files.h"
-#include "varnek/platform/linux/eintr.h"
+#include "varnek/platform/linux/internal/linux_files.h"
+#include "varnek/platform/linux/internal/eintr.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -9,9 +9,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "varnek/platform/linux/file_io.h"
-#include "varnek/platform/linux/safe_replace.h"
-#include "varnek/platform/linux/whole_append.h"
+#include "varnek/platform/linux/internal/file_io.h"
+#include "varnek/platform/linux/internal/safe_replace.h"
+#include "varnek/platform/linux/internal/whole_append.h"
 #include "varnek/runtime/failure.h"
 
 namespace varnek {

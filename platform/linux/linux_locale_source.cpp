@@ -1,5 +1,5 @@
 // The C library's locale, the one place the library reads it.
-#include "varnek/platform/linux/linux_locale_source.h"
+#include "varnek/platform/linux/internal/linux_locale_source.h"
 
 #include <langinfo.h>
 

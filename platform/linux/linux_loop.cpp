@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "varnek/platform/linux/linux_clock.h"
+#include "varnek/platform/linux/internal/linux_clock.h"
 
 namespace varnek {
 

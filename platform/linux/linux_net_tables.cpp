@@ -1,6 +1,6 @@
 // The TCP table from /proc, the close through sock_diag, and the adapters
 // from the interfaces, the routing table and the DHCP leases.
-#include "varnek/platform/linux/linux_net_tables.h"
+#include "varnek/platform/linux/internal/linux_net_tables.h"
 
 #include <arpa/inet.h>
 #include <dirent.h>
@@ -21,8 +21,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "varnek/platform/linux/eintr.h"
-#include "varnek/platform/linux/file_io.h"
+#include "varnek/platform/linux/internal/eintr.h"
+#include "varnek/platform/linux/internal/file_io.h"
 
 namespace varnek {
 

@@ -3,7 +3,7 @@
 // watched by the loop.
 #include "varnek/platform/linux/linux_network_clock.h"
 
-#include "varnek/platform/linux/eintr.h"
+#include "varnek/platform/linux/internal/eintr.h"
 
 #include <sys/epoll.h>
 #include <sys/socket.h>

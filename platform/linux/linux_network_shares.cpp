@@ -1,11 +1,11 @@
 // The browse tree from the machine's own sources, drive letters over
 // mount.cifs, universal names from mountinfo and local shares from the Samba
 // configuration.
-#include "varnek/platform/linux/linux_network_shares.h"
+#include "varnek/platform/linux/internal/linux_network_shares.h"
 
-#include "varnek/platform/linux/linux_resource_tree.h"
-#include "varnek/platform/linux/mount_table.h"
-#include "varnek/platform/linux/samba_shares.h"
+#include "varnek/platform/linux/internal/linux_resource_tree.h"
+#include "varnek/platform/linux/internal/mount_table.h"
+#include "varnek/platform/linux/internal/samba_shares.h"
 #include "varnek/platform/settings_store.h"
 
 #include <unistd.h>

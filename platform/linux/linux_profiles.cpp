@@ -5,9 +5,10 @@
 #include <new>
 #include <string>
 
-#include "varnek/platform/linux/file_io.h"
-#include "varnek/platform/linux/profile_file.h"
-#include "varnek/platform/linux/safe_replace.h"
+#include "varnek/platform/linux/internal/file_io.h"
+#include "varnek/platform/internal/profile_text.h"
+#include "varnek/platform/linux/internal/linux_profiles.h"
+#include "varnek/platform/linux/internal/safe_replace.h"
 #include "varnek/runtime/failure.h"
 
 namespace varnek {

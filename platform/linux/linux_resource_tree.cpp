@@ -1,5 +1,5 @@
 // Building the browse tree's levels from the machine's own sources.
-#include "varnek/platform/linux/linux_resource_tree.h"
+#include "varnek/platform/linux/internal/linux_resource_tree.h"
 
 namespace varnek {
 

@@ -9,9 +9,9 @@
 #include <system_error>
 #include <vector>
 
-#include "varnek/platform/linux/desktop_trash.h"
-#include "varnek/platform/linux/file_io.h"
-#include "varnek/platform/linux/linux_files.h"
+#include "varnek/platform/linux/internal/desktop_trash.h"
+#include "varnek/platform/linux/internal/file_io.h"
+#include "varnek/platform/linux/internal/linux_files.h"
 
 namespace varnek {
 

@@ -16,8 +16,8 @@
 #include <cstring>
 #include <string>
 
-#include "varnek/platform/linux/eintr.h"
-#include "varnek/platform/linux/linux_socket_impl.h"
+#include "varnek/platform/linux/internal/eintr.h"
+#include "varnek/platform/linux/internal/linux_socket_impl.h"
 #include "varnek/runtime/failure.h"
 
 namespace varnek::linux_socket {

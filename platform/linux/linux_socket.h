@@ -41,7 +41,7 @@
 //   thread. The kernel sends the rest in the background instead. LingerEnabled
 //   with LingerTime 0 gives the abortive close (RST).
 // - SecureServer with a CertificateName makes the control's accepted
-//   connections TLS (platform/linux/tls_channel_internal.h): the certificate is
+//   connections TLS (platform/linux/internal/tls_channel_internal.h): the certificate is
 //   loaded when both are set (a failure raises kSockErrCertificate there),
 //   the handshake runs inside the connection's reads and writes, and every
 //   count, State and Done is of the plain bytes, as on a plain connection. A

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "varnek/platform/linux/linux_socket_impl.h"
+#include "varnek/platform/linux/internal/linux_socket_impl.h"
 
 namespace varnek::linux_socket {
 

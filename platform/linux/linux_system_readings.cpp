@@ -1,5 +1,5 @@
 // Power, memory and load readings from sysfs, sysinfo and /proc/stat.
-#include "varnek/platform/linux/linux_system_readings.h"
+#include "varnek/platform/linux/internal/linux_system_readings.h"
 
 #include <sys/sysinfo.h>
 

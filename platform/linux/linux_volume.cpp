@@ -13,8 +13,8 @@
 #include <sstream>
 #include <string>
 
-#include "varnek/platform/linux/file_io.h"
-#include "varnek/platform/linux/linux_files.h"
+#include "varnek/platform/linux/internal/file_io.h"
+#include "varnek/platform/linux/internal/linux_files.h"
 
 namespace varnek {
 

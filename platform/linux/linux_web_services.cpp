@@ -1,10 +1,10 @@
 // libcurl transfers on the LinuxLoop, and xdg-open started without waiting.
-#include "varnek/platform/linux/linux_web_services.h"
+#include "varnek/platform/linux/internal/linux_web_services.h"
 
-#include "varnek/platform/linux/eintr.h"
-#include "varnek/platform/linux/file_io.h"
-#include "varnek/platform/linux/safe_replace.h"
-#include "varnek/platform/linux/temp_files.h"
+#include "varnek/platform/linux/internal/eintr.h"
+#include "varnek/platform/linux/internal/file_io.h"
+#include "varnek/platform/linux/internal/safe_replace.h"
+#include "varnek/platform/linux/internal/temp_files.h"
 
 #include <curl/curl.h>
 #include <dirent.h>

@@ -1,5 +1,5 @@
 // Reading mountinfo lines.
-#include "varnek/platform/linux/mount_table.h"
+#include "varnek/platform/linux/internal/mount_table.h"
 
 #include <cctype>
 #include <fstream>

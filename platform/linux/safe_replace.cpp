@@ -1,5 +1,5 @@
 // Replacing a whole file without ever losing it: see safe_replace.h.
-#include "varnek/platform/linux/safe_replace.h"
+#include "varnek/platform/linux/internal/safe_replace.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -10,10 +10,10 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include "varnek/platform/linux/eintr.h"
-#include "varnek/platform/linux/file_io.h"
-#include "varnek/platform/linux/keep_copy.h"
-#include "varnek/platform/linux/temp_files.h"
+#include "varnek/platform/linux/internal/eintr.h"
+#include "varnek/platform/linux/internal/file_io.h"
+#include "varnek/platform/linux/internal/keep_copy.h"
+#include "varnek/platform/linux/internal/temp_files.h"
 
 namespace varnek::linux_io {
 

@@ -1,5 +1,5 @@
 // Reading smb.conf share sections and usershare files.
-#include "varnek/platform/linux/samba_shares.h"
+#include "varnek/platform/linux/internal/samba_shares.h"
 
 #include <algorithm>
 #include <cctype>

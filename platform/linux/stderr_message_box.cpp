@@ -1,5 +1,5 @@
 // Writes each message as one line on standard error.
-#include "varnek/platform/linux/stderr_message_box.h"
+#include "varnek/platform/linux/internal/stderr_message_box.h"
 
 #include <cstdio>
 #include <string>

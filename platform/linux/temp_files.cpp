@@ -1,5 +1,5 @@
 // Temporary and scratch files of the saves: see temp_files.h.
-#include "varnek/platform/linux/temp_files.h"
+#include "varnek/platform/linux/internal/temp_files.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -12,8 +12,8 @@
 
 #include <string_view>
 
-#include "varnek/platform/linux/eintr.h"
-#include "varnek/platform/linux/file_io.h"
+#include "varnek/platform/linux/internal/eintr.h"
+#include "varnek/platform/linux/internal/file_io.h"
 
 namespace varnek::linux_io {
 

@@ -1,5 +1,5 @@
 // The per-connection secure channel over OpenSSL's socket BIO.
-#include "varnek/platform/linux/tls_channel_internal.h"
+#include "varnek/platform/linux/internal/tls_channel_internal.h"
 
 #include <arpa/inet.h>
 #include <openssl/err.h>

@@ -1,6 +1,6 @@
 // UUCP lock files of serial lines: taken by link(2) of a complete temporary
 // file, so no other program ever reads a half-written lock.
-#include "varnek/platform/linux/uucp_lock.h"
+#include "varnek/platform/linux/internal/uucp_lock.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -15,7 +15,7 @@
 #include <cstring>
 
 #include "varnek/platform/comm.h"
-#include "varnek/platform/linux/eintr.h"
+#include "varnek/platform/linux/internal/eintr.h"
 
 namespace varnek {
 

@@ -1,5 +1,5 @@
 // Whole-record appends with a length marker: see whole_append.h.
-#include "varnek/platform/linux/whole_append.h"
+#include "varnek/platform/linux/internal/whole_append.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -11,9 +11,9 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "varnek/platform/linux/eintr.h"
-#include "varnek/platform/linux/file_io.h"
-#include "varnek/platform/linux/safe_replace.h"
+#include "varnek/platform/linux/internal/eintr.h"
+#include "varnek/platform/linux/internal/file_io.h"
+#include "varnek/platform/linux/internal/safe_replace.h"
 
 namespace varnek::linux_io {
 

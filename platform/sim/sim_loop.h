@@ -3,6 +3,11 @@
 // the pump's own deadline. Timing tests of seconds and minutes run in
 // microseconds and never flake.
 //
+// platform/sim/ (library varnek_sim) is the simulated platform on virtual
+// time and stands on the platform's interfaces alone: nothing in it includes
+// platform/linux/. Its bundle with the real Linux files is SimPlatform, in
+// platform/linux/test_doubles/.
+//
 //   SimLoop loop(DateFromParts(2026, 1, 1, 23, 59, 59.5));
 //   loop.After(0.2, [&]{ ... });   // runs 0.2 virtual seconds from now
 #pragma once

@@ -6,8 +6,8 @@
 
 #include "varnek/adds/adds.h"
 #include "varnek/adds/generators/code39.h"
-#include "varnek/platform/linux/cairo_surface.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/internal/cairo_surface.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "tests/runtime/test_folder.h"
 #include "tests/runtime/test_util.h"
 

@@ -5,7 +5,7 @@
 
 #include "varnek/adds/adds.h"
 #include "varnek/adds/generators/play_string.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/runtime/strings.h"
 #include "tests/runtime/test_util.h"
 

@@ -8,7 +8,7 @@
 
 #include "varnek/adds/adds.h"
 #include "varnek/adds/generators/rtf_to_html.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "varnek/platform/linux/linux_net_tables.h"
+#include "varnek/platform/linux/internal/linux_net_tables.h"
 #include "tests/net/linux_net_fixture.h"
 #include "tests/net/net_fixture.h"
 

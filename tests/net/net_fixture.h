@@ -10,7 +10,7 @@
 
 #include "tests/support/commands.h"
 #include "varnek/adds/adds.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/platform/sim/sim_socket.h"
 
 namespace varnek {

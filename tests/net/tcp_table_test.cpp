@@ -11,7 +11,7 @@
 #include <fstream>
 #include <utility>
 
-#include "varnek/platform/linux/linux_net_tables.h"
+#include "varnek/platform/linux/internal/linux_net_tables.h"
 #include "tests/net/linux_net_fixture.h"
 #include "tests/net/net_fixture.h"
 

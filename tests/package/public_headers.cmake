@@ -1,56 +1,71 @@
 # Checks the public surface: cmake -DSOURCE_DIR=<repo> [-DINSTALL_DIR=<prefix>/include/varnek] -P
-# Public headers are every *.h under runtime/, platform/, adds/ and server/
-# except the simulated platform (platform/sim/) and *_internal.h / *_impl.h.
-# Each outside platform/linux/ must be listed in the umbrella varnek.h (the
-# Linux implementations are installed for hosts that reach one directly, such
-# as platform/linux/linux_loop.h, but the umbrella shows only interfaces), and
-# each listed one must exist. With INSTALL_DIR, the installed headers must be exactly those plus
-# the umbrella: none missing, no simulation or internal header shipped.
+# The public headers are those listed in cmake/public_headers.cmake. Every
+# other header under runtime/, platform/, adds/ and server/ must be
+# library-only (under an internal/ folder or named *_internal.h) or part of
+# the simulation and test doubles; a public header includes only public ones;
+# the umbrella varnek.h includes every public one outside platform/linux/ and
+# nothing else. With INSTALL_DIR, the installed headers must be exactly the
+# public ones plus the umbrella.
 cmake_minimum_required(VERSION 3.20)
 if(NOT SOURCE_DIR)
   message(FATAL_ERROR "SOURCE_DIR is not set")
 endif()
+include(${SOURCE_DIR}/cmake/public_headers.cmake)
+set(public ${VARNEK_PUBLIC_HEADERS})
+list(LENGTH public count)
+set(failures 0)
+macro(fail text)
+  message(SEND_ERROR "${text}")
+  math(EXPR failures "${failures} + 1")
+endmacro()
 
-set(public "")
+# The includes of FILE with the varnek/ prefix, as paths below it.
+function(varnek_includes file out)
+  file(STRINGS ${file} lines REGEX "^#include")
+  set(found "")
+  foreach(line IN LISTS lines)
+    if(line MATCHES "^#include [\"<]varnek/([^\">]+)[\">]")
+      list(APPEND found ${CMAKE_MATCH_1})
+    elseif(NOT line MATCHES "^#include <")
+      list(APPEND found "?${line}")
+    endif()
+  endforeach()
+  set(${out} ${found} PARENT_SCOPE)
+endfunction()
+
+foreach(h IN LISTS public)
+  if(NOT EXISTS ${SOURCE_DIR}/${h})
+    fail("listed as public but missing: ${h}")
+    continue()
+  endif()
+  varnek_includes(${SOURCE_DIR}/${h} used)
+  foreach(u IN LISTS used)
+    if(NOT u IN_LIST public)
+      fail("public ${h} includes a header a host cannot have: ${u}")
+    endif()
+  endforeach()
+endforeach()
+
 foreach(root runtime platform adds server)
   file(GLOB_RECURSE found RELATIVE ${SOURCE_DIR} ${SOURCE_DIR}/${root}/*.h)
   foreach(h IN LISTS found)
-    if(h MATCHES "^platform/sim/" OR h MATCHES "_internal\\.h$" OR h MATCHES "_impl\\.h$")
+    if(h IN_LIST public OR h MATCHES "/internal/" OR h MATCHES "_internal\\.h$"
+       OR h MATCHES "^platform/sim/" OR h MATCHES "^platform/linux/test_doubles/")
       continue()
     endif()
-    list(APPEND public ${h})
+    fail("neither listed as public nor library-only (internal/ or *_internal.h): ${h}")
   endforeach()
 endforeach()
-list(SORT public)
-list(LENGTH public count)
-if(count EQUAL 0)
-  message(FATAL_ERROR "no public header found under ${SOURCE_DIR}")
-endif()
 
-file(STRINGS ${SOURCE_DIR}/varnek.h lines REGEX "^#include")
-set(listed "")
-foreach(line IN LISTS lines)
-  if(line MATCHES "^#include [\"<]varnek/([^\">]+)[\">]")
-    list(APPEND listed ${CMAKE_MATCH_1})
-  else()
-    message(SEND_ERROR "varnek.h: an include without the varnek/ prefix: ${line}")
-  endif()
-endforeach()
-
-set(failures 0)
+varnek_includes(${SOURCE_DIR}/varnek.h listed)
 foreach(h IN LISTS public)
-  if(h MATCHES "^platform/linux/")
-    continue()
-  endif()
-  if(NOT h IN_LIST listed)
-    message(SEND_ERROR "public header missing from varnek.h: ${h}")
-    math(EXPR failures "${failures} + 1")
+  if(NOT h MATCHES "^platform/linux/" AND NOT h IN_LIST listed)
+    fail("public header missing from varnek.h: ${h}")
   endif()
 endforeach()
 foreach(h IN LISTS listed)
-  if(NOT h IN_LIST public)
-    message(SEND_ERROR "varnek.h lists a header that is not public or does not exist: ${h}")
-    math(EXPR failures "${failures} + 1")
+  if(NOT h IN_LIST public OR h MATCHES "^platform/linux/")
+    fail("varnek.h includes what is not a public interface: ${h}")
   endif()
 endforeach()
 
@@ -59,14 +74,12 @@ if(INSTALL_DIR)
   set(expected ${public} varnek.h)
   foreach(h IN LISTS expected)
     if(NOT h IN_LIST installed)
-      message(SEND_ERROR "public header not installed: ${h}")
-      math(EXPR failures "${failures} + 1")
+      fail("public header not installed: ${h}")
     endif()
   endforeach()
   foreach(h IN LISTS installed)
     if(NOT h IN_LIST expected)
-      message(SEND_ERROR "installed but not public: ${h}")
-      math(EXPR failures "${failures} + 1")
+      fail("installed but not public: ${h}")
     endif()
   endforeach()
 endif()

@@ -11,7 +11,7 @@
 
 #include "varnek/platform/linux/linux_comm.h"
 #include "varnek/platform/linux/linux_loop.h"
-#include "varnek/platform/sim/pty_line.h"
+#include "varnek/platform/linux/test_doubles/pty_line.h"
 #include "varnek/platform/sim/sim_comm.h"
 #include "varnek/platform/sim/sim_loop.h"
 #include "tests/runtime/test_util.h"

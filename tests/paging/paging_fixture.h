@@ -10,7 +10,7 @@
 #include "varnek/adds/adds.h"
 #include "varnek/platform/sim/line_peers.h"
 #include "varnek/platform/sim/sim_comm.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "tests/runtime/test_util.h"
 
 namespace varnek {

@@ -11,8 +11,8 @@
 
 #include "varnek/platform/linux/linux_comm.h"
 #include "varnek/platform/linux/linux_loop.h"
-#include "varnek/platform/linux/uucp_lock.h"
-#include "varnek/platform/sim/pty_line.h"
+#include "varnek/platform/linux/internal/uucp_lock.h"
+#include "varnek/platform/linux/test_doubles/pty_line.h"
 #include "tests/runtime/test_folder.h"
 #include "tests/store/child_process.h"
 

@@ -12,7 +12,7 @@
 #include "examples/page/signal_cancel.h"
 #include "varnek/platform/linux/linux_comm.h"
 #include "varnek/platform/linux/linux_loop.h"
-#include "varnek/platform/sim/pty_line.h"
+#include "varnek/platform/linux/test_doubles/pty_line.h"
 #include "tests/paging/paging_fixture.h"
 
 namespace varnek {

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <vector>
 
-#include "varnek/platform/linux/eintr.h"
+#include "varnek/platform/linux/internal/eintr.h"
 
 namespace varnek {
 namespace {

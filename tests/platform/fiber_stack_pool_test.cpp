@@ -9,7 +9,7 @@
 #include <cstring>
 #include <vector>
 
-#include "varnek/platform/fiber.h"
+#include "varnek/platform/internal/fiber.h"
 
 namespace varnek {
 namespace {

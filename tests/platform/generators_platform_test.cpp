@@ -13,9 +13,9 @@
 #include <sstream>
 #include <vector>
 
-#include "varnek/platform/linux/alsa_midi_output.h"
-#include "varnek/platform/linux/cairo_surface.h"
-#include "varnek/platform/linux/linux_clipboard.h"
+#include "varnek/platform/linux/internal/alsa_midi_output.h"
+#include "varnek/platform/linux/internal/cairo_surface.h"
+#include "varnek/platform/linux/internal/linux_clipboard.h"
 #include "varnek/platform/midi_sounding_notes.h"
 #include "varnek/platform/sim/recording_midi_output.h"
 #include "varnek/platform/sim/recording_surface.h"

@@ -4,8 +4,8 @@
 
 #include <clocale>
 
-#include "varnek/platform/linux/linux_date_locale.h"
-#include "varnek/platform/linux/linux_locale_source.h"
+#include "varnek/platform/linux/internal/linux_date_locale.h"
+#include "varnek/platform/linux/internal/linux_locale_source.h"
 #include "varnek/platform/platform.h"
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/dates.h"

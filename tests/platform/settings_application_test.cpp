@@ -11,8 +11,8 @@
 #include <tuple>
 
 #include "varnek/platform/classic_command_line.h"
-#include "varnek/platform/linux/file_settings_store.h"
-#include "varnek/platform/linux/linux_application.h"
+#include "varnek/platform/linux/internal/file_settings_store.h"
+#include "varnek/platform/linux/internal/linux_application.h"
 #include "varnek/platform/sim/memory_settings_store.h"
 #include "tests/runtime/test_util.h"
 #include "tests/store/child_process.h"

@@ -11,7 +11,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 
 namespace varnek {
 namespace {

@@ -18,7 +18,7 @@
 #include "varnek/platform/linux/external_loop.h"
 #include "varnek/platform/linux/glib/glib_loop.h"
 #include "varnek/platform/platform.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/platform/sim/sim_socket.h"
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/strings.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/platform/sim/sim_socket.h"
 #include "varnek/runtime/text.h"
 #include "varnek/server/http_server.h"

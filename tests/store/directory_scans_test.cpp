@@ -3,7 +3,7 @@
 #include <array>
 
 #include "varnek/platform/date_locale.h"
-#include "varnek/platform/linux/linux_date_locale.h"
+#include "varnek/platform/linux/internal/linux_date_locale.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {

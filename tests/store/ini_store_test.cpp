@@ -1,6 +1,6 @@
 // The INI store of Storage: the current file, the cache and its kept quirks,
 // and the text-level listing and deletion of sections.
-#include "varnek/platform/linux/profile_file.h"
+#include "varnek/platform/linux/internal/linux_profiles.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {

@@ -1,5 +1,5 @@
 // The Linux file system service: masks, enumeration and whole-file failures.
-#include "varnek/platform/linux/file_io.h"
+#include "varnek/platform/linux/internal/file_io.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {

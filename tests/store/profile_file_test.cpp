@@ -1,6 +1,7 @@
 // Our private-profile reader and writer: the classic buffer rules and the
 // in-place edits.
-#include "varnek/platform/linux/profile_file.h"
+#include "varnek/platform/internal/profile_text.h"
+#include "varnek/platform/linux/internal/linux_profiles.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {

@@ -12,7 +12,7 @@
 #include <climits>
 
 #include "varnek/adds/store/variable_store.h"
-#include "varnek/platform/linux/file_settings_store.h"
+#include "varnek/platform/linux/internal/file_settings_store.h"
 #include "tests/store/child_process.h"
 #include "tests/store/store_fixture.h"
 

@@ -7,8 +7,8 @@
 #include <set>
 
 #include "varnek/adds/store/storage.h"
-#include "varnek/platform/linux/linux_files.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/internal/linux_files.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/dates.h"
 #include "varnek/runtime/failure.h"

@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "varnek/adds/adds.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/runtime/convert.h"
 #include "tests/runtime/test_util.h"
 

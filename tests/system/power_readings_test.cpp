@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "varnek/adds/adds.h"
-#include "varnek/platform/linux/linux_system_readings.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/internal/linux_system_readings.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/dates.h"
 #include "tests/runtime/test_folder.h"

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "varnek/adds/text/text_toolkit.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/runtime/convert.h"
 #include "tests/runtime/test_util.h"
 

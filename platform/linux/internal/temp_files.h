@@ -11,7 +11,7 @@
 
 #include <string>
 
-#include "varnek/platform/linux/unique_fd.h"
+#include "varnek/platform/linux/internal/unique_fd.h"
 
 namespace varnek::linux_io {
 

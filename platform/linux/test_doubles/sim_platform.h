@@ -1,6 +1,12 @@
 // A whole platform for tests: the simulated loop on virtual time, settings in
 // memory and a fixed application "VarnekTest".
 //
+// Test doubles, not a simulation of everything: the loop, sockets, comm
+// ports, network clock and shares, settings and host services come from
+// platform/sim/ (which stands on the interfaces alone), while files,
+// profiles, the date locale and the network tables are the real Linux ones,
+// as tests work in temporary folders. Hence its place under platform/linux/.
+//
 //   SimPlatform sim;                       // 2026-01-01 12:00:00
 //   Adds adds(sim.platform);
 //   sim.loop.After(1.0, [&]{ ... });
@@ -20,7 +26,7 @@
 #include "varnek/platform/sim/sim_loop.h"
 #include "varnek/platform/sim/sim_network_clock.h"
 #include "varnek/platform/sim/sim_socket.h"
-#include "varnek/platform/linux/linux_net_tables.h"
+#include "varnek/platform/linux/internal/linux_net_tables.h"
 
 namespace varnek {
 

@@ -1,9 +1,9 @@
 // The test platform: makes its temporary application folder when none is given.
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 
-#include "varnek/platform/linux/linux_date_locale.h"
-#include "varnek/platform/linux/linux_files.h"
-#include "varnek/platform/linux/profile_file.h"
+#include "varnek/platform/linux/internal/linux_date_locale.h"
+#include "varnek/platform/linux/internal/linux_files.h"
+#include "varnek/platform/linux/internal/linux_profiles.h"
 
 #include <stdlib.h>
 

@@ -16,7 +16,7 @@
 
 #include <vector>
 
-#include "varnek/platform/linux/mount_table.h"
+#include "varnek/platform/linux/internal/mount_table.h"
 #include "varnek/platform/network_shares.h"
 
 namespace varnek {

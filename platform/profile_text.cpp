@@ -1,5 +1,5 @@
 // Parsing and in-place editing of private-profile text.
-#include "varnek/platform/linux/profile_file.h"
+#include "varnek/platform/internal/profile_text.h"
 
 #include <algorithm>
 

@@ -7,9 +7,9 @@
 #include <tuple>
 
 #include "varnek/adds/adds.h"
-#include "varnek/platform/linux/linux_network_shares.h"
+#include "varnek/platform/linux/internal/linux_network_shares.h"
 #include "varnek/platform/sim/memory_settings_store.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/runtime/convert.h"
 #include "tests/runtime/test_folder.h"
 #include "tests/runtime/test_util.h"

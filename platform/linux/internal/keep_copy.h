@@ -19,7 +19,7 @@
 #include <string>
 #include <string_view>
 
-#include "varnek/platform/linux/unique_fd.h"
+#include "varnek/platform/linux/internal/unique_fd.h"
 
 namespace varnek::linux_io {
 

@@ -2,7 +2,7 @@
 // and the unfinished NET_TIME.
 #include <optional>
 
-#include "varnek/adds/system/system_services.h"
+#include "varnek/adds/net/network_time_shares.h"
 #include "varnek/platform/message_box.h"
 #include "varnek/platform/network_clock.h"
 #include "varnek/runtime/convert.h"
@@ -13,7 +13,7 @@
 
 namespace varnek {
 
-Date SystemServices::NET_GetRemoteDateTime(const Variant& ServerName) {
+Date NetworkTimeShares::NET_GetRemoteDateTime(const Variant& ServerName) {
   Text name = Trim(CStr(ServerName));
   if (!name.empty()) {
     Text given = CStr(ServerName);
@@ -48,11 +48,11 @@ Date NetTimeTextToDate(const Text& NetTime, Date now) {
   return now;
 }
 
-Date SystemServices::NET_TIMEFormatDateTime(const Text& NetTime) {
+Date NetworkTimeShares::NET_TIMEFormatDateTime(const Text& NetTime) {
   return NetTimeTextToDate(NetTime, Date{loop().Now()});
 }
 
-Date SystemServices::NET_TIME(const Variant&) {
+Date NetworkTimeShares::NET_TIME(const Variant&) {
   platform().messages->Show(u"Falta completar este c\u00f3digo");
   return Date{0};
 }

@@ -1,6 +1,6 @@
 // Our own private-profile (INI) reader and writer: a file's text parsed into
 // lines, looked up and edited in place so that every byte the edit does not
-// concern stays as it was; and the ProfileStore on Linux files built on it.
+// concern stays as it was. Pure text: the stores on files are built on it.
 //
 //   ProfileText ini(u"[a]\r\nk=1\r\n");
 //   ini.Set(u"A", u"K", u"2");      // "[a]\r\nk=2\r\n"
@@ -65,21 +65,6 @@ class ProfileText {
   Text text_;
   std::vector<Line> lines_;
 };
-
-// Private-profile files on Linux: read with ProfileText, written back through
-// an atomic replacement. A name without "/" is taken in the current folder.
-class LinuxProfileStore : public ProfileStore {
- public:
-  int32_t GetString(OptionalText section, OptionalText key, OptionalText default_value,
-                    Text& buffer, TextView file) override;
-  // One reading of the file, whatever the value's length.
-  Text GetValue(TextView section, TextView key, OptionalText default_value, TextView file) override;
-  bool WriteString(OptionalText section, OptionalText key, OptionalText value,
-                   TextView file) override;
-};
-
-// The process-wide instance.
-LinuxProfileStore& LinuxProfiles();
 
 // Fills a caller's buffer as the classic profile read does (see ProfileStore).
 int32_t FillProfileBuffer(TextView value, Text& buffer);

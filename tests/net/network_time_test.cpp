@@ -6,7 +6,7 @@
 #include "varnek/adds/adds.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/linux_network_clock.h"
-#include "varnek/platform/sim/sim_platform.h"
+#include "varnek/platform/linux/test_doubles/sim_platform.h"
 #include "varnek/runtime/dates.h"
 #include "tests/support/sntp_responder.h"
 #include "tests/runtime/test_util.h"

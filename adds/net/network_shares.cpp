@@ -2,7 +2,7 @@
 // broadcast message that is never sent.
 #include <memory>
 
-#include "varnek/adds/system/system_services.h"
+#include "varnek/adds/net/network_time_shares.h"
 #include "varnek/platform/network_shares.h"
 #include "varnek/runtime/compare.h"
 #include "varnek/runtime/convert.h"
@@ -38,7 +38,7 @@ Text UpToNul(const Text& text) { return text.substr(0, text.find(u'\0')); }
 
 }  // namespace
 
-bool SystemServices::NET_UpdateRecursos(const Text& Raiz, int32_t Uso) {
+bool NetworkTimeShares::NET_UpdateRecursos(const Text& Raiz, int32_t Uso) {
   if (!NET_Recursos) NET_Recursos = std::make_shared<Collection>();
   while (NET_Recursos->Count() > 0) {
     NET_Recursos->Remove(1);
@@ -50,7 +50,7 @@ bool SystemServices::NET_UpdateRecursos(const Text& Raiz, int32_t Uso) {
   return true;
 }
 
-void SystemServices::netResourceWalk(const Text& Raiz, int32_t Uso, int depth) {
+void NetworkTimeShares::netResourceWalk(const Text& Raiz, int32_t Uso, int depth) {
   if (depth > kMaxWalkDepth) return;
   NetResource start;
   if (!Raiz.empty()) (Uso == 6 ? start.provider : start.remote_name) = UpToNul(Raiz);
@@ -75,14 +75,14 @@ void SystemServices::netResourceWalk(const Text& Raiz, int32_t Uso, int depth) {
   }
 }
 
-bool SystemServices::NET_ShareConnect(const Variant& UNCPath, Text& DriveLetter) {
+bool NetworkTimeShares::NET_ShareConnect(const Variant& UNCPath, Text& DriveLetter) {
   Text unc = CStr(UNCPath);
   if (unc.empty() || DriveLetter.empty()) return false;
   if (DriveLetter.size() > 1) DriveLetter = Left(DriveLetter, 1);
   return platform().shares->AddConnection(unc, Text(), DriveLetter + u":") == 0;
 }
 
-bool SystemServices::NET_ShareDisconnect(Variant& DriveLetter, bool Force) {
+bool NetworkTimeShares::NET_ShareDisconnect(Variant& DriveLetter, bool Force) {
   Text letter = CStr(DriveLetter);
   if (letter.empty()) return false;
   if (letter.size() > 1) {
@@ -92,7 +92,7 @@ bool SystemServices::NET_ShareDisconnect(Variant& DriveLetter, bool Force) {
   return platform().shares->CancelConnection(letter + u":", Force ? 0 : 1) == 0;
 }
 
-Text SystemServices::NET_GetUncName(const Text& FileSpec) {
+Text NetworkTimeShares::NET_GetUncName(const Text& FileSpec) {
   NetworkShares& shares = *platform().shares;
   Text universal;
   int32_t status = shares.GetUniversalName(FileSpec, universal);
@@ -107,6 +107,8 @@ Text SystemServices::NET_GetUncName(const Text& FileSpec) {
   return FileSpec;
 }
 
-bool SystemServices::NET_BroadcastMessage(const Text&, const Text&, const Text&) { return false; }
+bool NetworkTimeShares::NET_BroadcastMessage(const Text&, const Text&, const Text&) {
+  return false;
+}
 
 }  // namespace varnek

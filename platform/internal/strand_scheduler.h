@@ -20,7 +20,7 @@
 #include <tuple>
 #include <unordered_map>
 
-#include "varnek/platform/fiber.h"
+#include "varnek/platform/internal/fiber.h"
 #include "varnek/platform/host_loop.h"
 
 namespace varnek {

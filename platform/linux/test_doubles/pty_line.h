@@ -1,6 +1,7 @@
 // A scripted peer (platform/sim/line_peers.h) on the far end of a real pty
 // pair, driven by the Linux loop at real time: the comm control opens the
-// slave side like any serial device, and the peer answers on the master.
+// slave side like any serial device, and the peer answers on the master. A
+// test double on the real machine, for tests, the demo and varnek-page.
 //
 //   PtyLine line(loop, std::make_shared<TapTerminal>());
 //   comm.SetDevicePath(line.SlavePath());

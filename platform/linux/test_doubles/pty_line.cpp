@@ -1,5 +1,5 @@
 // A pty pair whose master side is a scripted peer on the Linux loop.
-#include "varnek/platform/sim/pty_line.h"
+#include "varnek/platform/linux/test_doubles/pty_line.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 #include "varnek/platform/comm.h"
-#include "varnek/platform/linux/eintr.h"
+#include "varnek/platform/linux/internal/eintr.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/sim/delayed_calls.h"
 

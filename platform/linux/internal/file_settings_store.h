@@ -10,7 +10,7 @@
 // layout uses. Nothing is trimmed. Lines starting with ";" or "#" are comments.
 // Group, family and name match without regard to case; a group folder is
 // found by the same rule. Every write reads, changes and replaces the whole
-// file under its lock through linux_io::EditFile (platform/linux/safe_replace.h),
+// file under its lock through linux_io::EditFile (platform/linux/internal/safe_replace.h),
 // so two processes never undo each other's writes: atomic where that is safe,
 // mode, owner and links kept; a new file gets mode 0600. A file that is
 // there but cannot be read is never written over.

@@ -1,77 +1,40 @@
-// Fibers over Boost.Context's fcontext switch, stacks mapped with a guard
-// page, and the fault handler that names a strand stack overflow.
-#include "varnek/platform/fiber.h"
-
-#include <boost/context/detail/fcontext.hpp>
+// Fiber stacks mapped with a guard page below each, kept in a pool, and the
+// fault handler that names a strand's stack overflow.
 #include <signal.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <new>
-#include <utility>
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VARNEK_ASAN 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__)
-#define VARNEK_ASAN 1
-#endif
-
-#ifdef VARNEK_ASAN
-#include <sanitizer/asan_interface.h>
-#include <sanitizer/lsan_interface.h>
-#endif
+#include "varnek/platform/internal/fiber.h"
+#include "varnek/platform/linux/fibers/fiber_machine_internal.h"
 
 namespace varnek {
 
-namespace ctx = boost::context::detail;
+namespace fiber_machine {
 
 namespace {
-
-thread_local Fiber* current_fiber = nullptr;
 // The current fiber's guard page, read by the fault handler.
-thread_local char* current_guard = nullptr;
+thread_local char* running_guard = nullptr;
+}  // namespace
 
 std::size_t PageSize() {
   static const std::size_t size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   return size;
 }
 
-void StartSwitch(void** fake_stack_save, const void* bottom, std::size_t size) {
-#ifdef VARNEK_ASAN
-  __sanitizer_start_switch_fiber(fake_stack_save, bottom, size);
-#else
-  (void)fake_stack_save, (void)bottom, (void)size;
-#endif
-}
+char* RunningGuard() { return running_guard; }
+void SetRunningGuard(char* guard) { running_guard = guard; }
 
-void FinishSwitch(void* fake_stack_save, const void** bottom_old, std::size_t* size_old) {
-#ifdef VARNEK_ASAN
-  __sanitizer_finish_switch_fiber(fake_stack_save, bottom_old, size_old);
-#else
-  (void)fake_stack_save, (void)bottom_old, (void)size_old;
-#endif
-}
+}  // namespace fiber_machine
 
-// Fiber stacks are mappings of their own: the leak checker is told to scan
-// them, or objects that only a suspended handler's frames refer to (a host
-// that exits while a handler waits) would read as leaked.
-void WatchForLeaks(char* bottom, std::size_t size) {
-#ifdef VARNEK_ASAN
-  __lsan_register_root_region(bottom, size);
-#else
-  (void)bottom, (void)size;
-#endif
-}
+namespace {
+
+using fiber_machine::PageSize;
 
 void Unmap(char* bottom, std::size_t size) {
-#ifdef VARNEK_ASAN
-  __lsan_unregister_root_region(bottom, size);
-#endif
+  fiber_machine::StopWatching(bottom, size);
   munmap(bottom - PageSize(), size + PageSize());
 }
 
@@ -81,7 +44,7 @@ struct sigaction previous_segv;
 // so and stop. Any other SIGSEGV goes to the handler that was there before.
 void OnSegv(int sig, siginfo_t* info, void* context) {
   const bool faulted = info->si_code > 0;  // from the kernel, not kill or raise
-  char* guard = current_guard;
+  char* guard = fiber_machine::RunningGuard();
   char* address = static_cast<char*>(info->si_addr);
   if (faulted && guard && address >= guard && address < guard + PageSize()) {
     static const char kText[] =
@@ -155,7 +118,7 @@ FiberStackPool::Stack FiberStackPool::Acquire() {
     munmap(map, kStackBytes + page);
     throw std::bad_alloc();
   }
-  WatchForLeaks(base + page, kStackBytes);
+  fiber_machine::WatchForLeaks(base + page, kStackBytes);
   return Stack{base + page, kStackBytes};
 }
 
@@ -178,77 +141,6 @@ void FiberStackPool::Release(Stack stack) {
 void FiberStackPool::Abandon(Stack stack) {
   // Stays mapped, and scanned by the leak checker, for good.
   (void)stack;
-}
-
-// --- fiber ----------------------------------------------------------------------
-
-Fiber::Fiber(FiberStackPool& pool, std::function<void()> body)
-    : pool_(pool), stack_(pool.Acquire()), body_(std::move(body)) {
-  context_ = ctx::make_fcontext(stack_.bottom + stack_.size, stack_.size,
-                                [](ctx::transfer_t t) { Entry(&t); });
-}
-
-Fiber::~Fiber() {
-  if (started_ && !finished_) {
-    pool_.Abandon(stack_);
-  } else {
-    pool_.Release(stack_);
-  }
-}
-
-void Fiber::Entry(void* transfer) {
-  auto* t = static_cast<ctx::transfer_t*>(transfer);
-  Fiber* self = static_cast<Fiber*>(t->data);
-  self->caller_ = t->fctx;
-  FinishSwitch(nullptr, &self->caller_bottom_, &self->caller_size_);
-  try {
-    self->body_();
-  } catch (...) {
-    self->failure_ = std::current_exception();
-  }
-  self->body_ = nullptr;
-  self->finished_ = true;
-  self->SwitchOut(true);
-}
-
-void Fiber::Resume() {
-  if (finished_) return;
-  started_ = true;
-  outer_ = current_fiber;
-  char* outer_guard = current_guard;
-  current_fiber = this;
-  current_guard = stack_.bottom - PageSize();
-  void* fake_stack = nullptr;
-  StartSwitch(&fake_stack, stack_.bottom, stack_.size);
-  ctx::transfer_t t = ctx::jump_fcontext(context_, this);
-  FinishSwitch(fake_stack, nullptr, nullptr);
-  context_ = t.fctx;
-  current_fiber = outer_;
-  current_guard = outer_guard;
-  if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
-}
-
-void Fiber::SwitchOut(bool finishing) {
-  StartSwitch(finishing ? nullptr : &fake_stack_, caller_bottom_, caller_size_);
-  ctx::transfer_t t = ctx::jump_fcontext(caller_, nullptr);
-  // Resumed: Resume passed this fiber again.
-  caller_ = t.fctx;
-  FinishSwitch(fake_stack_, &caller_bottom_, &caller_size_);
-}
-
-void Fiber::Suspend() {
-  Fiber* self = current_fiber;
-  if (self) self->SwitchOut(false);
-}
-
-Fiber* Fiber::Current() { return current_fiber; }
-
-std::size_t Fiber::StackLeft() {
-  Fiber* self = current_fiber;
-  if (!self) return static_cast<std::size_t>(-1);
-  // The real frame, not a local: sanitizers may move locals off the stack.
-  char* here = static_cast<char*>(__builtin_frame_address(0));
-  return here > self->stack_.bottom ? static_cast<std::size_t>(here - self->stack_.bottom) : 0;
 }
 
 }  // namespace varnek

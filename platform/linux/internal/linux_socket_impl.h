@@ -9,7 +9,7 @@
 #include <string>
 
 #include "varnek/platform/linux/linux_socket.h"
-#include "varnek/platform/linux/tls_channel_internal.h"
+#include "varnek/platform/linux/internal/tls_channel_internal.h"
 #include "varnek/platform/linux/tls_context.h"
 #include "varnek/platform/socket_settings.h"
 
