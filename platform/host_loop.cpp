@@ -170,6 +170,7 @@ void HostLoop::PostAfter(double seconds, std::function<void()> fn) {
 
 void HostLoop::PostInLoop(double seconds, std::function<void()> fn) {
   core_->Enqueue(seconds, std::move(fn), true);
+  if (pumping_loop != this) core_->backend->Wake();
 }
 
 double HostLoop::Now() {

@@ -135,8 +135,9 @@ class HostLoop {
 
  protected:
   LoopBackend& backend();
-  // For simulated devices: fn runs `seconds` from now in the loop itself, on
-  // no strand, in the order of the posted calls.
+  // For simulated devices and the steps of Linux services: fn runs
+  // `seconds` from now in the loop itself, on no strand, in the order of the
+  // posted calls.
   void PostInLoop(double seconds, std::function<void()> fn);
 
  private:
