@@ -60,7 +60,8 @@ async def one_request(port):
         writer.close()
 
 
-async def client(port, stop_at, latencies, failures):
+async def client(port, stop_at, latencies, failures, delay):
+    await asyncio.sleep(delay)  # the first connects spread over one slot's 1.5 s
     while time.monotonic() < stop_at:
         try:
             latency = await asyncio.wait_for(one_request(port), CYCLE_TIMEOUT)
@@ -76,10 +77,8 @@ async def client(port, stop_at, latencies, failures):
 async def crowd(port, clients, seconds):
     latencies, failures = [], [0]
     stop_at = time.monotonic() + seconds
-    tasks = []
-    for _ in range(clients):  # spread the first connects over the first 1.5 s
-        tasks.append(asyncio.create_task(client(port, stop_at, latencies, failures)))
-        await asyncio.sleep(1.5 / clients)
+    tasks = [asyncio.create_task(client(port, stop_at, latencies, failures, 1.5 * k / clients))
+             for k in range(clients)]
     await asyncio.wait(tasks, timeout=seconds + 2 * CYCLE_TIMEOUT)
     for t in tasks:
         t.cancel()
