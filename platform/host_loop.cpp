@@ -106,13 +106,15 @@ HostLoop::~HostLoop() = default;
 
 LoopBackend& HostLoop::backend() { return *core_->backend; }
 
-void HostLoop::Pump(double max_wait_seconds) {
+void HostLoop::Pump(double max_wait_seconds) { PumpFor(max_wait_seconds, false); }
+
+void HostLoop::PumpFor(double max_wait_seconds, bool clock_only) {
   Core& c = *core_;
   ++c.pump_count;
   StrandScheduler::DepthScope depth(c.strands);
   if (c.strands.OnFiber()) {
     // Inside a handler: only this strand waits; the scheduler pumps.
-    c.strands.Wait(max_wait_seconds);
+    c.strands.Wait(max_wait_seconds, clock_only);
     return;
   }
   Pass(max_wait_seconds, true);
@@ -168,6 +170,7 @@ void HostLoop::PostAfter(double seconds, std::function<void()> fn) {
 
 void HostLoop::PostInLoop(double seconds, std::function<void()> fn) {
   core_->Enqueue(seconds, std::move(fn), true);
+  if (pumping_loop != this) core_->backend->Wake();
 }
 
 double HostLoop::Now() {

@@ -80,10 +80,9 @@ class HostLoop {
   // Pumps until Timer() reaches `end` (seconds since midnight) or `done()`
   // is true. Like the classic "Do While Timer < end: DoEvents", an `end`
   // past midnight is not reached before the clock wraps.
-  void PumpUntilTimer(double end, const std::function<bool()>& done = {}) {
-    PumpUntil([&] { return Timer() >= end || (done && done()); },
-              [&] { return end - Timer(); });
-  }
+  // Without `done` the wait watches the clock alone: on a strand it is
+  // resumed by its deadline or its own events, not by other strands' work.
+  void PumpUntilTimer(double end, const std::function<bool()>& done = {});
 
   // The calendar in whole seconds (the classic Now, as seconds since the
   // date origin), and how long a pump may block before it reaches `target`:
@@ -136,11 +135,14 @@ class HostLoop {
 
  protected:
   LoopBackend& backend();
-  // For simulated devices: fn runs `seconds` from now in the loop itself, on
-  // no strand, in the order of the posted calls.
+  // For simulated devices and the steps of Linux services: fn runs
+  // `seconds` from now in the loop itself, on no strand, in the order of the
+  // posted calls.
   void PostInLoop(double seconds, std::function<void()> fn);
 
  private:
+  // Pump, where `clock_only` marks a wait that only the clock can end.
+  void PumpFor(double max_wait_seconds, bool clock_only);
   void Pass(double max_wait_seconds, bool host_events);
   struct Core;
   std::unique_ptr<Core> core_;

@@ -25,9 +25,15 @@ double HostLoop::UntilSecond(int64_t target) {
   return std::max(static_cast<double>(target - now) - (local.seconds - whole), 0.001);
 }
 
+// Both waits watch only the clock unless given a condition: a strand that
+// pauses then sleeps until its deadline (or an event of its own) instead of
+// looking at the clock after every other strand's event.
 void HostLoop::PumpUntilSecond(int64_t target, const std::function<bool()>& done) {
-  PumpUntil([&] { return (done && done()) || NowSeconds() >= target; },
-            [&] { return UntilSecond(target); });
+  while (!((done && done()) || NowSeconds() >= target)) PumpFor(UntilSecond(target), !done);
+}
+
+void HostLoop::PumpUntilTimer(double end, const std::function<bool()>& done) {
+  while (!(Timer() >= end || (done && done()))) PumpFor(end - Timer(), !done);
 }
 
 void HostLoop::PauseTimer(double seconds) {

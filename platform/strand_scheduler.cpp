@@ -101,18 +101,27 @@ void StrandScheduler::EndPass(double now, bool ran) {
   if (mode_ == LoopMode::kOneStack) return;
   // A strand that ran nested events in this pass is due with it; resuming
   // one may nest events in another, so look again, a bounded number of times.
-  for (int round = 0; round < 8 && !waiting_.empty(); ++round) {
+  // Clock-only waits are due by their deadline alone, so only the front of
+  // their set is looked at.
+  for (int round = 0; round < 8 && !(waiting_.empty() && sleeping_.empty()); ++round) {
     std::vector<WaitKey> due;
     for (const WaitKey& key : waiting_) {
       Strand* s = std::get<2>(key);
       if (s->wait_pass >= pass_) continue;  // began inside this pass
       if (ran || s->nested || std::get<0>(key) <= now) due.push_back(key);
     }
+    const size_t general = due.size();
+    for (const WaitKey& key : sleeping_) {
+      if (std::get<0>(key) > now) break;
+      if (std::get<2>(key)->wait_pass < pass_) due.push_back(key);
+    }
     if (due.empty()) return;
+    // Both sets by deadline, then arrival: resume them in that one order.
+    std::inplace_merge(due.begin(), due.begin() + static_cast<std::ptrdiff_t>(general), due.end());
     for (const WaitKey& key : due) {
       Strand* s = std::get<2>(key);
       // A strand resumed earlier in this loop may have ended or waited anew.
-      if (!waiting_.count(key)) continue;
+      if (!waiting_.count(key) && !sleeping_.count(key)) continue;
       s->wake = true;
       Resume(*s);
       DrainPending();
@@ -121,10 +130,12 @@ void StrandScheduler::EndPass(double now, bool ran) {
 }
 
 double StrandScheduler::NextWake() const {
-  return waiting_.empty() ? INFINITY : std::get<0>(*waiting_.begin());
+  const double general = waiting_.empty() ? INFINITY : std::get<0>(*waiting_.begin());
+  const double sleeping = sleeping_.empty() ? INFINITY : std::get<0>(*sleeping_.begin());
+  return std::min(general, sleeping);
 }
 
-void StrandScheduler::Wait(double max_wait) {
+void StrandScheduler::Wait(double max_wait, bool clock_only) {
   Strand& s = *current_;
   if (Fiber::StackLeft() < FiberStackPool::kWaitReserveBytes) Fail(28, "Out of stack space");
   const double deadline = clock_() + std::max(max_wait, 0.0);
@@ -138,9 +149,10 @@ void StrandScheduler::Wait(double max_wait) {
     // a pump's own pass would be; otherwise with the first pass after it.
     s.nested = nested;
     s.wait_pass = nested && pass_ > 0 ? pass_ - 1 : pass_;
-    waiting_.insert(key);
+    std::set<WaitKey>& set = clock_only && !nested ? sleeping_ : waiting_;
+    set.insert(key);
     Fiber::Suspend();
-    waiting_.erase(key);
+    set.erase(key);
     s.waiting = false;
     // Events of this strand run nested here, as they would in a pump.
     while (!s.mailbox.empty()) {

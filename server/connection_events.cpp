@@ -37,7 +37,7 @@ Text Number(int32_t value) { return CStr(Variant::Long(value)); }
 // is left untaken and nothing is reported or sent.
 void ServerCore::SocketXListen_Accept(int32_t handle) {
   HandlerScope scope(this);
-  Resume([&] { Report(u"Server - Solicitud Handle " + Number(handle)); });
+  Resume([&] { Report([&] { return u"Server - Solicitud Handle " + Number(handle); }); });
 
   SweepStaleSlots();
   DoEvents();
@@ -54,7 +54,7 @@ void ServerCore::SocketXListen_Accept(int32_t handle) {
   Resume([&] { SlotAt(i).connection = ++connections_taken_; });
   serving.emplace(this, i);
   Resume([&] { SetStamp(i, NowText()); });
-  Resume([&] { Report(u"Server - Asignando el motor " + Number(i)); });
+  Resume([&] { Report([&] { return u"Server - Asignando el motor " + Number(i); }); });
   DoEvents();
 
   bool welcome = false;
@@ -62,7 +62,7 @@ void ServerCore::SocketXListen_Accept(int32_t handle) {
   // its Send fails, which still leaves the slot held open.
   Resume([&] { welcome = !welcome_.IsEmpty() && (welcome_.IsNull() || CStr(welcome_) != u""); });
   if (!welcome) return;
-  Resume([&] { Report(u"Server - Enviando bienvenida al motor " + Number(i)); });
+  Resume([&] { Report([&] { return u"Server - Enviando bienvenida al motor " + Number(i); }); });
   Resume([&] { KeepOpenOf(i) = true; });
   Resume([&] { Pause(1); });
   Resume([&] {
@@ -128,7 +128,7 @@ void ServerCore::CloseAfterAnswer(int16_t index) {
 void ServerCore::SocketX_Done(int16_t index, int32_t code) {
   HandlerScope scope(this);
   ServingScope serving(this, index);
-  const Text name = OperationName(code);
+  const char16_t* const name = OperationName(code);
   switch (code) {
     case kOpClose: {
       bool open = false;
@@ -155,7 +155,10 @@ void ServerCore::SocketX_Done(int16_t index, int32_t code) {
         break;
       }
       Variant text;
-      Resume([&] { text = CStr(Sock(index).ReceivedData()); });
+      Resume([&] {
+        text = Sock(index).ReceivedData();  // already a text from the socket: no second copy
+        if (!text.IsString()) text = CStr(text);
+      });
       Resume([&] { TextOf(index) = text; });
       // The slot number goes by reference: a host that names another slot in
       // its event moves the rest of this handler (keep-open test, close,
@@ -177,7 +180,7 @@ void ServerCore::SocketX_Done(int16_t index, int32_t code) {
       break;
   }
   Resume([&] {
-    Report(u"Evento (" + Number(index) + u")- Done:" + name + u" Now:" + Sock(index).StateText());
+    Report([&] { return u"Evento (" + Number(index) + u")- Done:" + name + u" Now:" + Sock(index).StateText(); });
   });
   DoEvents();
 }

@@ -102,8 +102,10 @@ void ReadPostFields(Adds& a, const Text& raw, Collection& names, Collection& val
 void ServerCore::Procesar_Recibido(int16_t& IdxProceso, const Variant& text) {
   Adds& a = adds();
   Resume([&] {
-    Report(u"Internal (" + CStr(Variant::Integer(IdxProceso)) +
-           u") - Procesando string recibido: " + a.Var_ConvierteCharControlToText(text));
+    Report([&] {
+      return u"Internal (" + CStr(Variant::Integer(IdxProceso)) +
+             u") - Procesando string recibido: " + a.Var_ConvierteCharControlToText(text);
+    });
   });
   DoEvents();
 

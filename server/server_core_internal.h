@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
@@ -191,6 +192,12 @@ class ServerCore {
 
   // Shared helpers (slot_helpers.cpp).
   void Report(const Text& text);
+  // The same, the text built only when a handler listens.
+  template <class Build>
+    requires std::is_invocable_r_v<Text, Build>
+  void Report(Build&& build) {
+    if (InternalState) Report(Text(build()));
+  }
   SocketCtl& Sock(int32_t index) const;   // fails with 9 when no such slot
   Slot& SlotAt(int32_t index);            // same
   int32_t UpperBound() const;             // highest loaded slot index

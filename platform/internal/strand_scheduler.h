@@ -74,9 +74,11 @@ class StrandScheduler {
 
   // On a fiber: suspends the current strand for one wait of at most
   // `max_wait` seconds (<= 0: just until the next pass is over), running
-  // its own events nested meanwhile. Fails with 28 when the strand's stack
-  // has too little left to nest another wait.
-  void Wait(double max_wait);
+  // its own events nested meanwhile. A `clock_only` wait (a pause, which
+  // watches nothing but the clock) is not resumed by other strands' events:
+  // only by its deadline or by events of its own. Fails with 28 when the
+  // strand's stack has too little left to nest another wait.
+  void Wait(double max_wait, bool clock_only = false);
 
   // Pump depth of the strand running now (the scheduler's own outside).
   class DepthScope {
@@ -106,6 +108,7 @@ class StrandScheduler {
   Strand* current_ = nullptr;  // whose fiber runs now
   std::unordered_map<Strand*, StrandRef> live_;  // strands with a fiber
   std::set<WaitKey> waiting_;                    // by deadline, then arrival
+  std::set<WaitKey> sleeping_;  // clock-only waits: due by deadline alone
   std::deque<std::pair<StrandRef, std::function<void()>>> pending_;
   bool draining_ = false;
   uint64_t pass_ = 0;

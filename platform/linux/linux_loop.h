@@ -41,6 +41,10 @@ class LinuxLoop : public HostLoop {
   }
   bool ModifyWatch(int fd, uint32_t epoll_events) { return epoll_.ModifyWatch(fd, epoll_events); }
   void Unwatch(int fd) { epoll_.Unwatch(fd); }
+  // fn runs on a later pass in the loop itself, on no strand, in the order of
+  // the posted calls: for a service's step that only raises events (each on
+  // its control's strand), so the step costs no fiber of its own.
+  void PostStep(std::function<void()> fn) { PostInLoop(0, std::move(fn)); }
 
  protected:
   LinuxLoop(std::unique_ptr<LinuxBackend> backend, LoopMode mode);

@@ -266,9 +266,11 @@ void LinuxSocket::OnIo(uint32_t events) {
   }
 }
 
+// The Done of an operation comes on a later pass, raised from the loop on
+// the control's strand.
 void LinuxSocket::PostDone(int32_t op) {
   std::weak_ptr<bool> alive = alive_;
-  loop_.Post([this, alive, op, taken = accepts_] {
+  loop_.PostStep([this, alive, op, taken = accepts_] {
     if (!alive.expired() && taken == accepts_) Fire(on_done, op);
   });
 }
