@@ -18,8 +18,13 @@
 
 namespace varnek {
 
-class Adds : public virtual TextToolkit, public virtual VariableStore, public virtual Storage,
-             public SystemServices, public Generators, public Network, public NetworkTimeShares,
+class Adds : public virtual TextToolkit,
+             public virtual VariableStore,
+             public virtual Storage,
+             public SystemServices,
+             public Generators,
+             public Network,
+             public NetworkTimeShares,
              public Paging {
  public:
   explicit Adds(Platform& platform = LinuxPlatform()) { Attach(platform); }

@@ -37,11 +37,14 @@ int Run(int kills) {
   if (!mkdtemp(folder.data())) return 1;
   const std::string path = folder + "/kills.db";
   BenchStorage store(LinuxPlatform());
-  RecordAppender plain = [&](const std::string& a, const std::string& b) { PlainAppend(path, a, b); };
+  RecordAppender plain = [&](const std::string& a, const std::string& b) {
+    PlainAppend(path, a, b);
+  };
   RecordAppender varnek = [&](const std::string& a, const std::string& b) {
     store.FileDB_Agregar(Utf8ToText(path), BytesToText(a), BytesToText(b));
   };
-  std::printf("torn records per %d kills\n%-10s %14s %14s\n", kills, "record", "plain write", "FileDB_Agregar");
+  std::printf("torn records per %d kills\n%-10s %14s %14s\n", kills, "record", "plain write",
+              "FileDB_Agregar");
   std::mt19937 random(1);
   for (size_t size : {size_t{100}, size_t{3000}, size_t{50000}, size_t{1} << 20}) {
     int torn[2] = {0, 0};

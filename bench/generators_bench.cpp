@@ -1,7 +1,8 @@
 // Speed of the content generators: Var_RTF2HTML over 64 KB and 1 MB of
 // edit-control RTF (time should grow linearly; goal under 100 ms for 1 MB),
 // over 1, 5 and 20 MB of rich-edit text whose "\b0" and "\i0" close nothing
-// (every close stays owed to the end: linear too), and Var_DrawBarcode of a 40-character text on the Cairo picture control.
+// (every close stays owed to the end: linear too), and Var_DrawBarcode of a 40-character text on
+// the Cairo picture control.
 #include <benchmark/benchmark.h>
 
 #include "varnek/adds/adds.h"
@@ -27,7 +28,8 @@ Text SampleRtf(size_t n) {
 
 // Paragraphs of "\b word\b0" and "\i word\i0" until the text holds n units.
 Text BoldRunsRtf(size_t n) {
-  Text rtf = u"{\\rtf1\\ansi\\deff0{\\fonttbl{\\f0\\fswiss Arial;}}\r\n\\deflang1033\\pard\\f0\\fs20 ";
+  Text rtf =
+      u"{\\rtf1\\ansi\\deff0{\\fonttbl{\\f0\\fswiss Arial;}}\r\n\\deflang1033\\pard\\f0\\fs20 ";
   const Text paragraph = u"Some \\b bold\\b0  words and \\i italic\\i0  ones in a line.\r\n\\par ";
   while (rtf.size() < n) rtf += paragraph;
   return rtf + u"}";
@@ -41,9 +43,15 @@ void BM_RTF2HTML(benchmark::State& state, Text (*make)(size_t), const char16_t* 
   for (auto _ : state) benchmark::DoNotOptimize(adds.Var_RTF2HTML(rtf, options));
   state.SetBytesProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK_CAPTURE(BM_RTF2HTML, edit_control, SampleRtf, u"+H")->Arg(64 << 10)->Arg(1 << 20)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_RTF2HTML, edit_control, SampleRtf, u"+H")
+    ->Arg(64 << 10)
+    ->Arg(1 << 20)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_RTF2HTML, bold_runs, BoldRunsRtf, u"")
-    ->Arg(1 << 20)->Arg(5 << 20)->Arg(20 << 20)->Unit(benchmark::kMillisecond);
+    ->Arg(1 << 20)
+    ->Arg(5 << 20)
+    ->Arg(20 << 20)
+    ->Unit(benchmark::kMillisecond);
 
 void BM_DrawBarcode40(benchmark::State& state) {
   SimPlatform sim;  // the clipboard is the recording one: no file is written

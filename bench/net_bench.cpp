@@ -34,7 +34,7 @@ struct BenchPlatform {
   MemorySettingsStore settings;
   LinuxSocketFactory sockets{loop};
   LinuxNetTables tables;
-  SimPlatform sim;                    // the services the bench does not reach
+  SimPlatform sim;  // the services the bench does not reach
   Platform platform = sim.platform;
   BenchPlatform() {
     platform.loop = loop;
@@ -62,7 +62,8 @@ struct Connections {
     a.sin_family = AF_INET;
     a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     // A port below 32768, where the classic arithmetic shows it exactly.
-    for (int p = 20000 + getpid() % 10000, tries = 0; tries < 50; ++tries, p = 20000 + (p - 19999) % 12000) {
+    for (int p = 20000 + getpid() % 10000, tries = 0; tries < 50;
+         ++tries, p = 20000 + (p - 19999) % 12000) {
       a.sin_port = htons(static_cast<uint16_t>(p));
       if (::bind(listener, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0) break;
     }
@@ -173,7 +174,8 @@ void BM_PostRoundTripToDemoEcho(benchmark::State& state) {
   int32_t last = 0;
   for (auto _ : state) {
     Variant url = Utf8ToText("http://127.0.0.1:" + std::to_string(port) + "/echo"),
-            code_field = u"code", code = u"1234", message_field = u"message", message = u"round trip";
+            code_field = u"code", code = u"1234", message_field = u"message",
+            message = u"round trip";
     last = adds.POST_SendMensaje(sock.get(), url, code_field, code, message_field, message);
   }
   state.counters["result"] = last;

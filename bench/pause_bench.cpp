@@ -43,21 +43,25 @@ int main(int argc, char** argv) {
   const double cpu_before = CpuSeconds();
   const auto wall_before = std::chrono::steady_clock::now();
   store.DateTime_PausaTimer(seconds);
-  const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall_before).count();
+  const double wall =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - wall_before).count();
   const double cpu = CpuSeconds() - cpu_before;
   benchmark::DoNotOptimize(cpu);
 
-  std::printf("DateTime_PausaTimer(%.1f) idle on LinuxLoop: wall %.3f s, CPU (user+sys) %.6f s, %.3f%% of wall, "
-              "max pump depth %d\n",
-              seconds, wall, cpu, 100.0 * cpu / wall, loop.MaxPumpDepth());
+  std::printf(
+      "DateTime_PausaTimer(%.1f) idle on LinuxLoop: wall %.3f s, CPU (user+sys) %.6f s, %.3f%% of wall, "
+      "max pump depth %d\n",
+      seconds, wall, cpu, 100.0 * cpu / wall, loop.MaxPumpDepth());
 
   // The calendar pause, whole seconds: 2 s.
   const double cpu2_before = CpuSeconds();
   const auto wall2_before = std::chrono::steady_clock::now();
   store.DateTime_Pausa(2);
-  const double wall2 = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall2_before).count();
+  const double wall2 =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - wall2_before).count();
   const double cpu2 = CpuSeconds() - cpu2_before;
-  std::printf("DateTime_Pausa(2) idle on LinuxLoop: wall %.3f s, CPU (user+sys) %.6f s, %.3f%% of wall\n", wall2,
-              cpu2, 100.0 * cpu2 / wall2);
+  std::printf(
+      "DateTime_Pausa(2) idle on LinuxLoop: wall %.3f s, CPU (user+sys) %.6f s, %.3f%% of wall\n",
+      wall2, cpu2, 100.0 * cpu2 / wall2);
   return 0;
 }

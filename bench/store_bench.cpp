@@ -46,7 +46,8 @@ Text IniFile() {
     std::ofstream out(Folder() + "/bench.ini", std::ios::binary);
     for (int s = 0; s < 10; ++s) {
       out << "[section" << s << "]\r\n";
-      for (int k = 0; k < 100; ++k) out << "key" << k << "=value of key " << s << "." << k << "\r\n";
+      for (int k = 0; k < 100; ++k)
+        out << "key" << k << "=value of key " << s << "." << k << "\r\n";
     }
     return InFolder("bench.ini");
   }();
@@ -56,7 +57,8 @@ Text IniFile() {
 void BM_IniGetStringHit(benchmark::State& state) {
   BenchStorage store(LinuxPlatform());
   store.INI_SetFileName(IniFile());
-  for (int k = 0; k < 100; ++k) store.INI_GetString(u"section5", u"key" + Utf8ToText(std::to_string(k)), u"");
+  for (int k = 0; k < 100; ++k)
+    store.INI_GetString(u"section5", u"key" + Utf8ToText(std::to_string(k)), u"");
   int k = 0;
   for (auto _ : state) {
     Text key = u"key" + Utf8ToText(std::to_string(k++ % 100));
@@ -93,11 +95,12 @@ void BM_FileDbLeer1500(benchmark::State& state) {
   Text path = InFolder("history.db");
   std::string bytes;
   for (int i = 0; i < 1500; ++i)
-    bytes += "2026-01-01 12:00:" + std::to_string(i % 60) + "\xF4message number " + std::to_string(i) +
-             " to pager 5551234\xF4\xF5";
+    bytes += "2026-01-01 12:00:" + std::to_string(i % 60) + "\xF4message number " +
+             std::to_string(i) + " to pager 5551234\xF4\xF5";
   std::ofstream(Folder() + "/history.db", std::ios::binary) << bytes;
   for (auto _ : state) benchmark::DoNotOptimize(store.FileDB_Leer(path));
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(bytes.size()));
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                          static_cast<int64_t>(bytes.size()));
 }
 BENCHMARK(BM_FileDbLeer1500)->Unit(benchmark::kMillisecond);
 
@@ -145,7 +148,8 @@ void WriteJunk(const std::string& path, size_t bytes, const std::string& head = 
 void BM_IniGetStringLongValue(benchmark::State& state) {
   BenchStorage store(LinuxPlatform());
   const size_t length = static_cast<size_t>(state.range(0));
-  std::ofstream(Folder() + "/long.ini", std::ios::binary) << "[s]\r\nk=" << std::string(length, 'v') << "\r\n";
+  std::ofstream(Folder() + "/long.ini", std::ios::binary)
+      << "[s]\r\nk=" << std::string(length, 'v') << "\r\n";
   store.INI_SetFileName(InFolder("long.ini"));
   size_t got = 0;
   for (auto _ : state) {
@@ -155,7 +159,11 @@ void BM_IniGetStringLongValue(benchmark::State& state) {
   if (got != length) state.SkipWithError("the value did not come back whole");
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(length));
 }
-BENCHMARK(BM_IniGetStringLongValue)->Arg(1 << 20)->Arg(50 << 20)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_IniGetStringLongValue)
+    ->Arg(1 << 20)
+    ->Arg(50 << 20)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
 
 // INI_ListAppName over 100 MB of junk, and over 20 MB that starts with 8,000
 // sections.
@@ -174,9 +182,14 @@ void BM_IniListAppName(benchmark::State& state) {
     names = static_cast<size_t>(std::count(list.begin(), list.end(), u'\t'));
   }
   state.counters["names"] = static_cast<double>(names);
-  state.SetLabel(std::to_string(megabytes) + " MB" + (state.range(1) ? ", 8,000 sections first" : " of junk"));
+  state.SetLabel(std::to_string(megabytes) + " MB" +
+                 (state.range(1) ? ", 8,000 sections first" : " of junk"));
 }
-BENCHMARK(BM_IniListAppName)->Args({100, 0})->Args({20, 1})->Unit(benchmark::kMillisecond)->Iterations(2);
+BENCHMARK(BM_IniListAppName)
+    ->Args({100, 0})
+    ->Args({20, 1})
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(2);
 
 // Collection_Sort of n random texts (arg 0) or numbers (arg 1) in mode 0.
 void BM_CollectionSort(benchmark::State& state) {
@@ -195,7 +208,10 @@ void BM_CollectionSort(benchmark::State& state) {
     benchmark::DoNotOptimize(c->Item(1));
   }
 }
-BENCHMARK(BM_CollectionSort)->ArgsProduct({{16000, 64000}, {0, 1}})->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_CollectionSort)
+    ->ArgsProduct({{16000, 64000}, {0, 1}})
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
 
 }  // namespace
 }  // namespace varnek

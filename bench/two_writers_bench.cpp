@@ -55,7 +55,8 @@ void CountLostWrites(benchmark::State& state, bool hard_link, Write write, Read 
         }
       });
       for (int c = 0; c < 2; ++c) {
-        for (int i = 0; i < kWrites; ++i) lost += read(file, c, "k" + std::to_string(i)) != std::to_string(i);
+        for (int i = 0; i < kWrites; ++i)
+          lost += read(file, c, "k" + std::to_string(i)) != std::to_string(i);
         rolled_back += read(file, c, "last") != std::to_string(kWrites - 1);
       }
     }
@@ -71,8 +72,8 @@ void BM_TwoWritersSettings(benchmark::State& state) {
   CountLostWrites(
       state, false,
       [](const std::string& file, int c, const std::string& key, const std::string& value) {
-        FileSettingsStore(fs::path(file).parent_path()).Set(u"VarnekGlobal", Utf8ToText(Family(c)),
-                                                            Utf8ToText(key), Utf8ToText(value));
+        FileSettingsStore(fs::path(file).parent_path())
+            .Set(u"VarnekGlobal", Utf8ToText(Family(c)), Utf8ToText(key), Utf8ToText(value));
       },
       [](const std::string& file, int c, const std::string& key) {
         return TextToUtf8(FileSettingsStore(fs::path(file).parent_path())
@@ -85,10 +86,12 @@ void BM_TwoWritersIni(benchmark::State& state) {
   CountLostWrites(
       state, state.range(0) != 0,
       [](const std::string& file, int c, const std::string& key, const std::string& value) {
-        LinuxProfiles().WriteString(Utf8ToText(Family(c)), Utf8ToText(key), Utf8ToText(value), Utf8ToText(file));
+        LinuxProfiles().WriteString(Utf8ToText(Family(c)), Utf8ToText(key), Utf8ToText(value),
+                                    Utf8ToText(file));
       },
       [](const std::string& file, int c, const std::string& key) {
-        return TextToUtf8(LinuxProfiles().GetValue(Utf8ToText(Family(c)), Utf8ToText(key), u"", Utf8ToText(file)));
+        return TextToUtf8(LinuxProfiles().GetValue(Utf8ToText(Family(c)), Utf8ToText(key), u"",
+                                                   Utf8ToText(file)));
       });
   state.SetLabel(state.range(0) ? "in place (two hard links)" : "rename path");
 }

@@ -31,7 +31,8 @@ Text Literal(const Text& line, int32_t position, const Text& sep) {
     int32_t found = find(p + 1);
     if (found <= 32767) q = found;
   }
-  if (q == 0 && static_cast<int32_t>(line.size()) + 1 <= 32767) q = static_cast<int32_t>(line.size()) + 1;
+  if (q == 0 && static_cast<int32_t>(line.size()) + 1 <= 32767)
+    q = static_cast<int32_t>(line.size()) + 1;
   if (position > 1 && p == 0) return Text();
   int32_t start = position == 1 ? p + 1 : p + static_cast<int32_t>(sep.size());
   int32_t count = position == 1 ? q - p - 1 : q - p - static_cast<int32_t>(sep.size());

@@ -12,7 +12,8 @@ const char16_t* const kDelims[] = {u",", u"\r\n", u"", u"==", u"a", u"\u00ab"};
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 1) return 0;
   const Text delim = kDelims[data[0] % 6];
-  const bool clean = data[0] & 0x80, long_text = data[0] & 0x40;  // the latter reaches the 16-bit limit
+  const bool clean = data[0] & 0x80,
+             long_text = data[0] & 0x40;  // the latter reaches the 16-bit limit
   return CheckToolkit(data + 1, size - 1, [&](TextToolkit& kit, const Text& input) {
     const Text text = long_text ? Text(32760, u'y') + input : input;
     Variant rest = text;
@@ -23,7 +24,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       if (piece.empty() && after == before) break;  // nothing found
       const size_t cut = clean ? piece.size() : piece.size() - 1;
       if (after.size() + cut + delim.size() != before.size() && !delim.empty()) return false;
-      if (before.compare(0, cut, piece, 0, cut) != 0 || before.compare(cut, delim.size(), delim) != 0) return false;
+      if (before.compare(0, cut, piece, 0, cut) != 0 ||
+          before.compare(cut, delim.size(), delim) != 0)
+        return false;
       if (delim.empty()) break;  // the rest is never consumed
     }
     return true;

@@ -26,9 +26,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static Adds adds(sim.platform);
   if (size == 0) return 0;
   const size_t id_length = std::min<size_t>(data[0] % 4, size - 1);
-  const Text printer = BytesToText(std::string_view(reinterpret_cast<const char*>(data + 1), id_length));
-  Variant text = BytesToText(std::string_view(reinterpret_cast<const char*>(data + 1 + id_length),
-                                              size - 1 - id_length));
+  const Text printer =
+      BytesToText(std::string_view(reinterpret_cast<const char*>(data + 1), id_length));
+  Variant text = BytesToText(
+      std::string_view(reinterpret_cast<const char*>(data + 1 + id_length), size - 1 - id_length));
   adds.PagePrinter_GenerarBloques(text, Variant(printer));
   const Text escaped = text.ToText();
   const Collection& blocks = *adds.PagePrinter_Bloques;
@@ -53,7 +54,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       if (payload.size() != 128) abort();
       size_t take = 128;
       while (take > 126 && payload.compare(0, take, escaped, at, take) != 0) --take;
-      if (payload.compare(0, take, escaped, at, take) != 0 || payload.substr(take) != Text(128 - take, u' ')) abort();
+      if (payload.compare(0, take, escaped, at, take) != 0 ||
+          payload.substr(take) != Text(128 - take, u' '))
+        abort();
       at += take;
     }
   }

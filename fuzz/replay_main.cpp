@@ -22,7 +22,8 @@ namespace {
 // One input; an empty one still points at a byte, as the fuzzer's do.
 void Run(const std::vector<char>& bytes) {
   static const char none = 0;
-  LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.empty() ? &none : bytes.data()), bytes.size());
+  LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.empty() ? &none : bytes.data()),
+                         bytes.size());
 }
 
 bool Replay(const std::filesystem::path& file) {
@@ -46,7 +47,8 @@ int main(int argc, char** argv) {
     std::vector<std::filesystem::path> files;
     std::error_code error;
     if (std::filesystem::is_directory(path, error)) {
-      for (std::filesystem::directory_iterator it(path, error), end; !error && it != end; it.increment(error)) {
+      for (std::filesystem::directory_iterator it(path, error), end; !error && it != end;
+           it.increment(error)) {
         std::error_code skip;  // a dangling link or the like is no input
         if (it->is_regular_file(skip)) files.push_back(it->path());
       }

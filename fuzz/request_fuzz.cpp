@@ -29,9 +29,8 @@ struct Harness {
       (void)idx;
     };
     server->POSTReceived = [](Variant&, Variant&, Collection& names, Collection&, Variant&,
-                              Variant& response, Variant&, Collection&, Collection&) {
-      response = Variant::Long(names.Count());
-    };
+                              Variant& response, Variant&, Collection&,
+                              Collection&) { response = Variant::Long(names.Count()); };
     server->ServerPort(8080);
     server->MaxConcurrentConnections(2);
     server->ServerOpen(true);

@@ -44,7 +44,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (literal.size() != list.size()) return false;
     for (size_t i = 1; i < list.size(); ++i) {
       const Text content = CStr(list[i].Contenido);
-      if (CStr(list[i].Variable) != CStr(literal[i].Variable) || content != CStr(literal[i].Contenido) ||
+      if (CStr(list[i].Variable) != CStr(literal[i].Variable) ||
+          content != CStr(literal[i].Contenido) ||
           CStr(kit.Script_RetornaContenidoIndex(static_cast<int>(i))) != content) {
         return false;
       }

@@ -27,8 +27,10 @@ struct Harness {
     char folder[] = "/tmp/varnek-tls-fuzz.XXXXXX";
     if (!mkdtemp(folder)) std::abort();
     const std::string base = std::string(folder) + "/fuzz";
-    const std::string make = "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 "
-                             "-subj /CN=localhost -keyout " + base + ".key -out " + base + ".pem 2>/dev/null";
+    const std::string make =
+        "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 "
+        "-subj /CN=localhost -keyout " +
+        base + ".key -out " + base + ".pem 2>/dev/null";
     if (std::system(make.c_str()) != 0) std::abort();
     setenv("VARNEK_CERT_DIR", folder, 1);
     context = contexts.Server(u"fuzz");

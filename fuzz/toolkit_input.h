@@ -17,7 +17,8 @@ namespace varnek {
 
 struct ToolkitInput {
   ToolkitInput(const uint8_t* data, size_t size)
-      : kit(Sim().platform), text(BytesToText(std::string_view(reinterpret_cast<const char*>(data), size))) {}
+      : kit(Sim().platform),
+        text(BytesToText(std::string_view(reinterpret_cast<const char*>(data), size))) {}
   static SimPlatform& Sim() {
     static SimPlatform sim;
     return sim;
@@ -44,7 +45,8 @@ inline Text LiteralUrlDecode(TextToolkit& kit, Text s) {
   static const char16_t digits[] = u"0123456789ABCDEF";
   s = kit.Var_Translate(s, u"+", u" ");
   for (int i = 1; i <= 255; ++i) {
-    s = kit.Var_Translate(s, Text{u'%', digits[i / 16], digits[i % 16]}, Text(1, ByteToUnit(static_cast<uint8_t>(i))));
+    s = kit.Var_Translate(s, Text{u'%', digits[i / 16], digits[i % 16]},
+                          Text(1, ByteToUnit(static_cast<uint8_t>(i))));
   }
   return s;
 }
@@ -54,7 +56,8 @@ inline Text LiteralUrlDecode(TextToolkit& kit, Text s) {
 // way back to characters.
 inline Text LiteralControlAliases(TextToolkit& kit, Text s, bool to_chars) {
   for (int code = 0; code < 32; ++code) {
-    const Text unit(1, static_cast<char16_t>(code)), alias = kit.Var_ConvierteCharControlToText(unit);
+    const Text unit(1, static_cast<char16_t>(code)),
+        alias = kit.Var_ConvierteCharControlToText(unit);
     s = to_chars ? kit.Var_Translate(s, alias, unit) : kit.Var_Translate(s, unit, alias);
     if (to_chars && code == 9) s = kit.Var_Translate(s, u"\u00abTAB\u00bb", u"\t");
   }

@@ -39,9 +39,11 @@ CommSettings ParseCommSettings(TextView settings) {
   if (!ParseNumber(parts[0], number) || number < 50 || number > 4000000) Fail(kCommErrInvalidValue);
   out.baud = static_cast<int32_t>(number);
   const Text parity = UCase(parts[1]);
-  if (parity.size() != 1 || Text(u"NEOMS").find(parity[0]) == Text::npos) Fail(kCommErrInvalidValue);
+  if (parity.size() != 1 || Text(u"NEOMS").find(parity[0]) == Text::npos)
+    Fail(kCommErrInvalidValue);
   out.parity = parity[0];
-  if (!ParseNumber(parts[2], number) || number < 5 || number > 8 || number != static_cast<int>(number)) {
+  if (!ParseNumber(parts[2], number) || number < 5 || number > 8 ||
+      number != static_cast<int>(number)) {
     Fail(kCommErrInvalidValue);
   }
   out.data_bits = static_cast<int32_t>(number);

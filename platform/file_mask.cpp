@@ -70,8 +70,7 @@ class Matcher {
       case kDosDot:
         if (ni == n_.size()) return Match(pi + 1, ni);
         return n_[ni] == u'.' && Match(pi + 1, ni + 1);
-      default:
-        return ni < n_.size() && UpperUnit(c) == UpperUnit(n_[ni]) && Match(pi + 1, ni + 1);
+      default: return ni < n_.size() && UpperUnit(c) == UpperUnit(n_[ni]) && Match(pi + 1, ni + 1);
     }
   }
 

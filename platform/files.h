@@ -41,9 +41,9 @@ struct FileEntry {
   bool system = false;     // no Linux counterpart: always false
   double date = 0;         // last modification, as a classic local date
   int64_t size = 0;
-  bool link = false;       // the name is a symbolic link (the rest describes its target)
-  uint64_t device = 0;     // device and inode of what the name leads to:
-  uint64_t inode = 0;      // equal pairs are one and the same file or folder
+  bool link = false;    // the name is a symbolic link (the rest describes its target)
+  uint64_t device = 0;  // device and inode of what the name leads to:
+  uint64_t inode = 0;   // equal pairs are one and the same file or folder
 };
 
 // The shell's file-operation request: operation code, "from" and "to" lists
@@ -54,7 +54,7 @@ struct ShellFileRequest {
   int32_t flags = 0;     // 16-bit flag word, see kShell* below
   Text from;
   Text to;
-  int64_t window = 0;    // the parent window's handle; nothing shows on Linux
+  int64_t window = 0;  // the parent window's handle; nothing shows on Linux
 };
 
 inline constexpr int32_t kShellMove = 1;

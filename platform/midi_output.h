@@ -12,7 +12,8 @@
 // - Sleep blocks the thread for the milliseconds given and never pumps the
 //   host loop: no event runs during it. Negative or zero waits return at once.
 //
-//   if (midi.Open()) { midi.ShortMessage(144 + 60 * 256 + 96 * 65536); midi.Sleep(500); midi.Close(); }
+//   if (midi.Open()) { midi.ShortMessage(144 + 60 * 256 + 96 * 65536); midi.Sleep(500);
+//   midi.Close(); }
 #pragma once
 
 #include <cstdint>

@@ -35,15 +35,20 @@ enum class TcpTableStatus {
 
 // One adapter (a network interface other than loopback).
 struct AdapterInfo {
-  Text description;          // the interface's name
-  bool dhcp_enabled = false; // a DHCP lease for it was found
+  Text description;                                     // the interface's name
+  bool dhcp_enabled = false;                            // a DHCP lease for it was found
   std::vector<Text> addresses, gateways, dhcp_servers;  // dotted IPv4
 };
 
 // The classic connected-state bits.
 enum ConnectedStateBit : uint32_t {
-  kConnModem = 1, kConnLan = 2, kConnProxy = 4, kConnModemBusy = 8,
-  kConnRasInstalled = 16, kConnOffline = 32, kConnConfigured = 64,
+  kConnModem = 1,
+  kConnLan = 2,
+  kConnProxy = 4,
+  kConnModemBusy = 8,
+  kConnRasInstalled = 16,
+  kConnOffline = 32,
+  kConnConfigured = 64,
 };
 
 class NetTables {

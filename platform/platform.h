@@ -15,20 +15,20 @@
 
 namespace varnek {
 
-class SocketFactory;  // platform/socket.h
-class FileSystem;     // platform/files.h
-class ProfileStore;   // platform/profile.h
-class DateLocale;     // platform/date_locale.h
-class SystemReadings; // platform/system_readings.h
-class NetworkClock;   // platform/network_clock.h
-class MessageBox;     // platform/message_box.h
-class NetworkShares;  // platform/network_shares.h
-class SurfaceFactory; // platform/drawing_surface.h
-class Clipboard;      // platform/clipboard.h
-class MidiOutput;     // platform/midi_output.h
-class NetTables;      // platform/net_tables.h
-class WebServices;    // platform/web_services.h
-class CommFactory;    // platform/comm.h
+class SocketFactory;   // platform/socket.h
+class FileSystem;      // platform/files.h
+class ProfileStore;    // platform/profile.h
+class DateLocale;      // platform/date_locale.h
+class SystemReadings;  // platform/system_readings.h
+class NetworkClock;    // platform/network_clock.h
+class MessageBox;      // platform/message_box.h
+class NetworkShares;   // platform/network_shares.h
+class SurfaceFactory;  // platform/drawing_surface.h
+class Clipboard;       // platform/clipboard.h
+class MidiOutput;      // platform/midi_output.h
+class NetTables;       // platform/net_tables.h
+class WebServices;     // platform/web_services.h
+class CommFactory;     // platform/comm.h
 
 // A platform service: a reference that can be re-pointed but never be null.
 template <class T>

@@ -46,7 +46,8 @@ class ProfileStore {
     for (;;) {
       buffer.assign(buffer.size() * 2 + 512, u' ');
       int32_t count = GetString(section, key, default_value, buffer, file);
-      if (static_cast<size_t>(count) + 1 < buffer.size()) return buffer.substr(0, static_cast<size_t>(count));
+      if (static_cast<size_t>(count) + 1 < buffer.size())
+        return buffer.substr(0, static_cast<size_t>(count));
     }
   }
 

@@ -24,7 +24,8 @@ class SettingsStore {
 inline Text FoldSettingName(TextView name) {
   Text out(name);
   for (char16_t& unit : out) {
-    if ((unit >= u'a' && unit <= u'z') || (unit >= 0xE0 && unit <= 0xFE && unit != 0xF7)) unit -= 32;
+    if ((unit >= u'a' && unit <= u'z') || (unit >= 0xE0 && unit <= 0xFE && unit != 0xF7))
+      unit -= 32;
   }
   return out;
 }

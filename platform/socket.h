@@ -62,12 +62,12 @@ namespace varnek {
 
 // State values of the control.
 enum SocketState : int32_t {
-  kSocketClosed = 1,     // closed and free
+  kSocketClosed = 1,  // closed and free
   kSocketCreated = 3,
   kSocketConnected = 4,
   kSocketListening = 5,
-  kSocketConnecting = 6, // outgoing connection in progress
-  kSocketClosing = 8,    // an outgoing connection's server has closed, or Close waits for output
+  kSocketConnecting = 6,  // outgoing connection in progress
+  kSocketClosing = 8,     // an outgoing connection's server has closed, or Close waits for output
 };
 
 // The most a connection holds for the app between two Receives: 16 MiB. The
@@ -90,14 +90,14 @@ inline const char16_t* SocketStateText(int32_t state) {
 // Failure numbers the socket operations raise (RuntimeError), with the
 // descriptions in ErrorText.
 enum SocketError : int {
-  kSockErrWrongState = 40006,    // operation not allowed in the current State
-  kSockErrInvalidHandle = 40020, // SetAcceptHandle with a handle nobody offered
-  kSockErrAddressInUse = 10048,  // Bind or Listen on a port that is taken
+  kSockErrWrongState = 40006,     // operation not allowed in the current State
+  kSockErrInvalidHandle = 40020,  // SetAcceptHandle with a handle nobody offered
+  kSockErrAddressInUse = 10048,   // Bind or Listen on a port that is taken
   kSockErrAddressInvalid = 10049,
   kSockErrConnectionRefused = 10061,
   kSockErrHostNotFound = 11001,
-  kSockErrSystem = 10000,        // another system failure; ErrorText tells which
-  kSockErrCertificate = 40030,   // the secure channel has no usable certificate; ErrorText tells why
+  kSockErrSystem = 10000,       // another system failure; ErrorText tells which
+  kSockErrCertificate = 40030,  // the secure channel has no usable certificate; ErrorText tells why
 };
 
 // Operation codes reported by on_done.

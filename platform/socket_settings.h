@@ -36,9 +36,13 @@ class SocketWithSettings : public SocketCtl {
   void SetReuseAddressEnabled(bool enabled) override { Change(settings_.reuse_address, enabled); }
   void SetRemoteName(TextView name) override { Change(settings_.remote_name, Text(name)); }
   Text RemoteName() const override { return settings_.remote_name; }
-  void SetRemoteNameAddrXlate(bool resolve) override { Change(settings_.remote_name_xlate, resolve); }
+  void SetRemoteNameAddrXlate(bool resolve) override {
+    Change(settings_.remote_name_xlate, resolve);
+  }
   bool RemoteNameAddrXlate() const override { return settings_.remote_name_xlate; }
-  void SetLocalAddress(TextView address) override { Change(settings_.local_address, Text(address)); }
+  void SetLocalAddress(TextView address) override {
+    Change(settings_.local_address, Text(address));
+  }
 
   int32_t State() const override { return state_; }
   int32_t LocalPort() const override { return local_port_; }

@@ -8,7 +8,7 @@ namespace varnek {
 
 // Shared by the table and the timer object, so either may go first.
 struct TimerTable::State {
-  LoopTimer* owner = nullptr;  // null once the timer object is gone
+  LoopTimer* owner = nullptr;                    // null once the timer object is gone
   std::weak_ptr<std::function<double()>> clock;  // expires with the table
   int32_t interval_ms = 0;
   bool enabled = false;
@@ -74,7 +74,8 @@ TimerTable::State* TimerTable::Best(double now, uint64_t pass) const {
   State* best = nullptr;
   for (const auto& t : timers_) {
     if (!t->Armed() || t->due > now || t->last_pass == pass) continue;
-    if (!best || t->due < best->due || (t->due == best->due && t->order < best->order)) best = t.get();
+    if (!best || t->due < best->due || (t->due == best->due && t->order < best->order))
+      best = t.get();
   }
   return best;
 }

@@ -22,8 +22,6 @@ struct UnitWeight {
 UnitWeight TextWeight(char16_t unit);
 
 // True when two units are equal under text compare (same letter, any case).
-inline bool TextUnitEqual(char16_t a, char16_t b) {
-  return a == b || LowerUnit(a) == LowerUnit(b);
-}
+inline bool TextUnitEqual(char16_t a, char16_t b) { return a == b || LowerUnit(a) == LowerUnit(b); }
 
 }  // namespace varnek

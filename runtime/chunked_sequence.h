@@ -128,7 +128,8 @@ class ChunkedSequence {
   }
 
   void Adjust(size_t block, long delta) {
-    for (size_t i = block + 1; i < tree_.size(); i += i & (~i + 1)) tree_[i] += static_cast<size_t>(delta);
+    for (size_t i = block + 1; i < tree_.size(); i += i & (~i + 1))
+      tree_[i] += static_cast<size_t>(delta);
   }
 
   // Rebuilds the Fenwick tree from the block sizes.
@@ -160,7 +161,8 @@ class ChunkedSequence {
     refilled.reserve(size_ / chunk_ + 1);
     for (Block& b : blocks_) {
       for (Cell& cell : b) {
-        if (refilled.empty() || refilled.back().size() == chunk_) refilled.emplace_back().reserve(chunk_);
+        if (refilled.empty() || refilled.back().size() == chunk_)
+          refilled.emplace_back().reserve(chunk_);
         refilled.back().push_back(std::move(cell));
       }
     }

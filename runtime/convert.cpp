@@ -118,9 +118,13 @@ Text CStr(const Variant& v) {
   }
 }
 
-int16_t CInt(const Variant& v) { return static_cast<int16_t>(RoundedInRange(v, INT16_MIN, INT16_MAX)); }
+int16_t CInt(const Variant& v) {
+  return static_cast<int16_t>(RoundedInRange(v, INT16_MIN, INT16_MAX));
+}
 
-int32_t CLng(const Variant& v) { return static_cast<int32_t>(RoundedInRange(v, INT32_MIN, INT32_MAX)); }
+int32_t CLng(const Variant& v) {
+  return static_cast<int32_t>(RoundedInRange(v, INT32_MIN, INT32_MAX));
+}
 
 uint8_t CByte(const Variant& v) { return static_cast<uint8_t>(RoundedInRange(v, 0, 255)); }
 
@@ -138,10 +142,8 @@ Currency CCur(const Variant& v) {
     case VarType::Integer:
     case VarType::Long:
     case VarType::Byte:
-    case VarType::Boolean:
-      return Currency{int64_t{CLng(v)} * 10000};
-    default:
-      break;
+    case VarType::Boolean: return Currency{int64_t{CLng(v)} * 10000};
+    default: break;
   }
   double d = NumericValue(v);
   if (!(std::fabs(d) <= kCurrencyLimit)) Fail(kErrOverflow);
@@ -244,7 +246,8 @@ double Val(TextView text) {
   for (char16_t c : text) {
     if (c != u' ' && c != u'\t' && c != u'\n') s += c;
   }
-  if (s.size() >= 2 && s[0] == u'&' && (s[1] == u'H' || s[1] == u'h' || s[1] == u'O' || s[1] == u'o')) {
+  if (s.size() >= 2 && s[0] == u'&' &&
+      (s[1] == u'H' || s[1] == u'h' || s[1] == u'O' || s[1] == u'o')) {
     bool hex = s[1] == u'H' || s[1] == u'h';
     size_t i = 2;
     while (i < s.size() && ((hex && std::isxdigit(s[i] < 128 ? s[i] : 0)) ||
@@ -266,7 +269,8 @@ double Val(TextView text) {
     ascii += '.';
     ++i;
     fraction = true;
-    while (i < s.size() && s[i] >= u'0' && s[i] <= u'9') ascii += static_cast<char>(s[i++]), ++digits;
+    while (i < s.size() && s[i] >= u'0' && s[i] <= u'9')
+      ascii += static_cast<char>(s[i++]), ++digits;
   }
   if (digits == 0) return 0;
   if (i < s.size() && (s[i] == u'e' || s[i] == u'E' || s[i] == u'd' || s[i] == u'D')) {

@@ -23,8 +23,8 @@ Text DateToText(double date) {
   } else if (!has_time) {
     std::snprintf(buf, sizeof buf, "%04d-%02d-%02d", p.year, p.month, p.day);
   } else {
-    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d", p.year, p.month, p.day,
-                  p.hour, p.minute, p.second);
+    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d", p.year, p.month, p.day, p.hour,
+                  p.minute, p.second);
   }
   return Utf8ToText(buf);
 }
@@ -36,14 +36,21 @@ DateOrder LocaleDateOrder() {
   for (const char* p = fmt; *p; ++p) {
     if (*p != '%' || !p[1]) continue;
     ++p;
-    while (*p == 'E' || *p == 'O' || *p == '-' || *p == '_' || *p == '0' || *p == '^' || *p == '#') {
+    while (*p == 'E' || *p == 'O' || *p == '-' || *p == '_' || *p == '0' || *p == '^' ||
+           *p == '#') {
       ++p;
     }
     if (*p == '\0') break;  // a pattern ending in modifiers
     switch (*p) {
-      case 'd': case 'e': pos_d = n++; break;
-      case 'm': case 'b': case 'B': case 'h': pos_m = n++; break;
-      case 'y': case 'Y': case 'C': pos_y = n++; break;
+      case 'd':
+      case 'e': pos_d = n++; break;
+      case 'm':
+      case 'b':
+      case 'B':
+      case 'h': pos_m = n++; break;
+      case 'y':
+      case 'Y':
+      case 'C': pos_y = n++; break;
       case 'D': return DateOrder::MDY;
       case 'F': return DateOrder::YMD;
       default: break;
@@ -138,8 +145,8 @@ bool ParseDatePart(TextView t, double& out) {
   int a = f[0].value, b = f[1].value;
   if (order == DateOrder::YMD) {
     // a two-digit year first reads as y-m-d only when the last field cannot be a year
-    return MakeDate(FullYear(f[0]), f[1].value, f[2].value, out) ||
-           MakeDate(y, a, b, out) || MakeDate(y, b, a, out);
+    return MakeDate(FullYear(f[0]), f[1].value, f[2].value, out) || MakeDate(y, a, b, out) ||
+           MakeDate(y, b, a, out);
   }
   if (order == DateOrder::DMY) return MakeDate(y, b, a, out) || MakeDate(y, a, b, out);
   return MakeDate(y, a, b, out) || MakeDate(y, b, a, out);
@@ -177,16 +184,17 @@ bool ParseTimePart(TextView t, double& out) {
 
 // The number of an English month name or its first three letters, else 0.
 int MonthFromName(TextView word) {
-  static const char* const kNames[12] = {"january", "february", "march",     "april",
-                                         "may",     "june",     "july",      "august",
-                                         "september", "october", "november", "december"};
+  static const char* const kNames[12] = {"january",   "february", "march",    "april",
+                                         "may",       "june",     "july",     "august",
+                                         "september", "october",  "november", "december"};
   if (word.size() < 3) return 0;
   for (int m = 0; m < 12; ++m) {
     std::string_view name = kNames[m];
     if (word.size() != 3 && word.size() != name.size()) continue;
     bool same = true;
     for (size_t i = 0; i < word.size() && same; ++i) {
-      char16_t c = word[i] >= u'A' && word[i] <= u'Z' ? static_cast<char16_t>(word[i] + 32) : word[i];
+      char16_t c =
+          word[i] >= u'A' && word[i] <= u'Z' ? static_cast<char16_t>(word[i] + 32) : word[i];
       same = c == static_cast<char16_t>(name[i]);
     }
     if (same) return m + 1;
@@ -229,7 +237,8 @@ bool ParseNamedMonth(TextView t, double& out) {
     if (!ParseNumberField(words[1], day) || !ParseNumberField(words[2], year)) return false;
   } else {
     month = MonthFromName(words[1]);
-    if (!month || !ParseNumberField(words[0], day) || !ParseNumberField(words[2], year)) return false;
+    if (!month || !ParseNumberField(words[0], day) || !ParseNumberField(words[2], year))
+      return false;
   }
   if (day.digits > 2) return false;
   double date;

@@ -14,8 +14,8 @@ namespace {
 
 // 1899-12-30 as days from 1970-01-01.
 constexpr int64_t kEpochShift = -25569;
-constexpr double kMinDate = -657434.0;          // 100-01-01
-constexpr double kMaxDate = 2958465.0;          // 9999-12-31
+constexpr double kMinDate = -657434.0;  // 100-01-01
+constexpr double kMaxDate = 2958465.0;  // 9999-12-31
 
 }  // namespace
 
@@ -84,8 +84,10 @@ DateParts SplitDate(double date) {
 
 double DateSerial(int32_t year, int32_t month, int32_t day) {
   int64_t y = year;
-  if (y >= 0 && y <= 29) y += 2000;
-  else if (y >= 30 && y <= 99) y += 1900;
+  if (y >= 0 && y <= 29)
+    y += 2000;
+  else if (y >= 30 && y <= 99)
+    y += 1900;
   int64_t m0 = int64_t{month} - 1;
   y += m0 >= 0 ? m0 / 12 : -((-m0 + 11) / 12);
   int64_t m = m0 - (m0 >= 0 ? m0 / 12 : -((-m0 + 11) / 12)) * 12 + 1;
@@ -158,8 +160,8 @@ double DateAdd(TextView interval, double number, double date) {
       int64_t y = FloorDiv(index, 12);
       int64_t m = index - y * 12 + 1;
       if (y < 100 || y > 9999) Fail(kErrInvalidCall);
-      int64_t last = SerialFromCivil(m == 12 ? y + 1 : y, m == 12 ? 1 : m + 1, 1) -
-                     SerialFromCivil(y, m, 1);
+      int64_t last =
+          SerialFromCivil(m == 12 ? y + 1 : y, m == 12 ? 1 : m + 1, 1) - SerialFromCivil(y, m, 1);
       int64_t d = std::min<int64_t>(p.day, last);
       double time = linear - std::floor(linear);
       result = static_cast<double>(SerialFromCivil(y, m, d)) + time;
@@ -185,7 +187,8 @@ int64_t DateDiff(TextView interval, double date1, double date2) {
     case Interval::Year: return int64_t{b.year} - a.year;
     case Interval::Quarter:
       return (int64_t{b.year} * 4 + (b.month - 1) / 3) - (int64_t{a.year} * 4 + (a.month - 1) / 3);
-    case Interval::Month: return (int64_t{b.year} * 12 + b.month) - (int64_t{a.year} * 12 + a.month);
+    case Interval::Month:
+      return (int64_t{b.year} * 12 + b.month) - (int64_t{a.year} * 12 + a.month);
     case Interval::DayOfYear:
     case Interval::Day: return b.serial_day - a.serial_day;
     case Interval::Weekday: return (b.serial_day - a.serial_day) / 7;

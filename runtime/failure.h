@@ -22,12 +22,12 @@ namespace varnek {
 
 // Classic error numbers used across the code.
 enum ErrorNumber : int {
-  kErrInvalidCall = 5,         // Invalid procedure call or argument
-  kErrOverflow = 6,            // Overflow
-  kErrOutOfMemory = 7,         // Out of memory
-  kErrSubscript = 9,           // Subscript out of range
-  kErrDivisionByZero = 11,     // Division by zero
-  kErrTypeMismatch = 13,       // Type mismatch
+  kErrInvalidCall = 5,      // Invalid procedure call or argument
+  kErrOverflow = 6,         // Overflow
+  kErrOutOfMemory = 7,      // Out of memory
+  kErrSubscript = 9,        // Subscript out of range
+  kErrDivisionByZero = 11,  // Division by zero
+  kErrTypeMismatch = 13,    // Type mismatch
   kErrBadFileNameOrNumber = 52,
   kErrFileNotFound = 53,
   kErrFileAlreadyOpen = 55,
@@ -44,7 +44,7 @@ enum ErrorNumber : int {
   kErrObjectRequired = 424,
   kErrNoSuchMember = 438,
   kErrArgumentNotOptional = 449,
-  kErrDuplicateKey = 457,   // This key is already associated with an element of this collection
+  kErrDuplicateKey = 457,  // This key is already associated with an element of this collection
 };
 
 // The classic description of a number ("Overflow", "Type mismatch", ...);

@@ -30,9 +30,11 @@
 namespace varnek {
 namespace {
 
-const char* const kMonths[12] = {"January", "February", "March",     "April",   "May",      "June",
-                                 "July",    "August",   "September", "October", "November", "December"};
-const char* const kDays[7] = {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"};
+const char* const kMonths[12] = {"January",   "February", "March",    "April",
+                                 "May",       "June",     "July",     "August",
+                                 "September", "October",  "November", "December"};
+const char* const kDays[7] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
+                              "Thursday", "Friday", "Saturday"};
 
 char16_t Lower(char16_t c) { return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c + 32) : c; }
 
@@ -114,28 +116,43 @@ Text FormatDate(double date, TextView p) {
     int hour12 = d.hour % 12 == 0 ? 12 : d.hour % 12;
     switch (c) {
       case u'y':
-        if (n >= 4) out += Num(d.year, 4), n = 4;
-        else if (n >= 2) out += Num(d.year % 100, 2), n = 2;
-        else out += Num(static_cast<int>(d.serial_day - SerialFromCivil(d.year, 1, 1) + 1), 1);
+        if (n >= 4)
+          out += Num(d.year, 4), n = 4;
+        else if (n >= 2)
+          out += Num(d.year % 100, 2), n = 2;
+        else
+          out += Num(static_cast<int>(d.serial_day - SerialFromCivil(d.year, 1, 1) + 1), 1);
         break;
       case u'q': out += Num((d.month - 1) / 3 + 1, 1), n = 1; break;
       case u'm':
         if (after_hour && n <= 2) {
           out += Num(d.minute, static_cast<int>(n));
           after_hour = false;
-        } else if (n >= 4) out += Utf8ToText(kMonths[d.month - 1]), n = 4;
-        else if (n == 3) out += Utf8ToText(std::string(kMonths[d.month - 1], 3));
-        else out += Num(d.month, static_cast<int>(n));
+        } else if (n >= 4)
+          out += Utf8ToText(kMonths[d.month - 1]), n = 4;
+        else if (n == 3)
+          out += Utf8ToText(std::string(kMonths[d.month - 1], 3));
+        else
+          out += Num(d.month, static_cast<int>(n));
         break;
       case u'd':
         after_hour = false;
-        if (n >= 4) out += Utf8ToText(kDays[Weekday(date) - 1]), n = 4;
-        else if (n == 3) out += Utf8ToText(std::string(kDays[Weekday(date) - 1], 3));
-        else out += Num(d.day, static_cast<int>(n));
+        if (n >= 4)
+          out += Utf8ToText(kDays[Weekday(date) - 1]), n = 4;
+        else if (n == 3)
+          out += Utf8ToText(std::string(kDays[Weekday(date) - 1], 3));
+        else
+          out += Num(d.day, static_cast<int>(n));
         break;
       case u'w':
-        if (n >= 2) out += Num(static_cast<int>(DateDiff(u"ww", static_cast<double>(SerialFromCivil(d.year, 1, 1)), date)) + 1, 1), n = 2;
-        else out += Num(Weekday(date), 1);
+        if (n >= 2)
+          out += Num(static_cast<int>(DateDiff(
+                         u"ww", static_cast<double>(SerialFromCivil(d.year, 1, 1)), date)) +
+                         1,
+                     1),
+              n = 2;
+        else
+          out += Num(Weekday(date), 1);
         break;
       case u'h':
         n = std::min<size_t>(n, 2);
@@ -169,14 +186,18 @@ void RoundDecimal(double value, int decimals, std::string& int_part, std::string
     mant.insert(0, static_cast<size_t>(-point), '0');
     point = 0;
   }
-  if (static_cast<int>(mant.size()) < point + decimals) mant.append(static_cast<size_t>(point + decimals) - mant.size(), '0');
+  if (static_cast<int>(mant.size()) < point + decimals)
+    mant.append(static_cast<size_t>(point + decimals) - mant.size(), '0');
   std::string keep = mant.substr(0, static_cast<size_t>(point + decimals));
-  bool up = static_cast<int>(mant.size()) > point + decimals && mant[static_cast<size_t>(point + decimals)] >= '5';
+  bool up = static_cast<int>(mant.size()) > point + decimals &&
+            mant[static_cast<size_t>(point + decimals)] >= '5';
   if (up) {
     int k = static_cast<int>(keep.size()) - 1;
     while (k >= 0 && keep[static_cast<size_t>(k)] == '9') keep[static_cast<size_t>(k--)] = '0';
-    if (k >= 0) ++keep[static_cast<size_t>(k)];
-    else keep = std::string(1, '1') + keep, ++point;
+    if (k >= 0)
+      ++keep[static_cast<size_t>(k)];
+    else
+      keep = std::string(1, '1') + keep, ++point;
   }
   int_part = keep.substr(0, static_cast<size_t>(point));
   frac_part = keep.substr(static_cast<size_t>(point));
@@ -212,7 +233,8 @@ Text FormatNumberSection(double value, TextView p, bool show_sign) {
   std::string ip, fp;
   RoundDecimal(value, frac_places, ip, fp);
   while (static_cast<int>(fp.size()) > frac_zeros && !fp.empty() && fp.back() == '0') fp.pop_back();
-  if (static_cast<int>(ip.size()) < int_zeros) ip.insert(0, static_cast<size_t>(int_zeros) - ip.size(), '0');
+  if (static_cast<int>(ip.size()) < int_zeros)
+    ip.insert(0, static_cast<size_t>(int_zeros) - ip.size(), '0');
   if (group && ip.size() > 3) {
     std::string g;
     char16_t sep = LocaleThousandsSeparator();

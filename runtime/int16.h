@@ -6,8 +6,8 @@
 
 namespace varnek {
 
-int16_t ToInt16(int64_t value);   // fails with 6 outside -32768..32767
-int32_t ToInt32(int64_t value);   // fails with 6 outside the 32-bit range
+int16_t ToInt16(int64_t value);  // fails with 6 outside -32768..32767
+int32_t ToInt32(int64_t value);  // fails with 6 outside the 32-bit range
 int16_t AddInt16(int16_t a, int16_t b);
 int16_t SubInt16(int16_t a, int16_t b);
 int16_t MulInt16(int16_t a, int16_t b);

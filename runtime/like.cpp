@@ -103,8 +103,7 @@ bool TokenMatches(const Token& t, char16_t c, CompareMode mode) {
   switch (t.kind) {
     case Kind::Any: return true;
     case Kind::Digit: return c >= u'0' && c <= u'9';
-    case Kind::Literal:
-      return mode == CompareMode::Binary ? c == t.unit : TextUnitEqual(c, t.unit);
+    case Kind::Literal: return mode == CompareMode::Binary ? c == t.unit : TextUnitEqual(c, t.unit);
     case Kind::Set: {
       bool in = false;
       for (const Range& r : t.ranges) {

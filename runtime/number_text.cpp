@@ -55,7 +55,9 @@ char16_t LocaleDecimalMark() {
   return m ? m : u'.';
 }
 
-char16_t LocaleThousandsSeparator() { return SingleUnitMark(CurrentLocaleSource().ThousandsSeparator()); }
+char16_t LocaleThousandsSeparator() {
+  return SingleUnitMark(CurrentLocaleSource().ThousandsSeparator());
+}
 
 Text RealToText(double value, int digits, char16_t mark) {
   if (value == 0) return u"0";
@@ -194,7 +196,9 @@ bool NumberSubtypeValue(const Variant& v, double& out) {
     case VarType::Long: out = v.RawLong(); return true;
     case VarType::Single: out = v.RawSingle(); return true;
     case VarType::Double: out = v.RawDouble(); return true;
-    case VarType::Currency: out = static_cast<double>(v.RawCurrency().scaled) / 10000.0; return true;
+    case VarType::Currency:
+      out = static_cast<double>(v.RawCurrency().scaled) / 10000.0;
+      return true;
     case VarType::Date: out = v.RawDate().serial; return true;
     case VarType::Boolean: out = v.RawBoolean() ? -1 : 0; return true;
     case VarType::Byte: out = v.RawByte(); return true;

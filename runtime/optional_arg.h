@@ -14,7 +14,7 @@ namespace varnek {
 class OptionalArg {
  public:
   OptionalArg() : own_(Variant::Missing()), target_(&own_) {}
-  OptionalArg(Variant& variable) : target_(&variable) {}           // NOLINT: by reference
+  OptionalArg(Variant& variable) : target_(&variable) {}              // NOLINT: by reference
   OptionalArg(const Variant& value) : own_(value), target_(&own_) {}  // NOLINT: a value
   OptionalArg(const OptionalArg&) = delete;
   OptionalArg& operator=(const OptionalArg&) = delete;

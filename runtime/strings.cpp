@@ -126,8 +126,8 @@ Text String(int32_t count, char16_t unit) {
 
 Text StrReverse(TextView s) { return Text(s.rbegin(), s.rend()); }
 
-Text Replace(TextView expression, TextView find, TextView replacement, int32_t start,
-             int32_t count, CompareMode mode) {
+Text Replace(TextView expression, TextView find, TextView replacement, int32_t start, int32_t count,
+             CompareMode mode) {
   if (start < 1 || count < -1) Fail(kErrInvalidCall);
   CheckMode(mode);
   if (static_cast<size_t>(start) > expression.size()) return Text();
@@ -148,8 +148,7 @@ Text Replace(TextView expression, TextView find, TextView replacement, int32_t s
   return out;
 }
 
-std::vector<Text> Split(TextView expression, TextView delimiter, int32_t count,
-                        CompareMode mode) {
+std::vector<Text> Split(TextView expression, TextView delimiter, int32_t count, CompareMode mode) {
   if (count < -1) Fail(kErrInvalidCall);
   CheckMode(mode);
   std::vector<Text> items;

@@ -14,9 +14,9 @@
 namespace varnek {
 
 int32_t Len(TextView s);
-Text Left(TextView s, int32_t length);             // length < 0 fails with 5
-Text Right(TextView s, int32_t length);            // length < 0 fails with 5
-Text Mid(TextView s, int32_t start);               // start < 1 fails with 5
+Text Left(TextView s, int32_t length);   // length < 0 fails with 5
+Text Right(TextView s, int32_t length);  // length < 0 fails with 5
+Text Mid(TextView s, int32_t start);     // start < 1 fails with 5
 Text Mid(TextView s, int32_t start, int32_t length);
 // The Mid statement: overwrite units of s from start with those of repl,
 // never changing the length of s. length < 0 means "all of repl that fits";
@@ -39,11 +39,11 @@ int32_t InStrRev(TextView s1, TextView s2, int32_t start = -1,
 // Greek, Cyrillic), never the C locale: UCase(u"\u00FF") == u"\u0178".
 Text UCase(TextView s);
 Text LCase(TextView s);
-Text Trim(TextView s);   // only U+0020 is removed
+Text Trim(TextView s);  // only U+0020 is removed
 Text LTrim(TextView s);
 Text RTrim(TextView s);
-Text Space(int32_t count);                   // count < 0 fails with 5
-Text String(int32_t count, char16_t unit);   // count < 0 fails with 5
+Text Space(int32_t count);                  // count < 0 fails with 5
+Text String(int32_t count, char16_t unit);  // count < 0 fails with 5
 Text StrReverse(TextView s);
 
 // Replace(expression, find, replacement, start, count, mode): the result

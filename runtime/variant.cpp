@@ -90,10 +90,8 @@ bool Variant::IsNumberType() const {
     case VarType::Currency:
     case VarType::Date:
     case VarType::Boolean:
-    case VarType::Byte:
-      return true;
-    default:
-      return false;
+    case VarType::Byte: return true;
+    default: return false;
   }
 }
 

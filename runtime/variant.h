@@ -68,8 +68,8 @@ class Variant;
 // row-major order. Variants share an array by reference (copying a Variant
 // does not copy the array); use Clone() for a separate copy.
 struct VariantArray {
-  std::vector<int32_t> lower;   // lower bound of each dimension
-  std::vector<int32_t> upper;   // upper bound of each dimension
+  std::vector<int32_t> lower;  // lower bound of each dimension
+  std::vector<int32_t> upper;  // upper bound of each dimension
   std::vector<Variant> items;
 
   static std::shared_ptr<VariantArray> OneDim(int32_t lower_bound, int32_t upper_bound);
@@ -148,11 +148,11 @@ class Variant {
   }
 
   // Conversions, the same as the free functions of runtime/convert.h.
-  Text ToText() const;       // CStr
-  int16_t ToInteger() const; // CInt
-  int32_t ToLong() const;    // CLng
-  double ToDouble() const;   // CDbl
-  bool ToBool() const;       // CBool
+  Text ToText() const;        // CStr
+  int16_t ToInteger() const;  // CInt
+  int32_t ToLong() const;     // CLng
+  double ToDouble() const;    // CDbl
+  bool ToBool() const;        // CBool
   std::string ToUtf8() const;
 
  private:
@@ -169,8 +169,8 @@ class Variant {
     uint8_t v;
   };
   using Storage = std::variant<std::monostate, NullTag, MissingTag, IntegerBox, int32_t, float,
-                               double, Currency, Date, bool, ByteBox, Text,
-                               std::shared_ptr<Object>, std::shared_ptr<VariantArray>>;
+                               double, Currency, Date, bool, ByteBox, Text, std::shared_ptr<Object>,
+                               std::shared_ptr<VariantArray>>;
   static Variant FromWide(long double value);
   std::shared_ptr<Object> RawObjectForCast() const;
   [[noreturn]] void FailWrongObject() const;

@@ -39,8 +39,8 @@ void Line(Text& page, Piece&& piece) {
 
 }  // namespace
 
-Variant ServerCore::http_Header(int32_t pNumCode, int32_t ContentType,
-                                const Variant& ContentLength, const Variant& AuthenticateRealm) {
+Variant ServerCore::http_Header(int32_t pNumCode, int32_t ContentType, const Variant& ContentLength,
+                                const Variant& AuthenticateRealm) {
   Text head = u"HTTP/1.0 " + CStr(Variant::Long(pNumCode)) + kCrLf;
   if (!AuthenticateRealm.IsMissing()) {
     head += u"WWW-Authenticate: Basic realm = " + InHeaderLine(Cat(AuthenticateRealm)) + kCrLf;
@@ -68,7 +68,7 @@ CollectionPtr ServerCore::http_DecodeHeader(const Variant& /*VarHeader*/) {
 }
 
 Variant ServerCore::html_GenericStart(const Variant& pTitulo, const Variant& FontColor,
-                                     const Variant& BackColor, const Variant& LinkColor) {
+                                      const Variant& BackColor, const Variant& LinkColor) {
   static const Variant kBlack = u"black", kWhite = u"white", kRed = u"red";
   const Variant& font = OrDefault(FontColor, kBlack);
   const Variant& back = OrDefault(BackColor, kWhite);
@@ -96,8 +96,8 @@ Variant ServerCore::html_GenericStart(const Variant& pTitulo, const Variant& Fon
   Line(page, [&] { return u"<title>" + Cat(pTitulo) + u"</title>"; });
   Line(page, [] { return Text(u"</head>"); });
   Line(page, [&] {
-    return u"<body link=\"" + Cat(link) + u"\" text=\"" + Cat(font) + u"\" bgcolor=\"" +
-           Cat(back) + u"\">";
+    return u"<body link=\"" + Cat(link) + u"\" text=\"" + Cat(font) + u"\" bgcolor=\"" + Cat(back) +
+           u"\">";
   });
   Line(page, [] {
     return Text(u"<p><font face=\"Verdana, Arial, Helvetica, sans-serif\" size=\"2\"><b>");
@@ -111,10 +111,12 @@ Variant ServerCore::html_GenericEnd() {
   Line(page, [] { return Text(u"<hr>"); });
   // This row has no line end: the next one continues it.
   Resume([&] {
-    page += u"<p align=\"center\"><font face=\"Verdana, Arial, Helvetica, sans-serif\" "
-            u"size=\"1\" color=\"#999999\">";
+    page +=
+        u"<p align=\"center\"><font face=\"Verdana, Arial, Helvetica, sans-serif\" "
+        u"size=\"1\" color=\"#999999\">";
   });
-  Line(page, [] { return u"(c) <A HREF=" + Text(kMakerAddress) + u">2001, Varnek</A></font></p>"; });
+  Line(page,
+       [] { return u"(c) <A HREF=" + Text(kMakerAddress) + u">2001, Varnek</A></font></p>"; });
   Line(page, [] { return Text(u"</body>"); });
   Line(page, [] { return Text(u"</html>"); });
   return page;
@@ -161,9 +163,8 @@ Variant ServerCore::html_retrieveHeader(const Text& tPage) {
   Line(request, [] { return Text(u"Accept: text/plain"); });
   Line(request, [] { return Text(u"Accept-Language: en-us"); });
   Line(request, [] { return Text(u"Accept-Encoding: gzip, deflate"); });
-  Line(request, [] {
-    return Text(u"User-Agent: Mozilla/4.0 (compatible; MSIE 5.0; Windows 98; DigExt)");
-  });
+  Line(request,
+       [] { return Text(u"User-Agent: Mozilla/4.0 (compatible; MSIE 5.0; Windows 98; DigExt)"); });
   Line(request, [&] { return u"Host: " + listener_->LocalAddress(); });
   Line(request, [] { return Text(u"Connection: Keep-Alive"); });
   Line(request, [] { return Text(); });

@@ -176,11 +176,12 @@ void ServerCore::SocketX_Done(int16_t index, int32_t code) {
       if (!keep) CloseAfterAnswer(index);
       break;
     }
-    default:
-      break;
+    default: break;
   }
   Resume([&] {
-    Report([&] { return u"Evento (" + Number(index) + u")- Done:" + name + u" Now:" + Sock(index).StateText(); });
+    Report([&] {
+      return u"Evento (" + Number(index) + u")- Done:" + name + u" Now:" + Sock(index).StateText();
+    });
   });
   DoEvents();
 }

@@ -6,8 +6,7 @@
 
 namespace varnek {
 
-HTTPServer::HTTPServer(Platform& platform)
-    : core_(std::make_unique<ServerCore>(platform, *this)) {}
+HTTPServer::HTTPServer(Platform& platform) : core_(std::make_unique<ServerCore>(platform, *this)) {}
 
 // The core goes first (it is the last member) and runs Stop with the events whole.
 HTTPServer::~HTTPServer() = default;
@@ -41,8 +40,8 @@ int32_t HTTPServer::Height() const { return core_->Height(); }
 void HTTPServer::Resize(int32_t width, int32_t height) { core_->Resize(width, height); }
 void HTTPServer::UserControl_Resize() { core_->UserControl_Resize(); }
 
-Variant HTTPServer::http_Header(int32_t pNumCode, int32_t ContentType,
-                                const Variant& ContentLength, const Variant& AuthenticateRealm) {
+Variant HTTPServer::http_Header(int32_t pNumCode, int32_t ContentType, const Variant& ContentLength,
+                                const Variant& AuthenticateRealm) {
   return core_->http_Header(pNumCode, ContentType, ContentLength, AuthenticateRealm);
 }
 Variant HTTPServer::http_ErrorResponse(int32_t pNumError) {

@@ -54,8 +54,7 @@ class HTTPServer {
                      Collection& ParamValues, Variant& VarString, Variant& Response,
                      Variant& IdxProceso, Collection& HeaderVariables, Collection& HeaderValues)>
       POSTReceived;
-  std::function<void(Variant& RemoteIP, Variant& VarString, Variant& Response,
-                     Variant& IdxProceso)>
+  std::function<void(Variant& RemoteIP, Variant& VarString, Variant& Response, Variant& IdxProceso)>
       GENERICReceived;
   // The control's log: State is always "", the text is in StateString.
   std::function<void(Variant& State, Variant& StateString)> InternalState;
@@ -153,8 +152,8 @@ class HTTPServer {
   // stamp): a host that waited never answers the next client. Calls from
   // outside the connection's handlers (a host timer) address the slot by
   // number.
-  int32_t ProcesoStatus_Code(const Variant& Index);      // the slot's State, 0 out of range
-  Variant ProcesoStatus_String(const Variant& Index);    // its StateText
+  int32_t ProcesoStatus_Code(const Variant& Index);    // the slot's State, 0 out of range
+  Variant ProcesoStatus_String(const Variant& Index);  // its StateText
   // Sends at once, no State check; refreshes the stamp. Open: a failed Send
   // (a closed slot) reaches the caller.
   void Proceso_Send(const Variant& Index, const Variant& value);

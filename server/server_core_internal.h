@@ -107,7 +107,7 @@ class ServerCore {
  private:
   struct Slot {
     std::unique_ptr<SocketCtl> socket;
-    Text motor_stamp;  // host text form of a date, or ""
+    Text motor_stamp;         // host text form of a date, or ""
     uint64_t connection = 0;  // the connection it carries, numbered by the server; 0: none yet
   };
   // The connection a handler serves: its slot, the slot's connection number
@@ -187,22 +187,23 @@ class ServerCore {
   void TimerWatchdog_Tick();
 
   // stale_sweep.cpp
-  void SweepStaleSlots();                           // the accept handler's sweep; pumps
-  void SetStamp(int32_t index, const Text& stamp);  // every write of a slot's stamp but its clearing
+  void SweepStaleSlots();  // the accept handler's sweep; pumps
+  // Every write of a slot's stamp but its clearing.
+  void SetStamp(int32_t index, const Text& stamp);
 
   // Shared helpers (slot_helpers.cpp).
   void Report(const Text& text);
   // The same, the text built only when a handler listens.
   template <class Build>
-    requires std::is_invocable_r_v<Text, Build>
+  requires std::is_invocable_r_v<Text, Build>
   void Report(Build&& build) {
     if (InternalState) Report(Text(build()));
   }
-  SocketCtl& Sock(int32_t index) const;   // fails with 9 when no such slot
-  Slot& SlotAt(int32_t index);            // same
-  int32_t UpperBound() const;             // highest loaded slot index
-  int32_t LowestFreeSlot() const;         // lowest loaded slot reading State 0; 0 if none
-  Variant& TextOf(int32_t index);         // ProcesoTexto(index), fails with 9
+  SocketCtl& Sock(int32_t index) const;  // fails with 9 when no such slot
+  Slot& SlotAt(int32_t index);           // same
+  int32_t UpperBound() const;            // highest loaded slot index
+  int32_t LowestFreeSlot() const;        // lowest loaded slot reading State 0; 0 if none
+  Variant& TextOf(int32_t index);        // ProcesoTexto(index), fails with 9
   Variant& ExtraOf(int32_t index);
   std::vector<bool>::reference KeepOpenOf(int32_t index);
   // Makes a per-slot text "" and gives its memory back: an assignment of ""
@@ -213,7 +214,7 @@ class ServerCore {
   // are not kept once its processing is over: the instance is the server's
   // own, and nothing of the server reads the list after the host's event.
   void ForgetRequestRecords();
-  void Pause(double seconds);             // DateTime_PausaTimer; pumps
+  void Pause(double seconds);  // DateTime_PausaTimer; pumps
   void DoEvents();
   void WaitClosed(SocketCtl* listener, int32_t index);  // up to 10 s for State 1; pumps
   // Pause 1 s, Close slot `index`, wait up to 10 s for State 1. `resume`:
@@ -236,17 +237,17 @@ class ServerCore {
 
   Platform* platform_;
   std::unique_ptr<Adds> adds_;
-  std::unique_ptr<SocketCtl> listener_;                // SocketXListen
-  std::unique_ptr<LoopTimer> watchdog_;                // TimerWatchdog
-  std::vector<std::unique_ptr<Slot>> slots_;           // SocketX, element 0 never connected
-  std::vector<std::unique_ptr<Slot>> graveyard_;       // removed slots, freed when safe
-  int handler_depth_ = 0;                              // our handlers on the stack
+  std::unique_ptr<SocketCtl> listener_;           // SocketXListen
+  std::unique_ptr<LoopTimer> watchdog_;           // TimerWatchdog
+  std::vector<std::unique_ptr<Slot>> slots_;      // SocketX, element 0 never connected
+  std::vector<std::unique_ptr<Slot>> graveyard_;  // removed slots, freed when safe
+  int handler_depth_ = 0;                         // our handlers on the stack
   // False once the destructor ran; shared with the routines still waiting.
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
   // Connections taken over the server's whole life: slots made anew by a
   // restart never hand out a number an old run's handler still holds.
   uint64_t connections_taken_ = 0;
-  std::optional<double> oldest_busy_stamp_;            // at or before every stamp of a slot not free
+  std::optional<double> oldest_busy_stamp_;  // at or before every stamp of a slot not free
   // Per strand (one key for the single stack): the connections its handlers
   // serve, innermost last.
   std::unordered_map<const void*, std::vector<ServedConnection>> serving_;

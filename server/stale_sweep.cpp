@@ -18,7 +18,9 @@ namespace {
 bool IsStale(double stamp, double now) { return DateDiff(u"n", stamp, now) > 5; }
 
 // True when `when` lies before `bound` (or there is none yet).
-bool Earlier(double when, const std::optional<double>& bound) { return !bound || DateDiff(u"s", when, *bound) > 0; }
+bool Earlier(double when, const std::optional<double>& bound) {
+  return !bound || DateDiff(u"s", when, *bound) > 0;
+}
 
 }  // namespace
 
@@ -37,7 +39,8 @@ void ServerCore::SweepStaleSlots() {
     bool stale = false;
     // The state first: a closed slot (most of a large pool) needs no date
     // arithmetic. A failure of either part leaves the slot alone.
-    Resume([&] { stale = Sock(i).State() != kSocketClosed && IsStale(StampOrNow(i), loop().Now()); });
+    Resume(
+        [&] { stale = Sock(i).State() != kSocketClosed && IsStale(StampOrNow(i), loop().Now()); });
     if (!stale) continue;
     Resume([&] { Report(u"Server - Forzando cerrado del motor " + CStr(Variant::Long(i))); });
     PauseCloseAndWait(i);

@@ -80,8 +80,7 @@ Variant Generators::Sound_PlayMidi(const Text& PlayString) {
             midi.Reset();
             midi.Sleep(1);
             break;
-          default:
-            midiWait(duration);
+          default: midiWait(duration);
         }
       }
     }

@@ -18,12 +18,15 @@ constexpr int kOffsets[] = {9, 11, 0, 2, 4, 5, 7};
 
 class Parser {
  public:
-  Parser(const Text& play, MidiSettings& settings) : s_(UCase(play)), n_(static_cast<int64_t>(s_.size())), m_(settings) {}
+  Parser(const Text& play, MidiSettings& settings)
+      : s_(UCase(play)), n_(static_cast<int64_t>(s_.size())), m_(settings) {}
 
   ParsedPlay Run();
 
  private:
-  int Unit(int64_t pos) const { return pos >= 1 && pos <= n_ ? s_[static_cast<size_t>(pos - 1)] : -1; }
+  int Unit(int64_t pos) const {
+    return pos >= 1 && pos <= n_ ? s_[static_cast<size_t>(pos - 1)] : -1;
+  }
   // Reads the digits behind i_, moving i_ with them; zero_continues for L.
   // A run of more than 15 digits reads as a value no field holds.
   bool ReadNumber(bool zero_continues, double& value);
@@ -66,7 +69,9 @@ ParsedPlay Parser::Run() {
     double number = 0;
     if (c == u'N' && ReadNumber(false, number)) {
       out_.events.push_back({0, m_.NoteLength, m_.Volume, m_.Style});
-      Step([&] { out_.events.back().Note = ToInt32(static_cast<int64_t>(std::min(number, 4e18)) + 23); });
+      Step([&] {
+        out_.events.back().Note = ToInt32(static_cast<int64_t>(std::min(number, 4e18)) + 23);
+      });
     }
     if (c == u'T' && ReadNumber(false, number)) {
       Step([&] { m_.Tempo = ToInt16(static_cast<int64_t>(std::min(number, 4e18))); });

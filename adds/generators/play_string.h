@@ -17,10 +17,10 @@ namespace varnek::generators {
 struct MidiSettings {
   bool Initialised = false;
   int16_t Octave = 3;
-  int16_t Tempo = 120;      // crotchet beats per minute
-  int16_t NoteLength = 4;   // 4 a crotchet, 2 a minim, 0 at once with the next
+  int16_t Tempo = 120;     // crotchet beats per minute
+  int16_t NoteLength = 4;  // 4 a crotchet, 2 a minim, 0 at once with the next
   int32_t Volume = 96;
-  int16_t Style = 3;        // 0 normal, 1 staccato, 2 legato, 3 sustained
+  int16_t Style = 3;  // 0 normal, 1 staccato, 2 legato, 3 sustained
   bool DeviceOpen = false;
 };
 

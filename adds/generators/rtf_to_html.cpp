@@ -233,23 +233,15 @@ Text Converter::Run() {
 void Converter::ScanCharacter() {
   int c = At(l_);
   switch (c) {
-    case u'{':
-      ++l_;
-      break;
+    case u'{': ++l_; break;
     case u'}':
       pending_close_.FlushTo(phrase_);
       ++l_;
       break;
     case u'\n':
-    case u'\r':
-      ++l_;
-      break;
-    case u'\\':
-      ControlWord(static_cast<int32_t>(l_));
-      break;
-    default:
-      text_unit_.assign(1, static_cast<char16_t>(c));
-      got_text_ = true;
+    case u'\r': ++l_; break;
+    case u'\\': ControlWord(static_cast<int32_t>(l_)); break;
+    default: text_unit_.assign(1, static_cast<char16_t>(c)); got_text_ = true;
   }
 }
 
@@ -429,16 +421,13 @@ void Converter::ControlWord(int32_t p) {
         return;
       }
       break;
-    case u'\'':
-      Entity(p);
-      return;
+    case u'\'': Entity(p); return;
     case u'\n':
     case u'\r':
       phrase_ += kCrLf;
       l_ = p + 2;
       return;
-    default:
-      break;
+    default: break;
   }
   UnknownWord(q);
 }

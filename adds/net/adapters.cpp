@@ -73,10 +73,14 @@ Text Network::NET_CurrentMachineName() {
 bool Network::NET_CheckState(int32_t pState) {
   const uint32_t flags = platform().net_tables->ConnectedState();
   switch (pState) {
-    case 1: case 2: case 4: case 8: case 16: case 32: case 64:
-      return (flags & static_cast<uint32_t>(pState)) != 0;
-    default:
-      return false;
+    case 1:
+    case 2:
+    case 4:
+    case 8:
+    case 16:
+    case 32:
+    case 64: return (flags & static_cast<uint32_t>(pState)) != 0;
+    default: return false;
   }
 }
 

@@ -39,9 +39,9 @@ int32_t Network::POST_SendMensaje(
 
   const bool ran = Guarded([&] {
     // Defaults, and the socket's settings.
-    OptionalArg* extra[] = {&VarFirma, &ValueFirma, &VarAdic1, &ValueAdic1, &VarAdic2,
-                            &ValueAdic2, &VarAdic3, &ValueAdic3, &VarAdic4, &ValueAdic4,
-                            &VarAdic5, &ValueAdic5, &VarAdic6, &ValueAdic6};
+    OptionalArg* extra[] = {&VarFirma,   &ValueFirma, &VarAdic1,   &ValueAdic1, &VarAdic2,
+                            &ValueAdic2, &VarAdic3,   &ValueAdic3, &VarAdic4,   &ValueAdic4,
+                            &VarAdic5,   &ValueAdic5, &VarAdic6,   &ValueAdic6};
     for (OptionalArg* arg : extra) Defaulted(*arg, u"");
     if (StrResponseOK.IsMissing()) StrResponseOK.Get() = Variant(u"200");
     ok_mark = CStr(StrResponseOK.Get());
@@ -88,10 +88,9 @@ int32_t Network::POST_SendMensaje(
     // The request: the Host line holds this machine's address, and the
     // body's own CR LF is not counted. Both stay so.
     const Text request = u"POST " + path + u" HTTP/1.0\r\n" +
-                         u"Content-type: application/x-www-form-urlencoded\r\n" +
-                         u"Host: " + s.LocalAddress() + u"\r\n" +
-                         u"Content-length: " + CStr(Variant(Len(body))) + u"\r\n" +
-                         u"\r\n" + body + u"\r\n";
+                         u"Content-type: application/x-www-form-urlencoded\r\n" + u"Host: " +
+                         s.LocalAddress() + u"\r\n" + u"Content-length: " +
+                         CStr(Variant(Len(body))) + u"\r\n" + u"\r\n" + body + u"\r\n";
 
     // Open the connection, each stage within pTimeOut.
     const int64_t timeout = Variant(pTimeOut.Get()).ToLong();

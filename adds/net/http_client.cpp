@@ -100,12 +100,11 @@ Variant Network::HttpGetWith(TextToolkit* splitter, SocketCtl* SocketX, const Va
         // The request.
         Text path = CStr(page_path);
         if (Left(path, 1) != u"/" && Left(path, 1) != u"\\") path = u"/" + path;
-        const Text request = u"GET " + path + u" HTTP/1.1\r\n" + u"Accept: text/plain\r\n" +
-                             u"Accept-Language: en-us\r\n" +
-                             u"Accept-Encoding: gzip, deflate\r\n" +
-                             u"User-Agent: Mozilla/4.0 (compatible; MSIE 5.0; Windows 98; DigExt)\r\n" +
-                             u"Host: " + s.LocalAddress() + u"\r\n" +
-                             u"Connection: Keep-Alive\r\n" + u"\r\n";
+        const Text request =
+            u"GET " + path + u" HTTP/1.1\r\n" + u"Accept: text/plain\r\n" +
+            u"Accept-Language: en-us\r\n" + u"Accept-Encoding: gzip, deflate\r\n" +
+            u"User-Agent: Mozilla/4.0 (compatible; MSIE 5.0; Windows 98; DigExt)\r\n" + u"Host: " +
+            s.LocalAddress() + u"\r\n" + u"Connection: Keep-Alive\r\n" + u"\r\n";
         // Sent once; its failure is dropped.
         Resume([&] { s.Send(Variant(request)); });
         // Collect until a marker or the limit.
@@ -153,11 +152,14 @@ Text Network::NET_HTTPsend(const Variant& /*tmpURL*/, const Variant& tmpContent)
          u"Server: Lumbro ActiveX (Win32)\r\n"
          u"Vary: Host\r\n"
          u"Last-Modified: Sun, 03 Sep 2000 20:16:08 GMT\r\n"
-         u"Content-Length: " + CStr(Variant(Len(content))) + u"\r\n"
+         u"Content-Length: " +
+         CStr(Variant(Len(content))) +
+         u"\r\n"
          u"Connection: close\r\n"
          u"Xonnection: open\r\n"
          u"Content-Type: application/octet-stream\r\n"
-         u"\r\n" + content;
+         u"\r\n" +
+         content;
 }
 
 bool Network::NET_DownloadFile(const Text& URL, const Text& LocalFilename) {

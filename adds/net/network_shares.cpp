@@ -18,18 +18,12 @@ constexpr const char16_t* kHeader = u"Type\tProvider\tRemoteName\tLocalName\tCom
 // The class of an entry, or nullptr when it has none.
 const char16_t* ClassOf(const NetResource& e) {
   switch (e.display_type) {
-    case 0:
-      return u"Generic";
-    case 1:
-      return u"Domain";
-    case 2:
-      return u"Server";
-    case 3:
-      return e.type == 1 ? u"Disk" : e.type == 2 ? u"Printer" : nullptr;
-    case 6:
-      return u"Provider";
-    default:
-      return nullptr;
+    case 0: return u"Generic";
+    case 1: return u"Domain";
+    case 2: return u"Server";
+    case 3: return e.type == 1 ? u"Disk" : e.type == 2 ? u"Printer" : nullptr;
+    case 6: return u"Provider";
+    default: return nullptr;
   }
 }
 

@@ -30,8 +30,8 @@ int32_t Network::tcpPortNumber(uint32_t word) {
 
 Text Network::tcpStateName(uint32_t word) {
   static constexpr const char16_t* kNames[] = {
-      u"CLOSED", u"LISTEN", u"SYN_SENT", u"SYN_RCVD", u"ESTAB", u"FIN_WAIT1",
-      u"FIN_WAIT2", u"CLOSE_WAIT", u"CLOSING", u"LAST_ACK", u"TIME_WAIT", u"DELETE_TCB"};
+      u"CLOSED",    u"LISTEN",     u"SYN_SENT", u"SYN_RCVD", u"ESTAB",     u"FIN_WAIT1",
+      u"FIN_WAIT2", u"CLOSE_WAIT", u"CLOSING",  u"LAST_ACK", u"TIME_WAIT", u"DELETE_TCB"};
   return word >= 1 && word <= 12 ? Text(kNames[word - 1]) : Text();
 }
 
@@ -56,8 +56,11 @@ Variant Network::NET_Stat(bool ExcluirLocalhost, int32_t FiltrarSoloEstado,
     const int32_t local_port = tcpPortNumber(row.local_port);
     const int32_t remote_port = tcpPortNumber(row.remote_port);
     // The port filters compare as Variants do: 0 keeps every row.
-    if (FiltrarSoloPuertoLocal.ToDouble() != 0 && FiltrarSoloPuertoLocal.ToDouble() != local_port) continue;
-    if (FiltrarSoloPuertoRemoto.ToDouble() != 0 && FiltrarSoloPuertoRemoto.ToDouble() != remote_port) continue;
+    if (FiltrarSoloPuertoLocal.ToDouble() != 0 && FiltrarSoloPuertoLocal.ToDouble() != local_port)
+      continue;
+    if (FiltrarSoloPuertoRemoto.ToDouble() != 0 &&
+        FiltrarSoloPuertoRemoto.ToDouble() != remote_port)
+      continue;
     Text record;
     for (const Text& field :
          {local, CStr(Variant::Long(local_port)), tcpAddressText(row.remote_addr),

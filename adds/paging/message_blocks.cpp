@@ -33,8 +33,9 @@ Text NextPrinterId(const Text& stored) {
 
 }  // namespace
 
-CollectionPtr Paging::Mensajes_GenerarBloques(const Variant& MensajeCompleto, const Variant& pLargoBloque,
-                                              Variant& IDColeccion, bool DataHeaders) {
+CollectionPtr Paging::Mensajes_GenerarBloques(const Variant& MensajeCompleto,
+                                              const Variant& pLargoBloque, Variant& IDColeccion,
+                                              bool DataHeaders) {
   Text remaining = CStr(MensajeCompleto);
   int32_t count = 0;
   const double size = Val(CStr(pLargoBloque));
@@ -48,8 +49,9 @@ CollectionPtr Paging::Mensajes_GenerarBloques(const Variant& MensajeCompleto, co
   std::vector<Text> work;
   auto add = [&](const Text& slice) {
     ++count;
-    work.push_back(DataHeaders ? u"#" + id + u"#" + CStr(Variant::Long(count)) + kPlaceholder + slice + u"#"
-                               : slice);
+    work.push_back(DataHeaders
+                       ? u"#" + id + u"#" + CStr(Variant::Long(count)) + kPlaceholder + slice + u"#"
+                       : slice);
   };
   const int32_t cut = CLng(Variant(size));
   while (Len(remaining) > size) {
@@ -68,8 +70,10 @@ Variant Paging::PagePrinter_GenerarBloques(Variant& StringCompleto, const Varian
   while (PagePrinter_Bloques->Count() > 0) PagePrinter_Bloques->Remove(Variant::Long(1));
 
   Text text = Var_Translate(CStr(StringCompleto), u"&", u"&&");
-  for (int32_t code = 128; code <= 255; ++code) text = Var_Translate(text, Chr(code), u"&" + HexPadded(code));
-  for (int32_t code = 1; code <= 31; ++code) text = Var_Translate(text, Chr(code), u"&" + HexPadded(code));
+  for (int32_t code = 128; code <= 255; ++code)
+    text = Var_Translate(text, Chr(code), u"&" + HexPadded(code));
+  for (int32_t code = 1; code <= 31; ++code)
+    text = Var_Translate(text, Chr(code), u"&" + HexPadded(code));
   StringCompleto = Variant(text);
 
   const Text message_id = NextPrinterId(CStr(Var_VariableGet(u"PagePrinter - Ultimo ID Mensaje")));
@@ -82,7 +86,8 @@ Variant Paging::PagePrinter_GenerarBloques(Variant& StringCompleto, const Varian
     uint32_t sum = 0;
     for (char16_t unit : header) sum += UnitToByte(unit);
     for (char16_t unit : payload) sum += UnitToByte(unit);
-    PagePrinter_Bloques->Add(Variant(header + HexPadded(static_cast<int32_t>(sum % 256)) + payload));
+    PagePrinter_Bloques->Add(
+        Variant(header + HexPadded(static_cast<int32_t>(sum % 256)) + payload));
   };
 
   Text remaining = text;

@@ -58,9 +58,9 @@ class Paging : public virtual VariableStore, public virtual Storage {
   // read, so a wait string that never comes makes it wait until the clock
   // ticks between the two tests, or a cancel: kept so. "" when cancelled or
   // closed. Failures of the control after the start are ignored. Pumps.
-  Text SERIAL_WaitFor(CommCtl& SerialControl, const Variant& WaitString1, const Variant& WaitString2,
-                      const Variant& WaitString3, const Variant& slTOut, bool DebugComm = false,
-                      bool ExtendedTimeoutIfReceive = true);
+  Text SERIAL_WaitFor(CommCtl& SerialControl, const Variant& WaitString1,
+                      const Variant& WaitString2, const Variant& WaitString3, const Variant& slTOut,
+                      bool DebugComm = false, bool ExtendedTimeoutIfReceive = true);
 
   // Waits up to slTOut s for the first text, then reads on until 2 quiet
   // seconds (with the extension; without it until the first empty read past
@@ -70,7 +70,8 @@ class Paging : public virtual VariableStore, public virtual Storage {
   // the control after the start are ignored (a failing count reads as 0).
   // Pumps.
   Text SERIAL_Receive(CommCtl& SerialControl, const Variant& slTOut, bool DebugComm = false,
-                      bool ExtendedTimeoutIfReceive = true, const Variant& StopIfReceiveString1 = u"",
+                      bool ExtendedTimeoutIfReceive = true,
+                      const Variant& StopIfReceiveString1 = u"",
                       const Variant& StopIfReceiveString2 = u"");
 
   // Writes the text: True when the port is open, False when it is closed or
@@ -135,7 +136,8 @@ class Paging : public virtual VariableStore, public virtual Storage {
   // 10 s). False after hanging up when a step fails. Pumps.
   bool TAP_InitDialog(CommCtl& SerialControl, const Variant& pSerialPort, const Variant& pBaudRate,
                       const Variant& pDataBits, bool pParityNtrue_Efalse, const Variant& pStopBit,
-                      const Variant& CurrModemInit, const Variant& CurrTelefono, const Variant& CurrClave);
+                      const Variant& CurrModemInit, const Variant& CurrTelefono,
+                      const Variant& CurrClave);
 
   // Sends STX code CR message CR ETX checksum CR and is True on ACK CR in the
   // answer (looked for before NAK CR and RS CR). FiltraCaracteres filters the
@@ -152,9 +154,10 @@ class Paging : public virtual VariableStore, public virtual Storage {
 
   // Dials, wakes the service with CR LF until CR "PAGER ID: ", gives the
   // pager until CR "FUNCTION: " (3 tries each). False after hanging up. Pumps.
-  bool SKYTEL_InitDialog(CommCtl& SerialControl, int16_t pSerialPort, int16_t pBaudRate, int16_t pDataBits,
-                         bool pParityNtrue_Efalse, int16_t pStopBit, const Variant& CurrModemInit,
-                         const Variant& CurrTelefono, const Variant& CurrPager, bool DebugCom = false);
+  bool SKYTEL_InitDialog(CommCtl& SerialControl, int16_t pSerialPort, int16_t pBaudRate,
+                         int16_t pDataBits, bool pParityNtrue_Efalse, int16_t pStopBit,
+                         const Variant& CurrModemInit, const Variant& CurrTelefono,
+                         const Variant& CurrPager, bool DebugCom = false);
 
   // "1", the message, "Y" through the menu prompts, at most four attempts;
   // True once "Y" went out. Filters the caller's message always. Pumps.
@@ -169,9 +172,10 @@ class Paging : public virtual VariableStore, public virtual Storage {
 
   // Dials, wakes the terminal with CR until "ID", asks "C" until "Format ?"
   // (3 tries each). CurrClave is not used. False after hanging up. Pumps.
-  bool ZETRON_InitDialog(CommCtl& SerialControl, int16_t pSerialPort, int16_t pBaudRate, int16_t pDataBits,
-                         bool pParityNtrue_Efalse, int16_t pStopBit, const Variant& CurrModemInit,
-                         const Variant& CurrTelefono, const Variant& CurrClave);
+  bool ZETRON_InitDialog(CommCtl& SerialControl, int16_t pSerialPort, int16_t pBaudRate,
+                         int16_t pDataBits, bool pParityNtrue_Efalse, int16_t pStopBit,
+                         const Variant& CurrModemInit, const Variant& CurrTelefono,
+                         const Variant& CurrClave);
 
   // Answers the terminal's questions from CurrCodigo (format = 1st
   // character, capcode = 2..L-1, function = character L-1; the last one is
@@ -210,7 +214,8 @@ class Paging : public virtual VariableStore, public virtual Storage {
                       bool debug = false);
   // Up to three tries of: send `text`, collect (seconds); true at the first
   // reply holding `awaited`. The sends' results are not looked at.
-  bool TryThreeTimes(CommCtl& comm, const Text& text, int32_t seconds, const Text& awaited, bool debug = false);
+  bool TryThreeTimes(CommCtl& comm, const Text& text, int32_t seconds, const Text& awaited,
+                     bool debug = false);
 
   bool serial_operation_open_ = false;
   bool serial_cancel_requested_ = false;

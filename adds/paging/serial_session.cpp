@@ -21,7 +21,8 @@ bool StartsWith(const Text& text, const Text& head) {
 }
 
 bool EndsWith(const Text& text, const Text& tail) {
-  return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
+  return text.size() >= tail.size() &&
+         text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
 }
 
 }  // namespace
@@ -51,16 +52,17 @@ bool Paging::SendLine(CommCtl& comm, const Text& text, bool debug) {
   return SERIAL_Send(comm, Variant(text), debug);
 }
 
-bool Paging::DialThreeTimes(CommCtl& comm, const Variant& port, const Variant& baud, const Variant& data,
-                            bool parity_n, const Variant& stop, const Variant& init, const Variant& phone,
-                            bool debug) {
+bool Paging::DialThreeTimes(CommCtl& comm, const Variant& port, const Variant& baud,
+                            const Variant& data, bool parity_n, const Variant& stop,
+                            const Variant& init, const Variant& phone, bool debug) {
   for (int i = 0; i < 3; ++i) {
     if (SERIAL_Connect(comm, port, baud, data, parity_n, stop, init, phone, 45, debug)) return true;
   }
   return false;
 }
 
-bool Paging::TryThreeTimes(CommCtl& comm, const Text& text, int32_t seconds, const Text& awaited, bool debug) {
+bool Paging::TryThreeTimes(CommCtl& comm, const Text& text, int32_t seconds, const Text& awaited,
+                           bool debug) {
   for (int i = 0; i < 3; ++i) {
     SendLine(comm, text, debug);
     if (InStr(Collect(comm, seconds, debug), awaited) > 0) return true;
@@ -70,8 +72,9 @@ bool Paging::TryThreeTimes(CommCtl& comm, const Text& text, int32_t seconds, con
 
 bool Paging::SERIAL_IsOpen(CommCtl& SerialControl) { return SerialControl.PortOpen(); }
 
-bool Paging::SERIAL_Connect(CommCtl& SerialControl, const Variant& pSerialPort, const Variant& pBaudRate,
-                            const Variant& pDataBits, bool pParityNtrue_Efalse, const Variant& pStopBit,
+bool Paging::SERIAL_Connect(CommCtl& SerialControl, const Variant& pSerialPort,
+                            const Variant& pBaudRate, const Variant& pDataBits,
+                            bool pParityNtrue_Efalse, const Variant& pStopBit,
                             const Variant& ModemInit, const Variant& slTelefono, int16_t slTOut,
                             bool /*DebugComm: ignored, False is passed on*/) {
   serial_operation_open_ = true;
@@ -169,9 +172,9 @@ Text Paging::SERIAL_Receive(CommCtl& SerialControl, const Variant& slTOut, bool 
   return collected;
 }
 
-Text Paging::SERIAL_WaitFor(CommCtl& SerialControl, const Variant& WaitString1, const Variant& WaitString2,
-                            const Variant& WaitString3, const Variant& slTOut, bool DebugComm,
-                            bool ExtendedTimeoutIfReceive) {
+Text Paging::SERIAL_WaitFor(CommCtl& SerialControl, const Variant& WaitString1,
+                            const Variant& WaitString2, const Variant& WaitString3,
+                            const Variant& slTOut, bool DebugComm, bool ExtendedTimeoutIfReceive) {
   if (serial_cancel_requested_ || !SerialControl.PortOpen()) return {};
   int64_t t = 0;
   Text wait1, wait2, wait3, collected;
@@ -212,7 +215,8 @@ bool Paging::SERIAL_Send(CommCtl& SerialControl, const Variant& StrToSend, bool 
   const float start = loop().Timer();
   const int32_t wait = std::max<int32_t>(Len(text) / 50, 5);
   // Entered only when the wait has already run out: kept as it is.
-  while (SerialControl.OutBufferCount() > 0 && loop().Timer() > start + static_cast<float>(wait) && !serial_cancel_requested_) {
+  while (SerialControl.OutBufferCount() > 0 && loop().Timer() > start + static_cast<float>(wait) &&
+         !serial_cancel_requested_) {
     loop().Pump(0.05);
   }
   return true;
@@ -231,7 +235,8 @@ Variant Paging::SERIAL_SendCommand(CommCtl& Comm, const Variant& NewCommand,
   loop().DoEvents();
   Resume([&] { reply = CommandRead(Comm); });
   const int64_t start = NowSeconds();
-  while (NowSeconds() - start < 5 && InStr(reply, u"OK\r\n") == 0 && InStr(reply, u"ERROR\r\n") == 0) {
+  while (NowSeconds() - start < 5 && InStr(reply, u"OK\r\n") == 0 &&
+         InStr(reply, u"ERROR\r\n") == 0) {
     // Block only on an empty buffer: text taken in by the last pump wakes nobody.
     int32_t waiting = 0;
     Resume([&] { waiting = Comm.InBufferCount(); });

@@ -23,8 +23,9 @@ bool Paging::SKYTEL_InitDialog(CommCtl& SerialControl, int16_t pSerialPort, int1
                                const Variant& CurrPager, bool DebugCom) {
   const auto steps = [&] {
     if (!DialThreeTimes(SerialControl, Variant::Integer(pSerialPort), Variant::Integer(pBaudRate),
-                        Variant::Integer(pDataBits), pParityNtrue_Efalse, Variant::Integer(pStopBit),
-                        CurrModemInit, CurrTelefono, DebugCom)) return false;
+                        Variant::Integer(pDataBits), pParityNtrue_Efalse,
+                        Variant::Integer(pStopBit), CurrModemInit, CurrTelefono, DebugCom))
+      return false;
     Collect(SerialControl, 0, DebugCom);
     if (!TryThreeTimes(SerialControl, kCrLf, 10, kPagerPrompt, DebugCom)) return false;
     Collect(SerialControl, 0, DebugCom);

@@ -7,8 +7,8 @@
 namespace varnek {
 
 namespace {
-const Text kStx = u"\x02", kEtx = u"\x03", kEot = u"\x04", kAck = u"\x06", kCr = u"\r", kEsc = u"\x1b",
-           kNak = u"\x15";
+const Text kStx = u"\x02", kEtx = u"\x03", kEot = u"\x04", kAck = u"\x06", kCr = u"\r",
+           kEsc = u"\x1b", kNak = u"\x15";
 }  // namespace
 
 Text Paging::TAP_CheckSum(const Variant& SLxBloque) {
@@ -22,12 +22,15 @@ Text Paging::TAP_CheckSum(const Variant& SLxBloque) {
   return digits;
 }
 
-bool Paging::TAP_InitDialog(CommCtl& SerialControl, const Variant& pSerialPort, const Variant& pBaudRate,
-                            const Variant& pDataBits, bool pParityNtrue_Efalse, const Variant& pStopBit,
-                            const Variant& CurrModemInit, const Variant& CurrTelefono, const Variant& CurrClave) {
+bool Paging::TAP_InitDialog(CommCtl& SerialControl, const Variant& pSerialPort,
+                            const Variant& pBaudRate, const Variant& pDataBits,
+                            bool pParityNtrue_Efalse, const Variant& pStopBit,
+                            const Variant& CurrModemInit, const Variant& CurrTelefono,
+                            const Variant& CurrClave) {
   const auto steps = [&] {
-    if (!DialThreeTimes(SerialControl, pSerialPort, pBaudRate, pDataBits, pParityNtrue_Efalse, pStopBit,
-                        CurrModemInit, CurrTelefono)) return false;
+    if (!DialThreeTimes(SerialControl, pSerialPort, pBaudRate, pDataBits, pParityNtrue_Efalse,
+                        pStopBit, CurrModemInit, CurrTelefono))
+      return false;
     Collect(SerialControl, 0);
     if (!TryThreeTimes(SerialControl, kCr, 3, u"ID")) return false;
     Collect(SerialControl, 0);
@@ -45,7 +48,8 @@ bool Paging::TAP_SendMsg(CommCtl& SerialControl, const Variant& CurrCodigo, Vari
   const Text body = kStx + CStr(CurrCodigo) + kCr + message + kCr + kEtx;
   if (!SendLine(SerialControl, body + TAP_CheckSum(Variant(body)) + kCr)) return false;
   const int32_t wait = std::max<int32_t>(Len(message) / 50, 10);
-  Text reply = SERIAL_Receive(SerialControl, Variant::Long(wait), false, true, Variant(kAck), Variant(kNak));
+  Text reply =
+      SERIAL_Receive(SerialControl, Variant::Long(wait), false, true, Variant(kAck), Variant(kNak));
   reply += Collect(SerialControl, 0);  // the CR behind a single ACK, and the rest
   loop().DoEvents();
   if (InStr(reply, kAck + kCr) > 0) return true;

@@ -66,8 +66,9 @@ bool Paging::ZETRON_InitDialog(CommCtl& SerialControl, int16_t pSerialPort, int1
                                const Variant& /*CurrClave: not used*/) {
   const auto steps = [&] {
     if (!DialThreeTimes(SerialControl, Variant::Integer(pSerialPort), Variant::Integer(pBaudRate),
-                        Variant::Integer(pDataBits), pParityNtrue_Efalse, Variant::Integer(pStopBit),
-                        CurrModemInit, CurrTelefono)) return false;
+                        Variant::Integer(pDataBits), pParityNtrue_Efalse,
+                        Variant::Integer(pStopBit), CurrModemInit, CurrTelefono))
+      return false;
     Collect(SerialControl, 0);
     if (!TryThreeTimes(SerialControl, kCr, 3, u"ID")) return false;
     Collect(SerialControl, 0);
@@ -78,16 +79,19 @@ bool Paging::ZETRON_InitDialog(CommCtl& SerialControl, int16_t pSerialPort, int1
   return false;
 }
 
-bool Paging::ZETRON_SendMsg(CommCtl& SerialControl, const Variant& CurrCodigo, Variant& CurrMensaje) {
+bool Paging::ZETRON_SendMsg(CommCtl& SerialControl, const Variant& CurrCodigo,
+                            Variant& CurrMensaje) {
   CurrMensaje = Var_FiltraCaracteres(CurrMensaje);
   const Text message = CStr(CurrMensaje);
   const Text code = CStr(CurrCodigo);
   const int32_t length = Len(code);
   // The answers of the states Format, Capcode, Function, Message, Alpha, Page Now.
   const Text answers[] = {Mid(code, 1, 1),
-                          Mid(code, 2, length - 2),   // fails with 5 under 2 characters
-                          Mid(code, length - 1, 1),   // the capcode's last character: kept
-                          message, u"Y", u"Y"};
+                          Mid(code, 2, length - 2),  // fails with 5 under 2 characters
+                          Mid(code, length - 1, 1),  // the capcode's last character: kept
+                          message,
+                          u"Y",
+                          u"Y"};
   const int32_t message_wait = std::max<int32_t>(Len(message) / 50, 10);
   const int64_t limit = NowSeconds() + 60;
 

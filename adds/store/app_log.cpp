@@ -18,7 +18,8 @@ namespace {
 // The number zero-padded to width digits, as Format "00" / "0000" gives it.
 Text Digits(int32_t value, int width) {
   Text out;
-  for (int32_t v = value; v > 0; v /= 10) out.insert(out.begin(), static_cast<char16_t>(u'0' + v % 10));
+  for (int32_t v = value; v > 0; v /= 10)
+    out.insert(out.begin(), static_cast<char16_t>(u'0' + v % 10));
   while (static_cast<int>(out.size()) < width) out.insert(out.begin(), u'0');
   return out;
 }
@@ -36,7 +37,9 @@ Text Hex16(int16_t value) {
 }
 
 // The low 16 bits, signed.
-int16_t Var_LowWord16(int32_t value) { return static_cast<int16_t>(static_cast<uint16_t>(value & 0xFFFF)); }
+int16_t Var_LowWord16(int32_t value) {
+  return static_cast<int16_t>(static_cast<uint16_t>(value & 0xFFFF));
+}
 
 // The value divided by 65535 (not 65536), truncated, one off when negative;
 // a result outside 16 bits fails with 6.
@@ -53,7 +56,8 @@ bool Storage::App_Log(const Variant& pOperacion, const Variant& pDescripcion) {
   return App_Log(pOperacion, pDescripcion, missing);
 }
 
-bool Storage::App_Log(const Variant& pOperacion, const Variant& pDescripcion, Variant& LogFileName) {
+bool Storage::App_Log(const Variant& pOperacion, const Variant& pDescripcion,
+                      Variant& LogFileName) {
   double now = loop().Now();
   Text stamp = u"[" + Digits(Day(now), 2) + u"-" + Digits(Month(now), 2) + u"-" +
                Digits(Year(now), 4) + u" " + Digits(Hour(now), 2) + u":" + Digits(Minute(now), 2) +

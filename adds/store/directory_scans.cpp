@@ -47,7 +47,8 @@ void ShowCaption(CaptionControl* label, const Text& caption) {
 
 }  // namespace
 
-void Storage::ScanAddFiles(ScanSink& sink, const Text& folder, const Text& pattern, bool with_dates) {
+void Storage::ScanAddFiles(ScanSink& sink, const Text& folder, const Text& pattern,
+                           bool with_dates) {
   std::vector<FileEntry> found;
   files().Enumerate(folder + u"/" + pattern, found);
   for (const FileEntry& entry : found) {
@@ -128,11 +129,13 @@ bool Storage::Disk_ScanRecursiveFiles(const Variant& pFilePath, Text FilePattern
     ToCollection(Storage& s, const Text& p, CaptionControl* l, bool d)
         : self_(s), pattern_(p), label_(l), dates_(d) {}
     void Add(const Text& entry) override {
-      if (!self_.Disk_ScanRecursiveFiles_Lista) self_.Disk_ScanRecursiveFiles_Lista = Collection::New();
+      if (!self_.Disk_ScanRecursiveFiles_Lista)
+        self_.Disk_ScanRecursiveFiles_Lista = Collection::New();
       self_.Disk_ScanRecursiveFiles_Lista->Add(Variant(entry));
     }
     void Recurse(const Text& folder) override {
-      self_.Disk_ScanRecursiveFiles(Variant(folder), pattern_, label_, dates_, Variant(u"INTERNAL"));
+      self_.Disk_ScanRecursiveFiles(Variant(folder), pattern_, label_, dates_,
+                                    Variant(u"INTERNAL"));
     }
 
    private:
@@ -154,8 +157,9 @@ bool Storage::Disk_ScanRecursiveFiles(const Variant& pFilePath, Text FilePattern
   return ScanWalk(sink, path, FilePattern, StatusLabel, WithDateTime, top);
 }
 
-bool Storage::Disk_ScanRecursiveDirAndOrFiles(ListControl* ListControlDestino, const Variant& pFilePath,
-                                              const Variant& FilePattern, CaptionControl* StatusLabel,
+bool Storage::Disk_ScanRecursiveDirAndOrFiles(ListControl* ListControlDestino,
+                                              const Variant& pFilePath, const Variant& FilePattern,
+                                              CaptionControl* StatusLabel,
                                               const Variant& internal_Recursive) {
   class ToList : public ScanSink {
    public:
@@ -212,9 +216,12 @@ Text Storage::Win_LocaleDateOrder(Text& Separator) {
       continue;
     }
     double value = Val(part);
-    if (value == 25) order[k] = u"dd";
-    else if (value == 8) order[k] = u"mm";
-    else if (value == 1958 || value == 58) order[k] = u"yyyy";
+    if (value == 25)
+      order[k] = u"dd";
+    else if (value == 8)
+      order[k] = u"mm";
+    else if (value == 1958 || value == 58)
+      order[k] = u"yyyy";
   }
   return order[0] + u"/" + order[1] + u"/" + order[2];
 }

@@ -48,7 +48,8 @@ Variant Storage::LoadTable(const Text& text, int32_t rows) {
   for (size_t stop; (stop = text.find(record_end, pos)) != Text::npos; pos = stop + 1, ++row) {
     int32_t col = 0;
     size_t start = pos;
-    for (size_t cut; (cut = text.find(field_end, start)) != Text::npos && cut < stop; start = cut + 1) {
+    for (size_t cut; (cut = text.find(field_end, start)) != Text::npos && cut < stop;
+         start = cut + 1) {
       table->At({row, col}) = Variant(text.substr(start, cut - start));
       ++col;
     }

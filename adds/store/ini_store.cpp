@@ -96,8 +96,9 @@ Text Storage::INI_GetString(Text pstrAppName, Text pstrKeyName, Text pstrDefault
 int16_t Storage::INI_PutString(Text pstrAppName, Text pstrKeyName, Text pstrValue) {
   if (Trim(ini_file_name_).empty() || Trim(pstrKeyName).empty() || Trim(pstrAppName).empty())
     return 0;
-  bool written = profiles().WriteString(TextView(WithNul(pstrAppName)), TextView(WithNul(pstrKeyName)),
-                                        TextView(WithNul(pstrValue)), ini_file_name_);
+  bool written =
+      profiles().WriteString(TextView(WithNul(pstrAppName)), TextView(WithNul(pstrKeyName)),
+                             TextView(WithNul(pstrValue)), ini_file_name_);
   return written ? 1 : 0;
 }
 

@@ -251,7 +251,8 @@ class Storage : public virtual TextToolkit {
   int32_t ini_buffer_upper_ = -1;
   int16_t ini_buffer_count_ = 0;
   uint32_t rnd_state_ = 0x50000;
-  std::set<std::pair<uint64_t, uint64_t>> scan_seen_;  // folders walked by the current scan  // the classic generator's initial seed
+  std::set<std::pair<uint64_t, uint64_t>>
+      scan_seen_;  // folders walked by the current scan  // the classic generator's initial seed
 };
 
 }  // namespace varnek

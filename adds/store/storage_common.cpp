@@ -19,7 +19,8 @@ bool Storage::SplitPath(const Text& filename, Text& folder, Text& name) {
   name = StrReverse(Var_GetPart(reversed, u"/", true));
   folder = StrReverse(CStr(reversed));
   // A file right under the root keeps "/" as its folder, as "C:\a" keeps "C:".
-  if (folder.empty() && !filename.empty() && filename[0] == u'/' && !name.empty()) folder.assign(1, u'/');
+  if (folder.empty() && !filename.empty() && filename[0] == u'/' && !name.empty())
+    folder.assign(1, u'/');
   return true;
 }
 

@@ -28,15 +28,14 @@ int32_t HalfRoundedToEven(int32_t n) {
 // "item sorts before other" by the sort mode.
 bool SortsBefore(const Variant& item, const Variant& other, int32_t mode) {
   switch (mode) {
-    case 0:
-      return VariantLess(item, other);
+    case 0: return VariantLess(item, other);
     case 1:
     case 2:
       // StrComp of a Null is Null, which is not -1.
       if (item.IsNull() || other.IsNull()) return false;
-      return StrComp(item.ToText(), other.ToText(), mode == 1 ? CompareMode::Binary : CompareMode::TextCompare) == -1;
-    default:
-      return false;
+      return StrComp(item.ToText(), other.ToText(),
+                     mode == 1 ? CompareMode::Binary : CompareMode::TextCompare) == -1;
+    default: return false;
   }
 }
 
@@ -56,10 +55,11 @@ void VariableStore::SettleAddress(Variant& GlobalFamily, Variant& GroupFamily) {
   if (MissingOrEmpty(GroupFamily)) GroupFamily = Variant(kDefaultGroup);
 }
 
-bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent, Variant& GlobalFamily,
-                                    Variant& GroupFamily) {
+bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent,
+                                    Variant& GlobalFamily, Variant& GroupFamily) {
   SettleAddress(GlobalFamily, GroupFamily);
-  platform().settings->Set(GroupFamily.ToText(), GlobalFamily.ToText(), NameVariable.ToText(), NewContent.ToText());
+  platform().settings->Set(GroupFamily.ToText(), GlobalFamily.ToText(), NameVariable.ToText(),
+                           NewContent.ToText());
   return true;
 }
 
@@ -68,14 +68,17 @@ bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& 
   Variant family = GlobalFamily, group = GroupFamily;
   return Var_VariableSet(NameVariable, NewContent, family, group);
 }
-bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent, Variant& GlobalFamily) {
+bool VariableStore::Var_VariableSet(const Variant& NameVariable, const Variant& NewContent,
+                                    Variant& GlobalFamily) {
   Variant group = Variant::Missing();
   return Var_VariableSet(NameVariable, NewContent, GlobalFamily, group);
 }
 
-Variant VariableStore::Var_VariableGet(const Variant& NameVariable, Variant& GlobalFamily, Variant& GroupFamily) {
+Variant VariableStore::Var_VariableGet(const Variant& NameVariable, Variant& GlobalFamily,
+                                       Variant& GroupFamily) {
   SettleAddress(GlobalFamily, GroupFamily);
-  return Variant(platform().settings->Get(GroupFamily.ToText(), GlobalFamily.ToText(), NameVariable.ToText(), u""));
+  return Variant(platform().settings->Get(GroupFamily.ToText(), GlobalFamily.ToText(),
+                                          NameVariable.ToText(), u""));
 }
 
 Variant VariableStore::Var_VariableGet(const Variant& NameVariable, const Variant& GlobalFamily,
@@ -109,7 +112,8 @@ void VariableStore::Collection_Sort(Collection& Col, int32_t nSort) {
   }
 }
 
-Variant VariableStore::Collection_FindIdxKey(const Collection& Col, const Variant& KeyToFind, bool Aproximated) {
+Variant VariableStore::Collection_FindIdxKey(const Collection& Col, const Variant& KeyToFind,
+                                             bool Aproximated) {
   for (int32_t i = 1; i <= Col.Count(); ++i) {
     const Text item = UCase(Col.Item(i).ToText());
     const Text key = UCase(KeyToFind.ToText());

@@ -37,14 +37,16 @@ class VariableStore : public virtual AddsCore {
   bool Var_VariableSet(const Variant& NameVariable, const Variant& NewContent,
                        const Variant& GlobalFamily = Variant::Missing(),
                        const Variant& GroupFamily = Variant::Missing());
-  bool Var_VariableSet(const Variant& NameVariable, const Variant& NewContent, Variant& GlobalFamily);
-  bool Var_VariableSet(const Variant& NameVariable, const Variant& NewContent, Variant& GlobalFamily,
-                       Variant& GroupFamily);
+  bool Var_VariableSet(const Variant& NameVariable, const Variant& NewContent,
+                       Variant& GlobalFamily);
+  bool Var_VariableSet(const Variant& NameVariable, const Variant& NewContent,
+                       Variant& GlobalFamily, Variant& GroupFamily);
 
   // The stored text as a String Variant, "" when the name was never set. The
   // address is settled as in Var_VariableSet, in the same three forms, and
   // defaults are written back the same way. Open. Does not pump.
-  Variant Var_VariableGet(const Variant& NameVariable, const Variant& GlobalFamily = Variant::Missing(),
+  Variant Var_VariableGet(const Variant& NameVariable,
+                          const Variant& GlobalFamily = Variant::Missing(),
                           const Variant& GroupFamily = Variant::Missing());
   Variant Var_VariableGet(const Variant& NameVariable, Variant& GlobalFamily);
   Variant Var_VariableGet(const Variant& NameVariable, Variant& GlobalFamily, Variant& GroupFamily);
@@ -62,7 +64,8 @@ class VariableStore : public virtual AddsCore {
   // (so "*", "?", "#" and "[...]" in the key act as wildcards); -1 (Integer)
   // when none does. Open: an item or key without a text form fails (Null 94),
   // an unclosed "[" fails with 93. Does not pump.
-  Variant Collection_FindIdxKey(const Collection& Col, const Variant& KeyToFind, bool Aproximated = false);
+  Variant Collection_FindIdxKey(const Collection& Col, const Variant& KeyToFind,
+                                bool Aproximated = false);
 
   // Waits until the calendar clock (whole seconds) reaches now + lAmtOfDelay
   // seconds, pumping the host loop all the while; indifferent to midnight;

@@ -40,12 +40,9 @@ Variant SystemServices::POWER_Percent() { return Variant::Byte(PowerStatus.batte
 
 int16_t SystemServices::POWER_Source() {
   switch (PowerStatus.ac_line_status) {
-    case 0:
-      return 0;
-    case 1:
-      return 1;
-    default:
-      return 2;
+    case 0: return 0;
+    case 1: return 1;
+    default: return 2;
   }
 }
 
@@ -83,20 +80,11 @@ Variant SystemServices::Win_Memoria(int32_t sSolicitud) {
   MemoryStatus memory = platform().readings->ReadMemoryStatus();
   uint64_t bytes = 0;
   switch (sSolicitud) {
-    case 0:
-      bytes = memory.total_phys;
-      break;
-    case 1:
-      bytes = memory.avail_phys;
-      break;
-    case 2:
-      bytes = memory.total_virtual;
-      break;
-    case 3:
-      bytes = memory.avail_virtual;
-      break;
-    default:
-      return Variant::Long(0);
+    case 0: bytes = memory.total_phys; break;
+    case 1: bytes = memory.avail_phys; break;
+    case 2: bytes = memory.total_virtual; break;
+    case 3: bytes = memory.avail_virtual; break;
+    default: return Variant::Long(0);
   }
   auto figure = static_cast<int32_t>(ClassicMemoryFigure(bytes));
   return Variant::Long(figure / 1024);

@@ -28,7 +28,7 @@ class SystemServices : public virtual AddsCore {
 
   // One change of the battery level, newest first in the history.
   struct PowerRecord {
-    Variant percent;   // Byte; Empty (reading 0) until the record is filled
+    Variant percent;  // Byte; Empty (reading 0) until the record is filled
     int32_t source = 0;
     Date when;
   };
@@ -118,7 +118,6 @@ class SystemServices : public virtual AddsCore {
  protected:
   // For a class that joins this one with others (see adds_core.h).
   SystemServices() = default;
-
 };
 
 }  // namespace varnek

@@ -30,7 +30,8 @@ struct DecodeTable {
   int16_t values[256];
   constexpr DecodeTable() : values() {
     for (int b = 0; b < 256; ++b) values[b] = -1;
-    for (int i = 0; i < 64; ++i) values[static_cast<uint8_t>(kAlphabet[i])] = static_cast<int16_t>(i);
+    for (int i = 0; i < 64; ++i)
+      values[static_cast<uint8_t>(kAlphabet[i])] = static_cast<int16_t>(i);
     values[static_cast<uint8_t>('=')] = 64;
   }
 };

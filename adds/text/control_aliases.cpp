@@ -10,10 +10,9 @@ namespace {
 
 // Alias names of codes 0..31; 17 and 19 carry their flow-control names.
 constexpr const char16_t* kAliasNames[32] = {
-    u"NUL", u"SOH", u"STX", u"ETX", u"EOT", u"ENQ", u"ACK", u"BEL",
-    u"BS",  u"HT",  u"LF",  u"VT",  u"FF",  u"CR",  u"SO",  u"SI",
-    u"DLE", u"XON", u"DC2", u"XOFF", u"DC4", u"NAK", u"SYN", u"ETB",
-    u"CAN", u"EM",  u"SUB", u"ESC", u"FS",  u"GS",  u"RS",  u"US"};
+    u"NUL", u"SOH", u"STX", u"ETX", u"EOT", u"ENQ", u"ACK", u"BEL", u"BS",   u"HT",  u"LF",
+    u"VT",  u"FF",  u"CR",  u"SO",  u"SI",  u"DLE", u"XON", u"DC2", u"XOFF", u"DC4", u"NAK",
+    u"SYN", u"ETB", u"CAN", u"EM",  u"SUB", u"ESC", u"FS",  u"GS",  u"RS",   u"US"};
 
 constexpr char16_t kOpen = u'\u00AB';
 constexpr char16_t kClose = u'\u00BB';

@@ -175,8 +175,8 @@ Currency TextToolkit::Var_StringToCurrency(Variant& NewString) {
 Variant TextToolkit::Var_FiltraCaracteres(const Variant& InputText) {
   Text s = CStr(InputText);
   static constexpr const char16_t* kPlain[][2] = {
-      {u"ñ", u"n"}, {u"Ñ", u"N"}, {u"á", u"a"}, {u"é", u"e"}, {u"í", u"i"},
-      {u"ó", u"o"}, {u"ú", u"u"}, {u"Á", u"A"}, {u"É", u"E"}, {u"Í", u"I"},
+      {u"ñ", u"n"}, {u"Ñ", u"N"}, {u"á", u"a"},    {u"é", u"e"}, {u"í", u"i"},
+      {u"ó", u"o"}, {u"ú", u"u"}, {u"Á", u"A"},    {u"É", u"E"}, {u"Í", u"I"},
       {u"Ó", u"O"}, {u"Ú", u"U"}, {u"\r\n", u" "}, {u"\r", u" "}};
   for (const auto& row : kPlain) text::ReplaceAll(s, row[0], row[1]);
   for (int i = 128; i <= 255; ++i) {

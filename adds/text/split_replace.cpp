@@ -38,8 +38,9 @@ bool ReplaceAll(Text& text, TextView from, TextView to) {
   size_t at = text.find(from);
   if (at == Text::npos) return false;
   Text out;
-  out.reserve(to.size() > from.size() ? text.size() + text.size() / from.size() * (to.size() - from.size())
-                                      : text.size());
+  out.reserve(to.size() > from.size()
+                  ? text.size() + text.size() / from.size() * (to.size() - from.size())
+                  : text.size());
   size_t done = 0;
   while (at != Text::npos) {
     out.append(text, done, at - done);
@@ -140,8 +141,9 @@ Text TextToolkit::Var_GetFieldAt(const Variant& pLineText, const Variant& pPosit
       if (!FitsInt16(next)) break;  // can't be stored: p sticks
       states.push_back(next);
     }
-    int32_t p = wrapped ? states[static_cast<size_t>(std::fmod(rounds, static_cast<double>(states.size())))]
-                        : states.back();
+    int32_t p =
+        wrapped ? states[static_cast<size_t>(std::fmod(rounds, static_cast<double>(states.size())))]
+                : states.back();
     int32_t q = 0;
     if (p < text::kMaxInt16) {
       int32_t found = text::Find(p + 1, line, sep);
@@ -205,7 +207,8 @@ Variant TextToolkit::Var_CountChar(const Variant& TmpCadena, const Variant& tmpS
   // Non-overlapping matches, walked over the whole text. The count is a
   // Variant: Integer while it fits 16 bits, Long above, as its + 1 would give.
   int64_t count = 0;
-  for (size_t at = hay.find(needle); at != Text::npos; at = hay.find(needle, at + needle.size())) ++count;
+  for (size_t at = hay.find(needle); at != Text::npos; at = hay.find(needle, at + needle.size()))
+    ++count;
   if (count <= text::kMaxInt16) return Variant::Integer(static_cast<int16_t>(count));
   return Variant::Long(static_cast<int32_t>(count));
 }

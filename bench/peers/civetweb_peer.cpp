@@ -10,8 +10,10 @@
 namespace {
 
 int Answer(mg_connection* connection, void*) {
-  mg_printf(connection, "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nContent-Length: %zu\r\n"
-                        "Connection: close\r\n\r\n", BENCH_PAGE_SIZE);
+  mg_printf(connection,
+            "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nContent-Length: %zu\r\n"
+            "Connection: close\r\n\r\n",
+            BENCH_PAGE_SIZE);
   mg_write(connection, BENCH_PAGE, BENCH_PAGE_SIZE);
   return 200;
 }

@@ -12,10 +12,10 @@ int main(int argc, char** argv) {
   if (argc < 3) return 64;
   HTTPServer server;
   const Text page = Utf8ToText(BENCH_PAGE);
-  const Text answer = CStr(server.http_Header(e200_OK, eTextHTML, static_cast<int32_t>(page.size()))) + page;
-  server.GETReceived = [&](Variant&, Variant&, Variant&, Variant& response, Variant&, Collection&, Collection&) {
-    response = answer;
-  };
+  const Text answer =
+      CStr(server.http_Header(e200_OK, eTextHTML, static_cast<int32_t>(page.size()))) + page;
+  server.GETReceived = [&](Variant&, Variant&, Variant&, Variant& response, Variant&, Collection&,
+                           Collection&) { response = answer; };
   server.ServerPort(std::atoi(argv[1]));
   server.MaxConcurrentConnections(std::atoi(argv[2]));
   server.ServerOpen(true);

@@ -15,8 +15,8 @@ int main(int argc, char** argv) {
     Text body = u"<p>Hello, " + ip.ToText() + u"</p>";
     response = CStr(server.http_Header(e200_OK, eTextHTML, Len(body))) + body;
   };
-  server.UsersAdd("admin:secret");    // Basic credentials, NAME:PASS
-  server.SecurePathAdd("/admin");     // a path prefix that needs them
+  server.UsersAdd("admin:secret");  // Basic credentials, NAME:PASS
+  server.SecurePathAdd("/admin");   // a path prefix that needs them
   server.ServerPort(argc > 1 ? std::atoi(argv[1]) : 8080);
   server.ServerOpen(true);
   if (!server.ServerOpen()) return 1;  // port in use, or above 32767

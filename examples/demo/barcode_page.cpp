@@ -17,7 +17,8 @@ namespace {
 constexpr char16_t kDefaultText[] = u"HELLO 39";
 
 // The value of "text=" in the query (the server has URL-decoded it, a unit a
-// byte; a browser's UTF-8 is decoded here), or a default. The server gives a URL whose last segment has no dot a closing
+// byte; a browser's UTF-8 is decoded here), or a default. The server gives a URL whose last segment
+// has no dot a closing
 // "/"; that one is dropped again here.
 Text QueryText(Text url) {
   const int32_t query = InStr(url, u"?");
@@ -36,10 +37,11 @@ void ServeBarcode(PageRequest& r) {
   HTTPServer& server = r.host.server();
   Adds& adds = server.adds();
   auto box = adds.platform().surfaces->Create(400, 100);
-  const bool drawn = Guarded([&] { adds.Var_DrawBarcode(Variant(QueryText(r.url.ToText())), *box); },
-                             [&](const RuntimeError& e) {
-                               r.response = r.host.Framed(500, u"<p>" + HtmlEscape(FailureText(e)) + u"</p>");
-                             });
+  const bool drawn =
+      Guarded([&] { adds.Var_DrawBarcode(Variant(QueryText(r.url.ToText())), *box); },
+              [&](const RuntimeError& e) {
+                r.response = r.host.Framed(500, u"<p>" + HtmlEscape(FailureText(e)) + u"</p>");
+              });
   if (!drawn) return;
   // One unit a byte on the wire; the server has no image type of its own, so
   // the header goes without one and the PNG line is added before its end.

@@ -41,20 +41,19 @@ Text HtmlEscape(const Text& text) {
   return out;
 }
 
-DemoHost::DemoHost(HTTPServer& server, std::function<void(const std::string&)> log,
-                   Options options)
+DemoHost::DemoHost(HTTPServer& server, std::function<void(const std::string&)> log, Options options)
     : server_(server), options_(std::move(options)), chats_(server) {
   server_.InternalState = [this, log](Variant&, Variant& text) {
     chats_.NoteReport(text.ToText());
     log(text.ToUtf8());
   };
-  server_.GETReceived = [this](Variant& url, Variant& ip, Variant&, Variant& response,
-                               Variant& idx, Collection& names, Collection& values) {
+  server_.GETReceived = [this](Variant& url, Variant& ip, Variant&, Variant& response, Variant& idx,
+                               Collection& names, Collection& values) {
     OnGet(url, ip, response, idx, names, values);
   };
-  server_.POSTReceived = [this](Variant& url, Variant& ip, Collection& pnames,
-                                Collection& pvalues, Variant&, Variant& response, Variant& idx,
-                                Collection& names, Collection& values) {
+  server_.POSTReceived = [this](Variant& url, Variant& ip, Collection& pnames, Collection& pvalues,
+                                Variant&, Variant& response, Variant& idx, Collection& names,
+                                Collection& values) {
     OnPost(url, ip, pnames, pvalues, response, idx, names, values);
   };
   server_.GENERICReceived = [this](Variant&, Variant& raw, Variant& response, Variant&) {
@@ -80,7 +79,8 @@ Text DemoHost::IndexPage() {
       u"<li><a href=\"/admin/\">Secured page</a></li>\r\n"
       u"<li><a href=\"/chat\">Raw chat channel</a></li>\r\n";
   for (const Page& p : RegisteredPages()) {
-    page += u"<li><a href=\"" + HtmlEscape(p.path) + u"\">" + HtmlEscape(p.title) + u"</a></li>\r\n";
+    page +=
+        u"<li><a href=\"" + HtmlEscape(p.path) + u"\">" + HtmlEscape(p.title) + u"</a></li>\r\n";
   }
   page += u"</ul>\r\n";
   return page + CStr(server_.html_GenericEnd());
@@ -111,8 +111,8 @@ Text DemoHost::AdminPage() {
          CStr(server_.html_GenericEnd());
 }
 
-void DemoHost::OnGet(Variant& url, Variant& ip, Variant& response, Variant& idx,
-                     Collection& names, Collection& values) {
+void DemoHost::OnGet(Variant& url, Variant& ip, Variant& response, Variant& idx, Collection& names,
+                     Collection& values) {
   const Text path = url.ToText();
   if (path == u"/") {
     response = Framed(e200_OK, IndexPage());

@@ -15,8 +15,7 @@ class DemoHost {
  public:
   // Wires the server's events; `log` gets every InternalState text. Pages
   // registered in demo_pages.h are served after the built-in ones.
-  DemoHost(HTTPServer& server, std::function<void(const std::string&)> log,
-           Options options = {});
+  DemoHost(HTTPServer& server, std::function<void(const std::string&)> log, Options options = {});
 
   HTTPServer& server() { return server_; }
   const Options& options() const { return options_; }
@@ -33,8 +32,8 @@ class DemoHost {
  private:
   void OnGet(Variant& url, Variant& ip, Variant& response, Variant& idx, Collection& names,
              Collection& values);
-  void OnPost(Variant& url, Variant& ip, Collection& pnames, Collection& pvalues,
-              Variant& response, Variant& idx, Collection& names, Collection& values);
+  void OnPost(Variant& url, Variant& ip, Collection& pnames, Collection& pvalues, Variant& response,
+              Variant& idx, Collection& names, Collection& values);
   void OnGeneric(Variant& raw, Variant& response);
   // Hands the request to a registered page; false if none has the path.
   bool ServeRegisteredPage(const Variant& url, const Variant& ip, Variant& response,

@@ -62,7 +62,8 @@ Text BrowserText(const Text& units) {
 
 Text FormValue(const PageRequest& r, const Text& name) {
   for (int32_t k = 1; r.param_names && k <= r.param_names->Count(); ++k) {
-    if (r.param_names->Item(k).ToText() == name) return BrowserText(r.param_values->Item(k).ToText());
+    if (r.param_names->Item(k).ToText() == name)
+      return BrowserText(r.param_values->Item(k).ToText());
   }
   return Text();
 }

@@ -63,7 +63,8 @@ int main(int argc, char** argv) {
   Platform& platform = LinuxPlatformOn(*loop);
   stderr_log.Attach(*loop);
   if (options.time_port)  // a time server of the host's choosing, for the system page
-    platform.network_clock = *new LinuxNetworkClock(*loop, static_cast<uint16_t>(options.time_port));
+    platform.network_clock =
+        *new LinuxNetworkClock(*loop, static_cast<uint16_t>(options.time_port));
   if (!options.tls.empty()) {
     // The server names its certificate with one fixed name; here that name
     // stands for the files the flag names.
@@ -98,13 +99,15 @@ int main(int argc, char** argv) {
   if (!server.ServerOpen()) {
     stderr_log.Flush();
     std::cerr << "varnek-demo: the server did not start on port " << options.port
-              << (options.tls.empty() ? " (in use, or above 32767?)\n"
-                                      : " (in use, above 32767, or its certificate: see the reports above)\n");
+              << (options.tls.empty()
+                      ? " (in use, or above 32767?)\n"
+                      : " (in use, above 32767, or its certificate: see the reports above)\n");
     return 1;
   }
   const char* scheme = options.tls.empty() ? "http" : "https";
-  std::cout << "varnek-demo serving on " << scheme << "://127.0.0.1:" << options.port << "/ and " << scheme
-            << "://[::1]:" << options.port << "/ (" << TextToUtf8(server.HintText()) << "), " << options.slots << " slots\n";
+  std::cout << "varnek-demo serving on " << scheme << "://127.0.0.1:" << options.port << "/ and "
+            << scheme << "://[::1]:" << options.port << "/ (" << TextToUtf8(server.HintText())
+            << "), " << options.slots << " slots\n";
   if (options.defaults_for_admin) {
     std::cout << "/admin is secured for user admin, password admin\n";
   } else {

@@ -12,14 +12,16 @@ namespace {
 
 Text Row(std::initializer_list<Text> cells, const char16_t* tag = u"td") {
   Text row = u"<tr>";
-  for (const Text& c : cells) row += u"<" + Text(tag) + u">" + HtmlEscape(c) + u"</" + Text(tag) + u">";
+  for (const Text& c : cells)
+    row += u"<" + Text(tag) + u">" + HtmlEscape(c) + u"</" + Text(tag) + u">";
   return row + u"</tr>\r\n";
 }
 
 Text TcpTable(Adds& adds) {
   const Variant count = adds.NET_Stat();
-  Text html = u"<h3>TCP connections (" + CStr(count) + u")</h3>\r\n<table id=\"tcp\" border=\"1\">\r\n" +
-              Row({u"Local address", u"Local port", u"Remote address", u"Remote port", u"State"}, u"th");
+  Text html =
+      u"<h3>TCP connections (" + CStr(count) + u")</h3>\r\n<table id=\"tcp\" border=\"1\">\r\n" +
+      Row({u"Local address", u"Local port", u"Remote address", u"Remote port", u"State"}, u"th");
   for (int32_t k = 1; adds.Net_Stat_Lista && k <= adds.Net_Stat_Lista->Count(); ++k) {
     const Variant record = adds.Net_Stat_Lista->Item(k);
     html += Row({adds.Var_GetFieldAt(record, 1, u"\t"), adds.Var_GetFieldAt(record, 2, u"\t"),
@@ -49,9 +51,11 @@ Text ListRow(const Text& name, const Text& list) {
 }
 
 Text Adapters(Adds& adds) {
-  const Text state = adds.NET_CheckState(2) ? u"LAN" : (adds.NET_CheckState(32) ? u"offline" : u"other");
+  const Text state =
+      adds.NET_CheckState(2) ? u"LAN" : (adds.NET_CheckState(32) ? u"offline" : u"other");
   return u"<h3>Adapters</h3>\r\n<table id=\"adapters\" border=\"1\">\r\n" +
-         Row({u"", u"", u"As the routine gives it"}, u"th") + Row({u"Machine name", adds.NET_CurrentMachineName(), u""}) +
+         Row({u"", u"", u"As the routine gives it"}, u"th") +
+         Row({u"Machine name", adds.NET_CurrentMachineName(), u""}) +
          ListRow(u"Local addresses", adds.NET_LocalIPList(u", ")) +
          ListRow(u"Gateways", adds.NET_GatewayList(u", ")) +
          ListRow(u"DHCP servers", adds.NET_DHCPServerList(u", ")) +

@@ -30,8 +30,12 @@ Text Param(const PageRequest& r, const char16_t* name) {
 
 Text Form(const Text& pager, const Text& message) {
   return u"<form method=\"post\" action=\"/page\">\r\n"
-         u"<p>Pager code <input name=\"pager\" value=\"" + HtmlEscape(pager) + u"\"></p>\r\n"
-         u"<p>Message <input name=\"message\" size=\"60\" value=\"" + HtmlEscape(message) + u"\"></p>\r\n"
+         u"<p>Pager code <input name=\"pager\" value=\"" +
+         HtmlEscape(pager) +
+         u"\"></p>\r\n"
+         u"<p>Message <input name=\"message\" size=\"60\" value=\"" +
+         HtmlEscape(message) +
+         u"\"></p>\r\n"
          u"<p>Protocol <select name=\"protocol\"><option>tap</option><option>skytel</option>"
          u"<option>zetron</option></select></p>\r\n"
          u"<p><input type=\"submit\" value=\"Send\"></p>\r\n</form>\r\n";
@@ -65,7 +69,8 @@ void Serve(PageRequest& r) {
   // The line and the simulated terminal watch their descriptors on the host's loop.
   auto* loop = dynamic_cast<LinuxLoop*>(adds.platform().loop.get());
   if (!loop) {
-    r.response = r.host.Framed(500, u"<h1>Send a page</h1>\r\n<p>This page needs the Linux loop.</p>\r\n");
+    r.response =
+        r.host.Framed(500, u"<h1>Send a page</h1>\r\n<p>This page needs the Linux loop.</p>\r\n");
     return;
   }
   Text body = u"<h1>Send a page</h1>\r\n<p>Line: " + LineDescription(r.options) + u"</p>\r\n";
@@ -101,8 +106,9 @@ void Serve(PageRequest& r) {
   const int status = page::SendPage(adds, traced, job, [&](const std::string& text) {
     report += HtmlEscape(Utf8ToText(text)) + u"\r\n";
   });
-  body += Text(u"<p>Result: <b id=\"result\">") + (status == page::kPageSent ? u"sent" : u"not sent") +
-          u"</b> (status " + Utf8ToText(std::to_string(status)) + u")</p>\r\n<pre id=\"report\">" + report +
+  body += Text(u"<p>Result: <b id=\"result\">") +
+          (status == page::kPageSent ? u"sent" : u"not sent") + u"</b> (status " +
+          Utf8ToText(std::to_string(status)) + u")</p>\r\n<pre id=\"report\">" + report +
           u"</pre>\r\n<h2>Line traffic</h2>\r\n<pre id=\"traffic\">" + traffic + u"</pre>\r\n" +
           Form(Utf8ToText(job.pager), Utf8ToText(job.message));
   r.response = r.host.Framed(200, body);

@@ -40,7 +40,8 @@ constexpr char16_t kFormIntro[] =
     u"<HR><FORM METHOD=\"post\" ACTION=\"/rtf\" ACCEPT-CHARSET=\"UTF-8\">\r\n"
     u"<P>Paste RTF as a rich-text edit control saves it (a line break before \\deflang and every \\par) "
     u"and convert it:</P>\r\n<TEXTAREA NAME=\"rtf\" ROWS=\"12\" COLS=\"100\">";
-constexpr char16_t kFormEnd[] = u"</TEXTAREA><BR>\r\n<INPUT TYPE=\"submit\" VALUE=\"Convert\">\r\n</FORM>\r\n";
+constexpr char16_t kFormEnd[] =
+    u"</TEXTAREA><BR>\r\n<INPUT TYPE=\"submit\" VALUE=\"Convert\">\r\n</FORM>\r\n";
 
 // The converted page with the form before its end; the text area holds `rtf`.
 Text WithForm(const Text& page, const Text& rtf) {
@@ -56,7 +57,8 @@ Text WithForm(const Text& page, const Text& rtf) {
 void ServeRtf(PageRequest& r) {
   const bool pasted = r.param_names != nullptr;
   const Text source = pasted ? FormValue(r, u"rtf") : kSampleRtf;
-  Variant rtf = source, options = pasted ? u"+H+G+T\"Converted RTF\"" : u"+H+G+T\"Varnek RTF sample\"";
+  Variant rtf = source,
+          options = pasted ? u"+H+G+T\"Converted RTF\"" : u"+H+G+T\"Varnek RTF sample\"";
   Text page;
   Guarded([&] { page = CStr(r.host.server().adds().Var_RTF2HTML(rtf, options)); },
           [&](const RuntimeError& e) { page = u"<P>" + HtmlEscape(FailureText(e)) + u"</P>"; });

@@ -29,7 +29,8 @@ Text ResultMeaning(int32_t code) {
 }
 
 Text SendForm(const Text& gateway) {
-  return u"<p>Gateway: <code>" + HtmlEscape(gateway) + u"</code></p>\r\n"
+  return u"<p>Gateway: <code>" + HtmlEscape(gateway) +
+         u"</code></p>\r\n"
          u"<form method=\"post\" action=\"/send\" accept-charset=\"UTF-8\">\r\n"
          u"Pager code <input type=\"text\" name=\"code\" value=\"1234\"><br>\r\n"
          u"Message <input type=\"text\" name=\"message\" value=\"\"><br>\r\n"
@@ -54,13 +55,14 @@ void Serve(PageRequest& r) {
             message_field = u"message", message = FormValue(r, u"message"),
             ok = OrMissing(FormValue(r, u"ok")), fail = FormValue(r, u"fail"),
             timeout = limit.empty() ? Variant::Missing() : Variant(Val(limit));
-    const int32_t result = adds.POST_SendMensaje(socket.get(), url, code_field, code,
-                                                 message_field, message, {}, {}, ok, fail, {}, {},
-                                                 {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {},
-                                                 timeout);
+    const int32_t result = adds.POST_SendMensaje(socket.get(), url, code_field, code, message_field,
+                                                 message, {}, {}, ok, fail, {}, {}, {}, {}, {}, {},
+                                                 {}, {}, {}, {}, {}, {}, {}, timeout);
     body += u"<p>Result: <b id=\"result\">" + CStr(Variant(result)) + u"</b> (" +
-            ResultMeaning(result) + u"), message sent: " + HtmlEscape(message.ToText()) + u"</p>\r\n";
-    body += u"<pre id=\"answer\">" + HtmlEscape(adds.POST_SendMensaje_Response.ToText()) + u"</pre>\r\n";
+            ResultMeaning(result) + u"), message sent: " + HtmlEscape(message.ToText()) +
+            u"</p>\r\n";
+    body += u"<pre id=\"answer\">" + HtmlEscape(adds.POST_SendMensaje_Response.ToText()) +
+            u"</pre>\r\n";
   }
   r.response = r.host.Framed(200, body + CStr(server.html_GenericEnd()));
 }

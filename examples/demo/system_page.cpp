@@ -21,12 +21,9 @@ Text Number(const Variant& v) { return CStr(v); }
 
 Text SourceText(int16_t source) {
   switch (source) {
-    case 0:
-      return u"0 (battery)";
-    case 1:
-      return u"1 (mains)";
-    default:
-      return u"2 (unknown)";
+    case 0: return u"0 (battery)";
+    case 1: return u"1 (mains)";
+    default: return u"2 (unknown)";
   }
 }
 

@@ -73,8 +73,8 @@ void Start(Window& w) {
   w.server = std::make_unique<HTTPServer>(VarnekPlatform());
   HTTPServer& server = *w.server;
   server.InternalState = [&w](Variant&, Variant& text) { AddReport(w, text.ToUtf8()); };
-  server.GETReceived = [&w, &server](Variant& url, Variant& ip, Variant&, Variant& response, Variant&,
-                                     Collection&, Collection&) {
+  server.GETReceived = [&w, &server](Variant& url, Variant& ip, Variant&, Variant& response,
+                                     Variant&, Collection&, Collection&) {
     if (url.ToText() != u"/") return;
     ++w.served;
     ShowServed(w);
@@ -116,7 +116,8 @@ gboolean Tick(gpointer data) {
 void SaveScreenshot(Window& w) {
   GdkWindow* gdk = gtk_widget_get_window(w.window);
   if (w.screenshot.empty() || !gdk) return;
-  GdkPixbuf* shot = gdk_pixbuf_get_from_window(gdk, 0, 0, gdk_window_get_width(gdk), gdk_window_get_height(gdk));
+  GdkPixbuf* shot =
+      gdk_pixbuf_get_from_window(gdk, 0, 0, gdk_window_get_width(gdk), gdk_window_get_height(gdk));
   if (!shot || !gdk_pixbuf_save(shot, w.screenshot.c_str(), "png", nullptr, nullptr)) {
     std::cerr << "varnek-gtk-host: no screenshot\n";
   }
@@ -179,7 +180,7 @@ int main(int argc, char** argv) {
   if (start) Start(w);
   gtk_main();
   w.server.reset();
-  std::cerr << "varnek-gtk-host: " << w.ticks << " ticks of 100 ms, longest gap " << w.longest_gap / 1000
-            << " ms, " << w.served << " requests served" << std::endl;
+  std::cerr << "varnek-gtk-host: " << w.ticks << " ticks of 100 ms, longest gap "
+            << w.longest_gap / 1000 << " ms, " << w.served << " requests served" << std::endl;
   return 0;
 }

@@ -75,7 +75,8 @@ bool ToInt(const std::string& text, int low, int high, int& out) {
 }
 
 int Usage(const std::string& error) {
-  std::fprintf(stderr, "varnek-page: %s\nTry 'varnek-page --help' for more information.\n", error.c_str());
+  std::fprintf(stderr, "varnek-page: %s\nTry 'varnek-page --help' for more information.\n",
+               error.c_str());
   return varnek::page::kPageBadJob;
 }
 
@@ -112,38 +113,60 @@ int main(int argc, char** argv) {
       std::fputs(kUsage, stdout);
       return 0;
     }
-    if (flag == "--trace") { trace = true; continue; }
-    if (flag == "--simulate") { simulate = true; continue; }
-    if (flag == "--history") { job.history = true; continue; }
-    static const char* const kValued[] = {"--device", "--port", "--settings", "--init", "--phone", "--protocol",
-                                          "--password", "--pager", "--message", "--message-file", "--block-size",
-                                          "--history-dir"};
+    if (flag == "--trace") {
+      trace = true;
+      continue;
+    }
+    if (flag == "--simulate") {
+      simulate = true;
+      continue;
+    }
+    if (flag == "--history") {
+      job.history = true;
+      continue;
+    }
+    static const char* const kValued[] = {
+        "--device",   "--port",  "--settings", "--init",         "--phone",      "--protocol",
+        "--password", "--pager", "--message",  "--message-file", "--block-size", "--history-dir"};
     bool valued = false;
     for (const char* name : kValued) valued = valued || flag == name;
-    if (!valued) return Usage(flag.rfind("-", 0) == 0 ? "unknown flag " + flag : "unexpected argument " + flag);
+    if (!valued)
+      return Usage(flag.rfind("-", 0) == 0 ? "unknown flag " + flag
+                                           : "unexpected argument " + flag);
     if (k + 1 >= argc) return Usage("missing value after " + flag);
     const std::string value = argv[++k];
-    if (flag == "--device") device = value;
-    else if (flag == "--port") { if (!ToInt(value, 1, 255, job.port)) return Usage("bad port " + value + " (1 to 255)"); have_port = true; }
-    else if (flag == "--settings") job.settings = value;
-    else if (flag == "--init") job.init = value;
-    else if (flag == "--phone") job.phone = value;
-    else if (flag == "--protocol") job.protocol = value;
-    else if (flag == "--password") job.password = value;
-    else if (flag == "--pager") job.pager = value;
+    if (flag == "--device")
+      device = value;
+    else if (flag == "--port") {
+      if (!ToInt(value, 1, 255, job.port)) return Usage("bad port " + value + " (1 to 255)");
+      have_port = true;
+    } else if (flag == "--settings")
+      job.settings = value;
+    else if (flag == "--init")
+      job.init = value;
+    else if (flag == "--phone")
+      job.phone = value;
+    else if (flag == "--protocol")
+      job.protocol = value;
+    else if (flag == "--password")
+      job.password = value;
+    else if (flag == "--pager")
+      job.pager = value;
     else if (flag == "--message" || flag == "--message-file") {
       have_message = true;
       from_stdin = value == "-";
       if (!from_stdin) (flag == "--message" ? job.message : message_file) = value;
-    }
-    else if (flag == "--history-dir") { job.history_dir = value; job.history = true; }
-    else if (!ToInt(value, page::kMinBlockSize, page::kMaxBlockSize, job.block_size)) {
+    } else if (flag == "--history-dir") {
+      job.history_dir = value;
+      job.history = true;
+    } else if (!ToInt(value, page::kMinBlockSize, page::kMaxBlockSize, job.block_size)) {
       return Usage("bad block size " + value + " (20 to 10000)");
     }
   }
   if (job.pager.empty()) return Usage("--pager is required");
   if (!have_message) return Usage("--message (or --message-file) is required");
-  if (device.empty() && !have_port && !simulate) return Usage("give --device, --port or --simulate");
+  if (device.empty() && !have_port && !simulate)
+    return Usage("give --device, --port or --simulate");
   if (from_stdin) {
     job.message = ReadMessage(std::cin);
   } else if (!message_file.empty()) {
@@ -182,7 +205,8 @@ int main(int argc, char** argv) {
   }
   StoppablePort traced(port, [&](bool written, const Text& text) {
     if (!trace) return;
-    std::printf("%s %s\n", written ? ">>" : "<<", TextToUtf8(adds.Var_ConvierteCharControlToText(Variant(text))).c_str());
+    std::printf("%s %s\n", written ? ">>" : "<<",
+                TextToUtf8(adds.Var_ConvierteCharControlToText(Variant(text))).c_str());
     std::fflush(stdout);
   });
   SignalCancel stop(*loop, [&](int) {
@@ -192,10 +216,13 @@ int main(int argc, char** argv) {
   page::PageWatch watch;
   watch.line_lost = [&] { return port.LineLost(); };
   watch.cancelled = [&] { return stop.signal() != 0; };
-  const int status = page::SendPage(adds, traced, job, [](const std::string& report) {
-    std::printf("%s\n", report.c_str());
-    std::fflush(stdout);
-  }, watch);
+  const int status = page::SendPage(
+      adds, traced, job,
+      [](const std::string& report) {
+        std::printf("%s\n", report.c_str());
+        std::fflush(stdout);
+      },
+      watch);
   if (stop.signal() != 0) return 128 + stop.signal();
   return status;
 }

@@ -28,7 +28,8 @@ bool ReadSettings(const std::string& text, Line& line) {
     return false;
   }
   if (baud < 50 || baud > 4000000 || data < 5 || data > 8 || (stop != 1 && stop != 2)) return false;
-  line = {static_cast<int32_t>(baud), static_cast<int16_t>(data), static_cast<int16_t>(stop), parity == u"N"};
+  line = {static_cast<int32_t>(baud), static_cast<int16_t>(data), static_cast<int16_t>(stop),
+          parity == u"N"};
   return true;
 }
 
@@ -50,7 +51,8 @@ std::vector<Text> CutIntoBlocks(Adds& adds, const Text& message, int size) {
   for (;;) {
     slice = size - 5 - 2 * digits;
     if (slice < 1) return {};
-    const size_t count = (static_cast<size_t>(Len(message)) + static_cast<size_t>(slice) - 1) / static_cast<size_t>(slice);
+    const size_t count = (static_cast<size_t>(Len(message)) + static_cast<size_t>(slice) - 1) /
+                         static_cast<size_t>(slice);
     if (Digits(count) <= digits) break;
     digits = Digits(count);
   }
@@ -61,14 +63,15 @@ std::vector<Text> CutIntoBlocks(Adds& adds, const Text& message, int size) {
   return blocks;
 }
 
-int SendPage(Adds& adds, CommCtl& comm, const PageJob& job, const std::function<void(const std::string&)>& report,
-             const PageWatch& watch) {
+int SendPage(Adds& adds, CommCtl& comm, const PageJob& job,
+             const std::function<void(const std::string&)>& report, const PageWatch& watch) {
   Line line;
   if (!ReadSettings(job.settings, line)) {
     report("bad settings: " + job.settings + " (baud, N or E, 5-8 data bits, 1 or 2 stop bits)");
     return kPageBadJob;
   }
-  const bool tap = job.protocol == "tap", skytel = job.protocol == "skytel", zetron = job.protocol == "zetron";
+  const bool tap = job.protocol == "tap", skytel = job.protocol == "skytel",
+             zetron = job.protocol == "zetron";
   if (!tap && !skytel && !zetron) {
     report("unknown protocol: " + job.protocol + " (tap, skytel or zetron)");
     return kPageBadJob;
@@ -87,19 +90,24 @@ int SendPage(Adds& adds, CommCtl& comm, const PageJob& job, const std::function<
   const Variant init = Utf8ToText(job.init), phone = Utf8ToText(job.phone);
   const Variant password = Utf8ToText(job.password), pager = Utf8ToText(job.pager);
   const auto lost = [&] { return watch.line_lost && watch.line_lost(); };
-  const auto cancelled = [&] { return adds.SERIAL_CancelOperation() || (watch.cancelled && watch.cancelled()); };
+  const auto cancelled = [&] {
+    return adds.SERIAL_CancelOperation() || (watch.cancelled && watch.cancelled());
+  };
 
   bool up = false;
   const auto data = static_cast<int16_t>(line.data), stop = static_cast<int16_t>(line.stop);
   if (tap) {
-    up = adds.TAP_InitDialog(comm, Variant::Integer(static_cast<int16_t>(job.port)), Variant::Long(line.baud),
-                             Variant::Integer(data), line.parity_n, Variant::Integer(stop), init, phone, password);
+    up = adds.TAP_InitDialog(comm, Variant::Integer(static_cast<int16_t>(job.port)),
+                             Variant::Long(line.baud), Variant::Integer(data), line.parity_n,
+                             Variant::Integer(stop), init, phone, password);
   } else if (skytel) {
-    up = adds.SKYTEL_InitDialog(comm, static_cast<int16_t>(job.port), static_cast<int16_t>(line.baud), data,
-                                line.parity_n, stop, init, phone, pager);
+    up = adds.SKYTEL_InitDialog(comm, static_cast<int16_t>(job.port),
+                                static_cast<int16_t>(line.baud), data, line.parity_n, stop, init,
+                                phone, pager);
   } else {
-    up = adds.ZETRON_InitDialog(comm, static_cast<int16_t>(job.port), static_cast<int16_t>(line.baud), data,
-                                line.parity_n, stop, init, phone, password);
+    up = adds.ZETRON_InitDialog(comm, static_cast<int16_t>(job.port),
+                                static_cast<int16_t>(line.baud), data, line.parity_n, stop, init,
+                                phone, password);
   }
   if (!up) {
     if (cancelled()) {
@@ -114,7 +122,8 @@ int SendPage(Adds& adds, CommCtl& comm, const PageJob& job, const std::function<
 
   int status = kPageSent;
   const std::string of = "/" + std::to_string(blocks.size());
-  for (size_t i = 0; i < blocks.size() && status != kPageCancelled && status != kPageLineLost; ++i) {
+  for (size_t i = 0; i < blocks.size() && status != kPageCancelled && status != kPageLineLost;
+       ++i) {
     Variant text = blocks[i];
     bool sent = false;
     if (tap) {
@@ -136,7 +145,8 @@ int SendPage(Adds& adds, CommCtl& comm, const PageJob& job, const std::function<
       report(which + " not sent: line lost");
       status = kPageLineLost;
     } else {
-      report(which + " " + (sent ? "sent" : "refused") + " (" + std::to_string(Len(text.ToText())) + " characters)");
+      report(which + " " + (sent ? "sent" : "refused") + " (" + std::to_string(Len(text.ToText())) +
+             " characters)");
       if (!sent) status = kPageRefused;
       if (sent && job.history) {
         if (job.history_dir.empty()) {
@@ -163,11 +173,13 @@ int SendPage(Adds& adds, CommCtl& comm, const PageJob& job, const std::function<
     Adds closer(adds.platform());
     const bool closed = CloseDialog(closer, comm, job.protocol);
     adds.SERIAL_Disconnect(comm);
-    report(std::string("session: cancelled, ") + (closed ? "logged out" : "closed without the terminal's goodbye"));
+    report(std::string("session: cancelled, ") +
+           (closed ? "logged out" : "closed without the terminal's goodbye"));
     return status;
   }
   const bool closed = CloseDialog(adds, comm, job.protocol);
-  report(std::string("session: ") + (closed ? "logged out" : "closed without the terminal's goodbye"));
+  report(std::string("session: ") +
+         (closed ? "logged out" : "closed without the terminal's goodbye"));
   return status;
 }
 

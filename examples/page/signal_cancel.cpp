@@ -32,7 +32,8 @@ SignalCancel::~SignalCancel() {
 
 void SignalCancel::Read() {
   signalfd_siginfo info{};
-  while (linux_io::RetryOnEintr([&] { return ::read(fd_, &info, sizeof info); }) == static_cast<ssize_t>(sizeof info)) {
+  while (linux_io::RetryOnEintr([&] { return ::read(fd_, &info, sizeof info); }) ==
+         static_cast<ssize_t>(sizeof info)) {
     const int signo = static_cast<int>(info.ssi_signo);
     if (first_ == 0) first_ = signo;
     if (on_signal_) on_signal_(signo);

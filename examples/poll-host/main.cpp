@@ -40,10 +40,14 @@ int main(int argc, char** argv) {
   int tick_ms = 100;
   bool own_loop = false;
   for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--own-loop") == 0) own_loop = true;
-    else if (i + 1 >= argc) break;
-    else if (std::strcmp(argv[i], "--port") == 0) port = std::atoi(argv[++i]);
-    else if (std::strcmp(argv[i], "--tick-ms") == 0) tick_ms = std::max(1, std::atoi(argv[++i]));
+    if (std::strcmp(argv[i], "--own-loop") == 0)
+      own_loop = true;
+    else if (i + 1 >= argc)
+      break;
+    else if (std::strcmp(argv[i], "--port") == 0)
+      port = std::atoi(argv[++i]);
+    else if (std::strcmp(argv[i], "--tick-ms") == 0)
+      tick_ms = std::max(1, std::atoi(argv[++i]));
   }
 
   // The signals end the host through its own loop, as a descriptor.
@@ -78,7 +82,8 @@ int main(int argc, char** argv) {
     bool stop = false;
     loop->Watch(signal_fd, EPOLLIN, [&](uint32_t) { stop = true; });
     while (!stop) loop->Pump(3600);
-    std::cerr << "varnek-poll-host: " << served << " requests served on Varnek's own loop" << std::endl;
+    std::cerr << "varnek-poll-host: " << served << " requests served on Varnek's own loop"
+              << std::endl;
     server.ServerOpen(false);
     return 0;
   }

@@ -84,12 +84,12 @@ class Fiber {
   FiberStackPool& pool_;
   FiberStackPool::Stack stack_;
   std::function<void()> body_;
-  void* context_ = nullptr;         // where the fiber continues
-  void* caller_ = nullptr;          // where Suspend returns to
+  void* context_ = nullptr;              // where the fiber continues
+  void* caller_ = nullptr;               // where Suspend returns to
   const void* caller_bottom_ = nullptr;  // the resumer's stack, for ASan
   std::size_t caller_size_ = 0;
-  void* fake_stack_ = nullptr;      // ASan's fake stack of the side left
-  Fiber* outer_ = nullptr;          // the fiber current before Resume
+  void* fake_stack_ = nullptr;  // ASan's fake stack of the side left
+  Fiber* outer_ = nullptr;      // the fiber current before Resume
   std::exception_ptr failure_;
   bool started_ = false;
   bool finished_ = false;

@@ -47,11 +47,11 @@ class ProfileText {
  private:
   enum class Kind { kBlank, kSection, kKey, kOther };
   struct Line {
-    size_t begin = 0;   // first unit of the line
-    size_t end = 0;     // one past its content, before the line end
-    size_t next = 0;    // start of the next line
+    size_t begin = 0;  // first unit of the line
+    size_t end = 0;    // one past its content, before the line end
+    size_t next = 0;   // start of the next line
     Kind kind = Kind::kBlank;
-    Text name;          // section or key name, trimmed
+    Text name;  // section or key name, trimmed
     bool has_value = false;
     size_t value_begin = 0, value_end = 0;  // trimmed value span
   };

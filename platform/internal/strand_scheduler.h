@@ -105,10 +105,10 @@ class StrandScheduler {
   LoopMode mode_;
   std::function<double()> clock_;
   FiberStackPool pool_;
-  Strand* current_ = nullptr;  // whose fiber runs now
+  Strand* current_ = nullptr;                    // whose fiber runs now
   std::unordered_map<Strand*, StrandRef> live_;  // strands with a fiber
   std::set<WaitKey> waiting_;                    // by deadline, then arrival
-  std::set<WaitKey> sleeping_;  // clock-only waits: due by deadline alone
+  std::set<WaitKey> sleeping_;                   // clock-only waits: due by deadline alone
   std::deque<std::pair<StrandRef, std::function<void()>>> pending_;
   bool draining_ = false;
   uint64_t pass_ = 0;

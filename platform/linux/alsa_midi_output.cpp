@@ -22,8 +22,9 @@ bool AlsaMidiOutput::Open() {
   snd_seq_t* seq = nullptr;
   if (snd_seq_open(&seq, "default", SND_SEQ_OPEN_OUTPUT, 0) < 0) return false;
   snd_seq_set_client_name(seq, "Varnek");
-  int port = snd_seq_create_simple_port(seq, "Varnek out", SND_SEQ_PORT_CAP_READ | SND_SEQ_PORT_CAP_SUBS_READ,
-                                        SND_SEQ_PORT_TYPE_MIDI_GENERIC | SND_SEQ_PORT_TYPE_APPLICATION);
+  int port = snd_seq_create_simple_port(
+      seq, "Varnek out", SND_SEQ_PORT_CAP_READ | SND_SEQ_PORT_CAP_SUBS_READ,
+      SND_SEQ_PORT_TYPE_MIDI_GENERIC | SND_SEQ_PORT_TYPE_APPLICATION);
   if (port < 0) {
     snd_seq_close(seq);
     return false;
@@ -80,7 +81,9 @@ bool AlsaMidiOutput::Send(unsigned char status, unsigned char data1, unsigned ch
     case 0xB0: snd_seq_ev_set_controller(&ev, channel, data1 & 0x7F, data2 & 0x7F); break;
     case 0xC0: snd_seq_ev_set_pgmchange(&ev, channel, data1 & 0x7F); break;
     case 0xD0: snd_seq_ev_set_chanpress(&ev, channel, data1 & 0x7F); break;
-    case 0xE0: snd_seq_ev_set_pitchbend(&ev, channel, ((data2 & 0x7F) << 7 | (data1 & 0x7F)) - 8192); break;
+    case 0xE0:
+      snd_seq_ev_set_pitchbend(&ev, channel, ((data2 & 0x7F) << 7 | (data1 & 0x7F)) - 8192);
+      break;
     default: return true;  // system messages have no short form to send
   }
   if (snd_seq_event_output(seq_, &ev) < 0) return false;

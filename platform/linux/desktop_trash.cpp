@@ -126,7 +126,8 @@ std::error_code MoveToTrash(const std::string& path) {
   std::error_code ec;
   fs::path source = fs::absolute(path, ec).lexically_normal();
   if (ec) return ec;
-  if (!fs::exists(fs::symlink_status(source, ec))) return std::make_error_code(std::errc::no_such_file_or_directory);
+  if (!fs::exists(fs::symlink_status(source, ec)))
+    return std::make_error_code(std::errc::no_such_file_or_directory);
   const fs::path trash = fs::path(DataHome()) / "Trash";
   for (const char* part : {"files", "info"}) {
     fs::create_directories(trash / part, ec);

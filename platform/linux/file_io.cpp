@@ -76,7 +76,8 @@ std::string PathBytes(TextView path) {
   std::string out;
   for (size_t start = 0;;) {
     size_t slash = path.find(u'/', start);
-    out += PartBytes(out, path.substr(start, slash == TextView::npos ? TextView::npos : slash - start));
+    out += PartBytes(out,
+                     path.substr(start, slash == TextView::npos ? TextView::npos : slash - start));
     if (slash == TextView::npos) return out;
     out += '/';
     start = slash + 1;
@@ -93,31 +94,22 @@ int ClassicFileError(int errno_value, const std::string& path) {
       return folder_there ? kErrFileNotFound : kErrPathNotFound;
     }
     case ENOTDIR:
-    case ELOOP:
-      return kErrPathNotFound;
+    case ELOOP: return kErrPathNotFound;
     case EACCES:
     case EPERM:
-    case EROFS:
-      return kErrPermissionDenied;
+    case EROFS: return kErrPermissionDenied;
     case EBUSY:
-    case ETXTBSY:
-      return kErrFileAlreadyOpen;
+    case ETXTBSY: return kErrFileAlreadyOpen;
     case ENOSPC:
     case EDQUOT:
-    case EFBIG:
-      return kErrDiskFull;
+    case EFBIG: return kErrDiskFull;
     case ENAMETOOLONG:
-    case EINVAL:
-      return kErrBadFileNameOrNumber;
+    case EINVAL: return kErrBadFileNameOrNumber;
     case EMFILE:
-    case ENFILE:
-      return kErrTooManyFiles;
-    case EIO:
-      return kErrDeviceIO;
-    case ENOMEM:
-      return kErrOutOfMemory;
-    default:
-      return kErrPathFileAccess;
+    case ENFILE: return kErrTooManyFiles;
+    case EIO: return kErrDeviceIO;
+    case ENOMEM: return kErrOutOfMemory;
+    default: return kErrPathFileAccess;
   }
 }
 

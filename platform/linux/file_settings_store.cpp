@@ -145,7 +145,8 @@ void MakeFolders(const std::string& path) {
 
 }  // namespace
 
-FileSettingsStore::FileSettingsStore(std::string root) : root_(root.empty() ? DefaultRoot() : std::move(root)) {
+FileSettingsStore::FileSettingsStore(std::string root)
+    : root_(root.empty() ? DefaultRoot() : std::move(root)) {
   while (root_.size() > 1 && root_.back() == '/') root_.pop_back();
 }
 
@@ -169,7 +170,8 @@ std::string FileSettingsStore::GroupFile(TextView group) const {
   return root_ + "/" + folder + "/" + kFileName;
 }
 
-Text FileSettingsStore::Get(TextView group, TextView family, TextView name, TextView default_value) {
+Text FileSettingsStore::Get(TextView group, TextView family, TextView name,
+                            TextView default_value) {
   return linux_io::WithinMemory([&] {
     std::vector<Line> lines;
     ReadLines(GroupFile(group), lines);
@@ -183,7 +185,8 @@ void FileSettingsStore::Set(TextView group, TextView family, TextView name, Text
   MakeFolders(path.substr(0, path.rfind('/')));
   // Read, change and replace under the file's lock, so that a process writing
   // another family or name at the same time never loses its write.
-  const std::string entry = linux_io::WithinMemory([&] { return Escape(name) + "=" + Escape(value); });
+  const std::string entry =
+      linux_io::WithinMemory([&] { return Escape(name) + "=" + Escape(value); });
   bool out_of_memory = false;
   bool saved = linux_io::EditFile(
       path,
@@ -223,7 +226,11 @@ std::string FileSettingsStore::Escape(TextView field) {
       case '\\': out += "\\\\"; break;
       case '\n': out += "\\n"; break;
       case '\r': out += "\\r"; break;
-      case '=': case '[': case ']': case ';': case '#':
+      case '=':
+      case '[':
+      case ']':
+      case ';':
+      case '#':
         out += '\\';
         out += c;
         break;

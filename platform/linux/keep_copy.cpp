@@ -29,7 +29,8 @@ UniqueFd OwnFolder(const std::string& path, bool create) {
   if (create && mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) return UniqueFd();
   UniqueFd dir = OpenFolder(path);
   struct stat st {};
-  if (dir.ok() && (fstat(dir.get(), &st) != 0 || st.st_uid != geteuid() || (st.st_mode & 077) != 0)) {
+  if (dir.ok() &&
+      (fstat(dir.get(), &st) != 0 || st.st_uid != geteuid() || (st.st_mode & 077) != 0)) {
     dir.Reset();
     errno = EACCES;
   }
@@ -40,7 +41,8 @@ std::string StateFolder() { return XdgFolder("XDG_STATE_HOME", ".local/state"); 
 
 std::string TempKeepFolder() {
   const char* tmpdir = getenv("TMPDIR");
-  return std::string(tmpdir && *tmpdir == '/' ? tmpdir : "/tmp") + "/varnek-keep-" + std::to_string(geteuid());
+  return std::string(tmpdir && *tmpdir == '/' ? tmpdir : "/tmp") + "/varnek-keep-" +
+         std::to_string(geteuid());
 }
 
 }  // namespace
@@ -122,7 +124,8 @@ bool KeepCopy::FindLeft(std::string& old_bytes) {
   for (int place = 0; place < kPlaces; ++place) {
     int dir = OpenPlace(place, false);
     if (dir < 0) continue;
-    UniqueFd in(RetryOnEintr([&] { return openat(dir, Name(place).c_str(), O_RDONLY | O_CLOEXEC); }));
+    UniqueFd in(
+        RetryOnEintr([&] { return openat(dir, Name(place).c_str(), O_RDONLY | O_CLOEXEC); }));
     if (!in.ok()) continue;
     std::string content;
     if (!ReadFd(in.get(), content)) continue;

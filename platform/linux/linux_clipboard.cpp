@@ -62,7 +62,8 @@ bool SendToSelection(const std::string& png, const char* type) {
 
 }  // namespace
 
-LinuxClipboard::LinuxClipboard(std::string file) : file_(file.empty() ? DefaultFile() : std::move(file)) {}
+LinuxClipboard::LinuxClipboard(std::string file)
+    : file_(file.empty() ? DefaultFile() : std::move(file)) {}
 
 void LinuxClipboard::Clear() {
   if (SendToSelection(std::string(), "text/plain")) return;

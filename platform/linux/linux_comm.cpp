@@ -26,13 +26,15 @@ namespace varnek {
 namespace {
 
 speed_t SpeedFor(int32_t baud) {
-  struct Entry { int32_t baud; speed_t speed; };
+  struct Entry {
+    int32_t baud;
+    speed_t speed;
+  };
   static const Entry kSpeeds[] = {
-      {50, B50},       {75, B75},       {110, B110},     {134, B134},     {150, B150},
-      {200, B200},     {300, B300},     {600, B600},     {1200, B1200},   {1800, B1800},
-      {2400, B2400},   {4800, B4800},   {9600, B9600},   {19200, B19200}, {38400, B38400},
-      {57600, B57600}, {115200, B115200}, {230400, B230400}, {460800, B460800},
-      {921600, B921600}};
+      {50, B50},       {75, B75},         {110, B110},       {134, B134},       {150, B150},
+      {200, B200},     {300, B300},       {600, B600},       {1200, B1200},     {1800, B1800},
+      {2400, B2400},   {4800, B4800},     {9600, B9600},     {19200, B19200},   {38400, B38400},
+      {57600, B57600}, {115200, B115200}, {230400, B230400}, {460800, B460800}, {921600, B921600}};
   speed_t best = B9600;
   for (const Entry& e : kSpeeds) {
     if (e.baud <= baud) best = e.speed;  // the fastest standard speed not above the asked one
@@ -63,12 +65,12 @@ struct LinuxComm::Impl {
   bool dtr = false;
   int32_t handshake = 0;
   int fd = -1;
-  bool gone = false;     // the device went away: reads "" until closed
-  bool armed = false;    // the read watch is on
-  std::string pending;   // written by Output, not yet taken by the kernel
-  std::string in;        // received, not yet taken by Input
-  std::string open_path; // the device, while open
-  std::string lock_path; // its lock file, "" when none was taken
+  bool gone = false;      // the device went away: reads "" until closed
+  bool armed = false;     // the read watch is on
+  std::string pending;    // written by Output, not yet taken by the kernel
+  std::string in;         // received, not yet taken by Input
+  std::string open_path;  // the device, while open
+  std::string lock_path;  // its lock file, "" when none was taken
   static constexpr size_t kInLimit = 1 << 20;
 
   Impl(LinuxLoop& l, SettingsStore* s, bool x) : loop(l), settings(s), xm(x) {}
@@ -103,7 +105,8 @@ struct LinuxComm::Impl {
       if (::ioctl(fd, TIOCINQ, &queued) != 0 || queued <= 0) queued = 4096;  // a read tells
       if (in.size() >= kInLimit) break;
       char chunk[4096];
-      const size_t want = std::min<size_t>({sizeof chunk, static_cast<size_t>(queued), kInLimit - in.size()});
+      const size_t want =
+          std::min<size_t>({sizeof chunk, static_cast<size_t>(queued), kInLimit - in.size()});
       const ssize_t n = linux_io::RetryOnEintr([&] { return ::read(fd, chunk, want); });
       if (n > 0) {
         in.append(chunk, static_cast<size_t>(n));
@@ -116,13 +119,15 @@ struct LinuxComm::Impl {
     const bool want_read = in.size() < kInLimit;
     if (want_read != armed) {
       armed = want_read;
-      loop.ModifyWatch(fd, (armed ? uint32_t{EPOLLIN} : 0u) | (pending.empty() ? 0u : uint32_t{EPOLLOUT}));
+      loop.ModifyWatch(
+          fd, (armed ? uint32_t{EPOLLIN} : 0u) | (pending.empty() ? 0u : uint32_t{EPOLLOUT}));
     }
   }
 
   void Flush() {
     while (!pending.empty()) {
-      const ssize_t n = linux_io::RetryOnEintr([&] { return ::write(fd, pending.data(), pending.size()); });
+      const ssize_t n =
+          linux_io::RetryOnEintr([&] { return ::write(fd, pending.data(), pending.size()); });
       if (n > 0) {
         pending.erase(0, static_cast<size_t>(n));
       } else if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
@@ -131,7 +136,9 @@ struct LinuxComm::Impl {
         return LineGone();
       }
     }
-    if (!gone) loop.ModifyWatch(fd, (armed ? uint32_t{EPOLLIN} : 0u) | (pending.empty() ? 0u : uint32_t{EPOLLOUT}));
+    if (!gone)
+      loop.ModifyWatch(
+          fd, (armed ? uint32_t{EPOLLIN} : 0u) | (pending.empty() ? 0u : uint32_t{EPOLLOUT}));
   }
 
   // A pty, and USB adapters or virtual ports that ignore character size or
@@ -169,13 +176,15 @@ struct LinuxComm::Impl {
     }
     termios got{};
     if (tcgetattr(fd, &got) != 0 || cfgetospeed(&got) != speed || !IsRaw(got)) {
-      Fail(kCommErrDevice, "The device did not take speed " + std::to_string(line.baud) + " in raw mode: " + open_path);
+      Fail(kCommErrDevice, "The device did not take speed " + std::to_string(line.baud) +
+                               " in raw mode: " + open_path);
     }
   }
 
   static bool IsRaw(const termios& t) {
     return (t.c_lflag & (ICANON | ECHO | ISIG | IEXTEN)) == 0 && (t.c_oflag & OPOST) == 0 &&
-           (t.c_iflag & (ICRNL | INLCR | IGNCR | ISTRIP)) == 0 && t.c_cc[VMIN] == 0 && t.c_cc[VTIME] == 0;
+           (t.c_iflag & (ICRNL | INLCR | IGNCR | ISTRIP)) == 0 && t.c_cc[VMIN] == 0 &&
+           t.c_cc[VTIME] == 0;
   }
 
   void ApplyDtr() {
@@ -190,8 +199,10 @@ struct LinuxComm::Impl {
   // cause.
   void Open() {
     if (fd >= 0) return;
-    if (device_override.empty() && port < 1) Fail(kCommErrBadPort, "Invalid port number: " + std::to_string(port));
-    const std::string path = device_override.empty() ? CommDevicePath(port, settings) : device_override;
+    if (device_override.empty() && port < 1)
+      Fail(kCommErrBadPort, "Invalid port number: " + std::to_string(port));
+    const std::string path =
+        device_override.empty() ? CommDevicePath(port, settings) : device_override;
     struct stat st {};
     if (::stat(path.c_str(), &st) != 0) OpenFailed(path, errno);
     if (S_ISDIR(st.st_mode)) Fail(kCommErrBadPort, "A directory, not a serial device: " + path);
@@ -231,15 +242,12 @@ struct LinuxComm::Impl {
     switch (error) {
       case ENOENT:
       case ENODEV:
-      case ENXIO:
-        Fail(kCommErrBadPort, "No such device: " + path);
+      case ENXIO: Fail(kCommErrBadPort, "No such device: " + path);
       case EACCES:
-      case EPERM:
-        Fail(kCommErrBadPort, "Permission denied: " + path);
+      case EPERM: Fail(kCommErrBadPort, "Permission denied: " + path);
       case EBUSY:
         Fail(kCommErrPortOpen, "Port already open: " + path + " is held by another program");
-      default:
-        Fail(kCommErrBadPort, "Cannot open " + path + ": " + std::strerror(error));
+      default: Fail(kCommErrBadPort, "Cannot open " + path + ": " + std::strerror(error));
     }
   }
 

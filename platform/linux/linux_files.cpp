@@ -63,7 +63,8 @@ std::string LinuxFileSystem::ReadAll(TextView path, bool read_only) {
   TextView name = slash == TextView::npos ? path : path.substr(slash + 1);
   bool may_create = !read_only && !HasWildcard(name);
   std::string target = PathBytes(path);
-  int fd = linux_io::OpenRegular(target, read_only ? O_RDONLY : (O_RDWR | (may_create ? O_CREAT : 0)));
+  int fd =
+      linux_io::OpenRegular(target, read_only ? O_RDONLY : (O_RDWR | (may_create ? O_CREAT : 0)));
   // As the classic binary open without an access clause, a file that may not
   // be written is still read.
   if (fd < 0 && !read_only && (errno == EACCES || errno == EPERM || errno == EROFS))
@@ -143,7 +144,8 @@ bool LinuxFileSystem::Stat(TextView path, FileEntry& entry) {
 
 bool LinuxFileSystem::SameEntry(TextView a, TextView b) {
   std::string first = PathBytes(a), second = PathBytes(b);
-  struct stat sa {}, sb {};
+  struct stat sa {
+  }, sb{};
   if (stat(first.c_str(), &sa) != 0 || stat(second.c_str(), &sb) != 0) return false;
   if (sa.st_dev != sb.st_dev || sa.st_ino != sb.st_ino) return false;
   if (sa.st_nlink <= 1 || S_ISDIR(sa.st_mode)) return true;  // one name only
@@ -160,7 +162,8 @@ bool LinuxFileSystem::SameEntry(TextView a, TextView b) {
 bool LinuxFileSystem::Enumerate(TextView pattern, std::vector<FileEntry>& out) {
   out.clear();
   size_t slash = pattern.rfind(u'/');
-  Text folder = slash == TextView::npos ? Text(u".") : Text(pattern.substr(0, slash == 0 ? 1 : slash));
+  Text folder =
+      slash == TextView::npos ? Text(u".") : Text(pattern.substr(0, slash == 0 ? 1 : slash));
   TextView mask = slash == TextView::npos ? pattern : pattern.substr(slash + 1);
   if (mask.empty()) return false;
   std::string folder_bytes = PathBytes(folder);

@@ -19,7 +19,8 @@ bool LinuxBackend::WaitUntil(double deadline) {
 LinuxLoop::LinuxLoop(LoopMode mode) : LinuxLoop(std::make_unique<LinuxBackend>(), mode) {}
 
 LinuxLoop::LinuxLoop(std::unique_ptr<LinuxBackend> backend, LoopMode mode)
-    : HostLoop(std::move(backend), mode), epoll_(static_cast<LinuxBackend&>(this->backend()).epoll()) {}
+    : HostLoop(std::move(backend), mode),
+      epoll_(static_cast<LinuxBackend&>(this->backend()).epoll()) {}
 
 LinuxLoop::~LinuxLoop() = default;
 

@@ -31,18 +31,18 @@ namespace {
 // Linux TCP states (include/net/tcp_states.h) to the classic numbers.
 uint32_t ClassicState(unsigned linux_state) {
   switch (linux_state) {
-    case 1: return 5;    // ESTABLISHED
-    case 2: return 3;    // SYN_SENT
-    case 3: return 4;    // SYN_RECV
-    case 4: return 6;    // FIN_WAIT1
-    case 5: return 7;    // FIN_WAIT2
-    case 6: return 11;   // TIME_WAIT
-    case 7: return 1;    // CLOSE
-    case 8: return 8;    // CLOSE_WAIT
-    case 9: return 10;   // LAST_ACK
-    case 10: return 2;   // LISTEN
-    case 11: return 9;   // CLOSING
-    case 12: return 4;   // NEW_SYN_RECV
+    case 1: return 5;   // ESTABLISHED
+    case 2: return 3;   // SYN_SENT
+    case 3: return 4;   // SYN_RECV
+    case 4: return 6;   // FIN_WAIT1
+    case 5: return 7;   // FIN_WAIT2
+    case 6: return 11;  // TIME_WAIT
+    case 7: return 1;   // CLOSE
+    case 8: return 8;   // CLOSE_WAIT
+    case 9: return 10;  // LAST_ACK
+    case 10: return 2;  // LISTEN
+    case 11: return 9;  // CLOSING
+    case 12: return 4;  // NEW_SYN_RECV
     default: return 0;
   }
 }
@@ -354,7 +354,8 @@ bool LinuxNetTables::Adapters(std::vector<AdapterInfo>& adapters) {
     }
     // A DHCP lease, from whichever client left one.
     std::string server, content;
-    if (i.index > 0 && linux_io::ReadFile(Path("/run/systemd/netif/leases/" + std::to_string(i.index)), content)) {
+    if (i.index > 0 &&
+        linux_io::ReadFile(Path("/run/systemd/netif/leases/" + std::to_string(i.index)), content)) {
       server = KeyValue(content, "SERVER_ADDRESS");
     }
     for (const auto& name : nm_files) {

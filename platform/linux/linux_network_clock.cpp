@@ -86,7 +86,10 @@ struct LinuxNetworkClock::Pending {
 
 LinuxNetworkClock::LinuxNetworkClock(LinuxLoop& loop, uint16_t port, double time_limit_seconds,
                                      ResolverConfig resolver_config)
-    : loop_(loop), port_(port), time_limit_(time_limit_seconds), resolver_(loop, std::move(resolver_config)) {}
+    : loop_(loop),
+      port_(port),
+      time_limit_(time_limit_seconds),
+      resolver_(loop, std::move(resolver_config)) {}
 
 LinuxNetworkClock::~LinuxNetworkClock() {
   for (auto& [id, p] : pending_) Release(*p);
@@ -131,16 +134,17 @@ void LinuxNetworkClock::Query(const Text& server, Answer done) {
   pending_[id] = std::move(p);
   loop_.Watch(timer, EPOLLIN, [this, id](uint32_t) { Finish(id, std::nullopt); });
   // Resolve never answers from inside itself, so the ticket is stored first.
-  pending.resolving = resolver_.Resolve(TextToUtf8(bare), port_, [this, id](int err, std::vector<ResolvedAddress> found) {
-    auto it = pending_.find(id);
-    if (it == pending_.end()) return;
-    it->second->resolving = 0;
-    if (err != 0) {
-      Finish(id, std::nullopt);
-      return;
-    }
-    Send(id, found);
-  });
+  pending.resolving = resolver_.Resolve(TextToUtf8(bare), port_,
+                                        [this, id](int err, std::vector<ResolvedAddress> found) {
+                                          auto it = pending_.find(id);
+                                          if (it == pending_.end()) return;
+                                          it->second->resolving = 0;
+                                          if (err != 0) {
+                                            Finish(id, std::nullopt);
+                                            return;
+                                          }
+                                          Send(id, found);
+                                        });
 }
 
 void LinuxNetworkClock::Send(int id, const std::vector<ResolvedAddress>& found) {

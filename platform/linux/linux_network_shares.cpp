@@ -54,10 +54,13 @@ std::unique_ptr<ResourceEnumeration> LinuxNetworkShares::OpenEnum(const NetResou
   ResourceSources sources;
   SambaConfig samba = ReadSambaConfig(paths_.samba_config);
   sources.shares = samba.shares;
-  for (ShareInfo& share : ReadUserShares(samba.usershare_path)) sources.shares.push_back(std::move(share));
+  for (ShareInfo& share : ReadUserShares(samba.usershare_path))
+    sources.shares.push_back(std::move(share));
   if (!sources.shares.empty()) sources.machine = MachineName();
   sources.mounts = ReadMounts(paths_.mountinfo);
-  if (settings_) sources.named_servers = ParseServerList(settings_->Get(kServersGroup, kServersFamily, kServersName, u""));
+  if (settings_)
+    sources.named_servers =
+        ParseServerList(settings_->Get(kServersGroup, kServersFamily, kServersName, u""));
   std::vector<NetResource> children;
   if (!ResourceChildren(sources, start, children)) return nullptr;
   return std::make_unique<ListEnumeration>(std::move(children));
@@ -121,7 +124,9 @@ int32_t LinuxNetworkShares::GetUniversalName(const Text& path, Text& universal) 
   return 0;
 }
 
-std::vector<ShareInfo> LinuxNetworkShares::LocalShares() { return ReadSambaConfig(paths_.samba_config).shares; }
+std::vector<ShareInfo> LinuxNetworkShares::LocalShares() {
+  return ReadSambaConfig(paths_.samba_config).shares;
+}
 
 Text LinuxNetworkShares::MachineName() {
   char name[256] = {};

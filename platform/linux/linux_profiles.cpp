@@ -40,7 +40,8 @@ bool LoadText(TextView file, Text& text) {
 }
 
 // The key's value, else the default cut at its NUL and its trailing blanks.
-Text ValueOrDefault(const ProfileText& ini, TextView section, TextView key, OptionalText default_value) {
+Text ValueOrDefault(const ProfileText& ini, TextView section, TextView key,
+                    OptionalText default_value) {
   if (std::optional<Text> value = ini.Find(section, key)) return std::move(*value);
   TextView fallback = default_value ? CString(*default_value) : TextView();
   while (!fallback.empty() && fallback.back() == u' ') fallback.remove_suffix(1);
@@ -64,7 +65,8 @@ int32_t LinuxProfileStore::GetString(OptionalText section, OptionalText key,
   });
 }
 
-Text LinuxProfileStore::GetValue(TextView section, TextView key, OptionalText default_value, TextView file) {
+Text LinuxProfileStore::GetValue(TextView section, TextView key, OptionalText default_value,
+                                 TextView file) {
   return linux_io::WithinMemory([&] {
     Text text;
     bool loaded = LoadText(CString(file), text);

@@ -17,8 +17,8 @@ Text Folded(const Text& text) {
   return out;
 }
 
-NetResource Node(int32_t display, int32_t type, int32_t usage, const Text& remote, const Text& provider,
-                 const Text& local = {}, const Text& comment = {}) {
+NetResource Node(int32_t display, int32_t type, int32_t usage, const Text& remote,
+                 const Text& provider, const Text& local = {}, const Text& comment = {}) {
   NetResource e;
   e.scope = 2;  // global network
   e.type = type, e.display_type = display, e.usage = usage;
@@ -38,7 +38,8 @@ void Gather(const ResourceSources& src, std::vector<Server>& smb, std::vector<Se
   if (!src.shares.empty()) {
     Server& self = ServerNamed(smb, u"\\\\" + src.machine);
     for (const ShareInfo& s : src.shares) {
-      self.shares.push_back(Node(3, s.type == 1 ? 2 : 1, 1, self.name + u"\\" + s.name, kSmbProvider, {}, s.comment));
+      self.shares.push_back(
+          Node(3, s.type == 1 ? 2 : 1, 1, self.name + u"\\" + s.name, kSmbProvider, {}, s.comment));
     }
   }
   for (const Mount& m : src.mounts) {
@@ -48,11 +49,13 @@ void Gather(const ResourceSources& src, std::vector<Server>& smb, std::vector<Se
         if (c == u'/') c = u'\\';
       size_t host_end = source.find(u'\\', 2);
       if (source.rfind(u"\\\\", 0) != 0 || host_end == Text::npos || host_end == 2) continue;
-      ServerNamed(smb, source.substr(0, host_end)).shares.push_back(Node(3, 1, 1, source, kSmbProvider, point));
+      ServerNamed(smb, source.substr(0, host_end))
+          .shares.push_back(Node(3, 1, 1, source, kSmbProvider, point));
     } else if (m.type == "nfs" || m.type == "nfs4") {
       size_t colon = source.find(u":/");
       if (colon == Text::npos || colon == 0) continue;
-      ServerNamed(nfs, source.substr(0, colon + 1)).shares.push_back(Node(3, 1, 1, source, kNfsProvider, point));
+      ServerNamed(nfs, source.substr(0, colon + 1))
+          .shares.push_back(Node(3, 1, 1, source, kNfsProvider, point));
     }
   }
   for (const Text& name : src.named_servers) ServerNamed(smb, u"\\\\" + name);
@@ -60,7 +63,8 @@ void Gather(const ResourceSources& src, std::vector<Server>& smb, std::vector<Se
 
 }  // namespace
 
-bool ResourceChildren(const ResourceSources& sources, const NetResource* start, std::vector<NetResource>& children) {
+bool ResourceChildren(const ResourceSources& sources, const NetResource* start,
+                      std::vector<NetResource>& children) {
   std::vector<Server> smb, nfs;
   Gather(sources, smb, nfs);
   children.clear();

@@ -122,7 +122,8 @@ bool InsideItself(const fs::path& from, const fs::path& to) {
   if (ec) return false;
   fs::path target = fs::weakly_canonical(to, ec);
   if (ec) return false;
-  return std::mismatch(source.begin(), source.end(), target.begin(), target.end()).first == source.end();
+  return std::mismatch(source.begin(), source.end(), target.begin(), target.end()).first ==
+         source.end();
 }
 
 int32_t CopyOrMove(FileSystem& files, const ShellFileRequest& r, bool move) {
@@ -143,7 +144,8 @@ int32_t CopyOrMove(FileSystem& files, const ShellFileRequest& r, bool move) {
     if (InsideItself(sources[i], to[i])) return kDestinationInsideSource;
   }
   for (size_t i = 0; i < sources.size(); ++i) {
-    if (!move && (r.flags & kShellRenameOnCollision) && fs::exists(to[i], ec)) to[i] = FreeCopyName(to[i]);
+    if (!move && (r.flags & kShellRenameOnCollision) && fs::exists(to[i], ec))
+      to[i] = FreeCopyName(to[i]);
     std::error_code step = move ? MoveOne(sources[i], to[i]) : CopyOne(sources[i], to[i]);
     if (step) return CodeOf(step);
   }
@@ -187,16 +189,11 @@ int32_t RenameOne(const ShellFileRequest& r) {
 
 int32_t LinuxFileSystem::ShellOperation(const ShellFileRequest& request) {
   switch (request.function) {
-    case kShellMove:
-      return CopyOrMove(*this, request, true);
-    case kShellCopy:
-      return CopyOrMove(*this, request, false);
-    case kShellDelete:
-      return DeleteAll(*this, request);
-    case kShellRename:
-      return RenameOne(request);
-    default:
-      return kInvalidRequest;
+    case kShellMove: return CopyOrMove(*this, request, true);
+    case kShellCopy: return CopyOrMove(*this, request, false);
+    case kShellDelete: return DeleteAll(*this, request);
+    case kShellRename: return RenameOne(request);
+    default: return kInvalidRequest;
   }
 }
 

@@ -41,9 +41,11 @@ void LinuxSocket::Adopt(int fd) {
   remote_port_ = 0;
   // Copied into the texts' own buffers (made with the control), so a burst
   // of connections leaves no new long-lived blocks high in the heap.
-  if (getpeername(fd, reinterpret_cast<sockaddr*>(&ss), &len) == 0) KeepIn(remote_address_, AddressText(ss, &remote_port_));
+  if (getpeername(fd, reinterpret_cast<sockaddr*>(&ss), &len) == 0)
+    KeepIn(remote_address_, AddressText(ss, &remote_port_));
   len = sizeof ss;
-  if (getsockname(fd, reinterpret_cast<sockaddr*>(&ss), &len) == 0) KeepIn(local_address_, AddressText(ss, &local_port_));
+  if (getsockname(fd, reinterpret_cast<sockaddr*>(&ss), &len) == 0)
+    KeepIn(local_address_, AddressText(ss, &local_port_));
   ApplyOptions();
   UpdateWatch();
 }
@@ -244,7 +246,8 @@ void LinuxSocket::OnIo(uint32_t events) {
   bool fire_ready = false;
   if (events & (EPOLLIN | EPOLLRDHUP | EPOLLHUP)) {
     // A hang-up is reported on every pass until unwatched: take all there is.
-    const size_t budget = events & EPOLLHUP ? static_cast<size_t>(kMaxWaitingBytes) + 1 : kReadBudget;
+    const size_t budget =
+        events & EPOLLHUP ? static_cast<size_t>(kMaxWaitingBytes) + 1 : kReadBudget;
     const size_t before = in_.size();
     // failed: State 1, no event
     if (!ReadIncoming(budget, (events & (EPOLLRDHUP | EPOLLHUP)) != 0)) return;

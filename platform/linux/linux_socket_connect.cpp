@@ -56,8 +56,10 @@ bool NumericAddress(const std::string& host, int port, sockaddr_storage& ss, soc
 void LinuxSocket::Connect(const Variant& address, const Variant& port) {
   if (state_ != kSocketClosed && state_ != kSocketCreated) FailWrongState();
   Text host_text;
-  if (!address.IsMissing()) host_text = address.ToText();
-  else host_text = settings().remote_name_xlate ? settings().remote_name : remote_address_;
+  if (!address.IsMissing())
+    host_text = address.ToText();
+  else
+    host_text = settings().remote_name_xlate ? settings().remote_name : remote_address_;
   const int32_t target_port = port.IsMissing() ? remote_port_ : port.ToLong();
   const std::string host = TextToBytes(host_text);
   if (host.empty() || target_port < 1 || target_port > 65535) {

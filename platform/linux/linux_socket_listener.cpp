@@ -56,7 +56,8 @@ Text ErrnoText(int err) {
 }
 
 [[noreturn]] void FailWrongState() {
-  Fail(kSockErrWrongState, "Wrong protocol or connection state for the requested transaction or request");
+  Fail(kSockErrWrongState,
+       "Wrong protocol or connection state for the requested transaction or request");
 }
 
 void CloseFd(int fd) {
@@ -81,7 +82,6 @@ Text AddressText(const sockaddr_storage& ss, int32_t* port) {
   }
   return Utf8ToText(buf);
 }
-
 
 // --- listener ---------------------------------------------------------------
 
@@ -123,7 +123,8 @@ ListenAddress AnyIPv6(int32_t port, bool dual_stack) {
 bool ParseListenAddress(const std::string& host, int32_t port, ListenAddress* a) {
   if (host.find(':') != std::string::npos) {
     *a = AnyIPv6(port, false);
-    return inet_pton(AF_INET6, host.c_str(), &reinterpret_cast<sockaddr_in6*>(&a->ss)->sin6_addr) == 1;
+    return inet_pton(AF_INET6, host.c_str(), &reinterpret_cast<sockaddr_in6*>(&a->ss)->sin6_addr) ==
+           1;
   }
   *a = AnyIPv4(port);
   return inet_pton(AF_INET, host.c_str(), &reinterpret_cast<sockaddr_in*>(&a->ss)->sin_addr) == 1;
@@ -172,7 +173,8 @@ void LinuxSocket::Bind(const Variant& address, const Variant& port) {
   if (!port.IsMissing()) local_port_ = port.ToLong();
   ListenAddress named;
   std::string host = TextToBytes(address_);
-  if (local_port_ < 0 || local_port_ > 65535 || (!host.empty() && !ParseListenAddress(host, local_port_, &named))) {
+  if (local_port_ < 0 || local_port_ > 65535 ||
+      (!host.empty() && !ParseListenAddress(host, local_port_, &named))) {
     error_text_ = u"Address is not valid";
     Fail(kSockErrAddressInvalid, "Address is not valid");
   }
@@ -185,7 +187,8 @@ void LinuxSocket::Bind(const Variant& address, const Variant& port) {
   }
   sockaddr_storage bound{};
   socklen_t blen = sizeof bound;
-  if (getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &blen) == 0) AddressText(bound, &local_port_);
+  if (getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &blen) == 0)
+    AddressText(bound, &local_port_);
   fd_ = fd;
 }
 
@@ -273,7 +276,7 @@ void LinuxSocket::SetAcceptHandle(int32_t handle) {
   offered.erase(handle);
   ++accepts_;
   strand_ = loop_.CurrentStrand();  // the connection's handler goes on here
-  Adopt(handle);  // bytes that came before are readable: the watch reports them
+  Adopt(handle);                    // bytes that came before are readable: the watch reports them
   UseChannel(std::move(channel));
 }
 
@@ -285,5 +288,7 @@ LinuxSocketFactory::~LinuxSocketFactory() {
   for (const auto& [fd, offer] : offered_) linux_socket::CloseFd(fd);
 }
 
-std::unique_ptr<SocketCtl> LinuxSocketFactory::Create() { return std::make_unique<linux_socket::LinuxSocket>(*this); }
+std::unique_ptr<SocketCtl> LinuxSocketFactory::Create() {
+  return std::make_unique<linux_socket::LinuxSocket>(*this);
+}
 }  // namespace varnek

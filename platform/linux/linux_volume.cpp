@@ -89,8 +89,7 @@ void ProbeDevice(const std::string& device, std::string& label, std::string& uui
   if (blkid_do_safeprobe(probe) == 0) {
     const char* value = nullptr;
     size_t len = 0;
-    if (label.empty() && blkid_probe_lookup_value(probe, "LABEL", &value, &len) == 0)
-      label = value;
+    if (label.empty() && blkid_probe_lookup_value(probe, "LABEL", &value, &len) == 0) label = value;
     if (uuid.empty() && blkid_probe_lookup_value(probe, "UUID", &value, &len) == 0) uuid = value;
   }
   blkid_free_probe(probe);
@@ -101,8 +100,10 @@ bool SerialFromUuid(const std::string& uuid, uint32_t& serial) {
   uint32_t value = 0;
   int digits = 0;
   for (char c : uuid) {
-    int d = (c >= '0' && c <= '9') ? c - '0' : (c >= 'a' && c <= 'f') ? c - 'a' + 10
-            : (c >= 'A' && c <= 'F') ? c - 'A' + 10 : -1;
+    int d = (c >= '0' && c <= '9')   ? c - '0'
+            : (c >= 'a' && c <= 'f') ? c - 'a' + 10
+            : (c >= 'A' && c <= 'F') ? c - 'A' + 10
+                                     : -1;
     if (d < 0) continue;
     value = (value << 4) | static_cast<uint32_t>(d);
     if (++digits == 8) break;

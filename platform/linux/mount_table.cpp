@@ -13,7 +13,8 @@ namespace {
 std::string Unescape(const std::string& field) {
   std::string out;
   for (size_t i = 0; i < field.size(); ++i) {
-    if (field[i] == '\\' && i + 3 < field.size() && std::isdigit(static_cast<unsigned char>(field[i + 1]))) {
+    if (field[i] == '\\' && i + 3 < field.size() &&
+        std::isdigit(static_cast<unsigned char>(field[i + 1]))) {
       out += static_cast<char>(std::stoi(field.substr(i + 1, 3), nullptr, 8));
       i += 3;
     } else {
@@ -46,8 +47,9 @@ bool MountHolding(const std::vector<Mount>& mounts, const std::string& path, Mou
   bool any = false;
   for (const Mount& m : mounts) {
     const std::string& point = m.point;
-    bool inside = point == "/" || path == point ||
-                  (path.rfind(point, 0) == 0 && path.size() > point.size() && path[point.size()] == '/');
+    bool inside =
+        point == "/" || path == point ||
+        (path.rfind(point, 0) == 0 && path.size() > point.size() && path[point.size()] == '/');
     if (inside && (!any || point.size() >= best)) {
       found = m;
       best = point.size();

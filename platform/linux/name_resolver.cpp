@@ -64,7 +64,8 @@ struct NameResolver::Impl : std::enable_shared_from_this<Impl> {
       channel_failed = true;
       return false;
     }
-    if (!config.servers.empty() && ares_set_servers_ports_csv(channel, config.servers.c_str()) != ARES_SUCCESS) {
+    if (!config.servers.empty() &&
+        ares_set_servers_ports_csv(channel, config.servers.c_str()) != ARES_SUCCESS) {
       ares_destroy(channel);
       channel = nullptr;
       channel_failed = true;
@@ -131,12 +132,15 @@ struct NameResolver::Impl : std::enable_shared_from_this<Impl> {
         a.length = std::min<socklen_t>(n->ai_addrlen, sizeof a.address);
         std::memcpy(&a.address, n->ai_addr, a.length);
         const uint16_t port = htons(static_cast<uint16_t>(query->port));
-        if (n->ai_family == AF_INET) reinterpret_cast<sockaddr_in*>(&a.address)->sin_port = port;
-        else reinterpret_cast<sockaddr_in6*>(&a.address)->sin6_port = port;
+        if (n->ai_family == AF_INET)
+          reinterpret_cast<sockaddr_in*>(&a.address)->sin_port = port;
+        else
+          reinterpret_cast<sockaddr_in6*>(&a.address)->sin6_port = port;
         found.push_back(a);
       }
-      std::stable_partition(found.begin(), found.end(),
-                            [](const ResolvedAddress& a) { return a.address.ss_family == AF_INET; });
+      std::stable_partition(found.begin(), found.end(), [](const ResolvedAddress& a) {
+        return a.address.ss_family == AF_INET;
+      });
     }
     if (result) ares_freeaddrinfo(result);
     auto self = query->owner.lock();

@@ -57,7 +57,8 @@ bool HasAcl(int fd) { return fgetxattr(fd, "system.posix_acl_access", nullptr, 0
 
 // Writes the content into fd from its start, fsyncs, and cuts the file there.
 bool WriteWhole(int fd, const Content& content) {
-  return ftruncate(fd, 0) == 0 && lseek(fd, 0, SEEK_SET) == 0 && content.WriteTo(fd) && fsync(fd) == 0;
+  return ftruncate(fd, 0) == 0 && lseek(fd, 0, SEEK_SET) == 0 && content.WriteTo(fd) &&
+         fsync(fd) == 0;
 }
 
 // The outcome of writing new content beside the file.
@@ -76,8 +77,9 @@ Staged WriteBeside(int dir, const std::string& base, const struct stat* old, mod
   if (old && (old->st_uid != geteuid() || old->st_gid != getegid()) &&
       fchown(fd.get(), old->st_uid, old->st_gid) != 0) {
     result = Staged::kNoTemp;
-  } else if (fchmod(fd.get(), old ? old->st_mode & 07777 : new_mode) != 0 || !content.WriteTo(fd.get()) ||
-             fsync(fd.get()) != 0 || !PlaceAt(fd.get(), dir, temp, base, base, replace)) {
+  } else if (fchmod(fd.get(), old ? old->st_mode & 07777 : new_mode) != 0 ||
+             !content.WriteTo(fd.get()) || fsync(fd.get()) != 0 ||
+             !PlaceAt(fd.get(), dir, temp, base, base, replace)) {
     result = Staged::kFailed;
   }
   if (result != Staged::kDone && !temp.empty()) {
@@ -100,7 +102,8 @@ int CreateNew(int dir, const std::string& base, mode_t mode, const Content& cont
 // file. 1 done, 0 failed with the file untouched (errno), -1 when the new
 // file cannot be made or cannot take the old owner: the caller then writes
 // in place.
-int ReplaceByRename(int dir, const std::string& base, const struct stat& old, const Content& content) {
+int ReplaceByRename(int dir, const std::string& base, const struct stat& old,
+                    const Content& content) {
   switch (WriteBeside(dir, base, &old, 0, content, true)) {
     case Staged::kDone: return 1;
     case Staged::kFailed: return 0;
@@ -111,10 +114,12 @@ int ReplaceByRename(int dir, const std::string& base, const struct stat& old, co
 // The in-place way, on the locked descriptor: the old content is kept aside
 // first, then the file is rewritten; a failed write puts the old content
 // back. old: the old bytes when the caller has them already.
-bool ReplaceInPlace(int dir, const std::string& base, int fd, const std::string* old, const Content& content) {
+bool ReplaceInPlace(int dir, const std::string& base, int fd, const std::string* old,
+                    const Content& content) {
   std::string read_now;
   if (!old) {
-    UniqueFd in(RetryOnEintr([&] { return openat(dir, base.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
+    UniqueFd in(
+        RetryOnEintr([&] { return openat(dir, base.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
     // a write-only file has nothing to keep
     if (in.ok() && ReadFd(in.get(), read_now)) old = &read_now;
   }
@@ -145,7 +150,8 @@ bool RestoreLeftKeep(int fd, int dir) {
 // nothing succeeds; one that would write fails as the open for writing did.
 bool EditReadOnly(int dir, const std::string& base, const Editor& edit) {
   const int refused = errno;
-  UniqueFd fd(RetryOnEintr([&] { return openat(dir, base.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
+  UniqueFd fd(
+      RetryOnEintr([&] { return openat(dir, base.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
   std::string bytes;
   if (!fd.ok() || !ReadSavedFd(fd.get(), bytes)) {
     errno = refused;
@@ -180,7 +186,9 @@ int LockCurrent(int dir, const std::string& base, int fd, struct stat& st) {
   }
   fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
   if (!Lock(fd, LOCK_EX)) return 0;
-  if (fstatat(dir, base.c_str(), &now, 0) != 0 || now.st_ino != st.st_ino || now.st_dev != st.st_dev) return -1;
+  if (fstatat(dir, base.c_str(), &now, 0) != 0 || now.st_ino != st.st_ino ||
+      now.st_dev != st.st_dev)
+    return -1;
   return RestoreLeftKeep(fd, dir) && fstat(fd, &st) == 0 ? 1 : 0;
 }
 
@@ -222,7 +230,8 @@ bool Save(const std::string& path, const Editor* edit, Content content, mode_t n
     UniqueFd fd(RetryOnEintr([&] {
       return openat(dir.get(), base.c_str(), (edit ? O_RDWR : O_WRONLY) | O_NONBLOCK | O_CLOEXEC);
     }));
-    if (!fd.ok() && edit && (errno == EACCES || errno == EPERM || errno == EROFS || errno == ETXTBSY))
+    if (!fd.ok() && edit &&
+        (errno == EACCES || errno == EPERM || errno == EROFS || errno == ETXTBSY))
       return EditReadOnly(dir.get(), base, *edit);
     int state = 0;
     if (!fd.ok()) {

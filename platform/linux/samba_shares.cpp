@@ -41,7 +41,8 @@ void ReadIni(const std::string& file, Section section, Take take) {
       continue;
     }
     size_t eq = line.find('=');
-    if (eq != std::string::npos) take(Lower(Trimmed(line.substr(0, eq))), Trimmed(line.substr(eq + 1)));
+    if (eq != std::string::npos)
+      take(Lower(Trimmed(line.substr(0, eq))), Trimmed(line.substr(eq + 1)));
   }
 }
 
@@ -79,7 +80,8 @@ SambaConfig ReadSambaConfig(const std::string& file) {
 std::vector<ShareInfo> ReadUserShares(const std::string& folder) {
   std::vector<std::string> files;
   std::error_code ec;
-  for (std::filesystem::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
+  for (std::filesystem::directory_iterator it(folder, ec), end; !ec && it != end;
+       it.increment(ec)) {
     std::string name = it->path().filename().string();
     if (name[0] != '.' && it->is_regular_file(ec)) files.push_back(name);
   }

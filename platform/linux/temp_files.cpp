@@ -46,7 +46,8 @@ long TempOwner(std::string_view name, const std::string& base) {
     return 0;
   }
   size_t dash = rest.find('-');
-  if (dash == 0 || dash == std::string_view::npos || rest.size() - dash - 1 != kRandomLength) return 0;
+  if (dash == 0 || dash == std::string_view::npos || rest.size() - dash - 1 != kRandomLength)
+    return 0;
   long pid = 0;
   for (char c : rest.substr(0, dash)) {
     if (c < '0' || c > '9' || pid > 1L << 32) return 0;
@@ -60,9 +61,9 @@ long TempOwner(std::string_view name, const std::string& base) {
 template <typename Make>
 bool TryTempNames(const std::string& base, std::string& name, Make make) {
   const std::string tail = kSaveMark + std::to_string(getpid()) + "-";
-  const std::string prefix = !base.empty() && 1 + base.size() + tail.size() + kRandomLength <= NAME_MAX
-                                 ? "." + base + tail
-                                 : tail;
+  const std::string prefix =
+      !base.empty() && 1 + base.size() + tail.size() + kRandomLength <= NAME_MAX ? "." + base + tail
+                                                                                 : tail;
   for (int attempt = 0; attempt < 100; ++attempt) {
     name = prefix + RandomSuffix();
     if (make()) return true;
@@ -84,14 +85,16 @@ UniqueFd ScratchIn(const std::string& folder) {
 }  // namespace
 
 UniqueFd OpenFolder(const std::string& folder) {
-  return UniqueFd(RetryOnEintr([&] { return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+  return UniqueFd(
+      RetryOnEintr([&] { return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
 }
 
 UniqueFd MakeTempAt(int folder_fd, const std::string& base, std::string& name) {
   int fd = -1;
   TryTempNames(base, name, [&] {
-    fd = RetryOnEintr(
-        [&] { return openat(folder_fd, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600); });
+    fd = RetryOnEintr([&] {
+      return openat(folder_fd, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    });
     return fd >= 0;
   });
   return UniqueFd(fd);
@@ -101,14 +104,15 @@ UniqueFd MakeUnnamedAt(int folder_fd, const std::string& base, std::string& name
   name.clear();
   static const bool proc = access("/proc/self/fd", X_OK) == 0;  // needed to link the file later
   if (proc) {
-    UniqueFd fd(RetryOnEintr([&] { return openat(folder_fd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600); }));
+    UniqueFd fd(
+        RetryOnEintr([&] { return openat(folder_fd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600); }));
     if (fd.ok() || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) return fd;
   }
   return MakeTempAt(folder_fd, base, name);
 }
 
-bool PlaceAt(int fd, int folder_fd, std::string& name, const std::string& base, const std::string& to,
-             bool replace) {
+bool PlaceAt(int fd, int folder_fd, std::string& name, const std::string& base,
+             const std::string& to, bool replace) {
   if (name.empty()) {
     const std::string self = "/proc/self/fd/" + std::to_string(fd);
     auto link_as = [&](const std::string& as) {

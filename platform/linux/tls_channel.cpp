@@ -25,7 +25,8 @@ int SocketOf(BIO* bio) { return static_cast<int>(reinterpret_cast<intptr_t>(BIO_
 int QuietWrite(BIO* bio, const char* data, int size) {
   BIO_clear_retry_flags(bio);
   const ssize_t n = ::send(SocketOf(bio), data, static_cast<size_t>(size), MSG_NOSIGNAL);
-  if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) BIO_set_retry_write(bio);
+  if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR))
+    BIO_set_retry_write(bio);
   return static_cast<int>(n);
 }
 
@@ -70,7 +71,8 @@ SSL* NewSession(ssl_ctx_st* context, int fd) {
 
 bool IsNumericAddress(const std::string& host) {
   unsigned char address[16];
-  return inet_pton(AF_INET, host.c_str(), address) == 1 || inet_pton(AF_INET6, host.c_str(), address) == 1;
+  return inet_pton(AF_INET, host.c_str(), address) == 1 ||
+         inet_pton(AF_INET6, host.c_str(), address) == 1;
 }
 
 // A fatal unexpected_message alert as a bare record, for a peer whose first
@@ -97,7 +99,8 @@ std::unique_ptr<TlsChannel> TlsChannel::Connecting(HostLoop& loop, ssl_ctx_st* c
   SSL_set_hostflags(ssl, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
   const bool named = IsNumericAddress(host)
                          ? X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl), host.c_str()) == 1
-                         : SSL_set_tlsext_host_name(ssl, host.c_str()) == 1 && SSL_set1_host(ssl, host.c_str()) == 1;
+                         : SSL_set_tlsext_host_name(ssl, host.c_str()) == 1 &&
+                               SSL_set1_host(ssl, host.c_str()) == 1;
   if (!named) Fail(kSockErrCertificate, "no secure channel for the host " + host);
   return channel;
 }
@@ -122,8 +125,9 @@ ssize_t TlsChannel::Transfer(uint32_t* blocked_on, uint32_t idle, Call call) {
 }
 
 ssize_t TlsChannel::Read(char* buffer, size_t size) {
-  const ssize_t got = Transfer(&read_blocked_on_, EPOLLIN,
-                               [&](size_t* moved) { return SSL_read_ex(ssl_, buffer, size, moved); });
+  const ssize_t got = Transfer(&read_blocked_on_, EPOLLIN, [&](size_t* moved) {
+    return SSL_read_ex(ssl_, buffer, size, moved);
+  });
   if (got > 0) WakeIfBuffered();
   return got;
 }
@@ -152,8 +156,7 @@ ssize_t TlsChannel::Failed(int result, uint32_t* blocked_on) {
   const int saved_errno = errno;
   const int error = SSL_get_error(ssl_, result);
   switch (error) {
-    case SSL_ERROR_ZERO_RETURN:
-      return 0;
+    case SSL_ERROR_ZERO_RETURN: return 0;
     case SSL_ERROR_WANT_READ:
       *blocked_on = EPOLLIN;
       errno = EAGAIN;
@@ -168,15 +171,15 @@ ssize_t TlsChannel::Failed(int result, uint32_t* blocked_on) {
       if (saved_errno != EINTR) failed_ = true;
       errno = saved_errno;
       return -1;
-    default:
-      break;
+    default: break;
   }
   failed_ = true;
   const unsigned long code = ERR_peek_error();
   const char* reason = code ? ERR_reason_error_string(code) : nullptr;
   std::string text = std::string("TLS: ") + (reason ? reason : "protocol failure");
   const long verified = SSL_get_verify_result(ssl_);
-  if (verified != X509_V_OK) text += std::string(" (") + X509_verify_cert_error_string(verified) + ")";
+  if (verified != X509_V_OK)
+    text += std::string(" (") + X509_verify_cert_error_string(verified) + ")";
   failure_ = Utf8ToText(text);
   ERR_clear_error();
   BIO* wire = SSL_get_wbio(ssl_);

@@ -107,12 +107,14 @@ void LoadP12(SSL_CTX* ctx, const std::string& name, const CertificateFiles& file
   const bool parsed = p12 && (PKCS12_parse(p12, "", &key, &cert, &chain) == 1 ||
                               PKCS12_parse(p12, nullptr, &key, &cert, &chain) == 1);
   PKCS12_free(p12);
-  const bool used = parsed && key && cert && SSL_CTX_use_cert_and_key(ctx, cert, key, chain, 1) == 1;
+  const bool used =
+      parsed && key && cert && SSL_CTX_use_cert_and_key(ctx, cert, key, chain, 1) == 1;
   const std::string reason = used ? "" : OpenSslReason();
   EVP_PKEY_free(key);
   X509_free(cert);
   sk_X509_pop_free(chain, X509_free);
-  if (!used) FailCertificate(name, files.chain + " holds no usable certificate and key (" + reason + ")");
+  if (!used)
+    FailCertificate(name, files.chain + " holds no usable certificate and key (" + reason + ")");
 }
 
 }  // namespace
@@ -173,7 +175,8 @@ TlsContext TlsContexts::Server(TextView name) {
     LoadPem(loaded->ctx.get(), file_name, files);
   }
   if (SSL_CTX_check_private_key(loaded->ctx.get()) != 1) {
-    FailCertificate(file_name, (files.p12 ? "the key" : files.key) + " does not match " + files.chain);
+    FailCertificate(file_name,
+                    (files.p12 ? "the key" : files.key) + " does not match " + files.chain);
   }
   slot = std::move(loaded);
   return slot->ctx;
@@ -189,7 +192,8 @@ TlsContext TlsContexts::Client() {
                            ? SSL_CTX_set_default_verify_paths(ctx) == 1
                            : SSL_CTX_load_verify_locations(ctx, trusted_.c_str(), nullptr) == 1;
   if (!trusted) {
-    Fail(kSockErrCertificate, "trusted certificates " + (trusted_.empty() ? "of the system" : trusted_) +
+    Fail(kSockErrCertificate, "trusted certificates " +
+                                  (trusted_.empty() ? "of the system" : trusted_) +
                                   " cannot be read (" + OpenSslReason() + ")");
   }
   SSL_CTX_set_verify(ctx, SSL_VERIFY_PEER, nullptr);

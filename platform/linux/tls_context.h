@@ -21,7 +21,6 @@
 //   auto server = tls.Server(u"VRNEK");   // raises RuntimeError on failure
 #pragma once
 
-
 #include <map>
 #include <memory>
 #include <string>

@@ -32,12 +32,15 @@ bool Running(int pid) { return pid > 0 && (::kill(pid, 0) == 0 || errno == EPERM
 // directory cannot be written.
 std::string WriteTemporary(const std::string& directory) {
   const std::string path = directory + "/LTMP." + std::to_string(::getpid());
-  const int fd = linux_io::RetryOnEintr(
-      [&] { return ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644); });
+  const int fd = linux_io::RetryOnEintr([&] {
+    return ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
+  });
   if (fd < 0) return {};
   char text[16];
   const int length = std::snprintf(text, sizeof text, "%10d\n", static_cast<int>(::getpid()));
-  const bool written = linux_io::RetryOnEintr([&] { return ::write(fd, text, static_cast<size_t>(length)); }) == length;
+  const bool written = linux_io::RetryOnEintr([&] {
+                         return ::write(fd, text, static_cast<size_t>(length));
+                       }) == length;
   ::close(fd);
   if (!written) {
     ::unlink(path.c_str());
@@ -71,13 +74,15 @@ std::string UucpLockDirectory() {
 }
 
 int UucpLockOwner(const std::string& lock_path) {
-  const int fd = linux_io::RetryOnEintr([&] { return ::open(lock_path.c_str(), O_RDONLY | O_CLOEXEC); });
+  const int fd =
+      linux_io::RetryOnEintr([&] { return ::open(lock_path.c_str(), O_RDONLY | O_CLOEXEC); });
   if (fd < 0) return 0;
   char text[64] = {};
   const ssize_t n = linux_io::RetryOnEintr([&] { return ::read(fd, text, sizeof text - 1); });
   ::close(fd);
   bool ascii = n > 0;
-  for (ssize_t i = 0; i < n; ++i) ascii = ascii && (text[i] == ' ' || text[i] == '\n' || (text[i] >= '0' && text[i] <= '9'));
+  for (ssize_t i = 0; i < n; ++i)
+    ascii = ascii && (text[i] == ' ' || text[i] == '\n' || (text[i] >= '0' && text[i] <= '9'));
   if (n == 4 && !ascii) {  // the old binary form
     int32_t pid = 0;
     std::memcpy(&pid, text, 4);
@@ -103,10 +108,11 @@ std::string TakeUucpLock(const std::string& device) {
     const int holder = UucpLockOwner(lock);
     if (Running(holder)) {
       if (!temporary.empty()) ::unlink(temporary.c_str());
-      Fail(kCommErrPortOpen, "Port already open: " + device + " is held by pid " + std::to_string(holder));
+      Fail(kCommErrPortOpen,
+           "Port already open: " + device + " is held by pid " + std::to_string(holder));
     }
     if (temporary.empty()) return {};  // no lock of ours to take; a stale one stays
-    ::unlink(lock.c_str());             // a lock left by a process that is gone
+    ::unlink(lock.c_str());            // a lock left by a process that is gone
   }
   if (!temporary.empty()) ::unlink(temporary.c_str());
   return {};

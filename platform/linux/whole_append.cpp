@@ -26,7 +26,8 @@ constexpr char kAttribute[] = "user.varnek.append";
 // a new file that got the same inode number.
 std::string BirthOf(int fd) {
   struct statx stx {};
-  if (statx(fd, "", AT_EMPTY_PATH, STATX_BTIME, &stx) != 0 || !(stx.stx_mask & STATX_BTIME)) return "0.0";
+  if (statx(fd, "", AT_EMPTY_PATH, STATX_BTIME, &stx) != 0 || !(stx.stx_mask & STATX_BTIME))
+    return "0.0";
   return std::to_string(stx.stx_btime.tv_sec) + "." + std::to_string(stx.stx_btime.tv_nsec);
 }
 
@@ -53,8 +54,9 @@ class Marker {
     if (fsetxattr(fd_, kAttribute, text.data(), text.size(), 0) == 0) return true;
     if (errno != ENOTSUP) return false;
     const std::string beside = Beside();
-    int fd = RetryOnEintr(
-        [&] { return open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644); });
+    int fd = RetryOnEintr([&] {
+      return open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644);
+    });
     if (fd < 0) return false;
     bool written = WriteFd(fd, text);
     close(fd);
@@ -92,8 +94,9 @@ void CutTornTail(int fd, Marker& marker) {
   long long before = -1, after = -1;
   char birth[64] = "";
   struct stat st {};
-  if (std::sscanf(text.c_str(), "%lld %lld %63s", &before, &after, birth) == 3 && BirthOf(fd) == birth &&
-      fstat(fd, &st) == 0 && before < st.st_size && st.st_size < after && ftruncate(fd, before) != 0)
+  if (std::sscanf(text.c_str(), "%lld %lld %63s", &before, &after, birth) == 3 &&
+      BirthOf(fd) == birth && fstat(fd, &st) == 0 && before < st.st_size && st.st_size < after &&
+      ftruncate(fd, before) != 0)
     return;  // keep the marker: the next append tries again
   marker.Remove();
 }
@@ -106,8 +109,8 @@ bool AppendLocked(int fd, Marker& marker, std::string_view bytes) {
   if (fstat(fd, &st) != 0) return false;
   const long long before = st.st_size;
   const bool marked = marker.Write(std::to_string(before) + " " +
-                                   std::to_string(before + static_cast<long long>(bytes.size())) + " " +
-                                   BirthOf(fd) + "\n");
+                                   std::to_string(before + static_cast<long long>(bytes.size())) +
+                                   " " + BirthOf(fd) + "\n");
   if (WriteFd(fd, bytes)) {
     if (marked) marker.Remove();
     return true;
@@ -125,7 +128,8 @@ bool AppendLocked(int fd, Marker& marker, std::string_view bytes) {
 // another process may have renamed a new file over it while we waited for
 // the lock, and a record written to the old one would be lost.
 static bool StillNamed(int fd, const std::string& path) {
-  struct stat open_st {}, named_st {};
+  struct stat open_st {
+  }, named_st{};
   return fstat(fd, &open_st) == 0 && stat(path.c_str(), &named_st) == 0 &&
          open_st.st_dev == named_st.st_dev && open_st.st_ino == named_st.st_ino;
 }
@@ -133,8 +137,9 @@ static bool StillNamed(int fd, const std::string& path) {
 bool AppendRecord(const std::string& path, std::string_view bytes) {
   // A few tries: each lost race means another save just replaced the file.
   for (int attempt = 0;; ++attempt) {
-    int fd = RetryOnEintr(
-        [&] { return open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0666); });
+    int fd = RetryOnEintr([&] {
+      return open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0666);
+    });
     if (fd < 0) return false;
     struct stat st {};
     bool ok = fstat(fd, &st) == 0;

@@ -15,7 +15,7 @@ class FakeNetworkShares : public NetworkShares {
   // The children of each node, by the start text that opens it: "" for the
   // top, otherwise the remote name (or provider) cut at its first NUL.
   std::map<Text, std::vector<NetResource>> tree;
-  std::vector<Text> opened;  // each OpenEnum's start text, "<top>" for none
+  std::vector<Text> opened;                         // each OpenEnum's start text, "<top>" for none
   std::vector<std::pair<Text, Text>> connected;     // (remote, local)
   std::vector<std::pair<Text, int32_t>> cancelled;  // (local, force)
   int32_t connect_status = 0;

@@ -18,9 +18,10 @@ void LinePeer::Say(std::string bytes, double delay) {
 
 HayesModem::HayesModem(std::shared_ptr<LinePeer> far, ModemBehaviour behaviour)
     : far_(std::move(far)), behaviour_(behaviour), echo_(behaviour.echo) {
-  if (far_) far_->emit = [this](std::string bytes, double delay) {
-    if (connected_) Say(std::move(bytes), delay);
-  };
+  if (far_)
+    far_->emit = [this](std::string bytes, double delay) {
+      if (connected_) Say(std::move(bytes), delay);
+    };
 }
 
 void HayesModem::Receive(std::string_view bytes) {
@@ -41,14 +42,16 @@ void HayesModem::Command(const std::string& line) {
   if (upper.rfind("AT", 0) != 0) return Say("\r\nERROR\r\n", 0.01);
   if (upper.find("E0") != std::string::npos) echo_ = false;
   if (upper.find("E1") != std::string::npos) echo_ = true;
-  if (upper.rfind("ATD", 0) == 0 && behaviour_.busy) return Say("\r\nBUSY\r\n", behaviour_.connect_delay);
+  if (upper.rfind("ATD", 0) == 0 && behaviour_.busy)
+    return Say("\r\nBUSY\r\n", behaviour_.connect_delay);
   if (upper.rfind("ATD", 0) == 0) {
     connected_ = true;  // what the system writes from now on goes to the far end
     Say(behaviour_.lower_case_connect ? "\r\nconnect 1200\r\n" : "\r\nCONNECT 1200\r\n",
         behaviour_.connect_delay);
     return;
   }
-  Say(std::string(upper.rfind("ATI", 0) == 0 ? "\r\nVarnek line modem\r\n" : "") + "\r\nOK\r\n", 0.01);
+  Say(std::string(upper.rfind("ATI", 0) == 0 ? "\r\nVarnek line modem\r\n" : "") + "\r\nOK\r\n",
+      0.01);
 }
 
 void HayesModem::Hangup() {
@@ -120,8 +123,9 @@ void TapTerminal::Receive(std::string_view bytes) {
 
 void TapTerminal::Block(const std::string& block) {
   const size_t etx = block.size() - 5;
-  const bool sum_ok = Checksum(std::string_view(block).substr(0, etx + 1)) == block.substr(etx + 1, 3) &&
-                      block.back() == '\r';
+  const bool sum_ok =
+      Checksum(std::string_view(block).substr(0, etx + 1)) == block.substr(etx + 1, 3) &&
+      block.back() == '\r';
   size_t cr1 = block.find('\r');
   const bool shape_ok = cr1 != std::string::npos && cr1 < etx && block[etx - 1] == '\r';
   if (behaviour_.ignore_blocks) return;
@@ -161,9 +165,7 @@ void SkytelService::Receive(std::string_view bytes) {
 
 void SkytelService::Line(const std::string& line) {
   switch (state_) {
-    case State::Wake:
-      state_ = State::Pager;
-      return Prompt("PAGER ID: ");
+    case State::Wake: state_ = State::Pager; return Prompt("PAGER ID: ");
     case State::Pager:
       if (line.empty()) return Prompt("PAGER ID: ");
       pager_ = line;
@@ -188,8 +190,7 @@ void SkytelService::Line(const std::string& line) {
       if (line == "Y") pages_.push_back({pager_, message_});
       state_ = State::Menu;
       return Prompt("FUNCTION: ");
-    case State::Gone:
-      return;
+    case State::Gone: return;
   }
 }
 
@@ -211,8 +212,7 @@ void ZetronTerminal::Line(const std::string& line) {
     Say(std::string("\r\n") + text, behaviour_.delay);
   };
   switch (state_) {
-    case State::Wake:
-      return ask(State::Ready, "Enter ID: ");
+    case State::Wake: return ask(State::Ready, "Enter ID: ");
     case State::Ready:
       if (line == "C") return ask(State::Format, "Format ? ");
       return ask(State::Ready, "Enter ID: ");
@@ -220,12 +220,8 @@ void ZetronTerminal::Line(const std::string& line) {
       if (line == "C") return ask(State::Format, "Format ? ");
       page_ = Page{line, "", "", ""};
       return ask(State::Capcode, "Capcode ? ");
-    case State::Capcode:
-      page_.capcode = line;
-      return ask(State::Function, "Function ? ");
-    case State::Function:
-      page_.function = line;
-      return ask(State::Message, "Message ? ");
+    case State::Capcode: page_.capcode = line; return ask(State::Function, "Function ? ");
+    case State::Function: page_.function = line; return ask(State::Message, "Message ? ");
     case State::Message:
       page_.message = line;
       if (behaviour_.repeat_message) return ask(State::Message, "Message ? ");
@@ -237,10 +233,8 @@ void ZetronTerminal::Line(const std::string& line) {
       if (line != "Y") return ask(State::Format, "Format ? ");
       pages_.push_back(page_);
       return ask(State::Sent, "Queued");
-    case State::Sent:
-      return ask(State::Accepted, "* Message Accepted *\r\n");
-    case State::Accepted:
-      return ask(State::Format, "Format ? ");
+    case State::Sent: return ask(State::Accepted, "* Message Accepted *\r\n");
+    case State::Accepted: return ask(State::Format, "Format ? ");
   }
 }
 

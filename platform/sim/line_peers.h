@@ -102,7 +102,9 @@ class TapTerminal : public LinePeer {
   void Receive(std::string_view bytes) override;
   void Hangup() override;
 
-  struct Page { std::string code, message; };
+  struct Page {
+    std::string code, message;
+  };
   const std::vector<Page>& pages() const { return pages_; }
   int refused() const { return refused_; }
   const std::string& password() const { return password_; }
@@ -127,10 +129,10 @@ class TapTerminal : public LinePeer {
 
 struct MenuBehaviour {
   bool silent = false;
-  bool repeat_menu = false;     // answers "1" with the menu again
-  bool repeat_message = false;  // Zetron: asks for the message again and again
-  bool drop_leading_cr = false; // prompts come without their leading CR
-  bool ignore_message = false;  // Skytel: no answer to the message text
+  bool repeat_menu = false;      // answers "1" with the menu again
+  bool repeat_message = false;   // Zetron: asks for the message again and again
+  bool drop_leading_cr = false;  // prompts come without their leading CR
+  bool ignore_message = false;   // Skytel: no answer to the message text
   double delay = 0.05;
 };
 
@@ -159,12 +161,25 @@ class ZetronTerminal : public LinePeer {
   explicit ZetronTerminal(MenuBehaviour behaviour = {}) : behaviour_(behaviour) {}
   void Receive(std::string_view bytes) override;
   void Hangup() override;
-  struct Page { std::string format, capcode, function, message; };
+  struct Page {
+    std::string format, capcode, function, message;
+  };
   const std::vector<Page>& pages() const { return pages_; }
 
  private:
   void Line(const std::string& line);
-  enum class State { Wake, Ready, Format, Capcode, Function, Message, Alpha, PageNow, Sent, Accepted };
+  enum class State {
+    Wake,
+    Ready,
+    Format,
+    Capcode,
+    Function,
+    Message,
+    Alpha,
+    PageNow,
+    Sent,
+    Accepted
+  };
   State state_ = State::Wake;
   MenuBehaviour behaviour_;
   LineCutter cutter_;

@@ -17,7 +17,10 @@ std::string Num(double value) {
 
 RecordingSurface::RecordingSurface(double width_px, double height_px, double border_px,
                                    double char_width, double text_height)
-    : width_(width_px), height_(height_px), border_(border_px), char_width_(char_width),
+    : width_(width_px),
+      height_(height_px),
+      border_(border_px),
+      char_width_(char_width),
       text_height_(text_height) {}
 
 void RecordingSurface::SetScalePixels() { calls.push_back("scale pixels"); }
@@ -38,7 +41,9 @@ void RecordingSurface::FillBox(double x1, double y1, double x2, double y2, int32
   calls.push_back("box " + Num(x1) + " " + Num(y1) + " " + Num(x2) + " " + Num(y2) + " " + hex);
 }
 
-void RecordingSurface::SetTextPosition(double x, double y) { calls.push_back("at " + Num(x) + " " + Num(y)); }
+void RecordingSurface::SetTextPosition(double x, double y) {
+  calls.push_back("at " + Num(x) + " " + Num(y));
+}
 
 void RecordingSurface::Print(const Text& text) { calls.push_back("print " + TextToUtf8(text)); }
 

@@ -30,7 +30,9 @@ class RecordingSurface : public DrawingSurface {
   double ScaleHeight() const override { return height_; }
   double OuterWidth() const override { return (width_ + 2 * border_) * 15; }
   void SetOuterWidth(double twips) override;
-  double TextWidth(const Text& text) override { return char_width_ * static_cast<double>(text.size()); }
+  double TextWidth(const Text& text) override {
+    return char_width_ * static_cast<double>(text.size());
+  }
   double TextHeight(const Text&) override { return text_height_; }
   void FillBox(double x1, double y1, double x2, double y2, int32_t colour) override;
   void SetTextPosition(double x, double y) override;

@@ -24,8 +24,8 @@ class RecordingWebServices : public WebServices {
     opened.emplace_back(Text(url), show);
     return 0;
   }
-  std::vector<std::pair<Text, Text>> downloads;   // url, file
-  std::vector<std::pair<Text, int32_t>> opened;   // url, show value
+  std::vector<std::pair<Text, Text>> downloads;  // url, file
+  std::vector<std::pair<Text, int32_t>> opened;  // url, show value
   int download_result = 0;
 };
 

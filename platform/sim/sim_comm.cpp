@@ -142,6 +142,8 @@ class SimComm : public CommCtl {
 
 }  // namespace
 
-std::unique_ptr<CommCtl> SimCommFactory::Create(bool xm) { return std::make_unique<SimComm>(*this, xm); }
+std::unique_ptr<CommCtl> SimCommFactory::Create(bool xm) {
+  return std::make_unique<SimComm>(*this, xm);
+}
 
 }  // namespace varnek

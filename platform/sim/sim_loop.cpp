@@ -44,13 +44,16 @@ class SimLoop::Backend : public LoopBackend {
 };
 
 SimLoop::SimLoop(double start_date, LoopMode mode)
-    : HostLoop(std::make_unique<Backend>(start_date), mode), clock_(static_cast<Backend&>(backend())) {}
+    : HostLoop(std::make_unique<Backend>(start_date), mode),
+      clock_(static_cast<Backend&>(backend())) {}
 
 SimLoop::~SimLoop() = default;
 
 void SimLoop::After(double seconds, std::function<void()> fn) { PostAfter(seconds, std::move(fn)); }
 
-void SimLoop::AfterInLoop(double seconds, std::function<void()> fn) { PostInLoop(seconds, std::move(fn)); }
+void SimLoop::AfterInLoop(double seconds, std::function<void()> fn) {
+  PostInLoop(seconds, std::move(fn));
+}
 
 double SimLoop::Elapsed() const { return clock_.elapsed; }
 

@@ -12,7 +12,8 @@ namespace varnek {
 namespace {
 
 [[noreturn]] void FailWrongState() {
-  Fail(kSockErrWrongState, "Wrong protocol or connection state for the requested transaction or request");
+  Fail(kSockErrWrongState,
+       "Wrong protocol or connection state for the requested transaction or request");
 }
 
 }  // namespace
@@ -30,7 +31,6 @@ class SimSocket : public SocketWithSettings {
     }
     *alive_ = false;
   }
-
 
   void Create(const Variant& /*address*/, const Variant& port) override {
     if (state_ != kSocketClosed) FailWrongState();
@@ -136,8 +136,10 @@ class SimSocket : public SocketWithSettings {
   void Connect(const Variant& address, const Variant& port) override {
     if (state_ != kSocketClosed && state_ != kSocketCreated) FailWrongState();
     Text host;
-    if (!address.IsMissing()) host = address.ToText();
-    else host = settings().remote_name_xlate ? settings().remote_name : remote_address_;
+    if (!address.IsMissing())
+      host = address.ToText();
+    else
+      host = settings().remote_name_xlate ? settings().remote_name : remote_address_;
     int32_t remote = port.IsMissing() ? remote_port_ : port.ToLong();
     if (host.empty() || remote < 1 || remote > 65535) {
       error_text_ = u"Address is not valid";

@@ -129,7 +129,7 @@ class SimNetwork : public SocketFactory {
   void OfferConnection(const std::shared_ptr<SimPeer>& peer, int32_t port);
 
   SimLoop& loop_;
-  std::map<int32_t, SimSocket*> listeners_;  // by port, from Bind until Close
+  std::map<int32_t, SimSocket*> listeners_;              // by port, from Bind until Close
   std::map<int32_t, std::shared_ptr<SimPeer>> offered_;  // handles in ConnectionRequest
   std::map<int32_t, std::function<void(std::shared_ptr<SimPeer>)>> servers_;
   std::set<Text> unresolvable_;

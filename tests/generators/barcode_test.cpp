@@ -23,7 +23,8 @@ struct BarcodeTest : ::testing::Test {
   // The calls that drew black boxes.
   static int BlackBoxes(const RecordingSurface& box) {
     int n = 0;
-    for (const std::string& call : box.calls) n += call.starts_with("box") && call.ends_with(" 000000");
+    for (const std::string& call : box.calls)
+      n += call.starts_with("box") && call.ends_with(" 000000");
     return n;
   }
 };
@@ -113,7 +114,8 @@ std::string ReadBars(const std::string& png) {
   TestFolder dir;
   WriteBytes(dir("bars.png"), png);
   std::string out;
-  if (FILE* pipe = popen(("timeout 30 zbarimg -q --raw '" + dir("bars.png") + "' 2>/dev/null").c_str(), "r")) {
+  if (FILE* pipe = popen(
+          ("timeout 30 zbarimg -q --raw '" + dir("bars.png") + "' 2>/dev/null").c_str(), "r")) {
     char buffer[512];
     for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) out.append(buffer, n);
     pclose(pipe);
@@ -126,7 +128,7 @@ TEST_F(BarcodeTest, CairoPngsReadBackByZbar) {
   CairoSurfaceFactory cairo;
   sim.platform.surfaces = cairo;
   const std::pair<Text, std::string> cases[] = {
-      {u"HELLO WORLD", "HELLO WORLD"}, {u"12345", "12345"},     {u"code-39 $/+%.", "CODE-39 $/+%."},
+      {u"HELLO WORLD", "HELLO WORLD"}, {u"12345", "12345"}, {u"code-39 $/+%.", "CODE-39 $/+%."},
       {u"VX9 QZ", "VX9 QZ"},           {u"lower", "LOWER"},
   };
   for (const auto& [text, read] : cases) {

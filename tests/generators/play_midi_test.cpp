@@ -34,12 +34,18 @@ using V = std::vector<std::string>;
 TEST(PlayString, NumbersNotesAndQuirks) {
   const std::pair<const char16_t*, V> fresh[] = {
       // notes, accidentals (also on the last unit), octaves, N numbers
-      {u"O3C", {"60/4"}}, {u"N37", {"60/4"}}, {u"c-c#C+", {"59/4", "61/4", "61/4"}}, {u"O0AO6B", {"33/4", "107/4"}},
-      {u"C.L8D.L2E.", {"60/3", "62/5", "64/1"}},  // dots divide by 1.5, ties to even: 4 -> 3, 8 -> 5, 2 -> 1
-      {u"P8P.L2P", {"-1/8", "-1/3", "-1/2"}},     // pauses: a number or the current length; dots shorten them
-      {u"OC", {"60/4", "60/4"}},  // "O" before a letter records it here and on the next pass
-      {u"O7C", {"60/4"}},         // 7 is no octave
-      {u"H#+-!", {"0/4"}}};       // H is a note without an offset; lone accidentals and others are passed over
+      {u"O3C", {"60/4"}},
+      {u"N37", {"60/4"}},
+      {u"c-c#C+", {"59/4", "61/4", "61/4"}},
+      {u"O0AO6B", {"33/4", "107/4"}},
+      {u"C.L8D.L2E.",
+       {"60/3", "62/5", "64/1"}},  // dots divide by 1.5, ties to even: 4 -> 3, 8 -> 5, 2 -> 1
+      {u"P8P.L2P",
+       {"-1/8", "-1/3", "-1/2"}},  // pauses: a number or the current length; dots shorten them
+      {u"OC", {"60/4", "60/4"}},   // "O" before a letter records it here and on the next pass
+      {u"O7C", {"60/4"}},          // 7 is no octave
+      {u"H#+-!",
+       {"0/4"}}};  // H is a note without an offset; lone accidentals and others are passed over
   for (const auto& [play, parsed] : fresh) EXPECT_EQ(Parsed(play), parsed) << TextToUtf8(play);
   // N, T and P stop their number at a 0; the rest is passed over
   MidiSettings s;
@@ -110,23 +116,23 @@ TEST_F(PlayMidiTest, HelpExamplePlaysItsNotesAndWaits) {
   EXPECT_TRUE(adds.Sound_PlayMidi(u"T96O3L4cd.efgabO4cL8defgabO5c").IsEmpty());
   // 2500 / length ms at 96 beats: 625 for 4, 833 for 3, 313 for 8
   const V expected = {
-      "open",
-      "msg 90 3C 60", "sleep 625", "msg 90 3E 60", "sleep 833", "msg 90 40 60", "sleep 625",
-      "msg 90 41 60", "sleep 625", "msg 90 43 60", "sleep 625", "msg 90 45 60", "sleep 625",
-      "msg 90 47 60", "sleep 625", "msg 90 48 60", "sleep 625",
-      "msg 90 4A 60", "sleep 313", "msg 90 4C 60", "sleep 313", "msg 90 4D 60", "sleep 313",
-      "msg 90 4F 60", "sleep 313", "msg 90 51 60", "sleep 313", "msg 90 53 60", "sleep 313",
+      "open",         "msg 90 3C 60", "sleep 625", "msg 90 3E 60", "sleep 833", "msg 90 40 60",
+      "sleep 625",    "msg 90 41 60", "sleep 625", "msg 90 43 60", "sleep 625", "msg 90 45 60",
+      "sleep 625",    "msg 90 47 60", "sleep 625", "msg 90 48 60", "sleep 625", "msg 90 4A 60",
+      "sleep 313",    "msg 90 4C 60", "sleep 313", "msg 90 4D 60", "sleep 313", "msg 90 4F 60",
+      "sleep 313",    "msg 90 51 60", "sleep 313", "msg 90 53 60", "sleep 313",
       "msg 90 54 60",  // the last note gets no wait
       "sleep 1"};
   // sustained notes all sound until the output closes, which ends them
-  EXPECT_EQ(log, Then(expected, Stop({0x3C, 0x3E, 0x40, 0x41, 0x43, 0x45, 0x47, 0x48, 0x4A, 0x4C, 0x4D, 0x4F,
-                                      0x51, 0x53, 0x54})));
+  EXPECT_EQ(log, Then(expected, Stop({0x3C, 0x3E, 0x40, 0x41, 0x43, 0x45, 0x47, 0x48, 0x4A, 0x4C,
+                                      0x4D, 0x4F, 0x51, 0x53, 0x54})));
   EXPECT_FALSE(adds.PlaySettings().DeviceOpen);
   EXPECT_EQ(adds.PlaySettings().Tempo, 96);
   // the last T rules the whole string; octave 5 and length 8 carry over
   log.clear();
   adds.Sound_PlayMidi(u"T99CDT48");
-  EXPECT_EQ(log, Then({"open", "msg 90 54 60", "sleep 625", "msg 90 56 60", "sleep 1"}, Stop({0x54, 0x56})));
+  EXPECT_EQ(log, Then({"open", "msg 90 54 60", "sleep 625", "msg 90 56 60", "sleep 1"},
+                      Stop({0x54, 0x56})));
 }
 
 TEST_F(PlayMidiTest, StylesChordsAndEmptyStrings) {
@@ -177,7 +183,8 @@ TEST_F(PlayMidiTest, SecondCallDuringPlayIsRefused) {
     if (inner++ == 0) adds.Sound_PlayMidi(u"GGG");
   };
   adds.Sound_PlayMidi(u"MDCD");
-  EXPECT_EQ(log, Then({"open", "msg 90 3C 60", "sleep 500", "msg 90 3E 60", "sleep 1"}, Stop({0x3C, 0x3E})));
+  EXPECT_EQ(log, Then({"open", "msg 90 3C 60", "sleep 500", "msg 90 3E 60", "sleep 1"},
+                      Stop({0x3C, 0x3E})));
   EXPECT_EQ(adds.Sound_PlayMidiHelp().substr(0, 29), u" Plays a note(s) using MIDI\r\n");
   EXPECT_EQ(Split(adds.Sound_PlayMidiHelp(), u"\r\n").size(), 13u);
 }

@@ -17,13 +17,17 @@ namespace {
 using generators::RtfToHtml;
 
 // One paragraph behind a bare header with no tables.
-Text Bare(const Text& body) { return RtfToHtml(u"{\\rtf1\r\n\\deflang1033 " + body + u"\r\n\\par }", u""); }
+Text Bare(const Text& body) {
+  return RtfToHtml(u"{\\rtf1\r\n\\deflang1033 " + body + u"\r\n\\par }", u"");
+}
 
 // A header with a colour table: \cf0 is FF0000, \cf1 is 0080FF.
 Text Coloured(const Text& body) {
-  return RtfToHtml(u"{\\rtf1{\\colortbl ;\\red255\\green0\\blue0;\\red0\\green128\\blue255;}\r\n"
-                   u"\\deflang1033 " + body + u"\r\n\\par }",
-                   u"");
+  return RtfToHtml(
+      u"{\\rtf1{\\colortbl ;\\red255\\green0\\blue0;\\red0\\green128\\blue255;}\r\n"
+      u"\\deflang1033 " +
+          body + u"\r\n\\par }",
+      u"");
 }
 
 // The header an edit control writes, with fonts 0..2 and two colours.
@@ -79,7 +83,8 @@ TEST(RtfToHtml, FontsColoursSizesAndAlignment) {
             u"<FONT FACE=\"Arial\" COLOR=\"#FF0000\">x</FONT>");
   const std::pair<const char16_t*, Text> coloured[] = {
       // counting starts at the first \red; five units are read, blanks skipped
-      {u"\\cf1 x", u"<FONT COLOR=\"#0080FF\">x</FONT>"}, {u"\\cf1 2x", u"2x"},  // colour 12 is past the top
+      {u"\\cf1 x", u"<FONT COLOR=\"#0080FF\">x</FONT>"},
+      {u"\\cf1 2x", u"2x"},  // colour 12 is past the top
       {u"\\cf5 x", u"x"},
       // two changes, one close; \plain with a change still waiting writes none
       {u"\\cf0 a\\cf1 b\\plain c", u"<FONT COLOR=\"#FF0000\">a<FONT COLOR=\"#0080FF\">b</FONT>c"},
@@ -89,28 +94,35 @@ TEST(RtfToHtml, FontsColoursSizesAndAlignment) {
       {u"\\cf0\\fs50 x", u"<FONT COLOR=\"#FF0000\" SIZE = \"8\">x</FONT>"},
       {u"\\cf0\\fs25 x", u"<FONT COLOR=\"#FF0000\" SIZE = \"3\">x</FONT>"},
       {u"\\cf0\\fs19 x", u"<FONT COLOR=\"#FF0000\" SIZE = \"1\">x</FONT>"},
-      {u"\\cf0\\fs24 x", u"<FONT COLOR=\"#FF0000\">x</FONT>"}, {u"\\fs30 x", u"x"},
+      {u"\\cf0\\fs24 x", u"<FONT COLOR=\"#FF0000\">x</FONT>"},
+      {u"\\fs30 x", u"x"},
       // alignment waits for the next font tag; the table closes at \plain
       {u"\\qc\\cf0 ab", kCenter + u"<FONT COLOR=\"#FF0000\">ab</FONT>"},
-      {u"\\qr\\cf0 a\\b c\\plain d", kRight + u"<FONT COLOR=\"#FF0000\">a<B>c</FONT></TD></TR></TABLE><BR></B>d"},
+      {u"\\qr\\cf0 a\\b c\\plain d",
+       kRight + u"<FONT COLOR=\"#FF0000\">a<B>c</FONT></TD></TR></TABLE><BR></B>d"},
       {u"\\qc xy\\cf0 z", u"y" + kCenter + u"<FONT COLOR=\"#FF0000\">z</FONT>"}};
   for (const auto& [rtf, html] : coloured) EXPECT_EQ(Coloured(rtf), html) << TextToUtf8(rtf);
   // components: the second and third units are taken only if digits
-  EXPECT_EQ(RtfToHtml(u"{\\colortbl\\red1;2\\green300\\blue0;}\r\n\\deflang \\cf0 x\r\n\\par }", u""),
-            u"<FONT COLOR=\"#0C12C00\">x</FONT>");
+  EXPECT_EQ(
+      RtfToHtml(u"{\\colortbl\\red1;2\\green300\\blue0;}\r\n\\deflang \\cf0 x\r\n\\par }", u""),
+      u"<FONT COLOR=\"#0C12C00\">x</FONT>");
 }
 
 TEST(RtfToHtml, ListsAndParagraphs) {
-  Text list = u"{\\rtf1\r\n\\deflang1033 {\\pntext\\'b7\\tab}{\\*\\pn\\pnlvlblt\\pnf1{\\pntxtb\\'b7}}one"
-              u"\r\n\\par {\\pntext\\'b7\\tab}two\r\n\\par \\pard\\plain after\r\n\\par }";
+  Text list =
+      u"{\\rtf1\r\n\\deflang1033 {\\pntext\\'b7\\tab}{\\*\\pn\\pnlvlblt\\pnf1{\\pntxtb\\'b7}}one"
+      u"\r\n\\par {\\pntext\\'b7\\tab}two\r\n\\par \\pard\\plain after\r\n\\par }";
   const std::pair<Text, const char16_t*> rows[] = {
       {list, u"<UL><LI>one</LI><LI>two</LI></UL>after"},
       // no CR LF "\deflang", or no CR LF "\par" after it: no body
-      {u"{\\rtf1 \\deflang1033 hello\r\n\\par }", u""}, {u"{\\rtf1\r\n\\deflang1033 hello}", u""},
+      {u"{\\rtf1 \\deflang1033 hello\r\n\\par }", u""},
+      {u"{\\rtf1\r\n\\deflang1033 hello}", u""},
       // the first break writes nothing until something set the item close
       {u"{\\rtf1\r\n\\deflang1033 a\r\n\\par b\r\n\\par }", u"ab"},
-      {u"{\\rtf1\r\n\\deflang1033 a\r\n\\par b", u"a"},  // text after the last CR LF "\par" is never read
-      {u"{\\rtf1\r\n\\deflang x\\pntxtb y\r\n\\par ", u"x"}};  // a group skipped to a missing "}" ends the scan
+      {u"{\\rtf1\r\n\\deflang1033 a\r\n\\par b",
+       u"a"},  // text after the last CR LF "\par" is never read
+      {u"{\\rtf1\r\n\\deflang x\\pntxtb y\r\n\\par ",
+       u"x"}};  // a group skipped to a missing "}" ends the scan
   for (const auto& [rtf, html] : rows) EXPECT_EQ(RtfToHtml(rtf, u""), html) << TextToUtf8(rtf);
 }
 
@@ -143,7 +155,8 @@ TEST(RtfToHtml, OwedClosesComeOutNewestFirstInLinearTime) {
   for (int i = 0; i < 3; ++i) closes += u"</I></B>";
   EXPECT_EQ(RtfToHtml(BoldRuns(3), u""),
             u"a <B>word and <I>more.a <B>word and <I>more.<BR>a <B>word and <I>more." + closes);
-  EXPECT_EQ(Bare(u"\\strike\\b\\i\\ul x\\plain y\\b z"), u"<STRIKE>b<I><U> x</U></I></STRIKE>y<B>z</B>");
+  EXPECT_EQ(Bare(u"\\strike\\b\\i\\ul x\\plain y\\b z"),
+            u"<STRIKE>b<I><U> x</U></I></STRIKE>y<B>z</B>");
   // eight times the text may not cost much more than eight times the time
   // (it cost about 64 times when each close was put in front of the rest)
   const double small = ConvertSeconds(BoldRuns(12000)), large = ConvertSeconds(BoldRuns(96000));
@@ -155,25 +168,28 @@ TEST(RtfToHtml, PageWrapperAndOptions) {
   EXPECT_EQ(RtfToHtml(u"none", u"+H"),
             head + u"<TITLE></TITLE>\r\n\r\n</HEAD>\r\n<BODY>\r\n</BODY>\r\n</HTML>");
   EXPECT_EQ(RtfToHtml(u"{\\rtf1\r\n\\deflang x\r\n\\par }", u"+T\"My page\"+G+H"),
-            head + u"<TITLE>My page</TITLE>\r\n<META NAME=\"GENERATOR\" CONTENT=\"Varnek Software\">"
-                   u"\r\n</HEAD>\r\n<BODY>\r\nx</BODY>\r\n</HTML>");
+            head +
+                u"<TITLE>My page</TITLE>\r\n<META NAME=\"GENERATOR\" CONTENT=\"Varnek Software\">"
+                u"\r\n</HEAD>\r\n<BODY>\r\nx</BODY>\r\n</HTML>");
   // the unit between marker and title is not looked at; a quote further on
   // ends a title that starts with a quote
-  EXPECT_EQ(RtfToHtml(u"", u"+H+T=Name\""), head + u"<TITLE>Name</TITLE>\r\n\r\n</HEAD>\r\n<BODY>\r\n</BODY>\r\n</HTML>");
-  EXPECT_EQ(RtfToHtml(u"", u"+H+T\"\"x\""), head + u"<TITLE>\"x</TITLE>\r\n\r\n</HEAD>\r\n<BODY>\r\n</BODY>\r\n</HTML>");
+  EXPECT_EQ(RtfToHtml(u"", u"+H+T=Name\""),
+            head + u"<TITLE>Name</TITLE>\r\n\r\n</HEAD>\r\n<BODY>\r\n</BODY>\r\n</HTML>");
+  EXPECT_EQ(RtfToHtml(u"", u"+H+T\"\"x\""),
+            head + u"<TITLE>\"x</TITLE>\r\n\r\n</HEAD>\r\n<BODY>\r\n</BODY>\r\n</HTML>");
   // +T and +G without +H change nothing
   EXPECT_EQ(Bare(u"x"), RtfToHtml(u"{\\rtf1\r\n\\deflang1033 x\r\n\\par }", u"+G+T\"t\""));
 }
 
 TEST(RtfToHtml, RaisedFailures) {
   ExpectFailures({
-      {5, [] { RtfToHtml(u"", u"+H+T\"\""); }},                 // no closing quote
+      {5, [] { RtfToHtml(u"", u"+H+T\"\""); }},  // no closing quote
       {5, [] { RtfToHtml(u"", u"+T"); }},
-      {9, [] { Bare(u"\\f9 x"); }},                              // past the font table
+      {9, [] { Bare(u"\\f9 x"); }},  // past the font table
       {9, [] { RtfToHtml(kHeader + u"\\f3 x\r\n\\par }", u""); }},
-      {13, [] { Bare(u"\\'zz"); }},                               // no row, no hex
+      {13, [] { Bare(u"\\'zz"); }},  // no row, no hex
       {13, [] { RtfToHtml(u"{\\colortbl\\red\\green0\\blue0;}", u""); }},
-      {13, [] { RtfToHtml(u"{\\colortbl\\red1;}", u""); }},      // a \red alone reads near the start
+      {13, [] { RtfToHtml(u"{\\colortbl\\red1;}", u""); }},  // a \red alone reads near the start
       {0, [] { Bare(u"\\f0 x"); }},
   });
   // through Adds: the arguments stay as they were; Null fails

@@ -26,7 +26,8 @@ inline const std::string kGetHello = "GET /hello HTTP/1.0\r\n\r\n";
 // Sends `count` GETs at once and reads every answer until its close.
 inline std::vector<std::string> SimultaneousGets(int port, int count) {
   std::vector<std::string> texts;
-  for (const Answer& a : ExchangeAtOnce(port, std::vector<std::string>(count, "GET / HTTP/1.0\r\n\r\n"), 60)) {
+  for (const Answer& a :
+       ExchangeAtOnce(port, std::vector<std::string>(count, "GET / HTTP/1.0\r\n\r\n"), 60)) {
     texts.push_back(a.text);
   }
   return texts;
@@ -43,8 +44,7 @@ class ServerE2ETest : public ::testing::Test {
       }
     };
     server.POSTReceived = [this](Variant&, Variant&, Collection& names, Collection& values,
-                                 Variant&, Variant& response, Variant&, Collection&,
-                                 Collection&) {
+                                 Variant&, Variant& response, Variant&, Collection&, Collection&) {
       Text body;
       for (int32_t k = 1; k <= names.Count(); ++k) {
         body += names.Item(k).ToText() + u"=[" + values.Item(k).ToText() + u"]\n";
@@ -88,8 +88,9 @@ class DemoHostTest : public ::testing::Test {
  protected:
   void TearDown() override { unlink(log_path.c_str()); }
   std::string Curl(const std::string& args, const std::string& path, double seconds = 5) {
-    return RunCommand("curl -s -m " + std::to_string(seconds) + " " + args + " " + demo.Base() + path,
-                      seconds + 3);
+    return RunCommand(
+        "curl -s -m " + std::to_string(seconds) + " " + args + " " + demo.Base() + path,
+        seconds + 3);
   }
   std::string Code(const std::string& args, const std::string& path) {
     return Curl("-o /dev/null -w '%{http_code}' " + args, path);

@@ -21,7 +21,9 @@ struct TimerSummary {
 TimerSummary Summary(const std::string& log) {
   std::smatch m;
   TimerSummary s;
-  if (std::regex_search(log, m, std::regex(R"((\d+) ticks of (\d+) ms, longest gap (\d+) ms, (\d+) requests served)"))) {
+  if (std::regex_search(
+          log, m,
+          std::regex(R"((\d+) ticks of (\d+) ms, longest gap (\d+) ms, (\d+) requests served)"))) {
     s = {std::stol(m[1]), std::stol(m[2]), std::stol(m[3]), std::stol(m[4])};
   }
   return s;
@@ -71,8 +73,8 @@ class Xvfb {
       if (access(("/tmp/.X11-unix/X" + std::to_string(n)).c_str(), F_OK) == 0) continue;  // taken
       if ((pid_ = fork()) == 0) {
         if (freopen("/dev/null", "w", stderr)) {
-          execl("/usr/bin/Xvfb", "Xvfb", display.c_str(), "-screen", "0", "800x600x24", "-nolisten", "tcp",
-                static_cast<char*>(nullptr));
+          execl("/usr/bin/Xvfb", "Xvfb", display.c_str(), "-screen", "0", "800x600x24", "-nolisten",
+                "tcp", static_cast<char*>(nullptr));
         }
         _exit(127);
       }
@@ -113,7 +115,10 @@ TEST_F(EmbeddingHosts, GtkHostUnderXvfbServesCurlWhileItsTimerTicks) {
   // curl, 100 transfers at once.
   std::string urls;
   for (int k = 0; k < kClients; ++k) urls += " -o /dev/null " + host.Base() + "/";
-  const std::string codes = RunCommand("curl -s -Z --parallel-immediate --parallel-max 100 -w '%{http_code}\\n'" + urls + " 2>/dev/null", 60);
+  const std::string codes =
+      RunCommand("curl -s -Z --parallel-immediate --parallel-max 100 -w '%{http_code}\\n'" + urls +
+                     " 2>/dev/null",
+                 60);
   EXPECT_EQ(std::count(codes.begin(), codes.end(), '\n'), kClients) << codes;
   EXPECT_EQ(codes.find_first_not_of("200\n"), std::string::npos) << codes;
   // And the page itself.

@@ -13,7 +13,6 @@ namespace varnek {
 namespace {
 using namespace e2e;
 
-
 TEST_F(ServerE2ETest, FallbacksExactAndHostAnswersToCurlAndPython) {
   Start();
   EXPECT_EQ(Exchange("GET /none HTTP/1.0\r\n\r\n"), TextToBytes(server.html_404error().ToText()));
@@ -22,14 +21,15 @@ TEST_F(ServerE2ETest, FallbacksExactAndHostAnswersToCurlAndPython) {
   const std::string page = TextToBytes(server.http_ErrorResponse(401).ToText());
   EXPECT_EQ(Exchange("GET /x HTTP/1.0\r\n\r\n"),
             "HTTP/1.0 401\r\nWWW-Authenticate: Basic realm = /x/\r\nServer: Varnek\r\n"
-            "Content-Length: " + std::to_string(page.size()) +
-                "\r\nContent-Type: text/html\r\n\r\n" + page);
+            "Content-Length: " +
+                std::to_string(page.size()) + "\r\nContent-Type: text/html\r\n\r\n" + page);
   EXPECT_EQ(Exchange("HELLO\r\n"), std::string(1, '\0'));  // not HTTP, left alone: one NUL
   const auto curl = Command("curl -s -m 5 http://127.0.0.1:" + std::to_string(port) + "/hello");
   EXPECT_EQ(curl, "hello");
   const auto python = Command(
       "python3 -c \"import http.client as h; c = h.HTTPConnection('127.0.0.1', " +
-      std::to_string(port) + ", timeout=5); c.request('POST', '/form', body='a=1&&b=2&c=x%20y', "
+      std::to_string(port) +
+      ", timeout=5); c.request('POST', '/form', body='a=1&&b=2&c=x%20y', "
       "headers={'Content-Type': 'application/x-www-form-urlencoded'}); r = c.getresponse(); "
       "print(r.status, r.read().decode(), end='')\"");
   EXPECT_EQ(python, "200 a=[1&&b=2]\nc=[x y]\n");
@@ -64,23 +64,26 @@ TEST_F(ServerE2ETest, AllSlotsBusyGivesNoBytesAtAll) {
   EXPECT_EQ(seen, "Server - Solici;Server - Asigna;Server - Solici;");
 }
 
-
 TEST_F(DemoHostTest, PagesSecuredAreaAndEcho) {
   ASSERT_TRUE(demo.Start({}, log_path));
   EXPECT_EQ(Code("", "/admin/"), "401") << "without flags /admin needs admin:admin";
   EXPECT_EQ(Code("", "/ADMIN/"), "401") << "matched without regard to case, as the server does";
-  for (const char* path : {"/admin/", "/ADMIN/", "/Admin/x"}) ExpectContains(Curl("-u admin:admin", path), {"You passed"});
+  for (const char* path : {"/admin/", "/ADMIN/", "/Admin/x"})
+    ExpectContains(Curl("-u admin:admin", path), {"You passed"});
   EXPECT_EQ(Code("-u admin:admin", "/other/"), "404");
   EXPECT_EQ(Code("", "/nowhere"), "404");
   ExpectContains(Curl("-d 'a=1&&b=2&c=%3Cb%3E'", "/echo"),
-                 {"URL\t/echo/\n", "Header\tPOST\t/echo HTTP/1.1\n", "Param\ta\t1&amp;&amp;b=2\nParam\tc\t&lt;b&gt;\n</pre>"});
+                 {"URL\t/echo/\n", "Header\tPOST\t/echo HTTP/1.1\n",
+                  "Param\ta\t1&amp;&amp;b=2\nParam\tc\t&lt;b&gt;\n</pre>"});
   EXPECT_EQ(demo.Stop(), 0);
   // timestamped reports, and the loop's deepest nesting at exit
-  ExpectContains(Log(), {" Init - Creando motores (5)\n", " Server - Asignando el motor 1\n", "MaxPumpDepth "});
+  ExpectContains(Log(), {" Init - Creando motores (5)\n", " Server - Asignando el motor 1\n",
+                         "MaxPumpDepth "});
 }
 
 TEST_F(DemoHostTest, ChatChannelAndLineProtocol) {
-  ASSERT_TRUE(demo.Start({"--slots", "3", "--user", "u:p", "--secure", "/private"}));  // three curls within a close pause
+  ASSERT_TRUE(demo.Start({"--slots", "3", "--user", "u:p", "--secure",
+                          "/private"}));  // three curls within a close pause
   LoopbackClient chat(demo.port());
   ASSERT_TRUE(chat.connected);
   ASSERT_TRUE(chat.Send("GET /chat HTTP/1.0\r\n\r\n"));
@@ -102,10 +105,11 @@ TEST_F(DemoHostTest, PageFormSendsThroughTheSimulatedTerminal) {
   ASSERT_TRUE(demo.Start({}, log_path));
   ExpectContains(Curl("", "/page"), {"<form method=\"post\" action=\"/page\">"});
   // The TAP dialog over a pty pair inside the demo: about 6 s of quiet spells.
-  ExpectContains(Curl("-d 'pager=55&message=Hello%20pty&protocol=tap'", "/page", 40),
-                 {"<b id=\"result\">sent</b>", "block 1/1 sent (9 characters)", "session: logged out",
-                  "&gt;&gt; &laquo;STX&raquo;55&laquo;CR&raquo;Hello pty&laquo;CR&raquo;&laquo;ETX&raquo;",
-                  "&lt;&lt; &laquo;ACK&raquo;&laquo;CR&raquo;"});
+  ExpectContains(
+      Curl("-d 'pager=55&message=Hello%20pty&protocol=tap'", "/page", 40),
+      {"<b id=\"result\">sent</b>", "block 1/1 sent (9 characters)", "session: logged out",
+       "&gt;&gt; &laquo;STX&raquo;55&laquo;CR&raquo;Hello pty&laquo;CR&raquo;&laquo;ETX&raquo;",
+       "&lt;&lt; &laquo;ACK&raquo;&laquo;CR&raquo;"});
 }
 
 TEST_F(DemoHostTest, HundredSimultaneousGetsAreAnsweredSideBySide) {
@@ -125,10 +129,11 @@ TEST_F(DemoHostTest, RtfPageAndBarcodePngReadBackByZbar) {
   setenv("VARNEK_CLIPBOARD_FILE", clip.c_str(), 1);  // the child's clipboard stays here
   ASSERT_TRUE(demo.Start());
   unsetenv("VARNEK_CLIPBOARD_FILE");
-  ExpectContains(Curl("", "/rtf"), {"<TITLE>Varnek RTF sample</TITLE>", "<B>", "Caf&eacute; cr&egrave;me",
-                                    "<UL><LI>", "</BODY>\r\n</HTML>"});
+  ExpectContains(Curl("", "/rtf"), {"<TITLE>Varnek RTF sample</TITLE>", "<B>",
+                                    "Caf&eacute; cr&egrave;me", "<UL><LI>", "</BODY>\r\n</HTML>"});
   const std::string png = "/tmp/varnek-demo-bars-" + std::to_string(getpid()) + ".png";
-  ExpectContains(Curl("-D - -o " + png, "/barcode?text=Demo%2039-x"), {"Content-Type: image/png\r\n"});
+  ExpectContains(Curl("-D - -o " + png, "/barcode?text=Demo%2039-x"),
+                 {"Content-Type: image/png\r\n"});
   EXPECT_EQ(RunCommand("zbarimg -q --raw " + png + " 2>/dev/null", 30.0), "DEMO 39-X\n");
   EXPECT_EQ(ReadFile(png), ReadFile(clip));  // the clipboard holds the same picture
   unlink(png.c_str());
@@ -141,12 +146,15 @@ TEST_F(DemoHostTest, ChromiumSubmitsThePageForm) {
   TempFolder folder("chromium");
   // A page of the browser's own that posts the demo's form fields on load.
   const std::string form = folder.path + "/submit.html";
-  std::ofstream(form) << "<html><body><form method=\"post\" action=\"http://127.0.0.1:" << demo.port()
-                      << "/page\"><input name=\"pager\" value=\"42\"><input name=\"message\" value=\"From "
-                         "Chromium\"><input name=\"protocol\" value=\"tap\"></form>"
-                         "<script>document.forms[0].submit()</script></body></html>";
-  ExpectContains(ChromiumDom("file://" + form, folder.path + "/profile", "--virtual-time-budget=40000", 60.0),
-                 {"<b id=\"result\">sent</b>", "block 1/1 sent (13 characters)", "«STX»42«CR»From Chromium«CR»«ETX»"});
+  std::ofstream(form)
+      << "<html><body><form method=\"post\" action=\"http://127.0.0.1:" << demo.port()
+      << "/page\"><input name=\"pager\" value=\"42\"><input name=\"message\" value=\"From "
+         "Chromium\"><input name=\"protocol\" value=\"tap\"></form>"
+         "<script>document.forms[0].submit()</script></body></html>";
+  ExpectContains(
+      ChromiumDom("file://" + form, folder.path + "/profile", "--virtual-time-budget=40000", 60.0),
+      {"<b id=\"result\">sent</b>", "block 1/1 sent (13 characters)",
+       "«STX»42«CR»From Chromium«CR»«ETX»"});
 }
 
 }  // namespace

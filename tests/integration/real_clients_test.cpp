@@ -36,18 +36,19 @@ TEST_F(RealClientsTest, HalfClosedClientGetsTheWholeAnswer) {
     c.ShutdownWrite();  // as `nc -N` does after its input
     return c.ReadAll(5.0);
   });
-  EXPECT_EQ(answer, "HTTP/1.0 200\r\nServer: Varnek\r\nContent-Length: 5\r\n"
-                    "Content-Type: text/html\r\n\r\nhello");
+  EXPECT_EQ(answer,
+            "HTTP/1.0 200\r\nServer: Varnek\r\nContent-Length: 5\r\n"
+            "Content-Type: text/html\r\n\r\nhello");
 }
 
 TEST_F(RealClientsTest, EncodedLineEndsInASecuredPathAddNoHeaderForCurl) {
   server.SecurePathAdd(u"/admin");
   Start();
-  const std::string head = Command("curl -s -m 5 -D - -o /dev/null 'http://127.0.0.1:" +
-                                   std::to_string(port) +
-                                   "/admin%0D%0ASet-Cookie:%20x=1%0D%0A%0D%0A<script>'");
-  EXPECT_EQ(head.rfind("HTTP/1.0 401\r\nWWW-Authenticate: Basic realm = /admin  Set-Cookie: x=1", 0),
-            0u)
+  const std::string head =
+      Command("curl -s -m 5 -D - -o /dev/null 'http://127.0.0.1:" + std::to_string(port) +
+              "/admin%0D%0ASet-Cookie:%20x=1%0D%0A%0D%0A<script>'");
+  EXPECT_EQ(
+      head.rfind("HTTP/1.0 401\r\nWWW-Authenticate: Basic realm = /admin  Set-Cookie: x=1", 0), 0u)
       << head;
   EXPECT_EQ(head.find("\nSet-Cookie"), std::string::npos) << head;
 }
@@ -58,16 +59,19 @@ TEST_F(RealClientsTest, PostOf100KBArrivesWholeAsOneRequest) {
   std::string body = "a=";
   while (body.size() < 102400) body += "0123456789abcdef";
   body.resize(102400);
-  const std::string answer = RunClientWhilePumping(server.loop(), [&] {
-    LoopbackClient c(port);
-    if (!c.Send(head)) return std::string("no connect");
-    // In pieces, as a slow client writes: each gap is well under the half-second settle.
-    for (size_t at = 0; at < body.size(); at += 25600) {
-      if (!c.Send(body.substr(at, 25600))) return std::string("send failed");
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    return c.ReadAll(10.0);
-  }, 30.0);
+  const std::string answer = RunClientWhilePumping(
+      server.loop(),
+      [&] {
+        LoopbackClient c(port);
+        if (!c.Send(head)) return std::string("no connect");
+        // In pieces, as a slow client writes: each gap is well under the half-second settle.
+        for (size_t at = 0; at < body.size(); at += 25600) {
+          if (!c.Send(body.substr(at, 25600))) return std::string("send failed");
+          std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        return c.ReadAll(10.0);
+      },
+      30.0);
   const std::string expected = "length " + std::to_string(head.size() + body.size());
   EXPECT_NE(answer.find("\r\n\r\n" + expected), std::string::npos) << answer.substr(0, 200);
   EXPECT_EQ(posts, 1);
@@ -88,18 +92,23 @@ TEST_F(RealClientsTest, ClosedConnectionsGiveTheirBuffersBack) {
   // Three at once; how many got an answer larger than their request.
   const auto post = [&](size_t body) {
     const std::string request = "POST /big HTTP/1.0\r\n\r\na=" + std::string(body, 'x');
-    return RunClientWhilePumping(server.loop(), [&] {
-      std::vector<std::future<size_t>> sizes;
-      for (int k = 0; k < 3; ++k) {
-        sizes.push_back(std::async(std::launch::async, [&] { return RawExchange(port, request, 20).size(); }));
-      }
-      int whole = 0;
-      for (auto& size : sizes) whole += size.get() > request.size();
-      return whole;
-    }, 60.0);
+    return RunClientWhilePumping(
+        server.loop(),
+        [&] {
+          std::vector<std::future<size_t>> sizes;
+          for (int k = 0; k < 3; ++k) {
+            sizes.push_back(std::async(std::launch::async,
+                                       [&] { return RawExchange(port, request, 20).size(); }));
+          }
+          int whole = 0;
+          for (auto& size : sizes) whole += size.get() > request.size();
+          return whole;
+        },
+        60.0);
   };
   const auto idle_heap = [&] {
-    EXPECT_TRUE(PumpUntil(server.loop(), [&] { return server.CurrentConnections() == 0; }, 400));
+    EXPECT_TRUE(PumpUntil(
+        server.loop(), [&] { return server.CurrentConnections() == 0; }, 400));
     // Handlers still in their close pause hold their texts a little longer.
     const double settle_until = server.loop().Timer() + 2.0;
     for (int k = 0; k < 40 && server.loop().Timer() < settle_until; ++k) server.loop().Pump(0.1);
@@ -120,15 +129,18 @@ TEST_F(RealClientsTest, RequestPastTheMaximumEndsItsConnectionAndTheServerGoesOn
     std::string reply;
     bool closed = false;
   };
-  const Outcome outcome = RunClientWhilePumping(server.loop(), [&] {
-    Outcome o;
-    LoopbackClient c(port);
-    if (!c.connected) return o;
-    c.Send(std::string(kMaxWaitingBytes + 1024 * 1024, 'x'));  // fails once the server resets
-    o.reply = c.ReadAll(5.0);
-    o.closed = c.PeerClosed();
-    return o;
-  }, 60.0);
+  const Outcome outcome = RunClientWhilePumping(
+      server.loop(),
+      [&] {
+        Outcome o;
+        LoopbackClient c(port);
+        if (!c.connected) return o;
+        c.Send(std::string(kMaxWaitingBytes + 1024 * 1024, 'x'));  // fails once the server resets
+        o.reply = c.ReadAll(5.0);
+        o.closed = c.PeerClosed();
+        return o;
+      },
+      60.0);
   EXPECT_TRUE(outcome.closed);
   EXPECT_EQ(outcome.reply, "");
   EXPECT_EQ(posts + generic, 0);
@@ -198,14 +210,18 @@ TEST_F(DemoHostTest, OpenFileLimitRaisedToTheHardLimitOrReported) {
   ASSERT_TRUE(demo.Start({"--slots", "100"}, log_path));
   EXPECT_EQ(Code("", "/"), "200");
   EXPECT_EQ(demo.Stop(), 0);
-  ExpectContains(Log(), {"varnek-demo: the open-file limit is 64 (hard limit), less than twice --slots (200)"});
+  ExpectContains(
+      Log(),
+      {"varnek-demo: the open-file limit is 64 (hard limit), less than twice --slots (200)"});
 }
 
 TEST_F(DemoHostTest, EachLogLineKeepsAtMostFourKilobytesOfItsReport) {
   ASSERT_TRUE(demo.Start({}, log_path));
   // 200 KB of control bytes, each reported as an alias several bytes long.
   EXPECT_EQ(RunCommand("sh -c \"head -c 204800 /dev/zero | tr '\\\\0' '\\\\1' | curl -s -m 10 "
-                       "-o /dev/null -w %{http_code} --data-binary @- " + demo.Base() + "/echo\"", 12.0),
+                       "-o /dev/null -w %{http_code} --data-binary @- " +
+                           demo.Base() + "/echo\"",
+                       12.0),
             "200");
   demo.Stop();
   std::istringstream log(Log());

@@ -16,7 +16,8 @@ namespace {
 // The loopback SNTP responder, its loop pumped on a thread for at most 60 s.
 class ThreadedSntp {
  public:
-  explicit ThreadedSntp(SntpResponder::Mode mode = SntpResponder::kAnswer) : responder_(loop_, mode) {}
+  explicit ThreadedSntp(SntpResponder::Mode mode = SntpResponder::kAnswer)
+      : responder_(loop_, mode) {}
   ~ThreadedSntp() {
     stop_ = true;
     pumper_.join();
@@ -47,25 +48,28 @@ TEST_F(SystemPage, ShowsReadingsArgumentsAndTheServersClock) {
   ThreadedSntp sntp;
   ASSERT_TRUE(demo.Start({"--time-server", "127.0.0.1", "--time-port", sntp.port()}));
   const std::string port = std::to_string(demo.port());
-  ExpectContains(Curl("", "/system", 10),
-                 {"<meta http-equiv=\"refresh\" content=\"10\">", "Battery level (%)", "Power source</td><td>",
-                  "CPU use (%)</td><td>", "Total physical (Win_Memoria, KB)</td><td>",
-                  "Clock of 127.0.0.1</td><td>" + LocalText(kSntpServerUnix, "%Y-%m-%d %H:%M:%S") + "</td>",
-                  "Command line (position 0)</td><td>--port " + port + " --time-server 127.0.0.1 --time-port " +
-                      sntp.port() + "</td>",
-                  "Argument 1 (cut by &quot;--&quot;)</td><td></td>",
-                  "Argument 2 (cut by &quot;--&quot;)</td><td>-port " + port + "</td>",
-                  "Argument 3 (cut by &quot;--&quot;)</td><td>-time-server 127.0.0.1</td>"});
+  ExpectContains(
+      Curl("", "/system", 10),
+      {"<meta http-equiv=\"refresh\" content=\"10\">", "Battery level (%)", "Power source</td><td>",
+       "CPU use (%)</td><td>", "Total physical (Win_Memoria, KB)</td><td>",
+       "Clock of 127.0.0.1</td><td>" + LocalText(kSntpServerUnix, "%Y-%m-%d %H:%M:%S") + "</td>",
+       "Command line (position 0)</td><td>--port " + port +
+           " --time-server 127.0.0.1 --time-port " + sntp.port() + "</td>",
+       "Argument 1 (cut by &quot;--&quot;)</td><td></td>",
+       "Argument 2 (cut by &quot;--&quot;)</td><td>-port " + port + "</td>",
+       "Argument 3 (cut by &quot;--&quot;)</td><td>-time-server 127.0.0.1</td>"});
   ExpectContains(Curl("", "/", 10), {"/system"});
 }
 
 TEST_F(SystemPage, LocalClockByDefaultAndNoAnswerFromASilentServer) {
   ASSERT_TRUE(demo.Start());
-  ExpectContains(Curl("", "/system", 10), {"Local clock</td><td>" + LocalText(::time(nullptr), "%Y-%m-%d")});
+  ExpectContains(Curl("", "/system", 10),
+                 {"Local clock</td><td>" + LocalText(::time(nullptr), "%Y-%m-%d")});
   demo.Stop();
   ThreadedSntp silent(SntpResponder::kSilent);
   ASSERT_TRUE(demo.Start({"--time-server", "127.0.0.1", "--time-port", silent.port()}));
-  ExpectContains(Curl("", "/system", 10), {"Clock of 127.0.0.1</td><td>no answer (1899-12-30 00:00:00)</td>"});
+  ExpectContains(Curl("", "/system", 10),
+                 {"Clock of 127.0.0.1</td><td>no answer (1899-12-30 00:00:00)</td>"});
 }
 
 }  // namespace

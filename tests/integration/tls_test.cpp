@@ -51,17 +51,20 @@ class TlsTest : public ServerE2ETest {
     const auto make = [](const std::string& folder, const std::string& key_type) {
       fs::create_directories(root_ / folder);
       const std::string base = (root_ / folder / "VRNEK").string();
-      RunCommand("openssl req -x509 -newkey " + key_type + " -nodes -days 2 -subj /CN=localhost"
-                 " -addext subjectAltName=DNS:localhost -keyout " + base + ".key -out " + base +
-                 ".pem 2>/dev/null", 30.0);
+      RunCommand("openssl req -x509 -newkey " + key_type +
+                     " -nodes -days 2 -subj /CN=localhost"
+                     " -addext subjectAltName=DNS:localhost -keyout " +
+                     base + ".key -out " + base + ".pem 2>/dev/null",
+                 30.0);
       chmod((base + ".key").c_str(), 0600);
       return base;
     };
     const std::string ec = make("ec", "ec -pkeyopt ec_paramgen_curve:P-256");
     const std::string rsa = make("rsa", "rsa:2048");
     fs::create_directories(root_ / "p12");
-    RunCommand("openssl pkcs12 -export -passout pass: -in " + ec + ".pem -inkey " + ec + ".key -out " +
-               (root_ / "p12" / "VRNEK.p12").string(), 30.0);
+    RunCommand("openssl pkcs12 -export -passout pass: -in " + ec + ".pem -inkey " + ec +
+                   ".key -out " + (root_ / "p12" / "VRNEK.p12").string(),
+               30.0);
     fs::create_directories(root_ / "mismatch");
     fs::copy_file(ec + ".pem", root_ / "mismatch" / "VRNEK.pem");
     fs::copy_file(rsa + ".key", root_ / "mismatch" / "VRNEK.key");
@@ -95,15 +98,20 @@ class TlsTest : public ServerE2ETest {
     return "https://localhost:" + std::to_string(port) + path;
   }
   std::string Python(int clients, const std::string& path, int post_size, double seconds) {
-    return RunClientWhilePumping(server.loop(), [&] {
-      return RunCommand("python3 " + Path("client.py") + " " + std::to_string(port) + " " + CaFile() +
-                        " " + std::to_string(clients) + " " + path + " " + std::to_string(post_size),
-                        seconds);
-    }, seconds + 5);
+    return RunClientWhilePumping(
+        server.loop(),
+        [&] {
+          return RunCommand("python3 " + Path("client.py") + " " + std::to_string(port) + " " +
+                                CaFile() + " " + std::to_string(clients) + " " + path + " " +
+                                std::to_string(post_size),
+                            seconds);
+        },
+        seconds + 5);
   }
   // Pumps until only `open` slots are taken, at most 3 s; whether it came.
   bool SlotsSettleAt(int open) {
-    return PumpUntilFor(server.loop(), [&] { return server.CurrentConnections() == open; }, 3.0);
+    return PumpUntilFor(
+        server.loop(), [&] { return server.CurrentConnections() == open; }, 3.0);
   }
 
   static fs::path root_;
@@ -139,8 +147,8 @@ TEST_F(TlsTest, OnlyTls12And13AreSpoken) {
   StartSecure("ec");
   // Reads what comes for 1.5 s (the welcome comes 1 s after the connection).
   const auto handshake = [&](const std::string& version) {
-    return Command("sh -c '(sleep 1.5) | openssl s_client -connect 127.0.0.1:" + std::to_string(port) +
-                   " -" + version + " -cipher DEFAULT@SECLEVEL=0 2>&1'");
+    return Command("sh -c '(sleep 1.5) | openssl s_client -connect 127.0.0.1:" +
+                   std::to_string(port) + " -" + version + " -cipher DEFAULT@SECLEVEL=0 2>&1'");
   };
   for (const char* old : {"tls1", "tls1_1"}) {
     const std::string out = handshake(old);
@@ -299,7 +307,9 @@ TEST_F(TlsTest, ClientRoleVerifiesTheServerAndItsName) {
     };
     client->on_receive_ready = [&] { got += client->ReceiveText(); };
     client->Connect(Variant(Utf8ToText(host)), Variant::Long(port));
-    PumpUntilFor(server.loop(), [&] { return client->State() == kSocketClosed || client->State() == kSocketClosing; }, 5.0);
+    PumpUntilFor(
+        server.loop(),
+        [&] { return client->State() == kSocketClosed || client->State() == kSocketClosing; }, 5.0);
     if (client->State() == kSocketClosing) got += client->ReceiveText();
     *error = TextToUtf8(client->ErrorText());
     return connected ? TextToUtf8(got) : std::string("not connected");
@@ -308,7 +318,8 @@ TEST_F(TlsTest, ClientRoleVerifiesTheServerAndItsName) {
   factory.tls().SetTrustedCertificates(CaFile());
   EXPECT_NE(fetch("localhost", &error).find("\r\n\r\nhello"), std::string::npos) << error;
   EXPECT_EQ(fetch("127.0.0.1", &error), "not connected");
-  EXPECT_NE(error.find("certificate verify failed (IP address mismatch)"), std::string::npos) << error;
+  EXPECT_NE(error.find("certificate verify failed (IP address mismatch)"), std::string::npos)
+      << error;
   factory.tls().SetTrustedCertificates("");  // the system's store knows nothing of ours
   EXPECT_EQ(fetch("localhost", &error), "not connected");
   EXPECT_NE(error.find("self-signed certificate"), std::string::npos) << error;

@@ -68,16 +68,22 @@ struct FakeAdapters : ::testing::Test {
     std::ofstream(root + "/var/lib/dhcp/dhclient.eth0.leases")
         << "lease {\n  interface \"eth0\";\n  option dhcp-server-identifier 192.168.1.9;\n}\n"
         << "lease {\n  interface \"eth0\";\n  option dhcp-server-identifier 192.168.1.1;\n}\n";
-    std::ofstream(root + "/run/systemd/netif/leases/3") << "ADDRESS=10.0.0.7\nSERVER_ADDRESS=10.0.0.1\n";
+    std::ofstream(root + "/run/systemd/netif/leases/3")
+        << "ADDRESS=10.0.0.7\nSERVER_ADDRESS=10.0.0.1\n";
   }
 };
 
 TEST_F(FakeAdapters, ListsTheirDelimitersAndEmptyMachines) {
-  EXPECT_EQ(adds.NET_LocalIPList(u","), u"192.168.1.2,,10.64.0.1") << "first address only, an empty one too";
-  EXPECT_EQ(adds.NET_GatewayList(u";"), u"eth0:192.168.1.1;eth0:192.168.1.254") << "two gateways, one description";
-  EXPECT_EQ(adds.NET_GatewayList(u"; "), u"eth0:192.168.1.1; eth0:192.168.1.254;") << "one unit cut, kept";
-  EXPECT_EQ(adds.NET_GatewayList(u""), u"eth0:192.168.1.1eth0:192.168.1.25") << "an empty delimiter eats data";
-  EXPECT_EQ(adds.NET_DHCPServerList(u","), u"eth0:192.168.1.1,wlan0:10.0.0.1") << "the last lease wins";
+  EXPECT_EQ(adds.NET_LocalIPList(u","), u"192.168.1.2,,10.64.0.1")
+      << "first address only, an empty one too";
+  EXPECT_EQ(adds.NET_GatewayList(u";"), u"eth0:192.168.1.1;eth0:192.168.1.254")
+      << "two gateways, one description";
+  EXPECT_EQ(adds.NET_GatewayList(u"; "), u"eth0:192.168.1.1; eth0:192.168.1.254;")
+      << "one unit cut, kept";
+  EXPECT_EQ(adds.NET_GatewayList(u""), u"eth0:192.168.1.1eth0:192.168.1.25")
+      << "an empty delimiter eats data";
+  EXPECT_EQ(adds.NET_DHCPServerList(u","), u"eth0:192.168.1.1,wlan0:10.0.0.1")
+      << "the last lease wins";
   std::filesystem::remove(root + "/proc/net/route");
   std::filesystem::remove_all(root + "/var/lib/dhcp");
   EXPECT_EQ(adds.NET_GatewayList(u","), u"") << "no routing table: no gateways";

@@ -30,8 +30,8 @@ struct GatewayPost : SimNetFixture {
     Variant code_field = u"pin", code = u"77", msg_field = u"msg";
     message = u"hi";
     answered = false;
-    return adds.POST_SendMensaje(sock.get(), url, code_field, code, msg_field, message, {}, {},
-                                 ok, fail, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, delayed,
+    return adds.POST_SendMensaje(sock.get(), url, code_field, code, msg_field, message, {}, {}, ok,
+                                 fail, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, delayed,
                                  timeout);
   }
 
@@ -45,15 +45,17 @@ TEST_F(GatewayPost, RequestBytesDefaultsStoredBackAndDelivery) {
           msg_field = u"msg", msg = Variant(T("Añ é\r\nb&c")), sig_field = u"sig", sig = u"Me",
           a1 = u"a1", v1 = u"v 1", a2, fail, timeout;
   const double start = sim.loop.Elapsed();
-  const int32_t r = adds.POST_SendMensaje(sock.get(), url, code_field, code, msg_field, msg,
-                                          sig_field, sig, {}, fail, a1, v1, a2, {}, {}, {}, {}, {},
-                                          {}, {}, {}, {}, {}, timeout);
+  const int32_t r =
+      adds.POST_SendMensaje(sock.get(), url, code_field, code, msg_field, msg, sig_field, sig, {},
+                            fail, a1, v1, a2, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, timeout);
   EXPECT_EQ(r, -1);
   const std::string body = "pin=12 34&msg=An+e+b%26c&sig=Me&a1=v+1";
-  EXPECT_EQ(Request(), "POST /cgi/send?x=1 HTTP/1.0\r\n"
-                       "Content-type: application/x-www-form-urlencoded\r\n"
-                       "Host: 192.168.1.10\r\n"
-                       "Content-length: " + std::to_string(body.size()) + "\r\n\r\n" + body + "\r\n");
+  EXPECT_EQ(Request(),
+            "POST /cgi/send?x=1 HTTP/1.0\r\n"
+            "Content-type: application/x-www-form-urlencoded\r\n"
+            "Host: 192.168.1.10\r\n"
+            "Content-length: " +
+                std::to_string(body.size()) + "\r\n\r\n" + body + "\r\n");
   EXPECT_EQ(msg.ToText(), u"An e b&c") << "the filtered message goes back";
   EXPECT_EQ(timeout.ToLong(), 45);
   EXPECT_TRUE(a2.IsString()) << "an Empty optional takes its default";
@@ -65,7 +67,11 @@ TEST_F(GatewayPost, RequestBytesDefaultsStoredBackAndDelivery) {
 }
 
 TEST_F(GatewayPost, TheMarksDecideAndOkIsLookedAtFirst) {
-  struct Case { const char* answer; Variant ok, fail, delayed; int32_t expected; };
+  struct Case {
+    const char* answer;
+    Variant ok, fail, delayed;
+    int32_t expected;
+  };
   const Case cases[] = {
       {"ERR: bad pin", Variant::Missing(), u"ERR", Variant::Missing(), 0},
       {"later please", Variant::Missing(), u"ERR", u"later", -5},
@@ -77,7 +83,8 @@ TEST_F(GatewayPost, TheMarksDecideAndOkIsLookedAtFirst) {
   for (const Case& c : cases) {
     net.StopServing(kPort);
     Gateway(c.answer, false);
-    EXPECT_EQ(Post(u"http://gw.test:8080/p", c.ok, c.fail, c.delayed, Variant(10)), c.expected) << c.answer;
+    EXPECT_EQ(Post(u"http://gw.test:8080/p", c.ok, c.fail, c.delayed, Variant(10)), c.expected)
+        << c.answer;
     EXPECT_EQ(Bytes(adds.POST_SendMensaje_Response.ToText()), c.answer);
     EXPECT_TRUE(peers.back()->ClosedByServer());
   }
@@ -105,7 +112,8 @@ TEST_F(GatewayPost, ClosesSilenceAndTimeLimits) {
     EXPECT_GE(took, 5.0);
     EXPECT_LT(took, 8.0);
     EXPECT_EQ(adds.POST_SendMensaje_Response.ToText(), u"");
-    EXPECT_EQ(Post(u"http://gw.test:8080/p", Variant(u""), {}, {}, Variant(5)), 0) << "blank OK, no close";
+    EXPECT_EQ(Post(u"http://gw.test:8080/p", Variant(u""), {}, {}, Variant(5)), 0)
+        << "blank OK, no close";
   }
   {  // pTimeOut 0: the connect stage ends at once, before anything is sent
     EXPECT_EQ(Post(u"http://gw.test:8080/p", kNo, kNo, kNo, Variant(0)), 0);
@@ -141,7 +149,8 @@ TEST_F(GatewayPost, UrlCuttingQuirksAreKept) {
   Post(u"http://gw.test", kNo, kNo, kNo, Variant(5));
   EXPECT_EQ(Request().substr(0, 16), "POST  HTTP/1.0\r\n") << "no path: two blanks";
   Post(u"http://ht/x", kNo, kNo, kNo, Variant(5));
-  EXPECT_EQ(Request().substr(0, 25), "POST tp://ht/x HTTP/1.0\r\n") << "cut at the host inside the scheme";
+  EXPECT_EQ(Request().substr(0, 25), "POST tp://ht/x HTTP/1.0\r\n")
+      << "cut at the host inside the scheme";
   Post(u"http://gw.test:80/p", kNo, kNo, kNo, Variant(5));
   EXPECT_EQ(Request().substr(0, 19), "POST /p HTTP/1.0\r\n\x43") << "an explicit :80 as none";
   EXPECT_EQ(Post(u"http://gw.test:0/p", kNo, kNo, kNo, Variant(5)), -1) << "port 0 reads as 80";

@@ -22,10 +22,12 @@ namespace {
 const Variant kNo = Variant::Missing();
 
 std::string RequestFor(const std::string& path, const std::string& host) {
-  return "GET " + path + " HTTP/1.1\r\nAccept: text/plain\r\nAccept-Language: en-us\r\n"
+  return "GET " + path +
+         " HTTP/1.1\r\nAccept: text/plain\r\nAccept-Language: en-us\r\n"
          "Accept-Encoding: gzip, deflate\r\n"
          "User-Agent: Mozilla/4.0 (compatible; MSIE 5.0; Windows 98; DigExt)\r\n"
-         "Host: " + host + "\r\nConnection: Keep-Alive\r\n\r\n";
+         "Host: " +
+         host + "\r\nConnection: Keep-Alive\r\n\r\n";
 }
 
 struct HttpClient : SimNetFixture {
@@ -63,10 +65,16 @@ TEST_F(HttpClient, BoundGetSplitsTheUrlAndTheCallerWins) {
   Serve(80, {"b</HTML>"});
   Serve(21, {"c</HTML>"});
   Serve(9090, {"d</HTML>"});
-  struct Case { const char16_t* host; Variant page, port; const char* request_line; const char* answer; };
+  struct Case {
+    const char16_t* host;
+    Variant page, port;
+    const char* request_line;
+    const char* answer;
+  };
   const Case cases[] = {
       {u"http://gw.test:8080/dir/page?q=1", kNo, kNo, "GET /dir/page?q=1 HTTP/1.1", "a</HTML>"},
-      {u"http://gw.test:8080/dir/page", Variant(u"other"), Variant(9090), "GET /other HTTP/1.1", "d</HTML>"},
+      {u"http://gw.test:8080/dir/page", Variant(u"other"), Variant(9090), "GET /other HTTP/1.1",
+       "d</HTML>"},
       {u"http://gw.test:8080/dir", Variant(u""), Variant(u""), "GET /dir HTTP/1.1", "a</HTML>"},
       {u"gw.test:0/x", kNo, kNo, "GET /x HTTP/1.1", "b</HTML>"},
       {u"ftp://gw.test/file", kNo, kNo, "GET /file HTTP/1.1", "c</HTML>"},
@@ -78,7 +86,8 @@ TEST_F(HttpClient, BoundGetSplitsTheUrlAndTheCallerWins) {
     EXPECT_EQ(Request().substr(0, Request().find("\r\n")), c.request_line) << Bytes(c.host);
   }
   EXPECT_EQ(Request().substr(Request().find("\r\n") + 2),
-            RequestFor("/", "192.168.1.10").substr(16)) << "the headers, Host the local address";
+            RequestFor("/", "192.168.1.10").substr(16))
+      << "the headers, Host the local address";
 }
 
 TEST_F(HttpClient, BoundGetEndsAtMarkersOrTheLimit) {
@@ -92,7 +101,8 @@ TEST_F(HttpClient, BoundGetEndsAtMarkersOrTheLimit) {
   net.StopServing(8080);
   Serve(8080, {"partial"});
   double start = sim.loop.Elapsed();
-  EXPECT_EQ(adds.HttpGetBound(sock.get(), Variant(u"gw.test:8080/"), kNo, kNo, 0).ToText(), u"partial");
+  EXPECT_EQ(adds.HttpGetBound(sock.get(), Variant(u"gw.test:8080/"), kNo, kNo, 0).ToText(),
+            u"partial");
   EXPECT_GE(sim.loop.Elapsed() - start, 9.0) << "pTimeOut 0 waits 10 s";
   EXPECT_LT(sim.loop.Elapsed() - start, 14.0);
   start = sim.loop.Elapsed();
@@ -138,18 +148,26 @@ struct LinuxHttpClient : LinuxNetFixture {
 TEST_F(LinuxHttpClient, BoundGetOverLoopbackByNumberAndByNameAndTenMegabytes) {
   const std::string big(10 * 1024 * 1024, 'z');
   ScriptedServer server([&](int fd, const std::string& request) {
-    if (request.find("GET /big") == 0) SendAll(fd, "HTTP/1.1 200 OK\r\n\r\n" + big + "</html>");
-    else SendAll(fd, "HTTP/1.1 200 OK\r\n\r\n<html>hello</HTML>");
-    ReadUntil(fd, [&](const std::string&) { return server.stopping().load(); }, 3.0);
+    if (request.find("GET /big") == 0)
+      SendAll(fd, "HTTP/1.1 200 OK\r\n\r\n" + big + "</html>");
+    else
+      SendAll(fd, "HTTP/1.1 200 OK\r\n\r\n<html>hello</HTML>");
+    ReadUntil(
+        fd, [&](const std::string&) { return server.stopping().load(); }, 3.0);
   });
   const std::string port = std::to_string(server.port());
-  Variant r = adds.HttpGetBound(sock.get(), Variant(Units("127.0.0.1:" + port + "/page")), kNo, kNo, 5);
+  Variant r =
+      adds.HttpGetBound(sock.get(), Variant(Units("127.0.0.1:" + port + "/page")), kNo, kNo, 5);
   EXPECT_EQ(Bytes(r.ToText()), "HTTP/1.1 200 OK\r\n\r\n<html>hello</HTML>");
   ASSERT_FALSE(server.requests().empty());
-  EXPECT_EQ(server.requests().back(), RequestFor("/page", "127.0.0.1")) << "Host: the connection's own address";
-  r = adds.HttpGetBound(sock.get(), Variant(Units("http://gateway.test:" + port + "/")), kNo, kNo, 5);
-  EXPECT_EQ(Bytes(r.ToText()), "HTTP/1.1 200 OK\r\n\r\n<html>hello</HTML>") << "a name from the hosts file";
-  r = adds.HttpGetBound(sock.get(), Variant(Units("http://127.0.0.1:" + port + "/big")), kNo, kNo, 20);
+  EXPECT_EQ(server.requests().back(), RequestFor("/page", "127.0.0.1"))
+      << "Host: the connection's own address";
+  r = adds.HttpGetBound(sock.get(), Variant(Units("http://gateway.test:" + port + "/")), kNo, kNo,
+                        5);
+  EXPECT_EQ(Bytes(r.ToText()), "HTTP/1.1 200 OK\r\n\r\n<html>hello</HTML>")
+      << "a name from the hosts file";
+  r = adds.HttpGetBound(sock.get(), Variant(Units("http://127.0.0.1:" + port + "/big")), kNo, kNo,
+                        20);
   EXPECT_EQ(r.ToText().size(), big.size() + 19 + 7);
   EXPECT_EQ(sock->State(), kSocketClosed);
 }
@@ -167,14 +185,18 @@ TEST_F(LinuxHttpClient, DownloadsAndTheirFailures) {
       SendAll(fd, "HTTP/1.0 " + status + "\r\nContent-Length: " + std::to_string(body.size()) +
                       "\r\n\r\n" + body);
     };
-    if (request.find("GET /file ") == 0) answer("200 OK", "file body\n");
-    else if (request.find("GET /big ") == 0) answer("200 OK", big);
+    if (request.find("GET /file ") == 0)
+      answer("200 OK", "file body\n");
+    else if (request.find("GET /big ") == 0)
+      answer("200 OK", big);
     else if (request.find("GET /slow ") == 0) {
       // half the body, then silence until the client goes
       SendAll(fd, "HTTP/1.0 200 OK\r\nContent-Length: 200000\r\n\r\n" + std::string(100000, 's'));
       (void)!write(sent[1], "s", 1);
-      ReadUntil(fd, [&](const std::string&) { return server.stopping().load(); }, 30.0);
-    } else answer("404 Not Found", "gone");
+      ReadUntil(
+          fd, [&](const std::string&) { return server.stopping().load(); }, 30.0);
+    } else
+      answer("404 Not Found", "gone");
   });
   const std::string base = "http://127.0.0.1:" + std::to_string(server.port());
   auto download = [&](const std::string& path, const std::string& file) {
@@ -203,7 +225,8 @@ TEST_F(LinuxHttpClient, DownloadsAndTheirFailures) {
 
   std::filesystem::create_directory(folder + "/ro");
   std::ofstream(folder + "/ro/f.txt") << "old";
-  for (const char* name : {"", "/ro", "/ro/f.txt"}) (void)!chown((folder + name).c_str(), kNobody, kNobody);
+  for (const char* name : {"", "/ro", "/ro/f.txt"})
+    (void)!chown((folder + name).c_str(), kNobody, kNobody);
   chmod((folder + "/ro").c_str(), 0555);
   EXPECT_EQ(AsNobody([&] {
               // where the old content is kept
@@ -227,9 +250,11 @@ TEST_F(LinuxHttpClient, DownloadsAndTheirFailures) {
   EXPECT_EQ(download("/file", folder + "/slow.bin"), 0);
   EXPECT_EQ(ReadFile(folder + "/slow.bin"), "file body\n");
   std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) names.push_back(entry.path().filename());
+  for (const auto& entry : std::filesystem::directory_iterator(folder))
+    names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
-  EXPECT_EQ(names, (std::vector<std::string>{"big.bin", "got.txt", "link.txt", "real.txt", "ro", "slow.bin", "state"}));
+  EXPECT_EQ(names, (std::vector<std::string>{"big.bin", "got.txt", "link.txt", "real.txt", "ro",
+                                             "slow.bin", "state"}));
 }
 
 TEST(LinuxOpenUrl, StartsTheOpenerAndTellsWhenItCannot) {

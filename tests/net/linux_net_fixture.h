@@ -55,13 +55,16 @@ struct LinuxGatewayPost : LinuxNetFixture {
   static inline const Variant kNo = Variant::Missing();
   int32_t Post(const std::string& url, Variant ok = kNo, Variant fail = kNo, Variant delayed = kNo,
                Variant timeout = Variant(10)) {
-    Variant u = Variant(BytesToText(url)), code_field = u"pin", code = u"77", msg_field = u"msg", msg = u"hi there";
-    return adds.POST_SendMensaje(sock.get(), u, code_field, code, msg_field, msg, {}, {}, ok, fail, {}, {}, {}, {},
-                                 {}, {}, {}, {}, {}, {}, {}, {}, delayed, timeout);
+    Variant u = Variant(BytesToText(url)), code_field = u"pin", code = u"77", msg_field = u"msg",
+            msg = u"hi there";
+    return adds.POST_SendMensaje(sock.get(), u, code_field, code, msg_field, msg, {}, {}, ok, fail,
+                                 {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, delayed, timeout);
   }
   std::string Answer() { return TextToBytes(adds.POST_SendMensaje_Response.ToText()); }
   // What a failed expectation shows: the answer so far and the socket's last error.
-  std::string Seen() { return "answer: [" + Answer() + "] socket error: " + TextToBytes(sock->ErrorText()); }
+  std::string Seen() {
+    return "answer: [" + Answer() + "] socket error: " + TextToBytes(sock->ErrorText());
+  }
 };
 
 }  // namespace varnek

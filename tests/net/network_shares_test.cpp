@@ -148,13 +148,15 @@ TEST_F(LinuxSharesTest, MountsThroughTheHelpersAndReadsMountsAndShares) {
                                                    {"umount", z}}));
 
   WriteBytes(paths.mountinfo, "22 1 8:1 / / rw,relatime - ext4 /dev/sda1 rw\n40 22 0:50 / " + z +
-                                 " rw - cifs //srv/pub rw,vers=3.0\n41 22 0:51 / " + root.path() +
-                                 "/with\\040space rw - smb3 //srv/other\\040share rw\n");
+                                  " rw - cifs //srv/pub rw,vers=3.0\n41 22 0:51 / " + root.path() +
+                                  "/with\\040space rw - smb3 //srv/other\\040share rw\n");
   const std::tuple<std::string, int, Text> names[] = {
       {"Z:\\docs\\a.txt", 0, u"\\\\srv\\pub\\docs\\a.txt"},
       {root.path() + "/with space/b", 0, u"\\\\srv\\other share\\b"},
-      {z + "x/c", NetworkShares::kNotConnected, u""}, {"/home/x", NetworkShares::kNotConnected, u""},
-      {"relative", 1200, u""}, {"", 1200, u""}};
+      {z + "x/c", NetworkShares::kNotConnected, u""},
+      {"/home/x", NetworkShares::kNotConnected, u""},
+      {"relative", 1200, u""},
+      {"", 1200, u""}};
   for (const auto& [path, status, universal] : names) {
     Text unc;
     EXPECT_EQ(shares.GetUniversalName(Utf8ToText(path), unc), status) << path;
@@ -163,13 +165,16 @@ TEST_F(LinuxSharesTest, MountsThroughTheHelpersAndReadsMountsAndShares) {
     }
   }
 
-  WriteBytes(paths.samba_config,
-             "[global]\n  workgroup = HOME\n  path = /nope\n; a comment\n[Public]\n  comment = all\n"
-             "  path = /srv/public\n[homes]\n path = /home\n[laser]\n path = /var/spool\n"
-             "  printable = Yes\n[nopath]\n  comment = x\n");
+  WriteBytes(
+      paths.samba_config,
+      "[global]\n  workgroup = HOME\n  path = /nope\n; a comment\n[Public]\n  comment = all\n"
+      "  path = /srv/public\n[homes]\n path = /home\n[laser]\n path = /var/spool\n"
+      "  printable = Yes\n[nopath]\n  comment = x\n");
   std::vector<ShareInfo> local = shares.LocalShares();
   ASSERT_EQ(local.size(), 2u);
-  auto share = [](const ShareInfo& s) { return s.name + u"|" + CStr(Variant(s.type)) + u"|" + s.path; };
+  auto share = [](const ShareInfo& s) {
+    return s.name + u"|" + CStr(Variant(s.type)) + u"|" + s.path;
+  };
   EXPECT_EQ(share(local[0]), u"Public|0|/srv/public");
   EXPECT_EQ(share(local[1]), u"laser|1|/var/spool");
   EXPECT_FALSE(shares.MachineName().empty());
@@ -190,10 +195,12 @@ TEST_F(LinuxSharesTest, WalkListsOwnSharesMountsAndNamedServersAndNamesLocalPath
   EXPECT_TRUE(adds.NET_ShareConnect(u"\\\\srv\\pub", letter));
   EXPECT_EQ(runner.commands.at(0).at(2), paths.drive_root + "/Q");
 
-  WriteBytes(root("usershares/music"), "#VERSION 2\npath=/home/me/Music\ncomment=songs\nsharename=Music\n");
+  WriteBytes(root("usershares/music"),
+             "#VERSION 2\npath=/home/me/Music\ncomment=songs\nsharename=Music\n");
   WriteBytes(root("usershares/nopath"), "comment=x\n");
-  WriteBytes(paths.samba_config, "[global]\nusershare path = " + root("usershares") + "\n[srv]\npath = /srv\n" +
-                                     "comment = all\n[laser]\npath = /var/spool\nprintable = yes\n");
+  WriteBytes(paths.samba_config,
+             "[global]\nusershare path = " + root("usershares") + "\n[srv]\npath = /srv\n" +
+                 "comment = all\n[laser]\npath = /var/spool\nprintable = yes\n");
   WriteBytes(paths.mountinfo,
              "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n40 22 0:50 / /mnt/pub rw - cifs //srv/pub rw\n"
              "41 22 0:51 / /mnt/home rw - nfs4 nas:/export/home rw\n"

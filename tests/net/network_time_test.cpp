@@ -35,7 +35,8 @@ TEST_F(NetworkTime, ServerClockBecomesLocalTimeWithTheZoneCarried) {
   // Both spellings reach the clock as the same text; a blank name asks this machine.
   adds.NET_GetRemoteDateTime(u"\\\\WEST");
   adds.NET_GetRemoteDateTime(u"   ");
-  EXPECT_EQ(sim.network_clock.asked, (std::vector<Text>{u"\\\\WEST", u"\\\\EAST", u"\\\\WEST", u""}));
+  EXPECT_EQ(sim.network_clock.asked,
+            (std::vector<Text>{u"\\\\WEST", u"\\\\EAST", u"\\\\WEST", u""}));
   // The local clock: the loop's date, here read as UTC with no zone.
   EXPECT_EQ(adds.NET_GetRemoteDateTime(Variant()).serial, sim.loop.Now());
   // A field past 16 bits fails.

@@ -26,7 +26,8 @@ struct TableAdds : Adds {
   using Network::tcpStateName;
 };
 
-const char* kHeading = "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n";
+const char* kHeading =
+    "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n";
 
 struct FakeTable : ::testing::Test {
   TempFolder folder{"proc"};
@@ -64,13 +65,17 @@ TEST_F(FakeTable, RecordsFiltersAndThePortArithmetic) {
   const auto all = Records();
   ASSERT_EQ(all.size(), 7u);
   EXPECT_EQ(all[0], "127.0.0.1\t8080\t0.0.0.0\t0\tLISTEN\t16777343\t36895\t0\t0\t2\t");
-  EXPECT_EQ(all[2], "192.168.1.2\t54322\t192.168.1.10\t80\tESTAB\t33663168\t12756\t167880896\t20480\t5\t");
-  EXPECT_EQ(all[3], "192.168.1.2\t33024\t192.168.1.10\t33280\tTIME_WAIT\t33663168\t65408\t167880896\t65409\t11\t")
+  EXPECT_EQ(all[2],
+            "192.168.1.2\t54322\t192.168.1.10\t80\tESTAB\t33663168\t12756\t167880896\t20480\t5\t");
+  EXPECT_EQ(
+      all[3],
+      "192.168.1.2\t33024\t192.168.1.10\t33280\tTIME_WAIT\t33663168\t65408\t167880896\t65409\t11\t")
       << "ports 33023 and 33279 shown one too high, the raw words exact";
   EXPECT_EQ(all[4].substr(0, 43), "10.0.0.200\t22\t192.168.1.10\t54323\tCLOSE_WAIT")
       << "from 32768 up the classic arithmetic shows one more";
   EXPECT_NE(all[4].find("\t-939524086\t"), std::string::npos) << "words as signed decimals";
-  EXPECT_EQ(all[5].substr(0, 37), "127.0.0.1\t8081\t127.0.0.1\t50001\tESTAB\t") << "IPv4-mapped tcp6";
+  EXPECT_EQ(all[5].substr(0, 37), "127.0.0.1\t8081\t127.0.0.1\t50001\tESTAB\t")
+      << "IPv4-mapped tcp6";
   EXPECT_EQ(all[6].substr(0, 28), "0.0.0.0\t81\t0.0.0.0\t0\tLISTEN\t") << "'::' reads as 0.0.0.0";
 
   EXPECT_EQ(adds.NET_Stat(true).ToLong(), 3) << "loopback and 0.0.0.0 rows by local address";
@@ -136,7 +141,8 @@ TEST(MachineTcpTable, MatchesSsAndClosesThroughTheKernel) {
   LoopbackConnections conns(3);
   ASSERT_EQ(conns.served.size(), 3u);
   const int32_t shown = TableAdds::tcpPortNumber(htons(static_cast<uint16_t>(conns.port)));
-  const std::string ss_filter = "ss -Htan state established '( sport = :" + std::to_string(conns.port) + " )'";
+  const std::string ss_filter =
+      "ss -Htan state established '( sport = :" + std::to_string(conns.port) + " )'";
   const std::string ss = RunCommand(ss_filter);
   EXPECT_EQ(CountLines(ss), 3) << ss;
   EXPECT_EQ(adds.NET_Stat(false, 5, Variant(shown)).ToLong(), 3);
@@ -146,9 +152,12 @@ TEST(MachineTcpTable, MatchesSsAndClosesThroughTheKernel) {
     // ss names the peer by its true port; the record shows the classic one.
     const Text raw = adds.Var_GetFieldAt(Variant(Units(record)), 9, u"\t");
     const int true_port = ntohs(static_cast<uint16_t>(Variant(raw).ToLong()));
-    EXPECT_NE(ss.find("127.0.0.1:" + std::to_string(true_port)), std::string::npos) << record << "\n" << ss;
+    EXPECT_NE(ss.find("127.0.0.1:" + std::to_string(true_port)), std::string::npos)
+        << record << "\n"
+        << ss;
     EXPECT_EQ(record.substr(0, 10), "127.0.0.1\t");
-    EXPECT_EQ(remote_port, std::to_string(TableAdds::tcpPortNumber(htons(static_cast<uint16_t>(true_port)))));
+    EXPECT_EQ(remote_port,
+              std::to_string(TableAdds::tcpPortNumber(htons(static_cast<uint16_t>(true_port)))));
   }
   EXPECT_EQ(adds.NET_Stat(false, 2, Variant(shown)).ToLong(), 1) << "the listener";
   EXPECT_EQ(adds.NET_Stat(true, 0, Variant(shown)).ToLong(), 0) << "all of it is loopback";

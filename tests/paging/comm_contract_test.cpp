@@ -72,9 +72,11 @@ TYPED_TEST(CommContract, OpensOnlyExistingPortsAndRefusesBadSettings) {
   ::unsetenv("VARNEK_COMM47");
   EXPECT_EQ(FailureOf([&] { comm->SetPortOpen(true); }), kCommErrBadPort);
   EXPECT_FALSE(comm->PortOpen());
-  ExpectFailures({{kCommErrNotOpen, [&] { comm->Input(); }}, {kCommErrNotOpen, [&] { comm->SetOutput(u"x"); }},
+  ExpectFailures({{kCommErrNotOpen, [&] { comm->Input(); }},
+                  {kCommErrNotOpen, [&] { comm->SetOutput(u"x"); }},
                   {kCommErrNotOpen, [&] { comm->InBufferCount(); }}});
-  for (const char16_t* bad : {u"1200,E,7", u"fast,N,8,1", u"1200,X,8,1", u"1200,N,9,1", u"1200,N,8,3"}) {
+  for (const char16_t* bad :
+       {u"1200,E,7", u"fast,N,8,1", u"1200,X,8,1", u"1200,N,9,1", u"1200,N,8,3"}) {
     EXPECT_EQ(FailureOf([&] { comm->SetSettings(bad); }), kCommErrInvalidValue) << TextToUtf8(bad);
   }
   ExpectFailures({{kCommErrInvalidValue, [&] { comm->SetHandshaking(Variant(7)); }},

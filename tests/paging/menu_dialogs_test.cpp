@@ -25,7 +25,8 @@ TEST_F(PagingTest, SkytelWalksTheMenus) {
     Variant long_one = Text(400, u'x');
     // the menu's answer and 2 quiet seconds, 400 characters at 120 a second
     // going out while the 20 s run
-    EXPECT_NEAR(Timed([&] { EXPECT_FALSE(adds.SKYTEL_SendMsg(*comm, u"5551234", long_one)); }), 2 + 20, 1.2);
+    EXPECT_NEAR(Timed([&] { EXPECT_FALSE(adds.SKYTEL_SendMsg(*comm, u"5551234", long_one)); }),
+                2 + 20, 1.2);
     EXPECT_TRUE(comm->PortOpen());  // a failed send leaves the line up
   }
 }
@@ -55,11 +56,14 @@ TEST_F(PagingTest, ZetronAnswersTheQuestionsInTurnAndReportsTheAcceptance) {
   // The good page: after "Page Now" the check's "C" brings "* Message
   // Accepted *", which is no "Message" question; a last "C" and True. Eight
   // collections, each ending 1-2 s after its answer.
-  EXPECT_LT(Timed([&] { EXPECT_TRUE(adds.ZETRON_SendMsg(*comm, u"A12345B", message)); }), 8 * 2 + 1);
+  EXPECT_LT(Timed([&] { EXPECT_TRUE(adds.ZETRON_SendMsg(*comm, u"A12345B", message)); }),
+            8 * 2 + 1);
   EXPECT_EQ(message.ToText(), u"Meet at 5 ");
   ASSERT_EQ(terminal->pages().size(), 1u);
-  const auto& page = terminal->pages()[0];  // the function is the capcode's last character; "B" is dropped
-  EXPECT_EQ(page.format + "|" + page.capcode + "|" + page.function + "|" + page.message, "A|12345|5|Meet at 5 ");
+  const auto& page =
+      terminal->pages()[0];  // the function is the capcode's last character; "B" is dropped
+  EXPECT_EQ(page.format + "|" + page.capcode + "|" + page.function + "|" + page.message,
+            "A|12345|5|Meet at 5 ");
   EXPECT_EQ(sent, "\rC\rA\r12345\r5\rMeet at 5 \rY\rY\rC\rC\r");
   EXPECT_NE(heard.find("* Message Accepted *"), std::string::npos);
   EXPECT_EQ(heard.substr(heard.size() - 9), "Format ? ");  // back at the format question

@@ -15,7 +15,8 @@ TEST_F(PagingTest, TextBlocksCarryIdNumberAndTotal) {
   Variant id = u"C";
   EXPECT_EQ(ItemTexts(*adds.Mensajes_GenerarBloques(u"hello", 2, id)),
             (std::vector<Text>{u"#C#13#he#", u"#C#23#ll#", u"#C#33#o#"}));
-  EXPECT_EQ(ItemTexts(*adds.Mensajes_GenerarBloques(u"abcd", u"2", id, false)), (std::vector<Text>{u"ab", u"cd"}));
+  EXPECT_EQ(ItemTexts(*adds.Mensajes_GenerarBloques(u"abcd", u"2", id, false)),
+            (std::vector<Text>{u"ab", u"cd"}));
   EXPECT_EQ(adds.Mensajes_GenerarBloques(u"abcd", 4, id, false)->Count(), 1);  // exactly one size
   EXPECT_EQ(adds.Mensajes_GenerarBloques(u"", 4, id)->Count(), 0);
   {  // the 11th block of 12
@@ -23,7 +24,8 @@ TEST_F(PagingTest, TextBlocksCarryIdNumberAndTotal) {
     EXPECT_EQ(blocks->Item(11).ToText(), u"#A#1112#x#");
   }
   // The placeholder in the text is replaced too, also without headers.
-  EXPECT_EQ(ItemTexts(*adds.Mensajes_GenerarBloques(u"aMxBloques#", 20, id, false)), (std::vector<Text>{u"a1#"}));
+  EXPECT_EQ(ItemTexts(*adds.Mensajes_GenerarBloques(u"aMxBloques#", 20, id, false)),
+            (std::vector<Text>{u"a1#"}));
   EXPECT_THROW(adds.Mensajes_GenerarBloques(u"abc", -1, id), RuntimeError);
 }
 
@@ -34,7 +36,9 @@ TEST_F(PagingTest, TextBlockLettersRunFromAToZAndWrap) {
     return id.ToText();
   };
   auto last = [&] { return adds.Var_VariableGet(u"Last msg ID", Variant(u"SMSserver")).ToText(); };
-  auto set_last = [&](Variant v) { adds.Var_VariableSet(u"Last msg ID", v, Variant(u"SMSserver")); };
+  auto set_last = [&](Variant v) {
+    adds.Var_VariableSet(u"Last msg ID", v, Variant(u"SMSserver"));
+  };
   EXPECT_EQ(letter(u""), u"A");  // an empty message still takes a letter
   EXPECT_EQ(letter(), u"B");
   EXPECT_EQ(last(), u"66");
@@ -71,13 +75,15 @@ TEST_F(PagingTest, PagePrinterBlocksEscapeCutAndNumber) {
     EXPECT_EQ(ItemTexts(*adds.PagePrinter_Bloques), V{WithChecksum(u"&[PB00", escaped + u"&]")});
   }
   // exactly 128 escaped characters: the full block and one of just "&]"; 127: one block of 129
-  EXPECT_EQ(blocks(Text(128, u'x')), (V{WithChecksum(u"&[PC00", Text(128, u'x')), WithChecksum(u"&[PC01", u"&]")}));
+  EXPECT_EQ(blocks(Text(128, u'x')),
+            (V{WithChecksum(u"&[PC00", Text(128, u'x')), WithChecksum(u"&[PC01", u"&]")}));
   const V short_one = blocks(Text(127, u'x'));
   ASSERT_EQ(short_one.size(), 1u);
   EXPECT_EQ(short_one[0].size(), 6u + 2 + 129);
   // "&" at 128 starts the next payload; an escape at 127 gives back 2
-  for (auto [text, end, next] : {std::tuple{Text(127, u'x') + u"&&yz", Text(u"x "), Text(u"&&&&yz&]")},
-                                 {Text(126, u'x') + u"\rtail", Text(u"x  "), Text(u"&0Dtail&]")}}) {
+  for (auto [text, end, next] :
+       {std::tuple{Text(127, u'x') + u"&&yz", Text(u"x "), Text(u"&&&&yz&]")},
+        {Text(126, u'x') + u"\rtail", Text(u"x  "), Text(u"&0Dtail&]")}}) {
     const V cut = blocks(text);
     ASSERT_EQ(cut.size(), 2u);
     EXPECT_EQ(cut[0].substr(cut[0].size() - end.size()), end);

@@ -10,7 +10,8 @@ namespace {
 struct PageJobTest : PagingTest {
   std::string report;
   int Send(const page::PageJob& job, const page::PageWatch& watch = {}) {
-    return page::SendPage(adds, *comm, job, [this](const std::string& line) { report += line + "\n"; }, watch);
+    return page::SendPage(
+        adds, *comm, job, [this](const std::string& line) { report += line + "\n"; }, watch);
   }
   static page::PageJob Job(std::string protocol, std::string settings, std::string message) {
     page::PageJob job;
@@ -40,8 +41,10 @@ TEST_F(PageJobTest, BlocksNeverPassTheBlockSize) {
       const Text total = Utf8ToText(std::to_string(blocks.size()));
       for (size_t i = 0; i < blocks.size(); ++i) {
         const Text& block = blocks[i];
-        ASSERT_LE(block.size(), static_cast<size_t>(size)) << size << "/" << length << " block " << i + 1;
-        const Text head = u"#" + block.substr(1, 1) + u"#" + Utf8ToText(std::to_string(i + 1)) + total + u"#";
+        ASSERT_LE(block.size(), static_cast<size_t>(size))
+            << size << "/" << length << " block " << i + 1;
+        const Text head =
+            u"#" + block.substr(1, 1) + u"#" + Utf8ToText(std::to_string(i + 1)) + total + u"#";
         ASSERT_EQ(block.substr(0, head.size()), head);
         joined += block.substr(head.size(), block.size() - head.size() - 1);
       }
@@ -63,7 +66,8 @@ TEST_F(PageJobTest, TapTakesAnySpeedTheMenusUpTo32767) {
 TEST_F(PageJobTest, AVanishedLineIsToldAsLost) {
   Attach(std::make_shared<TapTerminal>(TapBehaviour{.ignore_blocks = true}));
   comms.on_traffic = [this](bool to_peer, const std::string& bytes) {
-    if (to_peer && bytes.find('\x02') != std::string::npos) sim.loop.After(1, [this] { comms.Detach(1); });
+    if (to_peer && bytes.find('\x02') != std::string::npos)
+      sim.loop.After(1, [this] { comms.Detach(1); });
   };
   page::PageWatch watch;
   watch.line_lost = [this] { return comms.PeerOf(1) == nullptr; };

@@ -23,7 +23,9 @@ struct PagingTest : ::testing::Test {
   std::string sent, heard;  // all bytes each way on the line
 
   explicit PagingTest(double start = SimPlatform::kDefaultStart) : sim(start) {
-    comms.on_traffic = [this](bool to_peer, const std::string& bytes) { (to_peer ? sent : heard) += bytes; };
+    comms.on_traffic = [this](bool to_peer, const std::string& bytes) {
+      (to_peer ? sent : heard) += bytes;
+    };
   }
 
   template <class Peer>

@@ -53,14 +53,16 @@ struct PortOwnership : ::testing::Test {
 };
 
 TEST_F(PortOwnership, TheLockFileHoldsOurPidWhileOpen) {
-  EXPECT_EQ(UucpLockName(line.SlavePath()), "LCK.." + line.SlavePath().substr(5).replace(3, 1, "_"));  // pts_N
+  EXPECT_EQ(UucpLockName(line.SlavePath()),
+            "LCK.." + line.SlavePath().substr(5).replace(3, 1, "_"));  // pts_N
   std::unique_ptr<LinuxComm> comm, second;
   ASSERT_EQ(TryOpen(comm, line.SlavePath()).first, 0);
   EXPECT_EQ(Slurp(lock), TenColumns(::getpid()));
   // The same process asking again is refused by its own lock.
   const auto refused = TryOpen(second, line.SlavePath());
   EXPECT_EQ(refused.first, kCommErrPortOpen);
-  EXPECT_NE(refused.second.find("held by pid " + std::to_string(::getpid())), std::string::npos) << refused.second;
+  EXPECT_NE(refused.second.find("held by pid " + std::to_string(::getpid())), std::string::npos)
+      << refused.second;
   comm->SetPortOpen(false);
   EXPECT_EQ(Slurp(lock), "<none>");
 }
@@ -84,7 +86,8 @@ TEST_F(PortOwnership, ALiveProgramHoldingTheLineIsNamed) {
         std::unique_ptr<LinuxComm> comm;
         const auto refused = TryOpen(comm, line.SlavePath());
         EXPECT_EQ(refused.first, kCommErrPortOpen);
-        EXPECT_EQ(refused.second, "Port already open: " + line.SlavePath() + " is held by pid " + std::to_string(child));
+        EXPECT_EQ(refused.second, "Port already open: " + line.SlavePath() + " is held by pid " +
+                                      std::to_string(child));
         EXPECT_FALSE(comm->PortOpen());
       });
   ASSERT_TRUE(held) << "the second program could not open the line";
@@ -101,7 +104,11 @@ TEST_F(PortOwnership, AStaleLockIsRemovedAtTheNextOpen) {
 }
 
 TEST_F(PortOwnership, OpenFailuresNameTheirCause) {
-  struct Case { std::string path; int number; std::string text; };
+  struct Case {
+    std::string path;
+    int number;
+    std::string text;
+  };
   const Case cases[] = {
       {"/nonexistent/tty", kCommErrBadPort, "No such device: /nonexistent/tty"},
       {"/tmp", kCommErrBadPort, "A directory, not a serial device: /tmp"},

@@ -50,7 +50,9 @@ struct PtySession : ::testing::Test {
     comm = comms.Create(xm);
     return peer;
   }
-  double Wall() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); }
+  double Wall() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  }
 };
 
 TEST_F(PtySession, DeliversTapPagesAndLogsOut) {
@@ -72,7 +74,8 @@ TEST_F(PtySession, DeliversTapPagesAndLogsOut) {
 
 TEST_F(PtySession, DialsThreeTimesOnABusyLineAt7E1) {
   // Each attempt reopens the port at 1200,E,7,1, which a pty takes as 8N1.
-  auto modem = Line(std::make_shared<HayesModem>(nullptr, ModemBehaviour{.busy = true, .connect_delay = 4}));
+  auto modem =
+      Line(std::make_shared<HayesModem>(nullptr, ModemBehaviour{.busy = true, .connect_delay = 4}));
   EXPECT_FALSE(adds->TAP_InitDialog(*comm, kPort, 1200, 7, false, 1, u"", u"5550100", u"pw"));
   EXPECT_EQ(sent, "ATDT5550100\rATDT5550100\rATDT5550100\r");
   EXPECT_EQ(modem->commands().size(), 3u);
@@ -119,10 +122,12 @@ TEST_F(PtySession, SigintMidPageLogsOutAndHangsUp) {
   std::string report;
   page::PageWatch watch;
   watch.cancelled = [&] { return stop.signal() != 0; };
-  const int status = page::SendPage(*adds, *comm, job, [&](const std::string& text) { report += text + "\n"; }, watch);
+  const int status = page::SendPage(
+      *adds, *comm, job, [&](const std::string& text) { report += text + "\n"; }, watch);
   EXPECT_EQ(status, page::kPageCancelled);
   EXPECT_EQ(stop.signal(), SIGINT);
-  EXPECT_EQ(report, "session: logged in\nblock 1/1 not sent: cancelled\nsession: cancelled, logged out\n");
+  EXPECT_EQ(report,
+            "session: logged in\nblock 1/1 not sent: cancelled\nsession: cancelled, logged out\n");
   EXPECT_TRUE(tap->logged_out());
   EXPECT_EQ(sent.substr(sent.size() - 2), "\x04\r");  // EOT CR
   EXPECT_FALSE(comm->PortOpen());

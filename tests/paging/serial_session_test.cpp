@@ -65,7 +65,8 @@ TEST_F(PagingTest, ConnectFailsOnLowerCaseEarlyOrMissingConnect) {
   for (const Case& c : cases) {
     Attach(std::make_shared<HayesModem>(nullptr, c.modem));
     const double start = Elapsed();
-    EXPECT_EQ(adds.SERIAL_Connect(*comm, 1, 1200, 8, true, 1, c.init, u"555", c.timeout), c.up) << c.what;
+    EXPECT_EQ(adds.SERIAL_Connect(*comm, 1, 1200, 8, true, 1, c.init, u"555", c.timeout), c.up)
+        << c.what;
     EXPECT_EQ(comm->PortOpen(), c.up) << c.what;
     EXPECT_EQ(adds.SerialOperationOpen(), c.up) << c.what;
     if (c.seconds > 0) {
@@ -87,12 +88,16 @@ TEST_F(PagingTest, ReceiveWaitsForFirstTextThenTwoQuietSeconds) {
   {  // text after 1 s, more 1.5 s later: both, then 2 quiet seconds
     sim.loop.After(1.0, [&] { peer->emit("one ", 0); });
     sim.loop.After(2.5, [&] { peer->emit("two", 0); });
-    EXPECT_NEAR(Timed([&] { EXPECT_EQ(adds.SERIAL_Receive(*comm, 5), u"one two"); }), 2.5 + 2, 1.05);
+    EXPECT_NEAR(Timed([&] { EXPECT_EQ(adds.SERIAL_Receive(*comm, 5), u"one two"); }), 2.5 + 2,
+                1.05);
   }
   {  // a stop string already there ends the wait once the buffer runs empty
     sim.loop.After(0.5, [&] { peer->emit("xx\x06\r", 0); });
     const Text stop = u"\x06";
-    EXPECT_LT(Timed([&] { EXPECT_EQ(adds.SERIAL_Receive(*comm, 10, false, true, stop, u"\x15"), u"xx\x06\r"); }), 0.6);
+    EXPECT_LT(Timed([&] {
+                EXPECT_EQ(adds.SERIAL_Receive(*comm, 10, false, true, stop, u"\x15"), u"xx\x06\r");
+              }),
+              0.6);
   }
   {  // without the extension the limit stays: text after it is read only once
     for (int i = 1; i <= 6; ++i) sim.loop.After(0.8 * i, [&] { peer->emit(".", 0); });
@@ -105,7 +110,8 @@ TEST_F(PagingTest, ReceiveWaitsForFirstTextThenTwoQuietSeconds) {
   {  // a chattering line holds Receive while it chatters, however short t is
     for (int i = 1; i <= 20; ++i) sim.loop.After(0.5 * i, [&] { peer->emit(".", 0); });
     EXPECT_NEAR(Timed([&] {
-                  EXPECT_EQ(adds.SERIAL_Receive(*comm, 0).size(), 0u);  // nothing waiting yet: at once
+                  EXPECT_EQ(adds.SERIAL_Receive(*comm, 0).size(),
+                            0u);  // nothing waiting yet: at once
                   EXPECT_EQ(adds.SERIAL_Receive(*comm, 1).size(), 20u);
                 }),
                 10 + 2, 1.05);
@@ -122,7 +128,8 @@ TEST_F(PagingTest, WaitForEndsOnItsStringsOrOnAnEmptyRead) {
   EXPECT_EQ(adds.SERIAL_WaitFor(*comm, u"", u"", u"", 1), u"");
   // A string that never comes: only a cancel ends the wait (bounded here).
   sim.loop.After(30, [&] { adds.SetSERIAL_CancelOperation(true); });
-  EXPECT_NEAR(Timed([&] { EXPECT_EQ(adds.SERIAL_WaitFor(*comm, u"never", u"", u"", 2), u""); }), 30, 2.1);
+  EXPECT_NEAR(Timed([&] { EXPECT_EQ(adds.SERIAL_WaitFor(*comm, u"never", u"", u"", 2), u""); }), 30,
+              2.1);
 }
 
 TEST_F(PagingTest, SendAndTheCancelFlag) {
@@ -166,15 +173,20 @@ TEST_F(PagingTest, SendCommandCleansTheModemsAnswer) {
       std::vector<Text> reads{u"", u"ATI3\r\n", u"\r\nV1.2\r\nOK\r\n"};
       size_t next = 0;
       bool PortOpen() const override { return true; }
-      int32_t InBufferCount() const override { return next < reads.size() ? static_cast<int32_t>(reads[next].size()) : 0; }
+      int32_t InBufferCount() const override {
+        return next < reads.size() ? static_cast<int32_t>(reads[next].size()) : 0;
+      }
       Text Input() override { return next < reads.size() ? reads[next++] : Text(); }
       void SetOutput(TextView) override {}
     } buffered;
-    EXPECT_LT(Timed([&] { EXPECT_EQ(adds.SERIAL_SendCommand(buffered, u"ATI3").ToText(), u"V1.2"); }), 0.5);
+    EXPECT_LT(
+        Timed([&] { EXPECT_EQ(adds.SERIAL_SendCommand(buffered, u"ATI3").ToText(), u"V1.2"); }),
+        0.5);
   }
   {  // an echo alone, no answer: removed, after 5 s
     peer->reply = [](std::string_view bytes) { return std::string(bytes); };
-    EXPECT_NEAR(Timed([&] { EXPECT_EQ(adds.SERIAL_SendCommand(*comm, u"AT").ToText(), u""); }), 5, 1.05);
+    EXPECT_NEAR(Timed([&] { EXPECT_EQ(adds.SERIAL_SendCommand(*comm, u"AT").ToText(), u""); }), 5,
+                1.05);
   }
   {  // the XMComm variant offers InputData in place of Input: read through it
     adds.SERIAL_Disconnect(*comm);  // one control a port

@@ -18,7 +18,9 @@ struct TapTest : PagingTest {
     tap = std::make_shared<TapTerminal>(t);
     modem = Attach(std::make_shared<HayesModem>(tap, m));
   }
-  bool Init() { return adds.TAP_InitDialog(*comm, 1, 1200, 7, false, 1, u"ATZ", u"5550100", u"secret"); }
+  bool Init() {
+    return adds.TAP_InitDialog(*comm, 1, 1200, 7, false, 1, u"ATZ", u"5550100", u"secret");
+  }
   bool Page(const Text& message, const Text& pager = u"1") {
     Variant m = message;
     return adds.TAP_SendMsg(*comm, pager, m);
@@ -27,8 +29,12 @@ struct TapTest : PagingTest {
 
 TEST_F(TapTest, CheckSumKeepsTwelveBitsAsDigitsFrom48) {
   // 177; none; 4080 + 17 = 4097; 233: above 127 counts in full
-  for (auto [block, sum] : {std::pair<Text, const char16_t*>{u"\x02" u"1\ra\r\x03", u"0;1"}, {u"", u"000"},
-                            {Text(16, u'\xFF') + u'\x11', u"001"}, {Text(1, u'\xE9'), u"0>9"}})
+  for (auto [block, sum] : {std::pair<Text, const char16_t*>{u"\x02"
+                                                             u"1\ra\r\x03",
+                                                             u"0;1"},
+                            {u"", u"000"},
+                            {Text(16, u'\xFF') + u'\x11', u"001"},
+                            {Text(1, u'\xE9'), u"0>9"}})
     EXPECT_EQ(adds.TAP_CheckSum(block), sum) << TextToUtf8(block);
 }
 
@@ -41,10 +47,14 @@ TEST_F(TapTest, AGoodSessionSendsTheExactBytes) {
   EXPECT_TRUE(adds.TAP_CloseDialog(*comm));
   EXPECT_FALSE(comm->PortOpen());
   EXPECT_TRUE(adds.SerialOperationOpen());  // close leaves the session flags
-  const std::string block1 = "\x02" "1234\rHello\r\x03";
-  const std::string block2 = "\x02" "5678\rCall me\r\x03";
-  EXPECT_EQ(sent, "ATZ\rATDT5550100\r\r\x1bPG1secret\r" + block1 + TapTerminal::Checksum(block1) + "\r" + block2 +
-                      TapTerminal::Checksum(block2) + "\r\x04\r");
+  const std::string block1 =
+      "\x02"
+      "1234\rHello\r\x03";
+  const std::string block2 =
+      "\x02"
+      "5678\rCall me\r\x03";
+  EXPECT_EQ(sent, "ATZ\rATDT5550100\r\r\x1bPG1secret\r" + block1 + TapTerminal::Checksum(block1) +
+                      "\r" + block2 + TapTerminal::Checksum(block2) + "\r\x04\r");
   ASSERT_EQ(tap->pages().size(), 2u);
   EXPECT_EQ(tap->pages()[1].message, "Call me");
   EXPECT_TRUE(tap->logged_out());
@@ -169,7 +179,8 @@ TEST_F(TapTest, TenPagesOnTheVirtualClock) {
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &cpu0);
   ASSERT_TRUE(Init());
   for (int i = 0; i < 10; ++i) {
-    EXPECT_TRUE(Page(Utf8ToText("Page number " + std::to_string(i)), Utf8ToText(std::to_string(1000 + i))));
+    EXPECT_TRUE(
+        Page(Utf8ToText("Page number " + std::to_string(i)), Utf8ToText(std::to_string(1000 + i))));
   }
   EXPECT_TRUE(adds.TAP_CloseDialog(*comm));
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &cpu1);
@@ -177,8 +188,8 @@ TEST_F(TapTest, TenPagesOnTheVirtualClock) {
                         static_cast<double>(cpu1.tv_nsec - cpu0.tv_nsec) / 1e6;
   EXPECT_EQ(tap->pages().size(), 10u);
   // Reported for the README, not asserted.
-  std::printf("[ figures  ] 10-page TAP session: %.2f simulated s, %.3f ms CPU, %lld pumps\n", Elapsed() - start,
-              cpu_ms, static_cast<long long>(sim.loop.PumpCount() - pumps));
+  std::printf("[ figures  ] 10-page TAP session: %.2f simulated s, %.3f ms CPU, %lld pumps\n",
+              Elapsed() - start, cpu_ms, static_cast<long long>(sim.loop.PumpCount() - pumps));
 }
 
 }  // namespace

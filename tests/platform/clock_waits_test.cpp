@@ -52,7 +52,8 @@ TEST(ClockWaits, PausesSleepUntilTheirDeadlineAndConditionsLookAfterEveryPass) {
   // before its 5 s.
   bool flag = false;
   loop.After(0.1, [&] { flag = true; });
-  Busy condition = WaitAmidOthers(loop, [&] { loop.PumpUntilTimer(loop.Timer() + 5, [&] { return flag; }); });
+  Busy condition =
+      WaitAmidOthers(loop, [&] { loop.PumpUntilTimer(loop.Timer() + 5, [&] { return flag; }); });
   EXPECT_NEAR(condition.ended_at, 0.1, 0.01);
 
   // An event of the pausing strand still runs nested in the pause.

@@ -15,13 +15,17 @@ using linux_io::RetryOnEintr;
 TEST(RetryOnEintr, RepeatsInterruptedCallsOnlyAndWithinItsBound) {
   // Each call fails with the next errno of the script (-1) until the script
   // runs out, then returns `then`; errno_before is what errno held at the start.
-  struct Row { const char* what; std::vector<int> script; int then, errno_before, result, errno_after, calls; };
+  struct Row {
+    const char* what;
+    std::vector<int> script;
+    int then, errno_before, result, errno_after, calls;
+  };
   const Row rows[] = {
       {"interrupted twice, then through", {EINTR, EINTR}, 42, 0, 42, EINTR, 3},
       {"another failure is given back at once", {EACCES, EINTR}, 42, 0, -1, EACCES, 1},
       {"0 with a stale EINTR is a success", {}, 0, EINTR, 0, EINTR, 1},
-      {"interrupted for ever: gives up after the bound", std::vector<int>(kMaxEintrRetries + 5, EINTR), 42, 0, -1,
-       EINTR, kMaxEintrRetries + 1}};
+      {"interrupted for ever: gives up after the bound",
+       std::vector<int>(kMaxEintrRetries + 5, EINTR), 42, 0, -1, EINTR, kMaxEintrRetries + 1}};
   for (const Row& r : rows) {
     SCOPED_TRACE(r.what);
     int calls = 0;

@@ -42,7 +42,9 @@ TEST(FiberStackPool, SparesKeepFewPagesAndWarmOnesAreReusedFirst) {
 
   const long warm_pages = static_cast<long>(Pool::kWarmBytes / Page());
   for (std::size_t i = 0; i < count; ++i) {
-    const long expected = i < Pool::kWarmSpares ? 1 : i < Pool::kWarmSpares + Pool::kColdSpares ? 0 : -1;
+    const long expected = i < Pool::kWarmSpares                       ? 1
+                          : i < Pool::kWarmSpares + Pool::kColdSpares ? 0
+                                                                      : -1;
     const long resident = Resident(stacks[i]);
     if (expected == 1) {
       EXPECT_GE(resident, 1) << i;  // the top page stays

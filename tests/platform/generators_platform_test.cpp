@@ -35,7 +35,9 @@ TYPED_TEST_SUITE(SurfaceRules, SurfaceFactories);
 TYPED_TEST(SurfaceRules, ScaleFollowsOuterWidthAndPictureComesAndGoes) {
   auto box = this->factory.Create(200, 50);
   box->SetScalePixels();
-  auto scale = [&] { return std::vector{box->ScaleLeft(), box->ScaleTop(), box->ScaleWidth(), box->ScaleHeight()}; };
+  auto scale = [&] {
+    return std::vector{box->ScaleLeft(), box->ScaleTop(), box->ScaleWidth(), box->ScaleHeight()};
+  };
   EXPECT_EQ(scale(), (std::vector<double>{0, 0, 200, 50}));
   EXPECT_EQ(box->OuterWidth(), 3000);  // 15 twips a pixel
   box->SetOuterWidth(1500);
@@ -94,11 +96,14 @@ Pixels Decode(const std::string& png) {
 TEST(CairoSurface, DrawsPastTheWidthAndShowsItOnceWidened) {
   CairoSurface box(10, 20);
   box.Clear();
-  box.FillBox(2, 0, 4, 10, 0);       // inside
+  box.FillBox(2, 0, 4, 10, 0);           // inside
   box.FillBox(30, 0, 33, 10, 0xFF0000);  // past the width: kept
   box.FixPicture();
   // on a white background; the right and bottom edges are not filled
-  struct Spot { int x, y; uint32_t rgb; };
+  struct Spot {
+    int x, y;
+    uint32_t rgb;
+  };
   auto expect = [](const Pixels& p, std::initializer_list<Spot> spots) {
     for (const Spot& s : spots) EXPECT_EQ(p.At(s.x, s.y), s.rgb) << s.x << "," << s.y;
   };
@@ -158,7 +163,8 @@ struct MidiOutputRules : ::testing::Test {
   Output midi;
   // The recording output always opens; ALSA only where a sequencer exists.
   bool ExpectsOutput() const {
-    if constexpr (std::is_same_v<Output, AlsaMidiOutput>) return access("/dev/snd/seq", R_OK | W_OK) == 0;
+    if constexpr (std::is_same_v<Output, AlsaMidiOutput>)
+      return access("/dev/snd/seq", R_OK | W_OK) == 0;
     return true;
   }
 };
@@ -185,8 +191,8 @@ TYPED_TEST(MidiOutputRules, OpenOnceThenSendResetAndCloseOnce) {
 
 TEST(SoundingNotes, CloseEndsOnlyWhatStillSounds) {
   SoundingNotes notes;
-  for (uint32_t m : {0x603C90u, 0x604091u, 0x004390u, 0x004090u, 0x7F3E90u, 0x403E80u, 0x604590u, 0x007BB0u,
-                     0x0078B1u, 0x604791u, 0x604890u}) {
+  for (uint32_t m : {0x603C90u, 0x604091u, 0x004390u, 0x004090u, 0x7F3E90u, 0x403E80u, 0x604590u,
+                     0x007BB0u, 0x0078B1u, 0x604791u, 0x604890u}) {
     notes.Track(m);  // velocity 0 and Note Off end a note; 123 and 120 end a channel's
   }
   EXPECT_EQ(notes.StopMessages(), std::vector<uint32_t>({0x4880, 0x4781, 0x7BB0}));

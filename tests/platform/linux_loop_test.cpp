@@ -64,7 +64,8 @@ TEST(LinuxLoop, WatchedDescriptorAndPostWakeABlockedPump) {
     char c;
     ASSERT_EQ(read(p.fds[0], &c, 1), 1);
   });
-  std::thread writer([&] { std::this_thread::sleep_for(std::chrono::milliseconds(30)), p.Write(); });
+  std::thread writer(
+      [&] { std::this_thread::sleep_for(std::chrono::milliseconds(30)), p.Write(); });
   EXPECT_LT(Timed([&] { loop.Pump(2.0); }), 1.0);
   writer.join();
   ASSERT_EQ(seen.size(), 1u);
@@ -75,7 +76,10 @@ TEST(LinuxLoop, WatchedDescriptorAndPostWakeABlockedPump) {
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
     loop.Post([&] { posted = true; });
   });
-  EXPECT_LT(Timed([&] { for (int i = 0; i < 5 && !posted; ++i) loop.Pump(2.0); }), 1.0);
+  EXPECT_LT(Timed([&] {
+              for (int i = 0; i < 5 && !posted; ++i) loop.Pump(2.0);
+            }),
+            1.0);
   poster.join();
   EXPECT_TRUE(posted);
 
@@ -154,7 +158,10 @@ TEST(LinuxLoop, CallsPostedWithinAPassNeverWaitOutALongPump) {
     loop.Pump(0.03);  // this strand waits; the scheduler pumps
     loop.Post(count);
   });
-  EXPECT_LT(Timed([&] { for (int i = 0; i < 20 && runs < 4; ++i) loop.Pump(5.0); }), 2.0);
+  EXPECT_LT(Timed([&] {
+              for (int i = 0; i < 20 && runs < 4; ++i) loop.Pump(5.0);
+            }),
+            2.0);
   EXPECT_EQ(runs, 4);
 }
 
@@ -172,7 +179,9 @@ TEST(LinuxLoop, OneStackTimersFireOnTimeAndDoNotReenter) {
   };
   timer->SetInterval(10);
   timer->SetEnabled(true);
-  double took = Timed([&] { for (int i = 0; i < 100 && ticks < 3; ++i) loop.Pump(0.2); });
+  double took = Timed([&] {
+    for (int i = 0; i < 100 && ticks < 3; ++i) loop.Pump(0.2);
+  });
   EXPECT_EQ(ticks, 3);
   EXPECT_EQ(max_depth, 1);
   EXPECT_GE(took, 0.07);
@@ -183,7 +192,8 @@ TEST(LinuxLoop, OneStackTimersFireOnTimeAndDoNotReenter) {
   EXPECT_EQ(ticks, 3);
   timer->on_tick = [&] { ++ticks, timer.reset(); };  // destroyed in its own tick
   timer->SetEnabled(true);
-  EXPECT_TRUE(PumpUntil(loop, [&] { return !timer; }, 20));
+  EXPECT_TRUE(PumpUntil(
+      loop, [&] { return !timer; }, 20));
   EXPECT_EQ(ticks, 4);
 }
 
@@ -196,7 +206,7 @@ TEST(LinuxLoop, ClockReadingsAgreeWithLocalTimeAndFreezeRunsNothing) {
   double now = loop.Now();
   float timer = loop.Timer();
   double now_sod = std::round((now - std::floor(now)) * 86400);
-  EXPECT_NEAR((now - std::floor(now)) * 86400, now_sod, 1e-4);  // whole seconds
+  EXPECT_NEAR((now - std::floor(now)) * 86400, now_sod, 1e-4);    // whole seconds
   EXPECT_NEAR(std::fmod(now_sod - sod + 86400, 86400), 0, 1.01);  // a second may tick
   EXPECT_NEAR(std::fmod(timer - sod + 86400, 86400), 0, 1.01);
   EXPECT_GT(now, 40000);  // after 2009

@@ -88,7 +88,8 @@ TEST(LinuxSocketDualStack, PortHeldByAnotherListenerFailsAsInUse) {
   // an IPv4-only listener on that port is refused too: the port is taken for
   // both families, not only for IPv6
   auto v4 = f.Create();
-  EXPECT_EQ(FailureOf([&] { v4->Bind(Variant(Text(u"0.0.0.0")), first.port); }), kSockErrAddressInUse);
+  EXPECT_EQ(FailureOf([&] { v4->Bind(Variant(Text(u"0.0.0.0")), first.port); }),
+            kSockErrAddressInUse);
 
   // the other way round: a plain IPv4 listener holds a port, and a listener
   // with no address must not slip past it on IPv6

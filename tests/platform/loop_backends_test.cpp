@@ -86,10 +86,13 @@ TEST(ExternalLoop, AHostThatNeverCallsBackStallsOnlyVarnek) {
 struct HostTicker {
   explicit HostTicker(GMainContext* context) {
     source = g_timeout_source_new(10);
-    g_source_set_callback(source, [](gpointer n) -> gboolean {
-      ++*static_cast<int*>(n);
-      return G_SOURCE_CONTINUE;
-    }, &ticks, nullptr);
+    g_source_set_callback(
+        source,
+        [](gpointer n) -> gboolean {
+          ++*static_cast<int*>(n);
+          return G_SOURCE_CONTINUE;
+        },
+        &ticks, nullptr);
     g_source_attach(source, context);
   }
   ~HostTicker() {
@@ -139,7 +142,8 @@ TEST(GLibLoop, AWaitOnOneStackIteratesTheHostsContext) {
     ticks_in_wait = ticker.ticks - before;
   });
   const auto start = SteadyClock::now();
-  while (ticks_in_wait < 0 && SecondsSince(start) < 10) g_main_context_iteration(host.context, TRUE);
+  while (ticks_in_wait < 0 && SecondsSince(start) < 10)
+    g_main_context_iteration(host.context, TRUE);
   EXPECT_GT(ticks_in_wait, 3);
   EXPECT_GT(loop.MaxPumpDepth(), 1);
 }

@@ -54,7 +54,9 @@ std::optional<TimeOfDayInfo> Ask(Loop& loop, Clock& clock, const Text& server) {
 
 template <class Rig>
 struct NetworkClockContract : ::testing::Test {
-  std::optional<TimeOfDayInfo> Ask(const Text& server) { return varnek::Ask(rig.loop, rig.clock, server); }
+  std::optional<TimeOfDayInfo> Ask(const Text& server) {
+    return varnek::Ask(rig.loop, rig.clock, server);
+  }
   Rig rig;
 };
 

@@ -27,7 +27,9 @@ struct TempRoot : TempFolder {
   TempRoot() : TempFolder("settings") {}
 };
 
-std::string ReadAll(std::istream&& in) { return std::string(std::istreambuf_iterator<char>(in), {}); }
+std::string ReadAll(std::istream&& in) {
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
 
 // The behaviour every settings store shares, run over the one in memory and
 // the one in files; `fresh` reads what `store` wrote (for the file store a
@@ -52,14 +54,20 @@ using StoreKinds = testing::Types<InMemory, InFiles>;
 TYPED_TEST_SUITE(SettingsStoreContract, StoreKinds);
 
 TYPED_TEST(SettingsStoreContract, AwkwardTextsRoundTripAndMissingOnesGiveTheDefault) {
-  const Text rows[] = {u"plain", u"", u"a=b\nline2\r\\[x];#c \u00e9\u20ac ", u"  spaced  ", u"\U0001F600 \\n",
-                       u"[Section]", u"; not a comment", u"#"};
+  const Text rows[] = {u"plain",
+                       u"",
+                       u"a=b\nline2\r\\[x];#c \u00e9\u20ac ",
+                       u"  spaced  ",
+                       u"\U0001F600 \\n",
+                       u"[Section]",
+                       u"; not a comment",
+                       u"#"};
   int i = 0;
   for (const Text& text : rows) {
     SCOPED_TRACE(TextToUtf8(text));
     const Text name = Utf8ToText("k" + std::to_string(i++));
-    this->store.Set(u"Group", u"Family", name, text);         // as a value
-    this->store.Set(u"Group", text + u"=", u"name", u"v");    // as a family
+    this->store.Set(u"Group", u"Family", name, text);           // as a value
+    this->store.Set(u"Group", text + u"=", u"name", u"v");      // as a family
     this->store.Set(u"Group", u"Names", text + u"=[1]", u"w");  // as a name
     EXPECT_EQ(this->fresh.Get(u"Group", u"Family", name, u"dflt"), text);
     EXPECT_EQ(this->fresh.Get(u"Group", text + u"=", u"name", u"dflt"), u"v");
@@ -78,9 +86,12 @@ TYPED_TEST(SettingsStoreContract, NamesMatchWithoutLatinCaseAndKeepTheirPlaces) 
   this->store.Set(u"G", u"\u00e9t\u00e9", u"\u03b1", u"small");  // Greek is not folded
   this->store.Set(u"g", u"\u00c9T\u00c9", u"\u0391", u"capital");
   const std::tuple<const char16_t*, const char16_t*, const char16_t*, const char16_t*> rows[] = {
-      {u"grupo", u"familia", u"nombre", u"second"},    {u"Grupo", u"OTRA", u"nombre", u"other family"},
-      {u"OTRO", u"familia", u"NOMBRE", u"other group"}, {u"G", u"\u00c9t\u00e9", u"\u03b1", u"small"},
-      {u"g", u"\u00e9T\u00c9", u"\u0391", u"capital"},  {u"Grupo", u"Familia", u"Otro", u"none"},
+      {u"grupo", u"familia", u"nombre", u"second"},
+      {u"Grupo", u"OTRA", u"nombre", u"other family"},
+      {u"OTRO", u"familia", u"NOMBRE", u"other group"},
+      {u"G", u"\u00c9t\u00e9", u"\u03b1", u"small"},
+      {u"g", u"\u00e9T\u00c9", u"\u0391", u"capital"},
+      {u"Grupo", u"Familia", u"Otro", u"none"},
   };
   for (auto [group, family, name, value] : rows) {
     SCOPED_TRACE(TextToUtf8(Text(group) + u"/" + family + u"/" + name));
@@ -115,7 +126,8 @@ TEST(FileSettingsStore, WritesReplaceTheFileAtomicallyAndKeepForeignLines) {
   const std::string original = "; kept comment\r\n[F]\r\nA=1\r\nnot an entry\r\n[Z]\r\nB=2\r\n";
   std::ofstream(file) << original;
   std::ifstream old_reader(file, std::ios::binary);  // keeps the old, whole content
-  struct stat before{}, after{};
+  struct stat before {
+  }, after{};
   ASSERT_EQ(stat(file.c_str(), &before), 0);
   store.Set(u"G", u"F", u"C", u"3");
   ASSERT_EQ(stat(file.c_str(), &after), 0);
@@ -166,8 +178,10 @@ std::vector<std::string> ClassicSplit(const std::string& line) {
       while (i < line.size() && line[i] == '\\') ++slashes, ++i;
       if (i < line.size() && line[i] == '"') {
         arg.append(slashes / 2, '\\');
-        if (slashes % 2) arg += '"';
-        else quoted = !quoted;
+        if (slashes % 2)
+          arg += '"';
+        else
+          quoted = !quoted;
       } else {
         arg.append(slashes, '\\');
         if (i == line.size()) break;
@@ -181,8 +195,8 @@ std::vector<std::string> ClassicSplit(const std::string& line) {
 }
 
 TEST(LinuxApplication, CommandLineKeepsItsQuotesForTheClassicReading) {
-  const std::vector<std::string> args = {"a b", "", "say \"hi\"", "C:\\dir\\", "end\\\\", "\\\"", "tab\there",
-                                         "plain\\path", "/port", "été"};
+  const std::vector<std::string> args = {"a b",  "",          "say \"hi\"",  "C:\\dir\\", "end\\\\",
+                                         "\\\"", "tab\there", "plain\\path", "/port",     "été"};
   const std::string line = JoinClassicCommandLine(args);
   // The tab and the accents inside the raw text make the formatter flip this line.
   // clang-format off
@@ -204,7 +218,8 @@ TEST(FileSettingsStore, AFileThatCannotBeReadIsNeverWrittenOver) {
   FileSettingsStore store(root.path);
   store.Set(u"G", u"F", u"a", u"1");
   const std::string file = store.GroupFile(u"G");
-  for (const std::string& p : {root.path, root.path + "/G", file}) (void)!chown(p.c_str(), kNobody, kNobody);
+  for (const std::string& p : {root.path, root.path + "/G", file})
+    (void)!chown(p.c_str(), kNobody, kNobody);
   chmod(file.c_str(), 0200);  // writable, not readable
   std::string got = AsNobody([&] {
     return std::to_string(FailureOf([&] { store.Set(u"G", u"F", u"b", u"2"); })) + "|" +
@@ -223,7 +238,8 @@ TEST(LinuxApplication, FilesGoToTheDataFolderWhenTheProgramFolderIsReadOnly) {
   chmod((root.path + "/bin").c_str(), 0555);
   ScopedEnv data_home("XDG_DATA_HOME", root.path + "/data");
   LinuxApplication installed(root.path + "/bin/prog");
-  std::string got = AsNobody([&] { return TextToUtf8(installed.Path()) + "|" + TextToUtf8(installed.ProgramFolder()); });
+  std::string got = AsNobody(
+      [&] { return TextToUtf8(installed.Path()) + "|" + TextToUtf8(installed.ProgramFolder()); });
   LinuxApplication writable(root.path + "/data/prog");  // a folder it may write: the program's own
   EXPECT_EQ(AsNobody([&] { return TextToUtf8(writable.Path()); }), root.path + "/data");
   EXPECT_EQ(got, root.path + "/data/prog|" + root.path + "/bin");

@@ -158,7 +158,7 @@ TEST(SimPlatform, BundlesTheSimulatedServices) {
     survivor->SetEnabled(true);
   }
   EXPECT_FALSE(std::filesystem::exists(folder));  // the made folder goes with it
-  survivor->SetEnabled(false);  // a timer outliving its loop stays safe
+  survivor->SetEnabled(false);                    // a timer outliving its loop stays safe
   survivor->SetInterval(100);
   EXPECT_EQ(survivor->Interval(), 100);
   SimPlatform given(SimPlatform::kDefaultStart, u"", u"/srv/app");

@@ -69,7 +69,8 @@ struct LinuxOut {
     net.SetResolverConfig({"127.0.0.1:" + std::to_string(dns_port), "fb", 300, 1});
   }
   ~LinuxOut() {
-    for (int fd : {peer_fd, dns_fd}) if (fd >= 0) ::close(fd);
+    for (int fd : {peer_fd, dns_fd})
+      if (fd >= 0) ::close(fd);
   }
   int Serve() { return listener.emplace().port; }
   void StopServing() { listener.reset(); }
@@ -98,11 +99,15 @@ class OutgoingSocket : public testing::Test {
   Env env;
   std::unique_ptr<SocketCtl> s = env.net.Create();
   std::vector<int32_t> done;
-  void SetUp() override { s->on_done = [this](int32_t op) { done.push_back(op); }; }
+  void SetUp() override {
+    s->on_done = [this](int32_t op) { done.push_back(op); };
+  }
 };
 struct EnvName {
   template <class T>
-  static std::string GetName(int) { return std::is_same_v<T, SimOut> ? "Sim" : "Linux"; }
+  static std::string GetName(int) {
+    return std::is_same_v<T, SimOut> ? "Sim" : "Linux";
+  }
 };
 using Envs = testing::Types<SimOut, LinuxOut>;
 TYPED_TEST_SUITE(OutgoingSocket, Envs, EnvName);
@@ -122,7 +127,8 @@ TYPED_TEST(OutgoingSocket, StoredTargetConnectsAndReceiveGivesTheWaitingText) {
   EXPECT_EQ(s.RemotePort(), port);
   s.Send(u"ping");
   std::string got;
-  ASSERT_TRUE(PumpUntil(this->env.loop, [&] { return (got += this->env.PeerRead()) == "ping"; })) << got;
+  ASSERT_TRUE(PumpUntil(this->env.loop, [&] { return (got += this->env.PeerRead()) == "ping"; }))
+      << got;
   ASSERT_TRUE(this->env.PeerWrite("pong\r\n"));
   ASSERT_TRUE(PumpUntil(this->env.loop, [&] { return s.ReceiveReadyCount() == 6; }));
   EXPECT_EQ(s.ReceiveText(), u"pong\r\n");
@@ -130,7 +136,8 @@ TYPED_TEST(OutgoingSocket, StoredTargetConnectsAndReceiveGivesTheWaitingText) {
   s.Close();
   EXPECT_EQ(s.State(), kSocketClosed);
   ASSERT_TRUE(PumpUntil(this->env.loop, [&] { return this->done.size() >= 5; }));
-  EXPECT_EQ(this->done, (std::vector<int32_t>{kOpConnect, kOpSend, kOpReceive, kOpReceive, kOpClose}));
+  EXPECT_EQ(this->done,
+            (std::vector<int32_t>{kOpConnect, kOpSend, kOpReceive, kOpReceive, kOpClose}));
 }
 
 TYPED_TEST(OutgoingSocket, NamesResolveFromTheLoopAndUnknownNamesFail) {
@@ -177,8 +184,10 @@ TYPED_TEST(OutgoingSocket, BadTargetsFailAtOnce) {
   auto& s = *this->s;
   int k = 0;  // the last is an unset target: an empty host
   for (auto [host, port] : {std::pair<Variant, Variant>{Variant(u"127.0.0.1"), Variant(0)},
-                            {Variant(u"127.0.0.1"), Variant(70000)}, {Variant(u"127.0.0.1"), Variant(-1)},
-                            {Variant(u""), Variant(80)}, {kAny, kAny}}) {
+                            {Variant(u"127.0.0.1"), Variant(70000)},
+                            {Variant(u"127.0.0.1"), Variant(-1)},
+                            {Variant(u""), Variant(80)},
+                            {kAny, kAny}}) {
     SCOPED_TRACE(testing::Message() << "target " << k++);
     EXPECT_EQ(FailureOf([&] { s.Connect(host, port); }), kSockErrAddressInvalid);
     EXPECT_EQ(s.State(), kSocketClosed);

@@ -47,7 +47,9 @@ struct SimEnv {
     std::string Read() { return std::string(p->Received().begin(), p->Received().end()); }
     bool Ended() { return p->ClosedByServer() || p->Refused(); }
   };
-  std::unique_ptr<Peer> Connect(int32_t port) { return std::make_unique<Peer>(Peer{net.Connect(port)}); }
+  std::unique_ptr<Peer> Connect(int32_t port) {
+    return std::make_unique<Peer>(Peer{net.Connect(port)});
+  }
 };
 struct LinuxEnv {
   LinuxLoop loop;
@@ -64,9 +66,12 @@ struct LinuxEnv {
       for (size_t sent = 0; sent < s.size();) {
         if (std::chrono::steady_clock::now() - start > std::chrono::seconds(30)) return false;
         const ssize_t n = ::send(fd, s.data() + sent, s.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (n > 0) sent += static_cast<size_t>(n);
-        else if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) return false;
-        else loop.Pump(0.005);
+        if (n > 0)
+          sent += static_cast<size_t>(n);
+        else if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)
+          return false;
+        else
+          loop.Pump(0.005);
       }
       return true;
     }
@@ -123,7 +128,9 @@ class SocketContract : public testing::Test {
 };
 struct EnvName {
   template <class T>
-  static std::string GetName(int) { return std::is_same_v<T, SimEnv> ? "Sim" : "Linux"; }
+  static std::string GetName(int) {
+    return std::is_same_v<T, SimEnv> ? "Sim" : "Linux";
+  }
 };
 using Envs = testing::Types<SimEnv, LinuxEnv>;
 TYPED_TEST_SUITE(SocketContract, Envs, EnvName);
@@ -188,7 +195,8 @@ TYPED_TEST(SocketContract, AcceptAndReceiveReadyOncePerArrivalUntilReceive) {
   srv.take = false;
   auto dropped = env.Connect(srv.port);
   ASSERT_TRUE(PumpUntil(env.loop, [&] { return srv.handles.size() == 2 && dropped->Ended(); }));
-  EXPECT_EQ(FailureOf([&] { env.net.Create()->SetAcceptHandle(srv.handles[1]); }), kSockErrInvalidHandle);
+  EXPECT_EQ(FailureOf([&] { env.net.Create()->SetAcceptHandle(srv.handles[1]); }),
+            kSockErrInvalidHandle);
 }
 
 TYPED_TEST(SocketContract, ADoneOfTheOldConnectionNeverReachesTheNextOne) {
@@ -211,7 +219,9 @@ TYPED_TEST(SocketContract, SendReportsDoneAndCloseFromBothSides) {
   auto peer = this->Accepted();
   s.Send(Variant(Text(u"HTTP/1.0 200 OK\r\n")));  // cp1252 bytes, in order, Done(8) each
   s.Send(Variant(Text(u"caf\u00e9")));
-  EXPECT_TRUE(PumpUntil(env.loop, [&] { return peer->Read() == "HTTP/1.0 200 OK\r\ncaf\xE9" && srv.done.size() == 2; }));
+  EXPECT_TRUE(PumpUntil(env.loop, [&] {
+    return peer->Read() == "HTTP/1.0 200 OK\r\ncaf\xE9" && srv.done.size() == 2;
+  }));
   EXPECT_EQ(srv.done, (std::vector<int32_t>{kOpSend, kOpSend}));
   s.Close();  // State 1 at once, one Done(3) however often Close is called
   EXPECT_EQ(s.State(), kSocketClosed);
@@ -433,7 +443,9 @@ TEST_F(LinuxSockets, OutOfDescriptorsPausesAcceptInsteadOfSpinning) {
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
   int pumps = 0;  // 0.3 s of pumps: a listener that keeps waking them would give thousands
   auto start = std::chrono::steady_clock::now();
-  for (; pumps < 100000 && std::chrono::steady_clock::now() - start < std::chrono::milliseconds(300); ++pumps)
+  for (;
+       pumps < 100000 && std::chrono::steady_clock::now() - start < std::chrono::milliseconds(300);
+       ++pumps)
     loop.Pump(0.05);
   setrlimit(RLIMIT_NOFILE, &old);
   EXPECT_TRUE(srv.handles.empty());
@@ -539,13 +551,16 @@ TEST_F(LinuxSockets, PeerResets) {
 
 TEST_F(LinuxSockets, AddressesOfBindAndOfBothEndsAndAnIPv6Listener) {
   EXPECT_EQ(FailureOf([&] { f.Create()->Bind(kAny, 70000); }), kSockErrAddressInvalid);
-  EXPECT_EQ(FailureOf([&] { f.Create()->Bind(Variant(Text(u"not an address")), 0); }), kSockErrAddressInvalid);
+  EXPECT_EQ(FailureOf([&] { f.Create()->Bind(Variant(Text(u"not an address")), 0); }),
+            kSockErrAddressInvalid);
   auto out = f.Create();
   out->Connect(Variant(Text(u"127.0.0.1")), srv.port);
-  ASSERT_TRUE(PumpUntil(loop, [&] { return out->State() == kSocketConnected && s.State() == kSocketConnected; }));
+  ASSERT_TRUE(PumpUntil(
+      loop, [&] { return out->State() == kSocketConnected && s.State() == kSocketConnected; }));
   EXPECT_EQ(out->RemotePort(), srv.port);
   EXPECT_EQ(s.LocalPort(), srv.port);  // the accepted end shows the listener's port
-  if (!HasIPv6Loopback()) GTEST_SKIP() << "no IPv6 loopback here";  // an IPv6 listener, where ::1 exists
+  if (!HasIPv6Loopback())
+    GTEST_SKIP() << "no IPv6 loopback here";  // an IPv6 listener, where ::1 exists
   Server v6(f, 1, 0, Variant(Text(u"::1")));
   LoopbackClient c(v6.port, "::1");
   ASSERT_TRUE(c.connected);

@@ -1,4 +1,5 @@
-// The classic conversions (rounding, overflow, digits, Str/Hex/Val, IsNumeric), Format, locale readings.
+// The classic conversions (rounding, overflow, digits, Str/Hex/Val, IsNumeric), Format, locale
+// readings.
 #include "varnek/runtime/convert.h"
 #include "varnek/runtime/int16.h"
 
@@ -13,7 +14,10 @@
 namespace varnek {
 namespace {
 
-struct TextRow { Variant in; const char16_t* out; };
+struct TextRow {
+  Variant in;
+  const char16_t* out;
+};
 
 TEST(IntegerConversions, RoundHalfToEvenThenRangeCheckAndArithmeticLimits) {
   // clang-format off
@@ -65,7 +69,8 @@ TEST(CStrStrHexVal, DigitRulesLeadingBlankWidthsBySubtypeAndHexWrap) {
   // clang-format on
   for (const TextRow& r : rows) EXPECT_EQ(CStr(r.in), r.out) << "row " << &r - rows;
   EXPECT_EQ(FailureOf([] { CStr(Variant::Null()); }), 94);
-  const TextRow strs[] = {{459, u" 459"}, {-459.65, u"-459.65"}, {0.12, u" .12"}, {-0.5, u"-.5"}, {0, u" 0"}};
+  const TextRow strs[] = {
+      {459, u" 459"}, {-459.65, u"-459.65"}, {0.12, u" .12"}, {-0.5, u"-.5"}, {0, u" 0"}};
   for (const TextRow& r : strs) EXPECT_EQ(Str(r.in), r.out) << "row " << &r - strs;
   // the width follows the subtype: an int that fits is Integer
   // clang-format off
@@ -89,10 +94,14 @@ TEST(CStrStrHexVal, DigitRulesLeadingBlankWidthsBySubtypeAndHexWrap) {
   EXPECT_EQ(FailureOf([] { Val(u"50.5%"); }), 13);
 }
 
-struct FormatRow { Variant in; const char16_t *pattern, *out; };
+struct FormatRow {
+  Variant in;
+  const char16_t *pattern, *out;
+};
 
 void ExpectFormats(std::initializer_list<FormatRow> rows) {
-  for (const FormatRow& r : rows) EXPECT_EQ(Format(r.in, r.pattern), r.out) << TextToUtf8(r.pattern);
+  for (const FormatRow& r : rows)
+    EXPECT_EQ(Format(r.in, r.pattern), r.out) << TextToUtf8(r.pattern);
 }
 
 TEST(Format, DateTokensTheMinuteRuleAndNumberPlaceholders) {
@@ -137,21 +146,24 @@ TEST(Conversions, IsNumericCBoolCCurIntFix) {
   for (const char16_t* yes : {u"53", u"459.95", u" -1 ", u"1e3", u"&HFF", u"+.5", u"5."}) {
     EXPECT_TRUE(IsNumeric(Variant(yes))) << TextToUtf8(yes);
   }
-  for (const char16_t* no : {u"45 Help", u"rwrf", u"", u".", u"-", u"1e", u"2004-03-07", u"&H", u"&HG",
-                             u"1,5"}) {  // no thousands separator in "C"
+  for (const char16_t* no : {u"45 Help", u"rwrf", u"", u".", u"-", u"1e", u"2004-03-07", u"&H",
+                             u"&HG", u"1,5"}) {  // no thousands separator in "C"
     EXPECT_FALSE(IsNumeric(Variant(no))) << TextToUtf8(no);
   }
   EXPECT_TRUE(IsNumeric(Variant()) && IsNumeric(Variant(true)));
   EXPECT_FALSE(IsNumeric(Variant::Null()) || IsNumeric(Variant(Date{1})));
 
-  for (Variant yes : {Variant(u"TRUE"), Variant(u"-2"), Variant(0.1)}) EXPECT_TRUE(CBool(yes)) << yes.ToUtf8();
+  for (Variant yes : {Variant(u"TRUE"), Variant(u"-2"), Variant(0.1)})
+    EXPECT_TRUE(CBool(yes)) << yes.ToUtf8();
   EXPECT_FALSE(CBool(Variant(u"false")) || CBool(Variant()));
 
   EXPECT_EQ(CCur(Variant(1.23456)).scaled, 12346);
   EXPECT_EQ(CCur(Variant(1.00005)).scaled, 10000);  // tie to even at 4 decimals
   EXPECT_EQ(CCur(Variant(1.00015)).scaled, 10002);
-  ExpectFailures({{13, [] { CBool(Variant(u"yes")); }}, {94, [] { CBool(Variant::Null()); }},
-                  {6, [] { CCur(Variant(1e16)); }}, {6, [] { CSng(Variant(1e300)); }}});
+  ExpectFailures({{13, [] { CBool(Variant(u"yes")); }},
+                  {94, [] { CBool(Variant::Null()); }},
+                  {6, [] { CCur(Variant(1e16)); }},
+                  {6, [] { CSng(Variant(1e300)); }}});
 
   EXPECT_EQ(Int(Variant(-1.99)).RawDouble(), -2);
   EXPECT_EQ(Fix(Variant(-1.99)).RawDouble(), -1);
@@ -190,7 +202,8 @@ TEST(Locale, GermanMarksAndDayMonthOrder) {
 }
 
 struct PatternLocale : ClassicLocaleSource {
-  explicit PatternLocale(std::string p) : pattern(std::move(p)), before(InstallLocaleSource(this)) {}
+  explicit PatternLocale(std::string p)
+      : pattern(std::move(p)), before(InstallLocaleSource(this)) {}
   ~PatternLocale() override { InstallLocaleSource(before); }
   std::string ShortDatePattern() override { return pattern; }
   std::string pattern;

@@ -27,7 +27,8 @@ TEST(DateSerial, NormalisingTwoDigitYearsPartsAndNegativeDates) {
   EXPECT_EQ(DateToHostText(TimeSerial(25, 2, 1)), u"1899-12-31 01:02:01");
   // a negative time is the previous day's hour, kept as a positive fraction
   EXPECT_EQ(DateToHostText(TimeSerial(-1, 0, 0)), u"1899-12-29 23:00:00");
-  ExpectFailures({{5, [] { DateSerial(10000, 1, 1); }}, {5, [] { DateSerial(100, 1, 0); }},
+  ExpectFailures({{5, [] { DateSerial(10000, 1, 1); }},
+                  {5, [] { DateSerial(100, 1, 0); }},
                   {5, [] { TimeSerial(24 * 3000000, 0, 0); }}});
   double d = DateFromParts(2004, 3, 7, 14, 5, 9);
   EXPECT_EQ(Year(d) * 10000 + Month(d) * 100 + Day(d), 20040307);
@@ -37,12 +38,18 @@ TEST(DateSerial, NormalisingTwoDigitYearsPartsAndNegativeDates) {
   EXPECT_EQ(Weekday(-1), 6);
   EXPECT_EQ(DateFromParts(1899, 12, 29, 6, 0, 0), -1.25);
   // the whole days count back, the fraction is still the time; rounding to the second carries
-  struct HostRow { double serial; const char16_t* text; };
-  const HostRow hosts[] = {{-49192.24, u"1765-04-24 05:45:36"}, {-1.25, u"1899-12-29 06:00:00"},
-                           {2958465.99, u"9999-12-31 23:45:36"}, {-657434.5, u"0100-01-01 12:00:00"},
+  struct HostRow {
+    double serial;
+    const char16_t* text;
+  };
+  const HostRow hosts[] = {{-49192.24, u"1765-04-24 05:45:36"},
+                           {-1.25, u"1899-12-29 06:00:00"},
+                           {2958465.99, u"9999-12-31 23:45:36"},
+                           {-657434.5, u"0100-01-01 12:00:00"},
                            {0.9999999, u"1899-12-31 00:00:00"}};
   for (const HostRow& r : hosts) EXPECT_EQ(DateToHostText(r.serial), r.text) << r.serial;
-  ExpectFailures({{6, [] { Year(2958466.0); }}, {6, [] { DateToHostText(1e300); }},
+  ExpectFailures({{6, [] { Year(2958466.0); }},
+                  {6, [] { DateToHostText(1e300); }},
                   {5, [] { DateAdd(u"d", 1, 2958465.5); }}});
 }
 
@@ -59,13 +66,16 @@ TEST(DateAddDiff, MonthEndsBoundariesAndIntervals) {
                          {u"D", 2.5, D(2000, 1, 1), D(2000, 1, 3)}, {u"y", 1, 0, 1},
                          {u"w", 1, 0, 1}};
   // clang-format on
-  for (const AddRow& r : adds) EXPECT_EQ(DateAdd(r.interval, r.number, r.date), r.want) << "row " << &r - adds;
-  EXPECT_EQ(DateToHostText(DateAdd(u"h", 25, DateSerial(2000, 1, 1) + 0.5)), u"2000-01-02 13:00:00");
+  for (const AddRow& r : adds)
+    EXPECT_EQ(DateAdd(r.interval, r.number, r.date), r.want) << "row " << &r - adds;
+  EXPECT_EQ(DateToHostText(DateAdd(u"h", 25, DateSerial(2000, 1, 1) + 0.5)),
+            u"2000-01-02 13:00:00");
   EXPECT_EQ(DateToHostText(DateAdd(u"n", -1, DateSerial(2000, 1, 1))), u"1999-12-31 23:59:00");
   // time of day survives a month step, also on negative dates
   EXPECT_EQ(DateToHostText(DateAdd(u"m", 1, -1.25)), u"1900-01-29 06:00:00");
   EXPECT_EQ(DateToHostText(DateAdd(u"d", -1, 0.25)), u"1899-12-29 06:00:00");
-  ExpectFailures({{5, [] { DateAdd(u"k", 1, 0); }}, {5, [] { DateAdd(u"yyyy", -1900, 0); }},
+  ExpectFailures({{5, [] { DateAdd(u"k", 1, 0); }},
+                  {5, [] { DateAdd(u"yyyy", -1900, 0); }},
                   {5, [] { DateDiff(u"x", 0, 1); }}});
 
   double sat = D(2004, 3, 6), sun = D(2004, 3, 7);
@@ -84,7 +94,8 @@ TEST(DateAddDiff, MonthEndsBoundariesAndIntervals) {
       {u"w", sat + 13, sat, -1},
       {u"h", -1.25, 0.25, 24}};  // across the negative boundary the linear value counts
   // clang-format on
-  for (const Row& r : rows) EXPECT_EQ(DateDiff(r.interval, r.from, r.to), r.want) << "row " << &r - rows;
+  for (const Row& r : rows)
+    EXPECT_EQ(DateDiff(r.interval, r.from, r.to), r.want) << "row " << &r - rows;
 }
 
 TEST(DateText, IsDateAndCDateReadings) {
@@ -107,9 +118,10 @@ TEST(DateText, IsDateAndCDateReadings) {
   for (const char16_t* yes : {u"04/28/2014", u"23:59:59", u"0:00", u"2/29/2000"}) {
     EXPECT_TRUE(IsDate(Variant(yes))) << TextToUtf8(yes);
   }
-  for (const char16_t* no : {u"", u"True", u"4", u"24:00", u"0:60", u"nonsense", u"13/32/2014", u"7 Mars 2004",
-                             u"31 Feb 2004", u"Mar 2004", u"04.28.2014", u"2013-05-14 02:04:12.017",
-                             u"2/29/2001", u"2004-03-07 25:00", u"1:2:3:4"}) {
+  for (const char16_t* no :
+       {u"", u"True", u"4", u"24:00", u"0:60", u"nonsense", u"13/32/2014", u"7 Mars 2004",
+        u"31 Feb 2004", u"Mar 2004", u"04.28.2014", u"2013-05-14 02:04:12.017", u"2/29/2001",
+        u"2004-03-07 25:00", u"1:2:3:4"}) {
     EXPECT_FALSE(IsDate(Variant(no))) << TextToUtf8(no);
   }
   ExpectFailures({{13, [] { CDate(Variant(u"nonsense")); }}, {94, [] { CDate(Variant::Null()); }}});

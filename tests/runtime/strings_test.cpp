@@ -36,18 +36,21 @@ TEST(Cp1252, EveryByteRoundTripsAndCaseMapsWithinItsPairUtf8Replaces) {
   EXPECT_FALSE(UnitHasByte(u'\u0080'));
   EXPECT_EQ(UnitToByte(u'\u0080'), 63);
   EXPECT_EQ(TextToBytes(u"a\u4E2Db"), "a?b");
-  // cp1252 letters, Latin Extended-A pairs of both parities, Greek and Cyrillic; non-letters (signs, sharp s) stay
+  // cp1252 letters, Latin Extended-A pairs of both parities, Greek and Cyrillic; non-letters
+  // (signs, sharp s) stay
   using P = std::pair<Text, Text>;
-  for (auto [lower, upper] : {P{u"abc\u00E9\u00FF\u0161\u0153\u017E", u"ABC\u00C9\u0178\u0160\u0152\u017D"},
-                              P{u"\u0101\u013A\u017A\u03B1\u0436\u0451", u"\u0100\u0139\u0179\u0391\u0416\u0401"},
-                              P{u"\u00F7\u00D7\u00DF1[]@", u"\u00F7\u00D7\u00DF1[]@"}}) {
+  for (auto [lower, upper] :
+       {P{u"abc\u00E9\u00FF\u0161\u0153\u017E", u"ABC\u00C9\u0178\u0160\u0152\u017D"},
+        P{u"\u0101\u013A\u017A\u03B1\u0436\u0451", u"\u0100\u0139\u0179\u0391\u0416\u0401"},
+        P{u"\u00F7\u00D7\u00DF1[]@", u"\u00F7\u00D7\u00DF1[]@"}}) {
     EXPECT_EQ(UCase(lower), upper) << TextToUtf8(lower);
     EXPECT_EQ(LCase(upper), lower) << TextToUtf8(upper);
   }
   EXPECT_EQ(Utf8ToText("caf\xC3\xA9\xF0\x9F\x98\x80"), u"caf\u00E9\U0001F600");
   EXPECT_EQ(TextToUtf8(u"\u00E9\U0001F600"), "\xC3\xA9\xF0\x9F\x98\x80");
   // invalid input: stray continuation, overlong, encoded surrogate, truncated
-  EXPECT_EQ(Utf8ToText("a\x80z|\xC0\xAF|\xED\xA0\x80|x\xE2\x82"), u"a\uFFFDz|\uFFFD|\uFFFD|x\uFFFD");
+  EXPECT_EQ(Utf8ToText("a\x80z|\xC0\xAF|\xED\xA0\x80|x\xE2\x82"),
+            u"a\uFFFDz|\uFFFD|\uFFFD|x\uFFFD");
   // a lone surrogate never leaves as is
   EXPECT_EQ(TextToUtf8(Text(1, char16_t{0xD800})), "\xEF\xBF\xBD");
 }
@@ -59,7 +62,9 @@ TEST(MidInStr, EdgesStartsEmptiesAndModes) {
   EXPECT_EQ(Left(u"test", 10), u"test");
   EXPECT_EQ(Right(u"test", 2), u"st");
   EXPECT_EQ(Right(u"test", 9), u"test");
-  ExpectFailures({{5, [] { Mid(u"test", 0, 3); }}, {5, [] { Mid(u"test", 1, -1); }}, {5, [] { Right(u"test", -1); }},
+  ExpectFailures({{5, [] { Mid(u"test", 0, 3); }},
+                  {5, [] { Mid(u"test", 1, -1); }},
+                  {5, [] { Right(u"test", -1); }},
                   {5, [] { Left(u"test", -1); }}});
   Text s = u"abcdef";
   MidAssign(s, 2, -1, u"XYZ");
@@ -77,15 +82,18 @@ TEST(MidInStr, EdgesStartsEmptiesAndModes) {
                       {1, u"abcABC", u"aB", T, 1}, {1, u"abcABC", u"aB", B, 0},
                       {1, u"xx\u00C9t\u00E9", u"\u00E9T", T, 3}};
   // clang-format on
-  for (const Row& r : rows) EXPECT_EQ(InStr(r.start, r.s, r.find, r.mode), r.want) << "row " << &r - rows;
+  for (const Row& r : rows)
+    EXPECT_EQ(InStr(r.start, r.s, r.find, r.mode), r.want) << "row " << &r - rows;
   // InStrRev: a match must end at or before start
   // clang-format off
   const Row rev[] = {{-1, u"abcabc", u"bc", B, 5}, {4, u"abcabc", u"bc", B, 2},
                      {2, u"abcabc", u"bc", B, 0}, {-1, u"abcabc", u"BC", T, 5},
                      {2, u"abc", u"", B, 2}, {9, u"abc", u"a", B, 0}};
   // clang-format on
-  for (const Row& r : rev) EXPECT_EQ(InStrRev(r.s, r.find, r.start, r.mode), r.want) << "row " << &r - rev;
-  ExpectFailures({{5, [] { InStr(-20, u"abcd", u"abcd", CompareMode::TextCompare); }}, {5, [] { InStrRev(u"abc", u"a", 0); }},
+  for (const Row& r : rev)
+    EXPECT_EQ(InStrRev(r.s, r.find, r.start, r.mode), r.want) << "row " << &r - rev;
+  ExpectFailures({{5, [] { InStr(-20, u"abcd", u"abcd", CompareMode::TextCompare); }},
+                  {5, [] { InStrRev(u"abc", u"a", 0); }},
                   {5, [] { InStr(2, u"abcd", u"x", static_cast<CompareMode>(10)); }}});
 }
 
@@ -96,14 +104,16 @@ TEST(ReplaceSplitTrimChr, StartCountEmptyCasesAndRanges) {
   EXPECT_EQ(Replace(u"abc", u"", u"-"), u"abc");
   EXPECT_EQ(Replace(u"abc", u"b", u"-", 4), u"");
   EXPECT_EQ(Replace(u"aaa", u"aa", u"b"), u"ba");
-  ExpectFailures({{5, [] { Replace(u"abc", u"b", u"", 0); }}, {5, [] { Replace(u"abc", u"b", u"", 1, -2); }}});
+  ExpectFailures(
+      {{5, [] { Replace(u"abc", u"b", u"", 0); }}, {5, [] { Replace(u"abc", u"b", u"", 1, -2); }}});
   EXPECT_EQ(Split(u"a b  c"), (std::vector<Text>{u"a", u"b", u"", u"c"}));
   EXPECT_EQ(Split(u"a,b,c", u",", 2), (std::vector<Text>{u"a", u"b,c"}));
   EXPECT_EQ(Split(u"a,b,", u","), (std::vector<Text>{u"a", u"b", u""}));
   EXPECT_TRUE(Split(u"").empty());
   EXPECT_TRUE(Split(u"a b", u" ", 0).empty());
   EXPECT_EQ(Split(u"a b", u""), (std::vector<Text>{u"a b"}));
-  EXPECT_EQ(Split(u"aXbxc", u"x", -1, CompareMode::TextCompare), (std::vector<Text>{u"a", u"b", u"c"}));
+  EXPECT_EQ(Split(u"aXbxc", u"x", -1, CompareMode::TextCompare),
+            (std::vector<Text>{u"a", u"b", u"c"}));
   EXPECT_EQ(Join({u"a", u"", u"c"}, u"--"), u"a----c");
   EXPECT_EQ(Trim(u"\tx "), u"\tx");  // blanks only
   EXPECT_EQ(Trim(u"\u00A0a\u00A0"), u"\u00A0a\u00A0");
@@ -130,10 +140,13 @@ TEST(CompareVariants, MixedSubtypesEmptyAndNull) {
   for (const Row& r : rows) EXPECT_EQ(CompareVariants(r.a, r.b), r.want) << "row " << &r - rows;
   EXPECT_NE(CompareVariants(Variant(0.1 + 0.2), Variant(0.3)), 0);
   // Null gives no answer, and an If reads it as False
-  EXPECT_FALSE(CompareVariants(Variant::Null(), Variant(1)) || CompareVariants(Variant(0), Variant::Null()));
-  EXPECT_FALSE(VariantEqual(Variant::Null(), Variant::Null()) || VariantLess(Variant::Null(), Variant(1)));
+  EXPECT_FALSE(CompareVariants(Variant::Null(), Variant(1)) ||
+               CompareVariants(Variant(0), Variant::Null()));
+  EXPECT_FALSE(VariantEqual(Variant::Null(), Variant::Null()) ||
+               VariantLess(Variant::Null(), Variant(1)));
   EXPECT_TRUE(VariantEqual(Variant(u"ABC"), Variant(u"abc"), CompareMode::TextCompare));
-  EXPECT_EQ(FailureOf([] { CompareVariants(Variant(1), Variant(std::make_shared<Object>())); }), 13);
+  EXPECT_EQ(FailureOf([] { CompareVariants(Variant(1), Variant(std::make_shared<Object>())); }),
+            13);
 }
 
 TEST(StrCompConcat, BinaryByCodeUnitTextBesideTheBaseLetter) {
@@ -174,7 +187,8 @@ TEST(Like, WildcardsBracketsAndCaseByMode) {
   // clang-format on
   for (const Row& r : rows) EXPECT_EQ(Like(r.s, r.p, r.mode), r.want) << "row " << &r - rows;
   // an unclosed "[" and a descending range fail
-  ExpectFailures({{93, [] { Like(u"a[xyz", u"a[*"); }}, {93, [] { Like(u"b", u"[Z-A]"); }},
+  ExpectFailures({{93, [] { Like(u"a[xyz", u"a[*"); }},
+                  {93, [] { Like(u"b", u"[Z-A]"); }},
                   {93, [] { Like(u"m", u"[a-Z]"); }}});
 }
 
@@ -185,7 +199,8 @@ TEST(Like, ManyStarsStayFast) {
   auto begin = std::chrono::steady_clock::now();
   EXPECT_FALSE(Like(text, pattern));
   EXPECT_TRUE(Like(text + u"b", pattern));
-  auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
+  auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                  begin);
   EXPECT_LT(ms.count(), 2000);
 }
 

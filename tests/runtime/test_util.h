@@ -25,7 +25,8 @@ int FailureOf(F&& f) {
   return 0;
 }
 
-// Each call must raise the failure number beside it; a report names the caller's line and the call's place.
+// Each call must raise the failure number beside it; a report names the caller's line and the
+// call's place.
 struct FailingCall {
   int number;
   std::function<void()> call;

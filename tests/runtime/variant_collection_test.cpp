@@ -18,12 +18,15 @@ TEST(Variant, SubtypesRawAccessAndArrays) {
   EXPECT_EQ(Variant(uint32_t{4294967295u}).Type(), VarType::Double);
   EXPECT_EQ(Variant("caf\xC3\xA9").RawString(), u"caf\u00E9");  // host text is UTF-8
   // raw access checks the subtype; objects fail as the classic runtime does
-  ExpectFailures({{13, [] { Variant(1).RawLong(); }}, {424, [] { Variant().ObjectAs<Collection>(); }},
+  ExpectFailures({{13, [] { Variant(1).RawLong(); }},
+                  {424, [] { Variant().ObjectAs<Collection>(); }},
                   {13, [] { Variant(std::make_shared<Object>()).ObjectAs<Collection>(); }}});
   // arrays: bounds fail with 9; growing the last dimension keeps every item at its subscripts
   auto arr = VariantArray::OneDim(1, 3);
   arr->At({1}) = Variant(u"a");
-  ExpectFailures({{9, [&] { arr->At({0}); }}, {9, [&] { arr->At({4}); }}, {9, [&] { arr->At({1, 1}); }}});
+  ExpectFailures({{9, [&] { arr->At({0}); }}, {9, [&] { arr->At({4}); }}, {9, [&] {
+                                                                             arr->At({1, 1});
+                                                                           }}});
   arr->ResizeLast(5);
   EXPECT_EQ(CStr(arr->At({1})), u"a");
   EXPECT_TRUE(arr->At({5}).IsEmpty());
@@ -49,7 +52,9 @@ TEST(Collection, PositionsKeysAndFailures) {
   EXPECT_EQ(c->KeyAt(1), Text(u"First"));
   EXPECT_FALSE(c->KeyAt(2).has_value());
 
-  ExpectFailures({{9, [&] { c->Item(0); }}, {9, [&] { c->Item(5); }}, {5, [&] { c->Item(Variant(u"nokey")); }},
+  ExpectFailures({{9, [&] { c->Item(0); }},
+                  {9, [&] { c->Item(5); }},
+                  {5, [&] { c->Item(Variant(u"nokey")); }},
                   {457, [&] { c->Add(Variant(1), Variant(u"FiRsT")); }},
                   {9, [&] { c->Add(Variant(1), Variant::Missing(), Variant(9)); }},
                   {5, [&] { c->Add(Variant(1), Variant::Missing(), Variant(1), Variant(1)); }},
@@ -82,7 +87,8 @@ TEST(Collection, MatchesAPlainListUnderRandomEdits) {
   auto expect_same = [&](const Collection& col, const std::vector<Plain>& ref, int step) {
     ASSERT_EQ(static_cast<size_t>(col.Count()), ref.size()) << step;
     for (size_t i = 0; i < ref.size(); ++i) {
-      ASSERT_EQ(CStr(col.Item(static_cast<int32_t>(i + 1))), CStr(ref[i].value)) << step << " at " << i;
+      ASSERT_EQ(CStr(col.Item(static_cast<int32_t>(i + 1))), CStr(ref[i].value))
+          << step << " at " << i;
       ASSERT_EQ(col.KeyAt(static_cast<int32_t>(i + 1)), ref[i].key) << step << " at " << i;
     }
   };
@@ -96,7 +102,8 @@ TEST(Collection, MatchesAPlainListUnderRandomEdits) {
       if (at == plain.size()) {
         c->Add(p.value, p.key ? Variant(*p.key) : Variant::Missing());
       } else {
-        c->Add(p.value, p.key ? Variant(*p.key) : Variant::Missing(), Variant(static_cast<int32_t>(at + 1)));
+        c->Add(p.value, p.key ? Variant(*p.key) : Variant::Missing(),
+               Variant(static_cast<int32_t>(at + 1)));
       }
       plain.insert(plain.begin() + static_cast<std::ptrdiff_t>(at), p);
     } else {
@@ -125,7 +132,13 @@ TEST(Failure, TextAndModes) {
   EXPECT_FALSE(Resume([&] { Fail(13); }));
   EXPECT_TRUE(Resume([&] { ++steps; }));
   auto note = [&](const RuntimeError& e) { last = e.number(); };
-  EXPECT_FALSE(Guarded([&] { ++steps; CInt(Variant(1e9)); ++steps; }, note));
+  EXPECT_FALSE(Guarded(
+      [&] {
+        ++steps;
+        CInt(Variant(1e9));
+        ++steps;
+      },
+      note));
   EXPECT_EQ(steps, 2);
   EXPECT_EQ(last, 6);
   // programming errors pass

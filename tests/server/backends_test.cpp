@@ -58,7 +58,8 @@ class SimHost {
           answers[k] = {TextToBytes(peers[k]->Received()), sim_.loop.Elapsed() - start};
         }
       }
-      if (std::all_of(answers.begin(), answers.end(), [](const Answer& a) { return a.at >= 0; })) break;
+      if (std::all_of(answers.begin(), answers.end(), [](const Answer& a) { return a.at >= 0; }))
+        break;
     }
     return answers;
   }
@@ -71,7 +72,8 @@ class SimHost {
 template <class Loop>
 class RealHost {
  public:
-  explicit RealHost(std::unique_ptr<Loop> loop) : loop_(std::move(loop)), platform_(LinuxPlatformOn(*loop_)) {}
+  explicit RealHost(std::unique_ptr<Loop> loop)
+      : loop_(std::move(loop)), platform_(LinuxPlatformOn(*loop_)) {}
   virtual ~RealHost() = default;
   Platform& platform() { return platform_; }
   HostLoop& loop() { return *loop_; }
@@ -82,7 +84,8 @@ class RealHost {
 
   std::vector<Answer> Exchange(const std::vector<std::string>& requests, HostCall call = {}) {
     const auto start = SteadyClock::now();
-    auto clients = std::async(std::launch::async, [&] { return ExchangeAtOnce(port, requests, 30); });
+    auto clients =
+        std::async(std::launch::async, [&] { return ExchangeAtOnce(port, requests, 30); });
     if (call.fn) Schedule(std::move(call));
     while (clients.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
       Step();
@@ -122,7 +125,8 @@ class GLibHost : public RealHost<GLibLoop> {
       : RealHost(std::make_unique<GLibLoop>(context, mode)), context_(context) {
     // The host's own timer: no iteration blocks longer than its period.
     tick_ = g_timeout_source_new(20);
-    g_source_set_callback(tick_, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr, nullptr);
+    g_source_set_callback(
+        tick_, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr, nullptr);
     g_source_attach(tick_, context_);
   }
   ~GLibHost() override {
@@ -156,7 +160,8 @@ template <class Host>
 class ServerOnBackend : public ::testing::Test {
  protected:
   // Each test runs in both loop modes; `body` gets a started server.
-  void ForBothModes(const std::function<void(Host&, std::unique_ptr<HTTPServer>&, LoopMode)>& body) {
+  void ForBothModes(
+      const std::function<void(Host&, std::unique_ptr<HTTPServer>&, LoopMode)>& body) {
     for (LoopMode mode : {LoopMode::kStrands, LoopMode::kOneStack}) {
       SCOPED_TRACE(mode == LoopMode::kStrands ? "strands" : "one stack");
       auto host = std::make_unique<Host>(mode);
@@ -233,7 +238,8 @@ TYPED_TEST(ServerOnBackend, SimultaneousGetsAreAllAnsweredEachOnItsStrandOrNeste
 TYPED_TEST(ServerOnBackend, AWaitingHandlerHoldsOnlyItsOwnConnection) {
   this->ForBothModes([](TypeParam& host, std::unique_ptr<HTTPServer>& server, LoopMode mode) {
     AnswerPages(server);
-    const auto answers = host.Exchange({"GET /slow HTTP/1.0\r\n\r\n", "GET /fast HTTP/1.0\r\n\r\n"});
+    const auto answers =
+        host.Exchange({"GET /slow HTTP/1.0\r\n\r\n", "GET /fast HTTP/1.0\r\n\r\n"});
     ASSERT_EQ(answers.size(), 2u);
     EXPECT_NE(answers[0].text.find("page /slow/"), std::string::npos);
     EXPECT_NE(answers[1].text.find("page /fast/"), std::string::npos);
@@ -249,7 +255,8 @@ TYPED_TEST(ServerOnBackend, DestroyingTheServerInAHostCallbackWhileAHandlerWaits
   this->ForBothModes([](TypeParam& host, std::unique_ptr<HTTPServer>& server, LoopMode) {
     AnswerPages(server);
     // The host's own callback ends the server 1 s into the slow page's pause.
-    const auto answers = host.Exchange({"GET /slow HTTP/1.0\r\n\r\n"}, HostCall{1.0, [&] { server.reset(); }});
+    const auto answers =
+        host.Exchange({"GET /slow HTTP/1.0\r\n\r\n"}, HostCall{1.0, [&] { server.reset(); }});
     ASSERT_EQ(answers.size(), 1u);
     EXPECT_FALSE(server);
     EXPECT_GE(answers[0].at, 0);  // the connection ended, within the limit

@@ -55,15 +55,16 @@ TEST_P(BuildersTest, PageFrameAndErrorPages) {
   EXPECT_EQ(Utf8(server->http_ErrorResponse(e503_ServiceUnavailable)),
             Utf8(server->html_GenericStart(u"HTTP  503 Error")) + Utf8(server->html_GenericEnd()));
   EXPECT_EQ(Utf8(server->http_ErrorResponse(e404_NotFound)).find("cannot be found"),
-            std::string::npos) << "the generic page for 404 is not the 404 page";
+            std::string::npos)
+      << "the generic page for 404 is not the 404 page";
   // The 404 answer: its Content-Length counts the page, not the head.
   const std::string page404 = Utf8(server->html_404error());
   const size_t blank = page404.find("\r\n\r\n");
   ASSERT_NE(blank, std::string::npos);
   const std::string body = page404.substr(blank + 4);
-  EXPECT_EQ(page404.substr(0, blank + 4), "HTTP/1.0 404\r\nServer: Varnek\r\nContent-Length: " +
-                                              std::to_string(body.size()) +
-                                              "\r\nContent-Type: text/html\r\n\r\n");
+  EXPECT_EQ(page404.substr(0, blank + 4),
+            "HTTP/1.0 404\r\nServer: Varnek\r\nContent-Length: " + std::to_string(body.size()) +
+                "\r\nContent-Type: text/html\r\n\r\n");
   EXPECT_EQ(body.rfind("<html>\r\n\r\n<head>\r\n", 0), 0u);
   EXPECT_NE(body.find("color=\"#FF0000\">The\r\n  page cannot be found </font></b></font></p>\r\n"),
             std::string::npos);
@@ -81,7 +82,8 @@ TEST_P(BuildersTest, RetrieveHeaderBuildsTheRequestWithTheListenersAddress) {
   };
   net.SetLocalAddress(u"10.0.0.7");  // the host line names the listener's local address
   expect(u"/index.html", "/index.html", "10.0.0.7");
-  net.SetLocalAddress(u"::1");  // the page goes in as it is: no encoding, blanks and all; an empty one too
+  net.SetLocalAddress(
+      u"::1");  // the page goes in as it is: no encoding, blanks and all; an empty one too
   expect(u"/a b?x=%20&y", "/a b?x=%20&y", "::1");
   expect(u"", "", "::1");
   Start();  // a started server gives the same text: it touches no connection
@@ -114,7 +116,7 @@ TEST_P(AccessTablesTest, UserListPositionsAndLookup) {
 
 TEST_P(AccessTablesTest, SecurePathsArePrefixPatterns) {
   server->SecurePathAdd(u"/admin");
-  server->SecurePathAdd(u"/r[");  // a broken pattern fails only its own entry
+  server->SecurePathAdd(u"/r[");   // a broken pattern fails only its own entry
   server->SecurePathAdd(u"/v#/");  // "#" stands for a digit
   // Prefix without regard to case, and with no directory boundary.
   for (const char16_t* in : {u"/ADMIN/x", u"/administrator/", u"/v2/x"}) {

@@ -20,8 +20,8 @@ class ChatChannelsTest : public ServerFixture {
     };
     // "/chat" opens a channel; "/hold" is a page of another host that keeps
     // its connection open and reads it with Proceso_Receive itself.
-    server->GETReceived = [this](Variant& url, Variant&, Variant&, Variant& response,
-                                 Variant& idx, Collection&, Collection&) {
+    server->GETReceived = [this](Variant& url, Variant&, Variant&, Variant& response, Variant& idx,
+                                 Collection&, Collection&) {
       if (url.ToText() == u"/chat/") {
         response = chats.Open(idx.ToInteger());
         opened_at = sim.loop.Elapsed();

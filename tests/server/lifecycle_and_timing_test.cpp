@@ -103,13 +103,13 @@ TEST_P(ConnectionTest, OneGetReportsInNestingOrder) {
   ASSERT_TRUE(peer->ClosedByServer());
   std::erase_if(reports, [](const std::string& r) { return r.rfind("Watchdog", 0) == 0; });
   // Done of Send and Close run inside the pauses of Receive's handler.
-  EXPECT_EQ(reports, (Strings{"Server - Solicitud Handle " + std::to_string(peer->Handle()),
-                              "Server - Asignando el motor 1",
-                              "Internal (1) - Procesando string recibido: "
-                              "GET / HTTP/1.0«CR»«LF»«CR»«LF»",
-                              "Evento (1)- Done:Send Now:Closed",
-                              "Evento (1)- Done:Close Now:Closed",
-                              "Evento (1)- Done:Receive Now:Closed"}));
+  EXPECT_EQ(reports,
+            (Strings{"Server - Solicitud Handle " + std::to_string(peer->Handle()),
+                     "Server - Asignando el motor 1",
+                     "Internal (1) - Procesando string recibido: "
+                     "GET / HTTP/1.0«CR»«LF»«CR»«LF»",
+                     "Evento (1)- Done:Send Now:Closed", "Evento (1)- Done:Close Now:Closed",
+                     "Evento (1)- Done:Receive Now:Closed"}));
   EXPECT_EQ(peer->Received().substr(0, 13), u"HTTP/1.0 404\r");
 }
 
@@ -300,7 +300,6 @@ TEST_P(ConnectionTest, CloseThatNeverFinishesEndsTheWaitAfterTenSeconds) {
   sim.loop.RunFor(3);
   EXPECT_EQ(Utf8(second->Received()), "slot 2");
 }
-
 
 VARNEK_BOTH_LOOP_MODES(LifecycleTest);
 VARNEK_BOTH_LOOP_MODES(ConnectionTest);

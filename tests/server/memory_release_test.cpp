@@ -39,7 +39,8 @@ TEST_P(MemoryRelease, RestartGivesEverySlotEmptyArraysUpToTheNewCount) {
     server->ServerOpen(true);
     for (int32_t i = 0; i <= slots; ++i) {
       EXPECT_FALSE(server->Proceso_KeepOpen(Variant::Long(i))) << slots << " slots, slot " << i;
-      EXPECT_EQ(Utf8(server->Proceso_Receive(Variant::Long(i))), "") << slots << " slots, slot " << i;
+      EXPECT_EQ(Utf8(server->Proceso_Receive(Variant::Long(i))), "")
+          << slots << " slots, slot " << i;
     }
     server->Proceso_KeepOpen(Variant::Long(slots), true);  // left set for the next round
   }

@@ -125,8 +125,8 @@ TEST_P(RequestTest, SecuredPathsNeedKnownCredentials) {
   const std::string page = TextToBytes(server->http_ErrorResponse(401).ToText());
   EXPECT_EQ(Exchange("GET /admin/x HTTP/1.0\r\n\r\n"),
             "HTTP/1.0 401\r\nWWW-Authenticate: Basic realm = /admin/x/\r\nServer: Varnek\r\n"
-            "Content-Length: " + std::to_string(page.size()) +
-                "\r\nContent-Type: text/html\r\n\r\n" + page);
+            "Content-Length: " +
+                std::to_string(page.size()) + "\r\nContent-Type: text/html\r\n\r\n" + page);
   EXPECT_TRUE(seen.empty()) << "a refused request never reaches the host";
   {  // a CR LF decoded from the path stays inside the realm line
     const std::string head =
@@ -137,11 +137,11 @@ TEST_P(RequestTest, SecuredPathsNeedKnownCredentials) {
     EXPECT_EQ(got.substr(0, head.size()), head);
   }
   const std::pair<const char*, const char*> rows[] = {
-      {"Basic VVNFUjpQQVNT", "ok"},       // "USER:PASS" passes for "user:pass"
-      {"Whatever dXNlcjpwYXNz", "ok"},    // the scheme word is not compared
-      {"dXNlcjpwYXNz", "ok"},             // no blank: the whole value is the credentials
+      {"Basic VVNFUjpQQVNT", "ok"},     // "USER:PASS" passes for "user:pass"
+      {"Whatever dXNlcjpwYXNz", "ok"},  // the scheme word is not compared
+      {"dXNlcjpwYXNz", "ok"},           // no blank: the whole value is the credentials
       {"Basic d3Jvbmc6eA==\r\nAuthorization: Basic dXNlcjpwYXNz", "HTTP/1.0 401"},  // first decides
-      {"Basic %%%", "HTTP/1.0 401"},      // broken Base64 finds no user
+      {"Basic %%%", "HTTP/1.0 401"},  // broken Base64 finds no user
   };
   for (const auto& [auth, start] : rows) {
     const std::string got =
@@ -150,8 +150,7 @@ TEST_P(RequestTest, SecuredPathsNeedKnownCredentials) {
   }
   EXPECT_EQ(Exchange("GET /public HTTP/1.0\r\n\r\n"), "ok");
   server->SecurePathAdd(u"/");  // securing "/" refuses texts that are not HTTP too
-  EXPECT_EQ(Exchange("PING").rfind("HTTP/1.0 401\r\nWWW-Authenticate: Basic realm = /\r\n", 0),
-            0u);
+  EXPECT_EQ(Exchange("PING").rfind("HTTP/1.0 401\r\nWWW-Authenticate: Basic realm = /\r\n", 0), 0u);
   EXPECT_TRUE(seen.empty());
 }
 
@@ -229,7 +228,6 @@ TEST_P(RequestTest, SilentClientsFloodAndEarlyLeavers) {
   EXPECT_EQ(server->CurrentConnections(), 0);
   ExpectStillServing();
 }
-
 
 VARNEK_BOTH_LOOP_MODES(RequestTest);
 

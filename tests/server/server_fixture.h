@@ -27,8 +27,12 @@ class LingeringSocket : public SocketCtl {
     inner_->on_connection_request = [this](int32_t h) {
       if (on_connection_request) on_connection_request(h);
     };
-    inner_->on_receive_ready = [this] { if (on_receive_ready) on_receive_ready(); };
-    inner_->on_done = [this](int32_t op) { if (on_done) on_done(op); };
+    inner_->on_receive_ready = [this] {
+      if (on_receive_ready) on_receive_ready();
+    };
+    inner_->on_done = [this](int32_t op) {
+      if (on_done) on_done(op);
+    };
   }
 
   int32_t State() const override {
@@ -125,8 +129,8 @@ struct ServerFixture : public ::testing::TestWithParam<LoopMode>, public SocketF
   }
   // GETReceived answers `answer` (+ the slot number when `slot`), holding it open when `hold`.
   void AnswerGet(const Text& answer, bool hold = false, bool slot = false) {
-    server->GETReceived = [=, this](Variant&, Variant&, Variant&, Variant& response,
-                                    Variant& idx, Collection&, Collection&) {
+    server->GETReceived = [=, this](Variant&, Variant&, Variant&, Variant& response, Variant& idx,
+                                    Collection&, Collection&) {
       if (hold) server->Proceso_KeepOpen(idx, true);
       response = slot ? answer + idx.ToText() : answer;
     };
@@ -149,8 +153,8 @@ inline std::string ModeName(const ::testing::TestParamInfo<LoopMode>& info) {
 }  // namespace varnek::testing
 
 // Runs a suite of ServerFixture tests in both loop modes.
-#define VARNEK_BOTH_LOOP_MODES(Suite)                                                        \
-  INSTANTIATE_TEST_SUITE_P(Modes, Suite,                                                     \
-                           ::testing::Values(::varnek::LoopMode::kStrands,                   \
-                                             ::varnek::LoopMode::kOneStack),                 \
-                           ::varnek::testing::ModeName)
+#define VARNEK_BOTH_LOOP_MODES(Suite)                                                 \
+  INSTANTIATE_TEST_SUITE_P(                                                           \
+      Modes, Suite,                                                                   \
+      ::testing::Values(::varnek::LoopMode::kStrands, ::varnek::LoopMode::kOneStack), \
+      ::varnek::testing::ModeName)

@@ -78,14 +78,14 @@ TEST_P(SideBySideTest, WatchdogClosesASilentSlotWhileAnotherHandlerIsPaused) {
   Start(8080, 5);
   server->WatchdogTimeout(15);
   bool paused = false;
-  server->GETReceived = [&](Variant&, Variant&, Variant&, Variant& response, Variant&,
-                            Collection&, Collection&) {
+  server->GETReceived = [&](Variant&, Variant&, Variant&, Variant& response, Variant&, Collection&,
+                            Collection&) {
     paused = true;
     sim.loop.PumpUntilTimer(sim.loop.Timer() + 100);
     paused = false;
     response = u"late";
   };
-  auto busy = Request(kGet, 1.0);      // slot 1, its handler paused from 1.6 to 101.6
+  auto busy = Request(kGet, 1.0);        // slot 1, its handler paused from 1.6 to 101.6
   auto silent = net.Connect(8080, 2.0);  // slot 2, never says a word
   sim.loop.RunFor(60);
   // On one stack the ticks nest inside the paused handler; with strands they

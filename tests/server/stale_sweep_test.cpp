@@ -31,17 +31,18 @@ struct StaleSweepTest : ServerFixture {
 TEST_P(StaleSweepTest, ClosesTheSameSlotsInTheSameOrder) {
   Start(8080, 5);
   t0 = sim.loop.Elapsed();
-  server->WatchdogTimeout(30000);  // the watchdog stays out of this
-  AnswerGet(u"held", true);        // every GET is held open as a channel
-  auto a = net.Connect(8080, t0 + 1);    // slot 1, silent
-  auto b = Request(kGet, t0 + 100);      // slot 2, a channel the host keeps fresh
-  auto c = net.Connect(8080, t0 + 130);  // slot 3, silent
+  server->WatchdogTimeout(30000);           // the watchdog stays out of this
+  AnswerGet(u"held", true);                 // every GET is held open as a channel
+  auto a = net.Connect(8080, t0 + 1);       // slot 1, silent
+  auto b = Request(kGet, t0 + 100);         // slot 2, a channel the host keeps fresh
+  auto c = net.Connect(8080, t0 + 130);     // slot 3, silent
   auto gone = net.Connect(8080, t0 + 140);  // slot 4, leaves at once: free, its stamp stays
   gone->Close(t0 + 141);
-  for (double at = 160; at < 900; at += 120) sim.loop.After(at, [&] { server->Proceso_Send(2, u"."); });
+  for (double at = 160; at < 900; at += 120)
+    sim.loop.After(at, [&] { server->Proceso_Send(2, u"."); });
   RunUntil(200);
-  EXPECT_EQ(Take(), (Strings{"1.0 Asignando el motor 1", "100.0 Asignando el motor 2", "130.0 Asignando el motor 3",
-                             "140.0 Asignando el motor 4"}));
+  EXPECT_EQ(Take(), (Strings{"1.0 Asignando el motor 1", "100.0 Asignando el motor 2",
+                             "130.0 Asignando el motor 3", "140.0 Asignando el motor 4"}));
 
   // Four minutes on: nobody is stale; the newcomer takes the lowest free slot.
   auto d = net.Connect(8080, t0 + 250);
@@ -65,10 +66,12 @@ TEST_P(StaleSweepTest, ClosesTheSameSlotsInTheSameOrder) {
   // Each sweep walks on its own: on strands side by side; on one stack the
   // second runs nested in the first's pause and closes slot 4 before the
   // first gets there.
-  const Strings strands = {"620.0 Forzando cerrado del motor 3", "620.5 Forzando cerrado del motor 3",
-                           "621.0 Forzando cerrado del motor 4", "621.5 Forzando cerrado del motor 4",
-                           "622.0 Asignando el motor 3",         "622.5 Asignando el motor 4"};
-  const Strings one_stack = {"620.0 Forzando cerrado del motor 3", "620.5 Forzando cerrado del motor 3",
+  const Strings strands = {
+      "620.0 Forzando cerrado del motor 3", "620.5 Forzando cerrado del motor 3",
+      "621.0 Forzando cerrado del motor 4", "621.5 Forzando cerrado del motor 4",
+      "622.0 Asignando el motor 3",         "622.5 Asignando el motor 4"};
+  const Strings one_stack = {"620.0 Forzando cerrado del motor 3",
+                             "620.5 Forzando cerrado del motor 3",
                              "621.5 Forzando cerrado del motor 4", "622.5 Asignando el motor 3",
                              "622.5 Asignando el motor 4"};
   EXPECT_EQ(Take(), GetParam() == LoopMode::kStrands ? strands : one_stack);

@@ -14,7 +14,9 @@ namespace varnek {
 namespace {
 
 struct AppendsTest : StoreTest {
-  static std::string Record(const std::string& a, const std::string& b) { return a + "\xF4" + b + "\xF4\xF5"; }
+  static std::string Record(const std::string& a, const std::string& b) {
+    return a + "\xF4" + b + "\xF4\xF5";
+  }
   const std::string before = Record("a", "b");
   const long long torn = static_cast<long long>(before.size()) + 1000;
 
@@ -48,7 +50,8 @@ struct AppendsTest : StoreTest {
 // Mounts a file system of the type over `folder` in a mount namespace of the
 // calling child's own; false where that is not allowed.
 bool MountPrivately(const char* type, const char* options, const std::string& folder) {
-  return geteuid() == 0 && unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+  return geteuid() == 0 && unshare(CLONE_NEWNS) == 0 &&
+         mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
          mount(type, folder.c_str(), type, 0, options) == 0;
 }
 
@@ -60,8 +63,10 @@ TEST_F(AppendsTest, RecordTornByAKillIsCutBackByTheNextAppendOrOpen) {
   // was written with ("" keeps them), whether the next call reads, whether
   // the tail goes.
   const std::tuple<const char*, std::string, std::string, bool, bool> rows[] = {
-      {"next append", "", "", false, true},        {"next read", "", "", true, true},
-      {"whole record", std::to_string(torn), "", false, false}, {"other file", "9999", "1.1", false, false},
+      {"next append", "", "", false, true},
+      {"next read", "", "", true, true},
+      {"whole record", std::to_string(torn), "", false, false},
+      {"other file", "9999", "1.1", false, false},
       {"unreadable", "x", "", false, false},
   };
   for (const auto& [label, after, other_birth, by_reading, cut] : rows) {
@@ -69,10 +74,12 @@ TEST_F(AppendsTest, RecordTornByAKillIsCutBackByTheNextAppendOrOpen) {
     std::string torn_bytes = ReadBytes(P("h.db"));
     long long lengths[2] = {0, 0};
     char birth[64] = "";
-    ASSERT_EQ(std::sscanf(Marker().c_str(), "%lld %lld %63s", &lengths[0], &lengths[1], birth), 3) << label;
+    ASSERT_EQ(std::sscanf(Marker().c_str(), "%lld %lld %63s", &lengths[0], &lengths[1], birth), 3)
+        << label;
     EXPECT_EQ(lengths[1] - lengths[0], 5004) << label;
-    std::string marker = std::to_string(lengths[0]) + " " + (after.empty() ? std::to_string(lengths[1]) : after) +
-                         " " + (other_birth.empty() ? birth : other_birth);
+    std::string marker = std::to_string(lengths[0]) + " " +
+                         (after.empty() ? std::to_string(lengths[1]) : after) + " " +
+                         (other_birth.empty() ? birth : other_birth);
     ASSERT_EQ(setxattr(P("h.db").c_str(), kAttribute, marker.data(), marker.size(), 0), 0);
     std::string kept = cut ? before : torn_bytes;
     if (by_reading) {
@@ -106,7 +113,8 @@ TEST_F(AppendsTest, ShortWriteCutsTheFileBackAndFails) {
   WriteBytes(P("s.log"), "old\r\n");
   std::string got = InChild([&] {
     LimitFileSize(100, true);
-    std::string out = std::to_string(FailureOf([&] { LinuxFiles().Append(T("s.log"), std::string(500, 'z')); }));
+    std::string out =
+        std::to_string(FailureOf([&] { LinuxFiles().Append(T("s.log"), std::string(500, 'z')); }));
     out += store.File_AppendBinary(T("s.log"), Text(500, u'z')) ? " true" : " false";
     Variant log = T("s.log");
     out += store.App_Log(u"op", Text(500, u'z'), log) ? " true" : " false";
@@ -126,7 +134,8 @@ TEST_F(AppendsTest, FullTmpfsKeepsWholeRecords) {
     for (int i = 0; i < 100; ++i) {
       std::string record = Record(std::to_string(i), std::string(3000 + 7 * i, 'r'));
       int error = FailureOf([&] { LinuxFiles().Append(T("full.db"), record); });
-      if (error) return std::to_string(error) + (ReadBytes(P("full.db")) == expected ? " whole" : " torn");
+      if (error)
+        return std::to_string(error) + (ReadBytes(P("full.db")) == expected ? " whole" : " torn");
       expected += record;
     }
     return std::string("never full");

@@ -13,8 +13,8 @@ using BinaryFilesTest = StoreTest;
 TEST_F(BinaryFilesTest, ReadsMissingFilesAsEmpty) {
   WriteBytes(P("d/a.txt"), "x");
   // a missing folder or file with a folder part, another case, a folder, Null
-  for (Variant name : {Variant(T("a/b.txt")), Variant(T("b.txt")), Variant(T("d/A.TXT")), Variant(tmp.text()),
-                       Variant::Null()})
+  for (Variant name : {Variant(T("a/b.txt")), Variant(T("b.txt")), Variant(T("d/A.TXT")),
+                       Variant(tmp.text()), Variant::Null()})
     EXPECT_EQ(store.File_ReadBinary(name), u"");
   EXPECT_EQ(tmp.Names(), std::vector<std::string>{"d"});  // nothing made
   char old[4096];  // a bare name: read-only leaves none, read-write creates it empty
@@ -33,12 +33,15 @@ TEST_F(BinaryFilesTest, SaveAppendCountAndFolders) {
   EXPECT_TRUE(store.File_SaveBinary(T("x/y/z"), BytesToText(all)));  // makes both folders
   EXPECT_EQ(ReadBytes(P("x/y/z")), all);
   EXPECT_EQ(store.File_ReadBinary(T("x/y/z"), true), BytesToText(all));
-  EXPECT_TRUE(store.File_SaveBinary(T("x/y/z"), u"") && store.File_AppendBinary(T("x/y/z"), u"ab\u20ac") &&
+  EXPECT_TRUE(store.File_SaveBinary(T("x/y/z"), u"") &&
+              store.File_AppendBinary(T("x/y/z"), u"ab\u20ac") &&
               store.File_AppendBinary(T("x/y/z"), 12, true));  // truncates, then appends
-  EXPECT_EQ(ReadBytes(P("x/y/z")), "ab\x80" "12");  // no line ends added
+  EXPECT_EQ(ReadBytes(P("x/y/z")),
+            "ab\x80"
+            "12");                                       // no line ends added
   EXPECT_TRUE(store.File_SaveBinary(tmp.text(), u"x"));  // a folder: nothing written, still true
 
-  EXPECT_EQ(store.Disk_CrearRutaDirectorios(T("p/q/r")), 5);  // "/", "tmp/", "varnek-../", ...
+  EXPECT_EQ(store.Disk_CrearRutaDirectorios(T("p/q/r")), 5);   // "/", "tmp/", "varnek-../", ...
   EXPECT_EQ(store.Disk_CrearRutaDirectorios(T("p/q/r/")), 5);  // existing levels are fine
   EXPECT_RUNTIME_ERROR(store.Disk_CrearRutaDirectorios(u"/"), kErrSubscript);
 
@@ -46,7 +49,7 @@ TEST_F(BinaryFilesTest, SaveAppendCountAndFolders) {
   std::filesystem::create_directory(P("d/sub.txt"));
   Variant folder = T("d");
   EXPECT_EQ(store.File_ContarArchivos(folder, u"*.txt"), 3);  // folders count too
-  EXPECT_EQ(CStr(folder), T("d") + u"/");                      // stored back with its "/"
+  EXPECT_EQ(CStr(folder), T("d") + u"/");                     // stored back with its "/"
   EXPECT_EQ(store.File_ContarArchivos_Lista->Count(), 3);
   EXPECT_EQ(store.File_ContarArchivos(folder, u"*"), 4);  // "." and ".." left out
   EXPECT_EQ(store.File_ContarArchivos(folder, u"none.*"), 0);
@@ -81,9 +84,10 @@ TEST_F(BinaryFilesTest, RenameNeverDeletesASourceThatWasNotCopied) {
   WriteBytes(P("src"), "new");
   WriteBytes(P("dst"), "old");
   EXPECT_EQ(InChild([&] {
-    LimitFileSize(2, true);
-    return std::string(store.File_Renombrar(T("src"), T("dst")) ? "renamed" : "refused");
-  }), "refused");
+              LimitFileSize(2, true);
+              return std::string(store.File_Renombrar(T("src"), T("dst")) ? "renamed" : "refused");
+            }),
+            "refused");
   EXPECT_EQ(ReadBytes(P("src")) + (PathExists(P("dst")) ? "+dst" : ""), "new");
   // onto itself, directly or through a link that leads back: left in place
   std::filesystem::create_symlink(P("src"), P("link"));
@@ -110,7 +114,8 @@ TEST_F(AppLogTest, WritesTheDaysFileAndPumpsOnce) {
   Variant name = Variant::Missing();
   store.App_Log(1, Variant::Null(), name);
   EXPECT_EQ(CStr(name), sim.app.Path() + u"/Log/2004-03/07.log");  // the default comes back
-  EXPECT_EQ(ReadBytes(TextToUtf8(CStr(name))), "[07-03-2004 09:05:03]\ta\tb\r\n[07-03-2004 09:05:03]\t1\t\r\n");
+  EXPECT_EQ(ReadBytes(TextToUtf8(CStr(name))),
+            "[07-03-2004 09:05:03]\ta\tb\r\n[07-03-2004 09:05:03]\t1\t\r\n");
   EXPECT_EQ(CStr(store.File_FileNameFromDateTime()), u"2004030709050300");
 }
 
@@ -132,8 +137,10 @@ TEST_F(BinaryFilesTest, VolumeLabelAndSerialKeepTheirQuirks) {
   ChosenVolume volume;
   sim.platform.files = volume;
   // The low half unpadded; the divisor is 65535, so -1 carries into the high half.
-  for (auto [serial, text] : {std::pair{0x123400FFu, u"1234FF"}, {0x0001FFFFu, u"2FFFF"},
-                              {0xFFFFFFFFu, u"FFFFFFFF"}, {0x7FFEFFFFu, u"7FFFFFFF"}}) {
+  for (auto [serial, text] : {std::pair{0x123400FFu, u"1234FF"},
+                              {0x0001FFFFu, u"2FFFF"},
+                              {0xFFFFFFFFu, u"FFFFFFFF"},
+                              {0x7FFEFFFFu, u"7FFFFFFF"}}) {
     volume.serial = serial;
     EXPECT_EQ(store.Disk_GetSerial(), text) << std::hex << serial;
   }

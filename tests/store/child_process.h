@@ -59,7 +59,8 @@ inline std::string InChild(const std::function<std::string()>& body, bool as_nob
   close(fds[1]);
   std::string out;
   char chunk[4096];
-  for (ssize_t n; (n = read(fds[0], chunk, sizeof chunk)) > 0;) out.append(chunk, static_cast<size_t>(n));
+  for (ssize_t n; (n = read(fds[0], chunk, sizeof chunk)) > 0;)
+    out.append(chunk, static_cast<size_t>(n));
   close(fds[0]);
   int status = 0;
   waitpid(child, &status, 0);
@@ -68,7 +69,9 @@ inline std::string InChild(const std::function<std::string()>& body, bool as_nob
 }
 
 // The child's text, run as an ordinary user.
-inline std::string AsNobody(const std::function<std::string()>& body) { return InChild(body, true); }
+inline std::string AsNobody(const std::function<std::string()>& body) {
+  return InChild(body, true);
+}
 
 // For a child: lets this process grow files to `bytes` at most. Past that a
 // write is cut short, and the next one fails with EFBIG and raises SIGXFSZ,

@@ -26,11 +26,13 @@ struct RecordingList : ListControl {
 
 struct ScanTest : StoreTest {
   void SetUp() override {
-    for (const char* f : {"root/r.txt", "root/a/a.txt", "root/a/b/b.txt", "root/a/b/c/c.txt", "root/a/b/c/c.log"})
+    for (const char* f :
+         {"root/r.txt", "root/a/a.txt", "root/a/b/b.txt", "root/a/b/c/c.txt", "root/a/b/c/c.log"})
       WriteBytes(P(f), "x");
   }
   Text R(const char* rest) const { return T("root") + Utf8ToText(rest); }
-  std::vector<Text> Scan(const char* root, const char16_t* mask, CaptionControl* label = nullptr, bool dates = false) {
+  std::vector<Text> Scan(const char* root, const char16_t* mask, CaptionControl* label = nullptr,
+                         bool dates = false) {
     store.Disk_ScanRecursiveFiles(T(root), mask, label, dates);
     return Listed();
   }
@@ -59,20 +61,24 @@ TEST_F(ScanTest, PostOrderWalksWithDates) {
 
   // local
   ASSERT_EQ(std::system(("touch -d '2021-05-06 07:08:09' " + P("root/a/b/c/c.txt")).c_str()), 0);
-  EXPECT_EQ(Scan("root/a/b/c", u"c.txt", nullptr, true), std::vector<Text>{R("/a/b/c/c.txt\t20210506070809")});
+  EXPECT_EQ(Scan("root/a/b/c", u"c.txt", nullptr, true),
+            std::vector<Text>{R("/a/b/c/c.txt\t20210506070809")});
   // the root with no mask carries its date in the default text form, subfolders none
   ASSERT_EQ(std::system(("touch -d '2020-02-29 12:00:01' " + P("root")).c_str()), 0);
   auto items = Scan("root", u"", nullptr, true);
-  EXPECT_EQ(items, (std::vector<Text>{R("/a/b/c"), R("/a/b"), R("/a"),
-                                      R("\t") + CStr(Variant(Date{DateFromParts(2020, 2, 29, 12, 0, 1)}))}));
+  EXPECT_EQ(items, (std::vector<Text>{
+                       R("/a/b/c"), R("/a/b"), R("/a"),
+                       R("\t") + CStr(Variant(Date{DateFromParts(2020, 2, 29, 12, 0, 1)}))}));
 }
 
 TEST_F(ScanTest, WhatIsSkippedAndMissing) {
   // a hidden file is never listed, a hidden folder is walked, a folder named
   // PageFile.Sys is not walked but a file of that name is listed
-  for (const char* f : {"skip/.hidden.txt", "skip/.hid/in.txt", "skip/PageFile.Sys/in.txt", "skip/pagefile.sys"})
+  for (const char* f :
+       {"skip/.hidden.txt", "skip/.hid/in.txt", "skip/PageFile.Sys/in.txt", "skip/pagefile.sys"})
     WriteBytes(P(f), "x");
-  EXPECT_EQ(Sorted(Scan("skip", u"*.*")), (std::vector<Text>{T("skip/.hid/in.txt"), T("skip/pagefile.sys")}));
+  EXPECT_EQ(Sorted(Scan("skip", u"*.*")),
+            (std::vector<Text>{T("skip/.hid/in.txt"), T("skip/pagefile.sys")}));
 
   EXPECT_TRUE(store.Disk_ScanRecursiveFiles(T("none"), u"*.txt") && Listed().empty());
   EXPECT_EQ(Scan("none", u""), std::vector<Text>{T("none")});
@@ -147,9 +153,11 @@ struct FixedDates : DateLocale {
 TEST_F(ScanTest, LocaleDateOrder) {
   FixedDates dates;
   sim.platform.dates = dates;
-  const std::array<const char16_t*, 3> rows[] = {
-      {u"08/25/58", u"mm/dd/yyyy", u"/"},   {u"25.08.1958", u"dd/mm/yyyy", u"."}, {u"25 ago 1958", u"dd/mm/yyyy", u" "},
-      {u"1958-08-25", u"yyyy/mm/dd", u"-"}, {u"25-Aug-58", u"dd/mm/yyyy", u"-"}};
+  const std::array<const char16_t*, 3> rows[] = {{u"08/25/58", u"mm/dd/yyyy", u"/"},
+                                                 {u"25.08.1958", u"dd/mm/yyyy", u"."},
+                                                 {u"25 ago 1958", u"dd/mm/yyyy", u" "},
+                                                 {u"1958-08-25", u"yyyy/mm/dd", u"-"},
+                                                 {u"25-Aug-58", u"dd/mm/yyyy", u"-"}};
   Text separator;
   for (auto [shown, order, sep] : rows) {
     dates.text = shown;

@@ -25,7 +25,11 @@ std::string Records(int count) {
 TEST_F(FileDbTest, AppendLoadAndSave) {
   EXPECT_EQ(store.ARRAY_Append(T("t.db"), u"a", u"b").Type(), VarType::String);  // started
   EXPECT_TRUE(store.ARRAY_Append(T("t.db"), u"c", 5).IsEmpty());
-  EXPECT_EQ(ReadBytes(P("t.db")), "a\xF4" "b\xF4\xF5" "c\xF4" "5\xF4\xF5");
+  EXPECT_EQ(ReadBytes(P("t.db")),
+            "a\xF4"
+            "b\xF4\xF5"
+            "c\xF4"
+            "5\xF4\xF5");
   Variant table = store.ARRAY_Load(T("t.db"));
   EXPECT_EQ(table.RawArray()->upper, (std::vector<int32_t>{500, 50}));
   EXPECT_EQ(Row(table, 0) + u"/" + Row(table, 1) + u"/" + Row(table, 2), u"a|b|~/c|5|~/~|~|~");
@@ -50,11 +54,15 @@ TEST_F(FileDbTest, AppendLoadAndSave) {
 
 TEST_F(FileDbTest, FramingAndLimits) {
   // "c" had no 0xF4 before the 0xF5: the rest became record 1
-  store.ARRAY_Append(T("f.db"), Text(u"a") + ByteToUnit(0xF4) + u"b", Text(u"c") + ByteToUnit(0xF5) + u"d");
+  store.ARRAY_Append(T("f.db"), Text(u"a") + ByteToUnit(0xF4) + u"b",
+                     Text(u"c") + ByteToUnit(0xF5) + u"d");
   Variant table = store.ARRAY_Load(T("f.db"));
   EXPECT_EQ(Row(table, 0) + u"/" + Row(table, 1), u"a|b|~/d|~|~");
   // a line end between records joins the next first field; text after the last 0xF5 is ignored
-  WriteBytes(P("g.db"), "a\xF4" "b\xF4\xF5\r\nc\xF4" "d\xF4\xF5tail\xF4");
+  WriteBytes(P("g.db"),
+             "a\xF4"
+             "b\xF4\xF5\r\nc\xF4"
+             "d\xF4\xF5tail\xF4");
   table = store.ARRAY_Load(T("g.db"));
   EXPECT_EQ(Row(table, 1) + u"/" + Row(table, 2), u"\r\nc|d|~/~|~|~");
 
@@ -84,7 +92,9 @@ struct TestTextBox : FormControl {
 };
 struct TestForm : HostForm {
   int32_t ControlCount() const override { return 3; }
-  FormControl& Control(int32_t i) override { return i == 1 ? static_cast<FormControl&>(box) : i ? second : first; }
+  FormControl& Control(int32_t i) override {
+    return i == 1 ? static_cast<FormControl&>(box) : i ? second : first;
+  }
   TestData first, second;
   TestTextBox box;
 };
@@ -94,10 +104,11 @@ TEST_F(FileDbTest, InitSourceWritesANewDbIniAndKeepsAnExistingOne) {
   TestForm form;
   store.DB_InitSource(form, u"data.mdb");  // with no earlier INI file it stays on DB.ini
   EXPECT_EQ(CStr(store.INI_FileName), sim.app.Path() + u"/DB.ini");
-  EXPECT_EQ(form.first.connect + u";" + form.first.database, u"Access;" + sim.app.Path() + u"/data.mdb");
+  EXPECT_EQ(form.first.connect + u";" + form.first.database,
+            u"Access;" + sim.app.Path() + u"/data.mdb");
   EXPECT_EQ(form.second.refreshes, 1);
-  EXPECT_EQ(ReadBytes(ini), "[DBSource]\r\nConnect=Access\r\nDatabaseName=" + TextToUtf8(sim.app.Path()) +
-                                "/data.mdb\r\n");
+  EXPECT_EQ(ReadBytes(ini), "[DBSource]\r\nConnect=Access\r\nDatabaseName=" +
+                                TextToUtf8(sim.app.Path()) + "/data.mdb\r\n");
   // an existing file is not rewritten and its values win over the argument
   WriteBytes(ini, "[DBSource]\r\nConnect=ODBC;x\r\nDatabaseName=/srv/db\r\n");
   store.INI_SetFileName(T("host.ini"));

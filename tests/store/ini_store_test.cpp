@@ -89,7 +89,8 @@ TEST_F(IniStoreTest, ListsAndDeletesSectionsOnTheText) {
   Use("l.ini", "x=[v]\r\n[a]\r\n[]\r\n[c]\r\n");  // brackets in values count; "[]" ends
   EXPECT_EQ(CStr(store.INI_ListAppName()), u"v\ta\t");
   const char* rows[][3] = {
-      {"[a]\r\nk=1\r\n[b]\r\nm=2\r\n", "b", "[a]\r\nk=1\r\n"}, {"[a]\r\nk=1\r\n[b]\r\nm=2\r\n", "a", "[b]\r\nm=2\r\n"},
+      {"[a]\r\nk=1\r\n[b]\r\nm=2\r\n", "b", "[a]\r\nk=1\r\n"},
+      {"[a]\r\nk=1\r\n[b]\r\nm=2\r\n", "a", "[b]\r\nm=2\r\n"},
       {"[a]\r\nk=1\r\n", "A", ""},     // case counts: not found, and the file began with "["
       {"[a][b]\r\nk=1\r\n", "a", ""},  // a section followed straight by "[" takes the rest
   };

@@ -27,7 +27,8 @@ TEST(LinuxFilesTest, EnumerateAndWholeFileFailures) {
   WriteBytes(tmp.path() + "/a.txt", "abc");
   // a plain name is exact; a pattern ending in "/" finds nothing
   std::vector<FileEntry> found{FileEntry{}};
-  EXPECT_FALSE(fs.Enumerate(tmp / "A.TXT", found) || fs.Enumerate(tmp / "", found) || !found.empty());
+  EXPECT_FALSE(fs.Enumerate(tmp / "A.TXT", found) || fs.Enumerate(tmp / "", found) ||
+               !found.empty());
   EXPECT_RUNTIME_ERROR(fs.ReadAll(tmp / "missing", true), kErrFileNotFound);
   EXPECT_RUNTIME_ERROR(fs.Length(tmp / "missing"), kErrFileNotFound);
   EXPECT_RUNTIME_ERROR(fs.Delete(tmp / "missing"), kErrFileNotFound);
@@ -52,9 +53,13 @@ TEST(LinuxFilesTest, OneMapOfSystemErrorsWithTheirDescriptions) {
   EXPECT_EQ(linux_io::ClassicFileError(ENOENT, tmp.path() + "/none"), kErrFileNotFound);
   EXPECT_EQ(linux_io::ClassicFileError(ENOENT, tmp.path() + "/no/none"), kErrPathNotFound);
   EXPECT_EQ(linux_io::ClassicFileError(ENOENT), kErrFileNotFound);
-  for (auto [number, text] : {std::pair{52, "Bad file name or number"}, {53, "File not found"},
-                              {55, "File already open"}, {61, "Disk full"}, {62, "Input past end of file"}})
-    EXPECT_EQ(TextToUtf8(FailureText(RuntimeError(number))), "Error: (" + std::to_string(number) + ") " + text);
+  for (auto [number, text] : {std::pair{52, "Bad file name or number"},
+                              {53, "File not found"},
+                              {55, "File already open"},
+                              {61, "Disk full"},
+                              {62, "Input past end of file"}})
+    EXPECT_EQ(TextToUtf8(FailureText(RuntimeError(number))),
+              "Error: (" + std::to_string(number) + ") " + text);
   // a folder that is a file: the number the settings store gives too
   std::ofstream(tmp.path() + "/plain") << "x";
   EXPECT_RUNTIME_ERROR(LinuxFiles().WriteAll(tmp / "plain/sub/x", "v"), kErrPathNotFound);

@@ -13,7 +13,8 @@ struct ProfileTest : ::testing::Test {
                "[section1]\r\nname1=val1\r\nname2=\"val2\"\r\nname3\r\nname4=a\r\n[section2]\r\n");
   }
   // The count returned and the buffer of `size` units, first filled with "#".
-  std::pair<int32_t, Text> Get(OptionalText section, OptionalText key, OptionalText def, size_t size) {
+  std::pair<int32_t, Text> Get(OptionalText section, OptionalText key, OptionalText def,
+                               size_t size) {
     Text buffer(size, u'#');
     return {store.GetString(section, key, def, buffer, file()), buffer};
   }
@@ -33,9 +34,12 @@ TEST_F(ProfileTest, ReadsIntoTheCallersBuffer) {
   EXPECT_EQ(Get(u"section1", u"name1", u"d", 0).first, 0);
   // the default for a missing key, section or file, an empty key, a line
   // without "="; none at all; trailing blanks cut
-  for (auto [s, k] : {std::pair{u"section1", u"nokey"}, {u"nosection", u"name1"}, {u"section1", u""},
+  for (auto [s, k] : {std::pair{u"section1", u"nokey"},
+                      {u"nosection", u"name1"},
+                      {u"section1", u""},
                       {u"section1", u"name3"}})
-    EXPECT_EQ(Get(s, k, u"default  ", 9), R(7, Text(u"default\0#", 9))) << TextToUtf8(s) << TextToUtf8(k);
+    EXPECT_EQ(Get(s, k, u"default  ", 9), R(7, Text(u"default\0#", 9)))
+        << TextToUtf8(s) << TextToUtf8(k);
   EXPECT_EQ(Get(u"section1", u"nokey", std::nullopt, 2), R(0, Text(u"\0#", 2)));
   Text buffer(20, u' ');
   EXPECT_EQ(store.GetString(u"a", u"b", u"dflt", buffer, tmp / "nofile.ini"), 4);
@@ -56,16 +60,20 @@ TEST_F(ProfileTest, WritesInPlace) {
   WriteBytes(tmp.path() + "/t.ini", "; head\r\n[s1]\r\n a = 1 \r\nb=2\r\n\r\n[s2]\r\nc=3");
   const char* steps[][4] = {
       {"S1", "A", "9", "; head\r\n[s1]\r\na=9\r\nb=2\r\n\r\n[s2]\r\nc=3"},
-      {"s1", "new", "x", "; head\r\n[s1]\r\na=9\r\nb=2\r\nnew=x\r\n\r\n[s2]\r\nc=3"},  // after the last key
-      {"s2", "d", "4", "; head\r\n[s1]\r\na=9\r\nb=2\r\nnew=x\r\n\r\n[s2]\r\nc=3\r\nd=4\r\n"},  // no final line end
-      {"s3", "e", "5", "; head\r\n[s1]\r\na=9\r\nb=2\r\nnew=x\r\n\r\n[s2]\r\nc=3\r\nd=4\r\n[s3]\r\ne=5\r\n"},
+      {"s1", "new", "x",
+       "; head\r\n[s1]\r\na=9\r\nb=2\r\nnew=x\r\n\r\n[s2]\r\nc=3"},  // after the last key
+      {"s2", "d", "4",
+       "; head\r\n[s1]\r\na=9\r\nb=2\r\nnew=x\r\n\r\n[s2]\r\nc=3\r\nd=4\r\n"},  // no final line end
+      {"s3", "e", "5",
+       "; head\r\n[s1]\r\na=9\r\nb=2\r\nnew=x\r\n\r\n[s2]\r\nc=3\r\nd=4\r\n[s3]\r\ne=5\r\n"},
   };
   for (auto [s, k, v, after] : steps) {
     ASSERT_TRUE(store.WriteString(Utf8ToText(s), Utf8ToText(k), Utf8ToText(v), file()));
     EXPECT_EQ(bytes(), after) << s << "." << k;
   }
   // deletions of a key and a section; a missing one is still true
-  for (auto [s, k] : {std::pair<Text, OptionalText>{u"s1", u"b"}, {u"s2", std::nullopt}, {u"s9", u"zz"}})
+  for (auto [s, k] :
+       {std::pair<Text, OptionalText>{u"s1", u"b"}, {u"s2", std::nullopt}, {u"s9", u"zz"}})
     ASSERT_TRUE(store.WriteString(s, k, std::nullopt, file()));
   EXPECT_EQ(bytes(), "; head\r\n[s1]\r\na=9\r\nnew=x\r\n\r\n[s3]\r\ne=5\r\n");
   EXPECT_FALSE(store.WriteString(std::nullopt, u"k", u"v", file()));

@@ -51,7 +51,8 @@ struct SafeSaveTest : StoreTest {
         }
       });
       std::string got = LinuxFiles().ReadAll(T(name), true);
-      if (got != a && got != b) report += "round " + std::to_string(round) + ": " + std::to_string(got.size()) + " bytes; ";
+      if (got != a && got != b)
+        report += "round " + std::to_string(round) + ": " + std::to_string(got.size()) + " bytes; ";
     }
     LinuxFiles().WriteAll(T(name), a);
     return report;
@@ -81,7 +82,7 @@ TEST_F(SafeSaveTest, FilesTheUserMayNotWriteStayAsTheyWere) {
     store.INI_DeleteAppName(u"a");  // read through the read-only fallback, save refused
     store.INI_SetFileName(T("none.ini"));
     r += TextToUtf8(store.INI_GetString(u"b", u"k", u"d"));  // unreadable: the default
-    store.INI_DeleteAppName(u"a");  // the read failed: nothing is saved
+    store.INI_DeleteAppName(u"a");                           // the read failed: nothing is saved
     r += std::to_string(store.INI_PutString(u"a", u"k", u"9"));
     return r;
   });
@@ -89,7 +90,8 @@ TEST_F(SafeSaveTest, FilesTheUserMayNotWriteStayAsTheyWere) {
   EXPECT_EQ(ReadBytes(P("ro.ini")), kIni);
   chmod(P("none.ini").c_str(), 0644);
   EXPECT_EQ(ReadBytes(P("none.ini")), kIni);
-  EXPECT_EQ(tmp.Names(), (std::vector<std::string>{"none.ini", "rec.db", "ro.ini"}));  // no temporary file left
+  EXPECT_EQ(tmp.Names(),
+            (std::vector<std::string>{"none.ini", "rec.db", "ro.ini"}));  // no temporary file left
 }
 
 TEST_F(SafeSaveTest, AWritableFileInAnUnwritableFolderIsWrittenInPlace) {
@@ -179,9 +181,10 @@ TEST_F(SafeSaveTest, LeftoversOfKilledSavesGoWithTheNextSave) {
   store.File_SaveBinary(T("f.txt"), u"x");
   // the dead process's temporary file of f.txt goes; a live process's, another
   // file's and a kept old content stay
-  EXPECT_EQ(tmp.Names(), (std::vector<std::string>{".f.txt.varnek-keep-" + dead + "-abcDEF",
-                                                   ".f.txt.varnek-save-1-abcDEF",
-                                                   ".g.txt.varnek-save-" + dead + "-abcDEF", "f.txt"}));
+  EXPECT_EQ(tmp.Names(),
+            (std::vector<std::string>{".f.txt.varnek-keep-" + dead + "-abcDEF",
+                                      ".f.txt.varnek-save-1-abcDEF",
+                                      ".g.txt.varnek-save-" + dead + "-abcDEF", "f.txt"}));
 }
 
 // Saves killed at random points, by rename (a plain file, and one of
@@ -202,7 +205,8 @@ TEST_F(SafeSaveTest, KilledSavesLeaveOldOrNewAndNothingBehind) {
   EXPECT_EQ(AsNobody([&] { return KillRounds("ro/f", a, b); }), "");
   chmod(P("ro").c_str(), 0755);
   for (const auto& entry : fs::recursive_directory_iterator(tmp.path()))
-    EXPECT_FALSE(entry.is_regular_file() && entry.path().filename().string().find("varnek-") != std::string::npos)
+    EXPECT_FALSE(entry.is_regular_file() &&
+                 entry.path().filename().string().find("varnek-") != std::string::npos)
         << entry.path();
   EXPECT_EQ(ReadBytes(P("second-name")), a);
 }
@@ -215,7 +219,9 @@ TEST_F(SafeSaveTest, TwoProcessesNeverUndoEachOthersWrites) {
   const std::string settings_file = settings.GroupFile(u"VarnekGlobal");
   auto key = [](int i) { return Utf8ToText("k" + std::to_string(i)); };
   auto family = [](int c) { return Utf8ToText("Family" + std::to_string(c)); };
-  auto ini_write = [&](int c, int i) { store.INI_PutString(family(c), key(i), Utf8ToText(std::to_string(i))); };
+  auto ini_write = [&](int c, int i) {
+    store.INI_PutString(family(c), key(i), Utf8ToText(std::to_string(i)));
+  };
   auto ini_read = [&](int c, int i) {
     store.INI_PurgeBuffer();
     return store.INI_GetString(family(c), key(i), u"lost");
@@ -229,7 +235,9 @@ TEST_F(SafeSaveTest, TwoProcessesNeverUndoEachOthersWrites) {
   };
   const std::vector<Case> cases = {
       {"settings families", settings_file, Case::kThere,
-       [&](int c, int i) { settings.Set(u"VarnekGlobal", family(c), key(i), Utf8ToText(std::to_string(i))); },
+       [&](int c, int i) {
+         settings.Set(u"VarnekGlobal", family(c), key(i), Utf8ToText(std::to_string(i)));
+       },
        [&](int c, int i) { return settings.Get(u"VarnekGlobal", family(c), key(i), u"lost"); }},
       {"INI sections", P("two.ini"), Case::kThere, ini_write, ini_read},
       {"INI sections of a file made by both", P("new.ini"), Case::kMissing, ini_write, ini_read},
@@ -265,8 +273,14 @@ TEST_F(SafeSaveTest, TwoProcessesNeverUndoEachOthersWrites) {
 // hard link) reads one table or the other whole, never a part of one.
 TEST_F(SafeSaveTest, ReadersNeverSeeHalfASave) {
   std::string a, b;
-  for (int i = 0; i < 600; ++i) a += std::string(80, 'a') + "\xF4" "x\xF4\xF5";
-  for (int i = 0; i < 900; ++i) b += std::string(60, 'b') + "\xF4" "y\xF4\xF5";
+  for (int i = 0; i < 600; ++i)
+    a += std::string(80, 'a') +
+         "\xF4"
+         "x\xF4\xF5";
+  for (int i = 0; i < 900; ++i)
+    b += std::string(60, 'b') +
+         "\xF4"
+         "y\xF4\xF5";
   WriteBytes(P("h.db"), b);
   const Variant table_b = store.FileDB_Leer(T("h.db"));
   WriteBytes(P("h.db"), a);
@@ -300,7 +314,9 @@ TEST_F(SafeSaveTest, AFullDiskKeepsTheOldContent) {
     LimitFileSize(80000, true);
     std::string r;
     for (const char* name : {"plain", "linked", "new"})
-      r += std::to_string(FailureOf([&] { LinuxFiles().WriteAll(T(name), std::string(100000, 'n')); })) + " ";
+      r += std::to_string(
+               FailureOf([&] { LinuxFiles().WriteAll(T(name), std::string(100000, 'n')); })) +
+           " ";
     return r;
   });
   EXPECT_EQ(got, "61 61 61 ");  // 61: disk full
@@ -316,7 +332,9 @@ TEST_F(SafeSaveTest, LongNamesAndDeepPathsSave) {
   const std::string name(NAME_MAX, 'n');
   std::string deep = tmp.path();
   // folders of 200 bytes, then one that brings the path to PATH_MAX - 1
-  auto last_folder = [&] { return static_cast<long>(PATH_MAX - 3 - NAME_MAX) - static_cast<long>(deep.size()); };
+  auto last_folder = [&] {
+    return static_cast<long>(PATH_MAX - 3 - NAME_MAX) - static_cast<long>(deep.size());
+  };
   while (last_folder() > 200) deep += "/" + std::string(200, 'd');
   deep += "/" + std::string(static_cast<size_t>(last_folder()), 'e');
   fs::create_directories(deep);
@@ -388,7 +406,8 @@ TEST_F(SafeSaveTest, OutOfMemoryIsFailureSeven) {
   FileSettingsStore settings(P("cfg"));
   sim.platform.settings = settings;
   VariableStore variables(sim.platform);
-  for (const std::string& path : {P("huge.ini"), settings.GroupFile(u"VarnekGlobal")}) MakeSparse(path, huge);
+  for (const std::string& path : {P("huge.ini"), settings.GroupFile(u"VarnekGlobal")})
+    MakeSparse(path, huge);
   store.INI_SetFileName(T("huge.ini"));
   EXPECT_RUNTIME_ERROR(store.INI_GetString(u"a", u"k", u"d"), kErrOutOfMemory);
   EXPECT_EQ(store.INI_PutString(u"a", u"k", u"v"), 0);
@@ -400,7 +419,8 @@ TEST_F(SafeSaveTest, OutOfMemoryIsFailureSeven) {
   EXPECT_EQ(fs::file_size(settings.GroupFile(u"VarnekGlobal")), static_cast<uintmax_t>(huge));
   fs::remove(P("huge.ini"));
 
-  if (UnderAddressSanitizer()) GTEST_SKIP() << "the sanitizer reserves more address space than the limit";
+  if (UnderAddressSanitizer())
+    GTEST_SKIP() << "the sanitizer reserves more address space than the limit";
   // a sparse file of 4 GB: reading it needs more memory than the child may have
   MakeSparse(P("huge.bin"), 4LL << 30);
   WriteBytes(P("ok.txt"), "fine");
@@ -411,7 +431,8 @@ TEST_F(SafeSaveTest, OutOfMemoryIsFailureSeven) {
     std::string r;
     r += Resume([] { std::string big(3LL << 30, 'x'); }) ? "swallowed? no|" : "resume|";
     int number = 0;
-    Guarded([] { std::vector<char> big(3LL << 30); }, [&](const RuntimeError& e) { number = e.number(); });
+    Guarded([] { std::vector<char> big(3LL << 30); },
+            [&](const RuntimeError& e) { number = e.number(); });
     r += std::to_string(number) + "|";
     r += TextToUtf8(FailureText(RuntimeError(number))) + "|";
     r += std::to_string(FailureOf([&] { LinuxFiles().ReadAll(T("huge.bin"), true); })) + "|";

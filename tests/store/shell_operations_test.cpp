@@ -25,7 +25,8 @@ struct ShellOperationsTest : StoreTest {
 };
 
 TEST_F(ShellOperationsTest, CopyMoveRenameAndDelete) {
-  for (auto [name, bytes] : {std::pair{"d/a.txt", "a"}, {"d/b.txt", "bb"}, {"d/c.log", "c"}, {"d/sub/s.txt", "s"}})
+  for (auto [name, bytes] :
+       {std::pair{"d/a.txt", "a"}, {"d/b.txt", "bb"}, {"d/c.log", "c"}, {"d/sub/s.txt", "s"}})
     WriteBytes(P(name), bytes);
 
   // copy: a mask of several files goes into a folder that is made
@@ -67,14 +68,16 @@ TEST_F(ShellOperationsTest, CopyMoveRenameAndDelete) {
 }
 
 TEST_F(ShellOperationsTest, AllowUndoMovesToTheTrashWithoutAsking) {
-  for (const char* name : {"d/x.txt", "d/my file.txt", "d/folder/in.txt"}) WriteBytes(P(name), name);
+  for (const char* name : {"d/x.txt", "d/my file.txt", "d/folder/in.txt"})
+    WriteBytes(P(name), name);
 
   EXPECT_TRUE(Op(kShellDelete, kShellAllowUndo, T("d/x.txt")));
   EXPECT_FALSE(PathExists(P("d/x.txt")));
   EXPECT_EQ(ReadBytes(trash + "/files/x.txt"), "d/x.txt");
   std::string info = ReadBytes(trash + "/info/x.txt.trashinfo");
-  EXPECT_TRUE(std::regex_match(info, std::regex("\\[Trash Info\\]\nPath=" + P("d/x.txt") +
-                                                "\nDeletionDate=\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\n")))
+  EXPECT_TRUE(std::regex_match(
+      info, std::regex("\\[Trash Info\\]\nPath=" + P("d/x.txt") +
+                       "\nDeletionDate=\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\n")))
       << info;
   WriteBytes(P("d/x.txt"), "second");  // the same name again gets a free one
   EXPECT_TRUE(Op(kShellDelete, kShellAllowUndo | kShellSilent, T("d/x.txt")));
@@ -82,7 +85,8 @@ TEST_F(ShellOperationsTest, AllowUndoMovesToTheTrashWithoutAsking) {
   EXPECT_TRUE(PathExists(trash + "/info/x.txt.2.trashinfo"));
   // the path is percent-encoded
   EXPECT_TRUE(Op(kShellDelete, kShellAllowUndo, T("d/my file.txt")));
-  EXPECT_NE(ReadBytes(trash + "/info/my file.txt.trashinfo").find("/d/my%20file.txt\n"), std::string::npos);
+  EXPECT_NE(ReadBytes(trash + "/info/my file.txt.trashinfo").find("/d/my%20file.txt\n"),
+            std::string::npos);
   EXPECT_TRUE(Op(kShellDelete, kShellAllowUndo, T("d/folder")));  // a folder goes whole
   EXPECT_EQ(ReadBytes(trash + "/files/folder/in.txt"), "d/folder/in.txt");
 
@@ -124,20 +128,25 @@ TEST_F(ShellOperationsTest, NamesThatAreNotUtf8OpenCopyAndDeleteAgain) {
   EXPECT_TRUE(Op(kShellDelete, 0, T("n/l\u00e9*")));
   EXPECT_EQ(PathExists(P("n/l\xE9.txt")) ? "kept" : ReadBytes(P("n/l\xEF\xBF\xBD.txt")), "other");
   // every byte the code page maps, alone in a name, lists and opens again
-  for (int b = 0x80; b <= 0xFF; ++b) WriteBytes(P("all/") + std::string(1, static_cast<char>(b)), std::to_string(b));
+  for (int b = 0x80; b <= 0xFF; ++b)
+    WriteBytes(P("all/") + std::string(1, static_cast<char>(b)), std::to_string(b));
   EXPECT_EQ(store.File_ContarArchivos(folder = T("all"), u"*"), 128);
   std::vector<Text> names;  // each read below counts again and refills the list
-  for (int32_t i = 1; i <= 128; ++i) names.push_back(CStr(store.File_ContarArchivos_Lista->Item(i)));
+  for (int32_t i = 1; i <= 128; ++i)
+    names.push_back(CStr(store.File_ContarArchivos_Lista->Item(i)));
   for (const Text& name : names)
-    EXPECT_EQ(store.File_ReadBinary(T("all/") + name, true), Utf8ToText(std::to_string(UnitToByte(name[0]))));
+    EXPECT_EQ(store.File_ReadBinary(T("all/") + name, true),
+              Utf8ToText(std::to_string(UnitToByte(name[0]))));
 }
 
 // A folder on another file system goes to the trash as a copy: nothing may
 // leave its place before the copy is whole, and a part that cannot be
 // removed stays, with every file in exactly one of the two places.
 TEST_F(ShellOperationsTest, TrashAcrossFileSystemsLosesNothing) {
-  struct stat here {}, there {};
-  if (stat(tmp.path().c_str(), &here) != 0 || stat("/dev/shm", &there) != 0 || here.st_dev == there.st_dev)
+  struct stat here {
+  }, there{};
+  if (stat(tmp.path().c_str(), &here) != 0 || stat("/dev/shm", &there) != 0 ||
+      here.st_dev == there.st_dev)
     GTEST_SKIP() << "/dev/shm is not another file system here";
   TestFolder other("/dev/shm");
   for (const std::string& folder : {tmp.path(), other.path()})
@@ -150,15 +159,19 @@ TEST_F(ShellOperationsTest, TrashAcrossFileSystemsLosesNothing) {
     WriteBytes(other.path() + "/u/secret", "s");
     WriteBytes(other.path() + "/u/plain", "p");
     chmod((other.path() + "/u/secret").c_str(), 0);  // cannot be copied: nothing goes
-    return std::string(Op(kShellDelete, kShellAllowUndo, Utf8ToText(source)) ? "deleted" : "refused") +
-           (Op(kShellDelete, kShellAllowUndo, Utf8ToText(other.path() + "/u")) ? " deleted" : " refused");
+    return std::string(Op(kShellDelete, kShellAllowUndo, Utf8ToText(source)) ? "deleted"
+                                                                             : "refused") +
+           (Op(kShellDelete, kShellAllowUndo, Utf8ToText(other.path() + "/u")) ? " deleted"
+                                                                               : " refused");
   });
   chmod((source + "/locked").c_str(), 0755);
   EXPECT_EQ(got, "refused refused");
-  EXPECT_EQ(ReadBytes(other.path() + "/u/plain") + (PathExists(trash + "/files/u") ? "+copy" : ""), "p");
+  EXPECT_EQ(ReadBytes(other.path() + "/u/plain") + (PathExists(trash + "/files/u") ? "+copy" : ""),
+            "p");
   EXPECT_FALSE(PathExists(trash + "/info/u.trashinfo"));
   for (const char* name : names) {
-    std::string in_source = ReadBytes(source + "/" + name), in_trash = ReadBytes(trash + "/files/d/" + name);
+    std::string in_source = ReadBytes(source + "/" + name),
+                in_trash = ReadBytes(trash + "/files/d/" + name);
     EXPECT_EQ(in_source + in_trash, name) << "in both places or lost: " << name;
   }
   EXPECT_TRUE(PathExists(trash + "/info/d.trashinfo"));
@@ -166,7 +179,8 @@ TEST_F(ShellOperationsTest, TrashAcrossFileSystemsLosesNothing) {
 
 TEST_F(ShellOperationsTest, GeneratedNames) {
   Text name = store.File_RandomFileName(u"txt") + store.File_RandomFileName(u".txt");
-  EXPECT_TRUE(std::regex_match(TextToUtf8(name), std::regex("([A-Z]{8}\\.txt){2}"))) << TextToUtf8(name);
+  EXPECT_TRUE(std::regex_match(TextToUtf8(name), std::regex("([A-Z]{8}\\.txt){2}")))
+      << TextToUtf8(name);
   EXPECT_EQ(store.File_RandomFileName(u"").back(), u'.');
   // with a folder: "/" is added and a name already there is drawn again (the
   // clock stands still on the simulated loop, so a fresh Storage draws the

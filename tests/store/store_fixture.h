@@ -31,7 +31,8 @@ struct FaultyFiles : LinuxFileSystem {
     LinuxFileSystem::Delete(p);
   }
   bool Enumerate(TextView p, std::vector<FileEntry>& o) override {
-    if (!unreadable.empty() && p.substr(0, unreadable.size() + 1) == unreadable + u"/") return o.clear(), false;
+    if (!unreadable.empty() && p.substr(0, unreadable.size() + 1) == unreadable + u"/")
+      return o.clear(), false;
     return LinuxFileSystem::Enumerate(p, o);
   }
   bool refuse_deletes = false;

@@ -20,7 +20,8 @@ CollectionPtr List(std::initializer_list<Variant> items) {
 }
 
 struct VariableStoreTest : ::testing::Test {
-  explicit VariableStoreTest(double start = SimPlatform::kDefaultStart) : sim(start), store(sim.platform) {}
+  explicit VariableStoreTest(double start = SimPlatform::kDefaultStart)
+      : sim(start), store(sim.platform) {}
   SimPlatform sim;
   VariableStore store;
 };
@@ -61,10 +62,11 @@ TEST_F(VariableStoreTest, SortFollowsTheModeAndDropsKeys) {
   };
   using V = std::vector<Text>;
   EXPECT_EQ(sorted({u"b", u"B", u"a"}, 0), (V{u"B", u"a", u"b"}));  // capitals before small
-  EXPECT_EQ(sorted({u"b", u"B", u"a"}, 2)[0], u"a");               // without case
+  EXPECT_EQ(sorted({u"b", u"B", u"a"}, 2)[0], u"a");                // without case
   // the gap sequence 5 -> 2 -> 1 (ties to even) decides where equal items land
   EXPECT_EQ(sorted({u"a", u"b", u"a", u"B", u"a"}, 2), (V{u"a", u"a", u"a", u"b", u"B"}));
-  EXPECT_EQ(sorted({u"c", u"b", u"a", u"C", u"B", u"A", u"c"}, 2), (V{u"a", u"A", u"B", u"b", u"c", u"C", u"c"}));
+  EXPECT_EQ(sorted({u"c", u"b", u"a", u"C", u"B", u"A", u"c"}, 2),
+            (V{u"a", u"A", u"B", u"b", u"c", u"C", u"c"}));
   // numbers: by value in mode 0, as texts in mode 1, before texts; other modes leave it
   EXPECT_EQ(sorted({10, u"x", 9, 2.5, -1}, 0), (V{u"-1", u"2.5", u"9", u"10", u"x"}));
   EXPECT_EQ(sorted({10, 9, 100}, 1), (V{u"10", u"100", u"9"}));
@@ -88,7 +90,8 @@ void ReferenceSort(std::vector<int>& list, const std::vector<Variant>& values, i
     const Variant &x = values[static_cast<size_t>(a)], &y = values[static_cast<size_t>(b)];
     if (mode == 0) return VariantLess(x, y);
     if ((mode != 1 && mode != 2) || x.IsNull() || y.IsNull()) return false;
-    return StrComp(x.ToText(), y.ToText(), mode == 1 ? CompareMode::Binary : CompareMode::TextCompare) == -1;
+    return StrComp(x.ToText(), y.ToText(),
+                   mode == 1 ? CompareMode::Binary : CompareMode::TextCompare) == -1;
   };
   auto put = [&](size_t at, int item) {  // remove at, add again before at (or at the end), keyless
     list.erase(list.begin() + static_cast<std::ptrdiff_t>(at));
@@ -115,13 +118,15 @@ void ReferenceSort(std::vector<int>& list, const std::vector<Variant>& values, i
 // items, some lists longer than the storage's blocks.
 TEST_F(VariableStoreTest, SortMatchesThePlainReferenceOnRandomLists) {
   std::mt19937 rng(1779);
-  const std::vector<Variant> pool = {1, 2, 2, -7, 70000, 2.5, 1e10, Variant(true), Variant(), Variant::Null(),
-                                     u"", u"a", u"A", u"b", u"B", u"ab", u"Ab", u"2", u"10", u"\u00e9"};
+  const std::vector<Variant> pool = {
+      1,   2,    2,    -7,   70000, 2.5,   1e10,  Variant(true), Variant(), Variant::Null(),
+      u"", u"a", u"A", u"b", u"B",  u"ab", u"Ab", u"2",          u"10",     u"\u00e9"};
   auto same = [](const Variant& a, const Variant& b) {
     return a.Type() == b.Type() && (a.IsNull() || VariantEqual(a, b));
   };
   for (int list = 0; list < 10000; ++list) {
-    std::vector<Variant> values(std::uniform_int_distribution<size_t>(0, list % 50 == 0 ? 140 : 24)(rng));
+    std::vector<Variant> values(
+        std::uniform_int_distribution<size_t>(0, list % 50 == 0 ? 140 : 24)(rng));
     std::vector<bool> keyed(values.size());
     for (size_t i = 0; i < values.size(); ++i) {
       values[i] = pool[rng() % pool.size()];
@@ -130,7 +135,8 @@ TEST_F(VariableStoreTest, SortMatchesThePlainReferenceOnRandomLists) {
     for (int mode : {0, 1, 2, 5}) {
       auto c = Collection::New();
       for (size_t i = 0; i < values.size(); ++i) {
-        c->Add(values[i], keyed[i] ? Variant(u"k" + CStr(Variant(static_cast<int32_t>(i)))) : Variant::Missing());
+        c->Add(values[i], keyed[i] ? Variant(u"k" + CStr(Variant(static_cast<int32_t>(i))))
+                                   : Variant::Missing());
       }
       std::vector<int> expected(values.size());
       std::iota(expected.begin(), expected.end(), 0);
@@ -141,8 +147,10 @@ TEST_F(VariableStoreTest, SortMatchesThePlainReferenceOnRandomLists) {
         const int32_t pos = static_cast<int32_t>(i + 1);
         const int cell = expected[i];
         const auto original = static_cast<size_t>(cell < 0 ? -1 - cell : cell);
-        ASSERT_TRUE(same(c->Item(pos), values[original])) << "list " << list << " mode " << mode << " at " << pos;
-        ASSERT_EQ(c->KeyAt(pos).has_value(), cell >= 0 && keyed[original]) << "list " << list << " mode " << mode;
+        ASSERT_TRUE(same(c->Item(pos), values[original]))
+            << "list " << list << " mode " << mode << " at " << pos;
+        ASSERT_EQ(c->KeyAt(pos).has_value(), cell >= 0 && keyed[original])
+            << "list " << list << " mode " << mode;
       }
     }
   }

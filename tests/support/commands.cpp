@@ -21,10 +21,13 @@ std::string RunCommand(const std::string& command, double seconds) {
 
 std::string ChromiumDom(const std::string& url, const std::string& profile_folder,
                         const std::string& extra_flags, double seconds) {
-  return RunCommand(std::string(kChromium) + " --headless --no-sandbox --disable-gpu"
-                    " --disable-quic --no-first-run --disable-background-networking"
-                    " --disable-component-update --disable-sync " + extra_flags +
-                    " --user-data-dir=" + profile_folder + " --dump-dom '" + url + "' 2>/dev/null", seconds);
+  return RunCommand(std::string(kChromium) +
+                        " --headless --no-sandbox --disable-gpu"
+                        " --disable-quic --no-first-run --disable-background-networking"
+                        " --disable-component-update --disable-sync " +
+                        extra_flags + " --user-data-dir=" + profile_folder + " --dump-dom '" + url +
+                        "' 2>/dev/null",
+                    seconds);
 }
 
 std::string ReadFile(const std::string& path) {

@@ -16,7 +16,8 @@ namespace varnek {
 bool DemoProcess::Start(std::vector<std::string> extra, const std::string& log_path) {
   for (int attempt = 0; attempt < 10; ++attempt) {
     std::string port = std::to_string(port_ = RandomServerPort());
-    std::vector<char*> args{const_cast<char*>("varnek-demo"), const_cast<char*>("--port"), port.data()};
+    std::vector<char*> args{const_cast<char*>("varnek-demo"), const_cast<char*>("--port"),
+                            port.data()};
     for (auto& e : extra) args.push_back(e.data());
     args.push_back(nullptr);
     int out[2];
@@ -64,7 +65,8 @@ bool DemoProcess::SaidItServes(std::chrono::seconds limit) {
     return at != std::string::npos && said.find('\n', at) != std::string::npos;
   };
   while (!whole_line()) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        end - std::chrono::steady_clock::now());
     if (left.count() <= 0) return false;
     pollfd p{stdout_fd_, POLLIN, 0};
     if (::poll(&p, 1, static_cast<int>(left.count())) <= 0) continue;

@@ -85,7 +85,8 @@ std::string ReadUntil(int fd, const std::function<bool(const std::string&)>& don
   return got;
 }
 
-HostsFile::HostsFile(const std::string& lines) : path("/tmp/varnek-hosts-" + std::to_string(getpid())) {
+HostsFile::HostsFile(const std::string& lines)
+    : path("/tmp/varnek-hosts-" + std::to_string(getpid())) {
   std::ofstream(path) << lines;
   setenv("CARES_HOSTS", path.c_str(), 1);
 }
@@ -106,7 +107,8 @@ bool LoopbackClient::Connect(int port, const char* address) {
   freeaddrinfo(ai);
   sockaddr_in6 self{};  // sin_port and sin6_port sit at the same offset
   socklen_t len = sizeof self;
-  if (connected && getsockname(fd, reinterpret_cast<sockaddr*>(&self), &len) == 0) local_port = ntohs(self.sin6_port);
+  if (connected && getsockname(fd, reinterpret_cast<sockaddr*>(&self), &len) == 0)
+    local_port = ntohs(self.sin6_port);
   return connected;
 }
 
@@ -123,7 +125,8 @@ std::string LoopbackClient::ReadUntil(const std::string& marker, double seconds)
   const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
   std::string out;
   while (!eof && (marker.empty() || out.find(marker) == std::string::npos)) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        end - std::chrono::steady_clock::now());
     if (left.count() < 0) break;
     out += ReadSome(static_cast<int>(left.count()) + 1);
     if (std::chrono::steady_clock::now() >= end) break;
@@ -150,11 +153,15 @@ std::string RawExchange(int port, const std::string& request, double seconds) {
   return c.ReadAll(seconds);
 }
 
-std::vector<Answer> ExchangeAtOnce(int port, const std::vector<std::string>& requests, double seconds) {
+std::vector<Answer> ExchangeAtOnce(int port, const std::vector<std::string>& requests,
+                                   double seconds) {
   const auto start = std::chrono::steady_clock::now();
-  const auto elapsed = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); };
+  const auto elapsed = [&] {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  };
   std::vector<std::unique_ptr<LoopbackClient>> open;  // all connected first, then all requests
-  for (size_t k = 0; k < requests.size(); ++k) open.push_back(std::make_unique<LoopbackClient>(port));
+  for (size_t k = 0; k < requests.size(); ++k)
+    open.push_back(std::make_unique<LoopbackClient>(port));
   for (size_t k = 0; k < requests.size(); ++k) {
     if (!open[k]->Send(requests[k])) open[k].reset();
   }
@@ -164,8 +171,10 @@ std::vector<Answer> ExchangeAtOnce(int port, const std::vector<std::string>& req
     for (size_t k = 0; k < open.size(); ++k) {
       if (!open[k] || answers[k].at >= 0) continue;
       answers[k].text += open[k]->ReadAll(0.005);
-      if (open[k]->PeerClosed()) answers[k].at = elapsed();
-      else pending = true;
+      if (open[k]->PeerClosed())
+        answers[k].at = elapsed();
+      else
+        pending = true;
     }
   }
   return answers;

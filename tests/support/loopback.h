@@ -37,7 +37,8 @@ struct LoopbackListener {
 bool SendAll(int fd, const std::string& bytes);
 
 // Reads from fd until `done(text)` holds, the peer closes or `seconds` pass.
-std::string ReadUntil(int fd, const std::function<bool(const std::string&)>& done, double seconds = 5.0);
+std::string ReadUntil(int fd, const std::function<bool(const std::string&)>& done,
+                      double seconds = 5.0);
 
 // A hosts file of the test's own that the Linux resolver reads while this lives.
 struct HostsFile {
@@ -90,6 +91,7 @@ struct Answer {
 
 // Connects one client a request, then sends them all, and reads every
 // connection until the server closes it, at most `seconds` in all.
-std::vector<Answer> ExchangeAtOnce(int port, const std::vector<std::string>& requests, double seconds);
+std::vector<Answer> ExchangeAtOnce(int port, const std::vector<std::string>& requests,
+                                   double seconds);
 
 }  // namespace varnek

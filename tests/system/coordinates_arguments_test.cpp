@@ -13,8 +13,11 @@ namespace varnek {
 namespace {
 
 TEST(Coordinates, PointOnEllipseRunsClockwiseFromTheTop) {
-  struct Case { double degree; int32_t x, y; } cases[] = {
-      {0, 100, 50}, {90, 150, 100}, {180, 100, 150}, {270, 50, 100}, {45, 135, 65}, {-90, 50, 100}};
+  struct Case {
+    double degree;
+    int32_t x, y;
+  } cases[] = {{0, 100, 50},   {90, 150, 100}, {180, 100, 150},
+               {270, 50, 100}, {45, 135, 65},  {-90, 50, 100}};
   for (const Case& c : cases) {
     int32_t x = -1, y = -1;
     Coordenadas2D_GradosToXY(100, 100, c.degree, 50, 50, x, y);
@@ -39,8 +42,10 @@ TEST(Coordinates, PlaneAnglesHaveNoQuadrantAndTheDegreeFormFallsBackTo365) {
   Variant vertical = Coordenadas2D_AnguloEntrePuntosGrados(0, 0, 0, 5);
   EXPECT_EQ(vertical.Type(), VarType::Integer);
   EXPECT_EQ(CLng(vertical), 365);
-  const Variant fallbacks[][4] = {{0, 0, 0, 0}, {u"a", 0, 1, 1}, {-1.7e308, 0, 1.7e308, 1}};  // the last: dx overflows
-  for (const auto& p : fallbacks) EXPECT_EQ(CLng(Coordenadas2D_AnguloEntrePuntosGrados(p[0], p[1], p[2], p[3])), 365);
+  const Variant fallbacks[][4] = {
+      {0, 0, 0, 0}, {u"a", 0, 1, 1}, {-1.7e308, 0, 1.7e308, 1}};  // the last: dx overflows
+  for (const auto& p : fallbacks)
+    EXPECT_EQ(CLng(Coordenadas2D_AnguloEntrePuntosGrados(p[0], p[1], p[2], p[3])), 365);
 
   ExpectFailures({
       {kErrDivisionByZero, [] { Coordenadas2D_AnguloEntrePuntosRadianes(0, 0, 0, 5); }},
@@ -76,19 +81,34 @@ TEST(Coordinates, DistancesAndElevationKeepTheirQuirks) {
 }
 
 TEST(AppArguments, CutsPicksAndStoresTheDefaultSeparator) {
-  struct Row { Variant position; const char16_t *separator, *source, *want; };
+  struct Row {
+    Variant position;
+    const char16_t *separator, *source, *want;
+  };
   const Row rows[] = {
       {0, u"/", u"x /y", u"x /y"},  // position 0: the whole text
-      {1, u"/", u"x /y", u"x"}, {2, u"/", u"x /y", u"y"}, {3, u"/", u"x /y", u""}, {-1, u"/", u"x /y", u""},
-      {u"two", u"/", u"x /y", u""}, {Variant::Null(), u"/", u"x /y", u""},
+      {1, u"/", u"x /y", u"x"},
+      {2, u"/", u"x /y", u"y"},
+      {3, u"/", u"x /y", u""},
+      {-1, u"/", u"x /y", u""},
+      {u"two", u"/", u"x /y", u""},
+      {Variant::Null(), u"/", u"x /y", u""},
       {1.5, u"/", u"a/b/c", u"b"},  // 1.5 rounds to 2
-      {2, u",", u"a, b ,c", u"b"}, {3, u",", u"a, b ,c", u"c"}, {1, u"/", u"/a /b", u""}, {3, u"/", u"/a /b", u"b"},
-      {1, u"/", u"no separator ", u"no separator "}, {0, u"/", u"  padded / x ", u"  padded / x "},
+      {2, u",", u"a, b ,c", u"b"},
+      {3, u",", u"a, b ,c", u"c"},
+      {1, u"/", u"/a /b", u""},
+      {3, u"/", u"/a /b", u"b"},
+      {1, u"/", u"no separator ", u"no separator "},
+      {0, u"/", u"  padded / x ", u"  padded / x "},
       // a separator of several units steps over one unit only
-      {1, u"--", u"a--b", u"a"}, {2, u"--", u"a--b", u"-b"}, {3, u"--", u"a--b--c", u"-c"},
-      {3, u"", u"abc", u""}, {4, u"", u"abc", u""}};  // an empty separator takes the text apart unit by unit
+      {1, u"--", u"a--b", u"a"},
+      {2, u"--", u"a--b", u"-b"},
+      {3, u"--", u"a--b--c", u"-c"},
+      {3, u"", u"abc", u""},
+      {4, u"", u"abc", u""}};  // an empty separator takes the text apart unit by unit
   for (const Row& r : rows) {
-    EXPECT_EQ(CStr(AppArgumentsOf(r.position, r.separator, r.source)), r.want) << "row " << &r - rows;
+    EXPECT_EQ(CStr(AppArgumentsOf(r.position, r.separator, r.source)), r.want)
+        << "row " << &r - rows;
   }
   // A separator found past 32767 overflows the 16-bit position.
   Text longer(40000, u'a');

@@ -150,7 +150,8 @@ TEST_F(FakeSysfs, PowerSupplyClassReadsLineAndLevel) {
   EXPECT_EQ(Read().battery_life_percent, 255);
 
   // With no line supply the battery's status tells the line.
-  for (const char* line : {"AC", "ucsi-source-psy-USBC000:001"}) std::filesystem::remove_all(root("power/") + line);
+  for (const char* line : {"AC", "ucsi-source-psy-USBC000:001"})
+    std::filesystem::remove_all(root("power/") + line);
   Write({{"BAT0/capacity", "64"}});
   // clang-format off
   for (auto [status, line] :
@@ -182,11 +183,11 @@ TEST_F(FakeSysfs, ProcStatGivesTheLoadSinceThePreviousReading) {
   EXPECT_FALSE(readings.ReadCpuUsage().has_value());  // no file
   // user nice system idle iowait irq softirq steal guest guest_nice
   const std::pair<const char*, std::optional<int32_t>> rows[] = {
-      {"intr 1 2 3\n", std::nullopt},                                 // no cpu line
-      {"cpu  100 0 100 700 100 0 0 0 50 0\ncpu0 1 2 3 4\n", 20},      // since boot: 200 busy of 1000
-      {"cpu  100 0 100 700 100 0 0 0 50 0\n", 0},                     // nothing elapsed
-      {"cpu  130 0 100 760 110 0 0 0 50 0\n", 30},                    // 30 busy of 100; iowait counts as idle
-      {"cpu  430 0 100 860 110 0 0 0 50 0\n", 75}};                   // 300 busy of 400
+      {"intr 1 2 3\n", std::nullopt},                             // no cpu line
+      {"cpu  100 0 100 700 100 0 0 0 50 0\ncpu0 1 2 3 4\n", 20},  // since boot: 200 busy of 1000
+      {"cpu  100 0 100 700 100 0 0 0 50 0\n", 0},                 // nothing elapsed
+      {"cpu  130 0 100 760 110 0 0 0 50 0\n", 30},   // 30 busy of 100; iowait counts as idle
+      {"cpu  430 0 100 860 110 0 0 0 50 0\n", 75}};  // 300 busy of 400
   for (auto [stat, load] : rows) {
     WriteBytes(root("stat"), stat);
     EXPECT_EQ(readings.ReadCpuUsage(), load) << stat;

@@ -1,4 +1,5 @@
-// URL and Base64 codecs and the control-character aliases, with cross-checks against the literal passes.
+// URL and Base64 codecs and the control-character aliases, with cross-checks against the literal
+// passes.
 #include <random>
 
 #include "fuzz/toolkit_input.h"
@@ -8,7 +9,9 @@
 namespace varnek {
 namespace {
 
-struct TextRow { Text in, want; };
+struct TextRow {
+  Text in, want;
+};
 
 TEST_F(ToolkitTest, UrlEncodesInShortFormsAndDecodesInAscendingLiteralPasses) {
   // clang-format off
@@ -22,13 +25,20 @@ TEST_F(ToolkitTest, UrlEncodesInShortFormsAndDecodesInAscendingLiteralPasses) {
   EXPECT_EQ(CStr(kit.URL_Encode(42)), u"42");
   EXPECT_EQ(FailureOf([&] { kit.URL_Encode(Variant::Null()); }), kErrInvalidUseOfNull);
   const TextRow rows[] = {
-      {u"a+b%2Dc", u"a b-c"}, {u"%2d", u"%2d"}, {u"100%", u"100%"}, {u"%", u"%"}, {u"%4", u"%4"},
+      {u"a+b%2Dc", u"a b-c"},
+      {u"%2d", u"%2d"},
+      {u"100%", u"100%"},
+      {u"%", u"%"},
+      {u"%4", u"%4"},
       {u"%A", u"%A"},  // lower-case digits and the encoder's one-digit form stay
-      {u"%0A%0D", u"\n\r"}, {u"%00", u"%00"}, {u"%2B", u"+"},  // no pass for 0; a decoded "+" stays
+      {u"%0A%0D", u"\n\r"},
+      {u"%00", u"%00"},
+      {u"%2B", u"+"},      // no pass for 0; a decoded "+" stays
       {u"%2541", u"A"},    // 37 frees "%41", decoded at 65
       {u"%2510", u"%10"},  // pass 16 was already over
       {u"%2525", u"%25"},  // the freed "%25" is behind the scan of pass 37
-      {u"%%2541", u"%A"}, {u"%4%41", u"J"},  // pass 65 frees "%4A", decoded at 74
+      {u"%%2541", u"%A"},
+      {u"%4%41", u"J"},    // pass 65 frees "%4A", decoded at 74
       {u"%3%33", u"%33"},  // "3" freed at 51 forms "%33" behind the scan
       {u"%F1%80%FF", u"\u00f1\u20ac\u00ff"}};
   for (const TextRow& r : rows) EXPECT_EQ(CStr(kit.URL_Decode(r.in)), r.want) << TextToUtf8(r.in);
@@ -48,10 +58,14 @@ TEST_F(ToolkitTest, Base64GoldenValuesAndLenientDecoding) {
   // clang-format on
   // a unit with no byte reads as "?"
   EXPECT_EQ(kit.Base64_Encode(u"\u4e2d"), kit.Base64_Encode(u"?"));
-  // lenient decoding: a short group is dropped; "=" third with a real fourth removes one unit; "=" reads as
-  // 64, shifted out of the first two units so that one NUL stays; a line break shifts all; a space reads as "A"
-  for (const TextRow& r : {TextRow{u"YQ", u""}, {u"YWJjYQ", u"abc"}, {u"YQ=x", Text(u"a\0", 2)},
-                           {u"====", Text(1, u'\0')}, {u"YQ==\r\nYQ==", Text(u"a\0\x06\x10", 4)},
+  // lenient decoding: a short group is dropped; "=" third with a real fourth removes one unit; "="
+  // reads as 64, shifted out of the first two units so that one NUL stays; a line break shifts all;
+  // a space reads as "A"
+  for (const TextRow& r : {TextRow{u"YQ", u""},
+                           {u"YWJjYQ", u"abc"},
+                           {u"YQ=x", Text(u"a\0", 2)},
+                           {u"====", Text(1, u'\0')},
+                           {u"YQ==\r\nYQ==", Text(u"a\0\x06\x10", 4)},
                            {u"YW Jj", kit.Base64_Decode(u"YWAJ")}}) {
     EXPECT_EQ(kit.Base64_Decode(r.in), r.want) << TextToUtf8(r.in);
   }
@@ -65,27 +79,34 @@ TEST_F(ToolkitTest, Base64GoldenValuesAndLenientDecoding) {
 
 TEST_F(ToolkitTest, ControlCharactersAndTheirAliases) {
   const TextRow to_text[] = {
-      {u"a\r\nb", u"a\u00abCR\u00bb\u00abLF\u00bbb"}, {u"\t", u"\u00abHT\u00bb"},  // never «TAB»
-      {u"\x11\x13", u"\u00abXON\u00bb\u00abXOFF\u00bb"}, {Text(u"a\0b", 3), u"a\u00abNUL\u00bbb"},
+      {u"a\r\nb", u"a\u00abCR\u00bb\u00abLF\u00bbb"},
+      {u"\t", u"\u00abHT\u00bb"},  // never «TAB»
+      {u"\x11\x13", u"\u00abXON\u00bb\u00abXOFF\u00bb"},
+      {Text(u"a\0b", 3), u"a\u00abNUL\u00bbb"},
       {u"\x1f \x7f\u0080\u00ff", u"\u00abUS\u00bb \x7f\u0080\u00ff"},  // 127 and above pass
-      {u"\u00abCR\u00bb", u"\u00abCR\u00bb"}, {u"", u""}};  // a literal alias is not escaped
-  for (const TextRow& r : to_text) EXPECT_EQ(kit.Var_ConvierteCharControlToText(r.in), r.want) << TextToUtf8(r.want);
+      {u"\u00abCR\u00bb", u"\u00abCR\u00bb"},
+      {u"", u""}};  // a literal alias is not escaped
+  for (const TextRow& r : to_text)
+    EXPECT_EQ(kit.Var_ConvierteCharControlToText(r.in), r.want) << TextToUtf8(r.want);
   const TextRow to_chars[] = {
-      {u"\u00abHT\u00bb\u00abTAB\u00bb", u"\t\t"}, {u"a\u00abNUL\u00bbb", Text(u"a\0b", 3)},
+      {u"\u00abHT\u00bb\u00abTAB\u00bb", u"\t\t"},
+      {u"a\u00abNUL\u00bbb", Text(u"a\0b", 3)},
       {u"\u00abXOFF\u00bb\u00abDC1\u00bb", u"\x13\u00abDC1\u00bb"},  // DC1 is no name here
       // exact matching: lower case, unknown names and open marks stay
       {u"\u00abcr\u00bb \u00abCR \u00ab\u00abLF\u00bb", u"\u00abcr\u00bb \u00abCR \u00ab\n"},
       {u"\u00abSO\u00bb\u00abSOH\u00bb", u"\x0e\x01"}};
-  for (const TextRow& r : to_chars) EXPECT_EQ(kit.Var_ConvierteTextToCharControl(r.in), r.want) << TextToUtf8(r.in);
-  EXPECT_EQ(FailureOf([&] { kit.Var_ConvierteCharControlToText(Variant::Null()); }), kErrInvalidUseOfNull);
+  for (const TextRow& r : to_chars)
+    EXPECT_EQ(kit.Var_ConvierteTextToCharControl(r.in), r.want) << TextToUtf8(r.in);
+  EXPECT_EQ(FailureOf([&] { kit.Var_ConvierteCharControlToText(Variant::Null()); }),
+            kErrInvalidUseOfNull);
 }
 
 // Random texts of pieces dense in escapes and alias names (so that decoded
 // units form new ones) against the classic pass-by-pass forms.
 TEST_F(ToolkitTest, SweepsAgreeWithTheLiteralPasses) {
   const Text url = u"%%%0123456789ABCDEFa+";
-  const Text alias[] = {u"\u00ab", u"\u00bb", u"CR", u"LF", u"TAB", u"HT",  u"SO",
-                        u"H",       u"\r",     u"x",  u"US", u"\x1f", Text(1, u'\0')};
+  const Text alias[] = {u"\u00ab", u"\u00bb", u"CR", u"LF", u"TAB",  u"HT",         u"SO",
+                        u"H",      u"\r",     u"x",  u"US", u"\x1f", Text(1, u'\0')};
   std::mt19937 rng(12345);
   auto draw = [&](const auto& pieces, size_t most) {
     Text s;
@@ -95,8 +116,10 @@ TEST_F(ToolkitTest, SweepsAgreeWithTheLiteralPasses) {
   for (int round = 0; round < 3000; ++round) {
     const Text s = draw(url, 24), a = draw(alias, 12);
     ASSERT_EQ(CStr(kit.URL_Decode(s)), LiteralUrlDecode(kit, s)) << TextToUtf8(s);
-    ASSERT_EQ(kit.Var_ConvierteCharControlToText(a), LiteralControlAliases(kit, a, false)) << TextToUtf8(a);
-    ASSERT_EQ(kit.Var_ConvierteTextToCharControl(a), LiteralControlAliases(kit, a, true)) << TextToUtf8(a);
+    ASSERT_EQ(kit.Var_ConvierteCharControlToText(a), LiteralControlAliases(kit, a, false))
+        << TextToUtf8(a);
+    ASSERT_EQ(kit.Var_ConvierteTextToCharControl(a), LiteralControlAliases(kit, a, true))
+        << TextToUtf8(a);
   }
 }
 

@@ -14,7 +14,8 @@ TEST_F(ToolkitTest, IntToCharAndBack) {
                       {1, 3, false, Text(u"\0\0\x01", 3)}, {0x41424344, 2, false, u"CD"},
                       {128, 1, false, u"\u20ac"}};
   // clang-format on
-  for (const Row& r : rows) EXPECT_EQ(CStr(kit.Var_IntToChar(r.value, r.width, r.hex)), r.chars) << r.value;
+  for (const Row& r : rows)
+    EXPECT_EQ(CStr(kit.Var_IntToChar(r.value, r.width, r.hex)), r.chars) << r.value;
   // a lost leading zero; "FFFF" read as the 16-bit "&H" literal
   // clang-format off
   struct Back { Text chars; bool hex; const char16_t* value; };
@@ -22,7 +23,8 @@ TEST_F(ToolkitTest, IntToCharAndBack) {
                         {u"\u20ac", false, u"128"}, {u"\u00ff\u00ff", false, u"-1"},
                         {u"xyz", true, u"&Hxyz"}};
   // clang-format on
-  for (const Back& r : backs) EXPECT_EQ(CStr(kit.Var_CharToInt(r.chars, r.hex)), r.value) << TextToUtf8(r.chars);
+  for (const Back& r : backs)
+    EXPECT_EQ(CStr(kit.Var_CharToInt(r.chars, r.hex)), r.value) << TextToUtf8(r.chars);
 }
 
 TEST_F(ToolkitTest, RomanNumeralsLeaveTheUnitsDigit) {
@@ -48,13 +50,15 @@ TEST_F(ToolkitTest, PercentDifferenceAndColours) {
   EXPECT_EQ(CStr(rgb->Item(1)) + CStr(rgb->Item(2)) + CStr(rgb->Item(3)), u"123");
   EXPECT_EQ(kit.Var_ColorRGBToLong(1, 2, 3), 197121);
   EXPECT_EQ(kit.Var_ColorRGBToLong(300, 1000, 256), 16777215);  // each capped at 255
-  EXPECT_EQ(kit.Var_ColorRGBToLong(u"x", 1, 0), 256);            // a failing component is 0
-  EXPECT_EQ(kit.Var_ColorRGBToLong(70000, 0, 0), 0);             // not a 16-bit value
+  EXPECT_EQ(kit.Var_ColorRGBToLong(u"x", 1, 0), 256);           // a failing component is 0
+  EXPECT_EQ(kit.Var_ColorRGBToLong(70000, 0, 0), 0);            // not a 16-bit value
 }
 
 TEST_F(ToolkitTest, CompactDatesAndTheZeroDate) {
-  EXPECT_EQ(kit.Var_DateToString(Variant(Date{DateFromParts(2004, 3, 7, 14, 5, 9)})), u"20040307140509");
-  EXPECT_EQ(kit.Var_DateToString(Variant(Date{DateFromParts(987, 12, 31, 0, 0, 0)})), u"09871231000000");
+  EXPECT_EQ(kit.Var_DateToString(Variant(Date{DateFromParts(2004, 3, 7, 14, 5, 9)})),
+            u"20040307140509");
+  EXPECT_EQ(kit.Var_DateToString(Variant(Date{DateFromParts(987, 12, 31, 0, 0, 0)})),
+            u"09871231000000");
   EXPECT_EQ(kit.Var_DateToString(u"not a date") + kit.Var_DateToString(Variant::Null()), u"");
   for (const char16_t* compact : {u"20040307140509", u"18500615183000"}) {
     EXPECT_EQ(kit.Var_DateToString(Variant(kit.Var_StringToDate(compact))), compact);
@@ -87,11 +91,15 @@ TEST_F(ToolkitTest, CurrencyTextFollowsTheDecimalMarkAndIsWrittenBack) {
 }
 
 TEST_F(ToolkitTest, FilterKeepsPlainPrintableText) {
-  const Text rows[][2] = {{u"A\u00f1o\r\n\u00f1u", u"Ano nu"}, {u"a\rb\nc\td", u"a bcd"},  // lone LF, TAB go
-                          {u"\u00c1\u00c9\u00cd\u00d3\u00da\u00e1\u00e9\u00ed\u00f3\u00fa\u00d1", u"AEIOUaeiouN"},
-                          {u"\u00fc\u20ac\u00ff~x", u"~x"}, {u"\r\r\n", u"  "},
-                          {u"\u4e2d", u"\u4e2d"}};  // no byte: not removed
-  for (const auto& r : rows) EXPECT_EQ(CStr(kit.Var_FiltraCaracteres(r[0])), r[1]) << TextToUtf8(r[0]);
+  const Text rows[][2] = {
+      {u"A\u00f1o\r\n\u00f1u", u"Ano nu"},
+      {u"a\rb\nc\td", u"a bcd"},  // lone LF, TAB go
+      {u"\u00c1\u00c9\u00cd\u00d3\u00da\u00e1\u00e9\u00ed\u00f3\u00fa\u00d1", u"AEIOUaeiouN"},
+      {u"\u00fc\u20ac\u00ff~x", u"~x"},
+      {u"\r\r\n", u"  "},
+      {u"\u4e2d", u"\u4e2d"}};  // no byte: not removed
+  for (const auto& r : rows)
+    EXPECT_EQ(CStr(kit.Var_FiltraCaracteres(r[0])), r[1]) << TextToUtf8(r[0]);
 }
 
 TEST_F(ToolkitTest, EnCryptIsItsOwnInverseWithARepeatingKey) {

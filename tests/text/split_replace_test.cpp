@@ -5,14 +5,23 @@ namespace varnek {
 namespace {
 
 TEST_F(ToolkitTest, GetPartKeepsOneDelimiterUnitConsumesInputAndStopsAt32767) {
-  struct Row { Variant in; Variant delimiter; bool clean; Text piece; Text rest; };
+  struct Row {
+    Variant in;
+    Variant delimiter;
+    bool clean;
+    Text piece;
+    Text rest;
+  };
   const Row rows[] = {
       {u"a,b", u",", false, u"a,", u"b"},  // the piece keeps the delimiter's first unit
       {u"GET /\r\nHost: x", u"\r\n", false, u"GET /\r", u"Host: x"},  // the rest skips CR LF
-      {u"k=v", u"=", true, u"k", u"v"}, {u"=v", u"=", true, u"", u"v"},  // only the rest tells these apart
-      {u"abc", u";", true, u"", u"abc"},                                    // missing delimiter: untouched
-      {u"abc", u"", false, u"a", u"abc"}, {u"abc", u"", true, u"", u"abc"},  // empty delimiter: p stays 1
-      {u"", u"", false, u"", u""}, {u"a,b", Variant::Null(), false, u"", u"a,b"}};
+      {u"k=v", u"=", true, u"k", u"v"},
+      {u"=v", u"=", true, u"", u"v"},     // only the rest tells these apart
+      {u"abc", u";", true, u"", u"abc"},  // missing delimiter: untouched
+      {u"abc", u"", false, u"a", u"abc"},
+      {u"abc", u"", true, u"", u"abc"},  // empty delimiter: p stays 1
+      {u"", u"", false, u"", u""},
+      {u"a,b", Variant::Null(), false, u"", u"a,b"}};
   for (const Row& r : rows) {
     Variant s = r.in;
     EXPECT_EQ(kit.Var_GetPart(s, r.delimiter, r.clean), r.piece) << "row " << &r - rows;
@@ -25,11 +34,18 @@ TEST_F(ToolkitTest, GetPartKeepsOneDelimiterUnitConsumesInputAndStopsAt32767) {
   Variant null = Variant::Null();
   EXPECT_TRUE(kit.Var_GetPart(null, u",").empty() && null.IsNull());
   // a delimiter that starts at 32767 is found whole; at 32768 or later not, and the input stays
-  struct Long { Text in; const char16_t* delimiter; bool clean; size_t piece; Text rest; };
+  struct Long {
+    Text in;
+    const char16_t* delimiter;
+    bool clean;
+    size_t piece;
+    Text rest;
+  };
   const Text over = Text(32767, u'x') + u",", past = u"x" + Text(40000, u'y') + u",";
   const Long longs[] = {{Text(32766, u'x') + u",tail", u",", true, 32766, u"tail"},
                         {Text(32766, u'x') + u"ab", u"ab", false, 32767, u""},
-                        {over, u",", false, 0, over}, {past, u",", false, 0, past}};
+                        {over, u",", false, 0, over},
+                        {past, u",", false, 0, past}};
   for (const Long& r : longs) {
     Variant s = r.in;
     EXPECT_EQ(kit.Var_GetPart(s, r.delimiter, r.clean).size(), r.piece) << "row " << &r - longs;
@@ -53,7 +69,8 @@ TEST_F(ToolkitTest, GetFieldAtWrapsAroundCountsOverlapsAndHonours16BitPositions)
       {u"a,b", 1000000000, u",", u"b"},  // periodic
       {u"a,b", u"x", u",", u""}};  // failures are resumed as ""
   // clang-format on
-  for (const Row& r : rows) EXPECT_EQ(kit.Var_GetFieldAt(r.line, r.position, r.sep), r.want) << "row " << &r - rows;
+  for (const Row& r : rows)
+    EXPECT_EQ(kit.Var_GetFieldAt(r.line, r.position, r.sep), r.want) << "row " << &r - rows;
   EXPECT_EQ(kit.Var_GetFieldAt(Variant::Null(), 1, u","), u"");
   EXPECT_EQ(kit.Var_GetFieldValue(u"b,a", u"a", u","), u"b");  // the first field whatever the name
   EXPECT_EQ(kit.Var_GetFieldValue(u",abc", u"", u","), u"");
@@ -82,7 +99,8 @@ TEST_F(ToolkitTest, TranslateModesInOneSweep) {
       {u"aaaa", u"aa", u"b", 0, u"bb"}, {u"aaaa", u"aa", u"b", 6, u"aab"},
       {u"aXb", u"X", u"", 0, u"ab"}, {u"", u"X", u"y", 0, u""}, {u"abc", u"", u"y", 0, u"abc"}};
   // clang-format on
-  for (const Row& r : rows) EXPECT_EQ(kit.Var_Translate(r.in, r.from, r.to, r.type), r.want) << "row " << &r - rows;
+  for (const Row& r : rows)
+    EXPECT_EQ(kit.Var_Translate(r.in, r.from, r.to, r.type), r.want) << "row " << &r - rows;
 }
 
 TEST_F(ToolkitTest, SmallStringRoutinesAndPointers) {
@@ -107,10 +125,11 @@ TEST_F(ToolkitTest, SmallStringRoutinesAndPointers) {
   EXPECT_EQ(kit.Var_TrimNull(Text(u"  a\0b", 5)), u"  a");  // only a text without NUL is trimmed
   EXPECT_EQ(kit.Var_TrimNull(u"  a  "), u"a");
   EXPECT_EQ(kit.Var_StrZToStr(u"abc"), u"ab");  // the last unit goes whatever it is
-  ExpectFailures({{kErrInvalidUseOfNull, [&] { kit.Var_Reverse(Variant::Null()); }},
-                  {kErrOverflow, [&] { kit.Var_CountChar(u"abc", u""); }},  // an empty needle would never end
-                  {kErrInvalidCall, [&] { kit.Var_StrZToStr(u""); }},
-                  {kErrInvalidCall, [&] { kit.Var_StringNormalizeLen(u"7", 3, u""); }}});
+  ExpectFailures(
+      {{kErrInvalidUseOfNull, [&] { kit.Var_Reverse(Variant::Null()); }},
+       {kErrOverflow, [&] { kit.Var_CountChar(u"abc", u""); }},  // an empty needle would never end
+       {kErrInvalidCall, [&] { kit.Var_StrZToStr(u""); }},
+       {kErrInvalidCall, [&] { kit.Var_StringNormalizeLen(u"7", 3, u""); }}});
   // normalising lengths: the flag is the side padded on, and on cutting the side kept
   EXPECT_EQ(CStr(kit.Var_StringNormalizedWithSpaces(u"ab", 4)), u"ab  ");
   EXPECT_EQ(CStr(kit.Var_StringNormalizedWithSpaces(u"abcdef", 3)), u"abc");
@@ -122,7 +141,8 @@ TEST_F(ToolkitTest, SmallStringRoutinesAndPointers) {
                       {u"7", 3, 42, true, u"**7"}, {u"abc", 3, u"", false, u"abc"}};
   // clang-format on
   for (const Row& r : rows) {
-    EXPECT_EQ(CStr(kit.Var_StringNormalizeLen(r.in, r.len, r.fill, r.left)), r.want) << "row " << &r - rows;
+    EXPECT_EQ(CStr(kit.Var_StringNormalizeLen(r.in, r.len, r.fill, r.left)), r.want)
+        << "row " << &r - rows;
   }
   Variant s = u"h\u00e9llo";
   EXPECT_EQ(kit.Var_PointerToStringW(kit.Var_StringToPointer(s)), u"h\u00e9llo");
@@ -138,7 +158,8 @@ class SequenceTest : public ToolkitTest {
   Pairs Records() {  // the records 1..N as (name, content) pairs
     Pairs out;
     const auto& list = *kit.ScriptSecuencia();
-    for (size_t i = 1; i < list.size(); ++i) out.emplace_back(CStr(list[i].Variable), CStr(list[i].Contenido));
+    for (size_t i = 1; i < list.size(); ++i)
+      out.emplace_back(CStr(list[i].Variable), CStr(list[i].Contenido));
     return out;
   }
 };
@@ -150,7 +171,8 @@ TEST_F(SequenceTest, CutsRecordsAndStopsAtTheFirstBlankRecord) {
   // a trailing separator adds none
   EXPECT_EQ(CLng(kit.Script_SecuenciaProcesa(u"a=1\r\n", u"\r\n")), 1);
   EXPECT_EQ(Records(), (Pairs{{u"a", u"1"}}));
-  // a leading separator is a blank record too; detection sees the empty first record and settles on " "
+  // a leading separator is a blank record too; detection sees the empty first record and settles on
+  // " "
   EXPECT_EQ(CLng(kit.Script_SecuenciaProcesa(u"\r\na=1\r\nb=2", u"\r\n", sep)), 1);
   EXPECT_EQ(Records(), (Pairs{{u"a", u"1\r\nb=2"}}));
   Variant detected = Variant::Missing();
@@ -166,13 +188,16 @@ TEST_F(SequenceTest, CutsRecordsAndStopsAtTheFirstBlankRecord) {
 TEST_F(SequenceTest, SplitsNamesFromContents) {
   Variant eq = u"=";
   kit.Script_SecuenciaProcesa(u"k=;a=b=c;solo;=x;a b", u";", eq);
-  EXPECT_EQ(Records(), (Pairs{{u"k", u""}, {u"a", u"b=c"},
+  EXPECT_EQ(Records(), (Pairs{{u"k", u""},
+                              {u"a", u"b=c"},
                               {u"solo", u"solo"},  // no separator: both hold it
                               {u"x", u"x"},        // empty name, " " retry fails
                               {u"a", u"b"}}));     // falls back on " "
   EXPECT_EQ(CStr(eq), u"=");
   Variant colon = u": ";  // a two-unit field separator, as in a header block
-  EXPECT_EQ(CLng(kit.Script_SecuenciaProcesa(u"GET / HTTP/1.0\r\nAuth: Basic YQ==\r\n\r\n", u"\r\n", colon)), 2);
+  EXPECT_EQ(CLng(kit.Script_SecuenciaProcesa(u"GET / HTTP/1.0\r\nAuth: Basic YQ==\r\n\r\n", u"\r\n",
+                                             colon)),
+            2);
   EXPECT_EQ(Records(), (Pairs{{u"GET", u"/ HTTP/1.0"}, {u"Auth", u"Basic YQ=="}}));
 }
 
@@ -210,7 +235,8 @@ TEST_F(SequenceTest, AccessorsReadTheLastListAndAFailureLeavesItStanding) {
     EXPECT_TRUE(kit.Script_RetornaContenidoIndex(index).IsEmpty()) << index.ToUtf8();
   }
   // the state is replaced only at the end: a failing processing leaves the old list standing
-  EXPECT_EQ(FailureOf([&] { kit.Script_SecuenciaProcesa(Variant::Null(), u";"); }), kErrInvalidUseOfNull);
+  EXPECT_EQ(FailureOf([&] { kit.Script_SecuenciaProcesa(Variant::Null(), u";"); }),
+            kErrInvalidUseOfNull);
   EXPECT_EQ(CStr(kit.Script_RetornaContenidoIndex(3)), u"3");
 }
 
@@ -223,7 +249,8 @@ TEST_F(SequenceTest, RecordsPastThe16BitLimitStayInTheTail) {
   EXPECT_EQ(CStr(kit.Script_RetornaContenidoIndex(1)).size(), 40004u);
   kit.Script_SecuenciaProcesa(big, u";", detected);  // detection sees no first record either
   EXPECT_EQ(CStr(detected), u" ");
-  // positions count from the front of what is left, so many short records past unit 32767 are all cut
+  // positions count from the front of what is left, so many short records past unit 32767 are all
+  // cut
   Text many;
   for (int i = 0; i < 5000; ++i) many += u"k=vvvvvvvvvv;";
   EXPECT_EQ(CLng(kit.Script_SecuenciaProcesa(many, u";")), 5000);

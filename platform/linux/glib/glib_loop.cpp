@@ -57,16 +57,15 @@ class GLibBackend : public LinuxBackend {
 
   GMainContext* LiveContext() {
     if (g_source_is_destroyed(&source_->base)) {
-      throw std::runtime_error("GLibLoop: its GMainContext has been destroyed; the loop cannot wait");
+      throw std::runtime_error(
+          "GLibLoop: its GMainContext has been destroyed; the loop cannot wait");
     }
     return g_source_get_context(&source_->base);
   }
 
   // Seconds until the source is due: the pumping wait's deadline inside a
   // wait of Varnek's own, else the loop core's next deadline.
-  double SecondsToDue() {
-    return in_wait_ ? wait_deadline_ - Clock() : loop_->SecondsToNextDue();
-  }
+  double SecondsToDue() { return in_wait_ ? wait_deadline_ - Clock() : loop_->SecondsToNextDue(); }
 
   static gboolean Prepare(GSource* source, gint* timeout) {
     const double seconds = reinterpret_cast<Source*>(source)->owner->SecondsToDue();
@@ -74,7 +73,8 @@ class GLibBackend : public LinuxBackend {
       *timeout = 0;
       return TRUE;
     }
-    *timeout = std::isfinite(seconds) ? static_cast<gint>(std::min(std::ceil(seconds * 1000.0), 2e9)) : -1;
+    *timeout =
+        std::isfinite(seconds) ? static_cast<gint>(std::min(std::ceil(seconds * 1000.0), 2e9)) : -1;
     return FALSE;
   }
 

@@ -12,7 +12,8 @@ class LinuxApplication : public Application {
  public:
   // executable: the program's path; "" reads /proc/self/exe. cmdline: the
   // file of NUL-ended arguments. Tests give their own.
-  explicit LinuxApplication(std::string executable = {}, std::string cmdline = "/proc/self/cmdline");
+  explicit LinuxApplication(std::string executable = {},
+                            std::string cmdline = "/proc/self/cmdline");
   // The executable's file name (of /proc/self/exe, else of argv[0]).
   Text Title() override;
   // The executable's folder without a trailing "/" ("/" itself for the root)

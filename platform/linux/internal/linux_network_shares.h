@@ -42,7 +42,8 @@ struct LinuxSharesPaths {
 class LinuxNetworkShares : public NetworkShares {
  public:
   // settings: where the named servers are read; null lists none.
-  LinuxNetworkShares(CommandRunner& runner, LinuxSharesPaths paths = {}, SettingsStore* settings = nullptr)
+  LinuxNetworkShares(CommandRunner& runner, LinuxSharesPaths paths = {},
+                     SettingsStore* settings = nullptr)
       : runner_(runner), paths_(std::move(paths)), settings_(settings) {}
 
   // The level below start in the machine's own tree; null when start names

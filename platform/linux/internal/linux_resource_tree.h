@@ -33,7 +33,8 @@ struct ResourceSources {
 
 // The entries below `start` (its remote name, or its provider when the
 // remote name is empty), the top for null; false when start names no node.
-bool ResourceChildren(const ResourceSources& sources, const NetResource* start, std::vector<NetResource>& children);
+bool ResourceChildren(const ResourceSources& sources, const NetResource* start,
+                      std::vector<NetResource>& children);
 
 // The server names of a settings value: parted by ";", "," or blanks, with
 // leading backslashes or slashes taken off.

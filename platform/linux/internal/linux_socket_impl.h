@@ -51,7 +51,6 @@ class LinuxSocket : public SocketWithSettings {
     ReleaseFd(false);
   }
 
-
   void Create(const Variant& address, const Variant& port) override {
     if (state_ != kSocketClosed) FailWrongState();
     if (!address.IsMissing()) address_ = address.ToText();
@@ -83,7 +82,9 @@ class LinuxSocket : public SocketWithSettings {
   }
 
  private:
-  bool Connection() const { return fd_ >= 0 && (state_ == kSocketConnected || state_ == kSocketClosing); }
+  bool Connection() const {
+    return fd_ >= 0 && (state_ == kSocketConnected || state_ == kSocketClosing);
+  }
   void OnIo(uint32_t events);
   void OnListenerReadable();
   void OfferAccepted(int fd);
@@ -91,12 +92,12 @@ class LinuxSocket : public SocketWithSettings {
   void OnConnectDone();
   void ConnectTo(const sockaddr_storage& address, socklen_t length);
   void ResolveFailed();
-  bool WriteSome();          // false when the connection broke
-  int CompletedSends();      // sends whose bytes have all been written
+  bool WriteSome();      // false when the connection broke
+  int CompletedSends();  // sends whose bytes have all been written
   bool ReadIncoming(size_t budget, bool to_the_end = true);  // false when the connection failed
   void PeerClosed();
   void HungUp();
-  void Broken(int err);      // the connection failed: State 1, no Done
+  void Broken(int err);  // the connection failed: State 1, no Done
   void FinishClose(bool reset = false);
   void OnDrainTick();
   // graceful: FIN after reading away what is unread; reset: RST at once.
@@ -128,29 +129,29 @@ class LinuxSocket : public SocketWithSettings {
   int fd_ = -1;
   bool watched_ = false;
   Text address_;
-  bool armed_ = true;         // on_receive_ready may fire
-  bool peer_eof_ = false;     // the peer has shut its side (its FIN was read)
-  bool hung_up_ = false;      // both directions are gone; no longer watched
+  bool armed_ = true;      // on_receive_ready may fire
+  bool peer_eof_ = false;  // the peer has shut its side (its FIN was read)
+  bool hung_up_ = false;   // both directions are gone; no longer watched
   bool received_any_ = false;
-  bool outgoing_ = false;     // made by Connect rather than taken from a listener
-  bool truncated_ = false;    // an outgoing answer passed the maximum: the rest is dropped
-  std::string in_;            // bytes read from the kernel, not yet Received
-  bool closing_ = false;      // Close waits for the output queue
-  std::string out_;           // bytes not yet written
-  uint64_t written_ = 0;      // bytes written since the connection began
+  bool outgoing_ = false;           // made by Connect rather than taken from a listener
+  bool truncated_ = false;          // an outgoing answer passed the maximum: the rest is dropped
+  std::string in_;                  // bytes read from the kernel, not yet Received
+  bool closing_ = false;            // Close waits for the output queue
+  std::string out_;                 // bytes not yet written
+  uint64_t written_ = 0;            // bytes written since the connection began
   std::deque<uint64_t> send_ends_;  // per Send: the written_ mark that completes it
   std::unique_ptr<LoopTimer> close_timer_;
-  uint64_t drain_mark_ = 0;   // written_ at the last look of the close timer
+  uint64_t drain_mark_ = 0;  // written_ at the last look of the close timer
   std::unique_ptr<LoopTimer> accept_timer_;
   bool accept_paused_ = false;
   Variant received_data_;
-  Text local_address_;          // of the connection, from getsockname
-  uint64_t connect_attempt_ = 0; // tells a name lookup's answer from an older one's
+  Text local_address_;               // of the connection, from getsockname
+  uint64_t connect_attempt_ = 0;     // tells a name lookup's answer from an older one's
   std::unique_ptr<TlsChannel> tls_;  // the connection's secure channel, if any
   TlsContext server_context_;        // of CertificateName, while SecureServer
   Text server_certificate_;          // the name server_context_ was loaded for
   std::string dialled_host_;         // what Connect was given, for the certificate check
-  uint64_t accepts_ = 0;        // connections taken: a Done of an older one is dropped
+  uint64_t accepts_ = 0;             // connections taken: a Done of an older one is dropped
 };
 
 }  // namespace varnek::linux_socket

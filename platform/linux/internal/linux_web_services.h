@@ -8,8 +8,8 @@
 // fails. The body goes to a file without a name (nothing is left when the
 // process is killed), and only a complete body replaces the target, through
 // the one safe replace of the saves (linux_io::ReplaceFileFrom): mode, owner
-// and symbolic links kept, in place when the folder may not be written. The show value has no counterpart in xdg-open
-// and is not applied.
+// and symbolic links kept, in place when the folder may not be written. The show value has no
+// counterpart in xdg-open and is not applied.
 #pragma once
 
 #include <string>

@@ -32,8 +32,8 @@ UniqueFd MakeUnnamedAt(int folder_fd, const std::string& base, std::string& name
 // existing file of that name when `replace`, else failing with EEXIST if
 // there is one. On failure a temporary name may be left in `name`, for the
 // caller to remove.
-bool PlaceAt(int fd, int folder_fd, std::string& name, const std::string& base, const std::string& to,
-             bool replace);
+bool PlaceAt(int fd, int folder_fd, std::string& name, const std::string& base,
+             const std::string& to, bool replace);
 
 // Removes the temporary files of `base` (and the short ones of any file)
 // whose process has ended.

@@ -24,7 +24,8 @@ struct PtyLine::Impl {
   int keep_slave = -1;  // held open so the master never sees a hang-up between opens
   std::string slave_path;
 
-  Impl(LinuxLoop& l, std::shared_ptr<LinePeer> p, PtyLine* o) : loop(l), peer(std::move(p)), calls(l), owner(o) {}
+  Impl(LinuxLoop& l, std::shared_ptr<LinePeer> p, PtyLine* o)
+      : loop(l), peer(std::move(p)), calls(l), owner(o) {}
 
   void Write(const std::string& bytes) {
     if (master < 0) return;
@@ -72,7 +73,8 @@ PtyLine::PtyLine(LinuxLoop& loop, std::shared_ptr<LinePeer> peer)
     : impl_(std::make_unique<Impl>(loop, std::move(peer), this)) {
   int master = -1, slave = -1;
   char name[256] = {};
-  if (::openpty(&master, &slave, name, nullptr, nullptr) != 0) Fail(kCommErrDevice, "No pty available");
+  if (::openpty(&master, &slave, name, nullptr, nullptr) != 0)
+    Fail(kCommErrDevice, "No pty available");
   termios tio{};
   if (tcgetattr(master, &tio) == 0) {
     cfmakeraw(&tio);

@@ -53,9 +53,9 @@ struct SimPlatform {
   RecordingClipboard clipboard;
   RecordingMidiOutput midi;
   SimCommFactory comms{loop};  // serial ports: attach scripted peers to port numbers
-  SimNetwork net{loop};         // sockets: connect simulated peers to its ports
+  SimNetwork net{loop};        // sockets: connect simulated peers to its ports
   RecordingWebServices web;
-  LinuxNetTables net_tables;    // this machine's tables, read only when a test asks
+  LinuxNetTables net_tables;  // this machine's tables, read only when a test asks
   // Points at the members above; files, profiles and dates are the real ones,
   // as tests work in temporary folders.
   Platform platform;
