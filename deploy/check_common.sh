@@ -38,17 +38,30 @@ trap cleanup EXIT
 # A time limit or Ctrl-C ends the script through the same clean-up.
 trap 'exit 1' INT TERM
 
+# True once process $1 accepts connections on loopback port $2; false when it
+# ended first or after 20 s (a loaded machine or a sanitizer build is slow to
+# come up).
+wait_listening() {
+  local tries
+  for tries in $(seq 1 200); do
+    kill -0 "$1" 2> /dev/null || return 1
+    if (exec 3<> "/dev/tcp/127.0.0.1/$2") 2> /dev/null; then return 0; fi
+    sleep 0.1
+  done
+  return 1
+}
+
 start_demo() {
   local attempt pid
   for attempt in $(seq 1 20); do
     demo_port=$((20000 + RANDOM % 12000))
     "$demo" --port "$demo_port" --slots 100 "$@" > "$work/demo-$demo_port.log" 2>&1 &
     pid=$!
-    sleep 0.5
-    if kill -0 "$pid" 2> /dev/null; then
+    if wait_listening "$pid" "$demo_port"; then
       pids+=("$pid")
       return 0
     fi
+    kill "$pid" 2> /dev/null || true
   done
   cat "$work"/demo-*.log
   echo "FAIL: no free port for a demo process in 20 tries"

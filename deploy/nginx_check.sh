@@ -56,12 +56,12 @@ for attempt in $(seq 1 20); do
       "$here/nginx-varnek.conf" > "$work/site.conf"
   nginx -p "$work" -c "$work/nginx.conf" -g 'daemon off;' 2> "$work/nginx.out" &
   pid=$!
-  sleep 0.5
-  if kill -0 "$pid" 2> /dev/null; then
+  if wait_listening "$pid" "$port"; then
     pids+=("$pid")
     proxy_port=$port
     break
   fi
+  kill "$pid" 2> /dev/null || true
 done
 if [ -z "$proxy_port" ]; then
   cat "$work/nginx.out" "$work/error.log" 2> /dev/null || true
