@@ -15,7 +15,7 @@
 #include "varnek/platform/linux/internal/linux_files.h"
 #include "varnek/platform/linux/internal/linux_profiles.h"
 #include "varnek/runtime/convert.h"
-#include "tests/store/child_process.h"
+#include "tests/support/child_process.h"
 
 namespace varnek {
 namespace {

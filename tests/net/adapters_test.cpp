@@ -4,12 +4,12 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 
 #include "varnek/platform/linux/internal/linux_net_tables.h"
 #include "tests/net/linux_net_fixture.h"
 #include "tests/net/net_fixture.h"
+#include "tests/runtime/test_folder.h"
 
 namespace varnek {
 namespace {
@@ -37,8 +37,8 @@ TEST_F(SimNetFixture, IPNumberIsValidKeepsItsQuirks) {
 }
 
 struct FakeAdapters : ::testing::Test {
-  TempFolder folder{"adapters"};
-  std::string root = folder.path;
+  TestFolder folder;
+  std::string root = folder.path();
   std::vector<InterfaceInfo> interfaces = {
       {"lo", 1, true, true, true, {"127.0.0.1"}},
       {"eth0", 2, true, true, false, {"192.168.1.2", "192.168.1.3"}},
@@ -54,22 +54,18 @@ struct FakeAdapters : ::testing::Test {
   Adds adds{sim.platform};
   FakeAdapters() {
     sim.platform.net_tables = tables;
-    namespace fs = std::filesystem;
-    fs::create_directories(root + "/proc/net");
-    fs::create_directories(root + "/var/lib/dhcp");
-    fs::create_directories(root + "/run/systemd/netif/leases");
-    std::ofstream(root + "/proc/net/route")
-        << "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\t\tMTU\tWindow\tIRTT\n"
-        << "eth0\t00000000\t0101A8C0\t0003\t0\t0\t0\t00000000\t0\t0\t0\n"
-        << "eth0\t0001A8C0\t00000000\t0001\t0\t0\t0\t00FFFFFF\t0\t0\t0\n"
-        << "eth0\t00000000\tFE01A8C0\t0003\t0\t0\t100\t00000000\t0\t0\t0\n"
-        << "eth0\t0000000A\t0101A8C0\t0003\t0\t0\t0\t000000FF\t0\t0\t0\n"
-        << "wlan0\t00000000\t00000000\t0001\t0\t0\t0\t00000000\t0\t0\t0\n";
-    std::ofstream(root + "/var/lib/dhcp/dhclient.eth0.leases")
-        << "lease {\n  interface \"eth0\";\n  option dhcp-server-identifier 192.168.1.9;\n}\n"
-        << "lease {\n  interface \"eth0\";\n  option dhcp-server-identifier 192.168.1.1;\n}\n";
-    std::ofstream(root + "/run/systemd/netif/leases/3")
-        << "ADDRESS=10.0.0.7\nSERVER_ADDRESS=10.0.0.1\n";
+    WriteBytes(
+        root + "/proc/net/route",
+        "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\t\tMTU\tWindow\tIRTT\n"
+        "eth0\t00000000\t0101A8C0\t0003\t0\t0\t0\t00000000\t0\t0\t0\n"
+        "eth0\t0001A8C0\t00000000\t0001\t0\t0\t0\t00FFFFFF\t0\t0\t0\n"
+        "eth0\t00000000\tFE01A8C0\t0003\t0\t0\t100\t00000000\t0\t0\t0\n"
+        "eth0\t0000000A\t0101A8C0\t0003\t0\t0\t0\t000000FF\t0\t0\t0\n"
+        "wlan0\t00000000\t00000000\t0001\t0\t0\t0\t00000000\t0\t0\t0\n");
+    WriteBytes(root + "/var/lib/dhcp/dhclient.eth0.leases",
+               "lease {\n  interface \"eth0\";\n  option dhcp-server-identifier 192.168.1.9;\n}\n"
+               "lease {\n  interface \"eth0\";\n  option dhcp-server-identifier 192.168.1.1;\n}\n");
+    WriteBytes(root + "/run/systemd/netif/leases/3", "ADDRESS=10.0.0.7\nSERVER_ADDRESS=10.0.0.1\n");
   }
 };
 

@@ -7,14 +7,14 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
 #include "varnek/platform/sim/recording_web_services.h"
 #include "tests/net/linux_net_fixture.h"
-#include "tests/store/child_process.h"
+#include "tests/support/child_process.h"
 #include "tests/net/net_fixture.h"
+#include "tests/runtime/test_folder.h"
 
 namespace varnek {
 namespace {
@@ -141,8 +141,8 @@ TEST_F(HttpClient, HttpSendAndOpenUrl) {
 // ---- On Linux loopback -------------------------------------------------------
 
 struct LinuxHttpClient : LinuxNetFixture {
-  TempFolder download{"download"};
-  std::string folder = download.path;
+  TestFolder dir;
+  std::string folder = dir.path();
 };
 
 TEST_F(LinuxHttpClient, BoundGetOverLoopbackByNumberAndByNameAndTenMegabytes) {
@@ -249,12 +249,8 @@ TEST_F(LinuxHttpClient, DownloadsAndTheirFailures) {
   std::ofstream(folder + "/slow.bin.part-AbC123") << "left by an older version";
   EXPECT_EQ(download("/file", folder + "/slow.bin"), 0);
   EXPECT_EQ(ReadFile(folder + "/slow.bin"), "file body\n");
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(folder))
-    names.push_back(entry.path().filename());
-  std::sort(names.begin(), names.end());
-  EXPECT_EQ(names, (std::vector<std::string>{"big.bin", "got.txt", "link.txt", "real.txt", "ro",
-                                             "slow.bin", "state"}));
+  EXPECT_EQ(dir.Names(), (std::vector<std::string>{"big.bin", "got.txt", "link.txt", "real.txt",
+                                                   "ro", "slow.bin", "state"}));
 }
 
 TEST(LinuxOpenUrl, StartsTheOpenerAndTellsWhenItCannot) {

@@ -15,6 +15,7 @@
 #include "varnek/platform/sim/sim_comm.h"
 #include "varnek/platform/sim/sim_loop.h"
 #include "tests/runtime/test_util.h"
+#include "tests/support/pump.h"
 
 namespace varnek {
 namespace {
@@ -54,12 +55,9 @@ template <class Env>
 class CommContract : public ::testing::Test {
  protected:
   Env env;
-  // Pumps until pred holds, at most 5 s on the loop's clock.
   template <class P>
   bool PumpFor(P pred) {
-    const float end = env.loop.Timer() + 5;
-    env.loop.PumpUntilTimer(end, pred);
-    return pred();
+    return PumpUntilFor(env.loop, pred, 5);
   }
 };
 

@@ -14,7 +14,7 @@
 #include "varnek/platform/linux/internal/uucp_lock.h"
 #include "varnek/platform/linux/test_doubles/pty_line.h"
 #include "tests/runtime/test_folder.h"
-#include "tests/store/child_process.h"
+#include "tests/support/child_process.h"
 
 namespace varnek {
 namespace {

@@ -5,7 +5,6 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 
 #include "examples/page/page_job.h"
@@ -14,6 +13,7 @@
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/test_doubles/pty_line.h"
 #include "tests/paging/paging_fixture.h"
+#include "tests/support/pump.h"
 
 namespace varnek {
 namespace {
@@ -29,7 +29,7 @@ struct PtySession : ::testing::Test {
   std::unique_ptr<CommCtl> comm;
   std::string sent;  // what the system wrote
   std::function<void(const std::string&)> on_sent;
-  std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+  SteadyClock::time_point start = SteadyClock::now();
 
   PtySession() {
     sim.platform.loop = loop;  // real time from here on
@@ -50,9 +50,7 @@ struct PtySession : ::testing::Test {
     comm = comms.Create(xm);
     return peer;
   }
-  double Wall() const {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  }
+  double Wall() const { return SecondsSince(start); }
 };
 
 TEST_F(PtySession, DeliversTapPagesAndLogsOut) {

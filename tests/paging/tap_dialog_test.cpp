@@ -84,7 +84,7 @@ TEST_F(TapTest, RefusedBlocksAndLooseAnswers) {
     };
     adds.SERIAL_Disconnect(*comm);
     Attach(std::make_shared<Both>());
-    ASSERT_TRUE(adds.SERIAL_Connect(*comm, 1, 1200, 8, true, 1, u"", u"", 45));
+    Open();
     EXPECT_TRUE(Page(u"x"));
   }
   {  // "INVALID" holds "ID": the wake-up passes

@@ -15,7 +15,7 @@
 #include "varnek/platform/linux/internal/linux_application.h"
 #include "varnek/platform/sim/memory_settings_store.h"
 #include "tests/runtime/test_util.h"
-#include "tests/store/child_process.h"
+#include "tests/support/child_process.h"
 #include "tests/support/commands.h"
 
 namespace varnek {

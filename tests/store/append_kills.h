@@ -10,7 +10,7 @@
 #include <functional>
 #include <string>
 
-#include "tests/store/child_process.h"
+#include "tests/support/child_process.h"
 
 namespace varnek {
 

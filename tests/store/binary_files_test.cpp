@@ -2,7 +2,7 @@
 // folder paths and the log.
 #include <unistd.h>
 
-#include "tests/store/child_process.h"
+#include "tests/support/child_process.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {

@@ -5,15 +5,14 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 #include <climits>
 
 #include "varnek/adds/store/variable_store.h"
 #include "varnek/platform/linux/internal/file_settings_store.h"
-#include "tests/store/child_process.h"
+#include "tests/support/child_process.h"
+#include "tests/support/loopback.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {
@@ -358,11 +357,8 @@ TEST_F(SafeSaveTest, LongNamesAndDeepPathsSave) {
 TEST_F(SafeSaveTest, PipesSocketsAndDevicesFailAtOnce) {
   alarm(60);  // a read that waits would otherwise hang the whole suite
   ASSERT_EQ(mkfifo(P("fifo").c_str(), 0600), 0);
-  int sock = socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un addr{AF_UNIX, {}};
-  ASSERT_LT(P("sock").size(), sizeof addr.sun_path);
-  memcpy(addr.sun_path, P("sock").c_str(), P("sock").size());
-  ASSERT_EQ(bind(sock, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+  const int sock = BoundToPath(P("sock"));
+  ASSERT_GE(sock, 0);
   for (const char* name : {"fifo", "sock"}) {
     EXPECT_EQ(store.File_ReadBinary(T(name)), u"") << name;
     EXPECT_EQ(store.File_ReadBinary(T(name), true), u"") << name;

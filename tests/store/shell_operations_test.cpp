@@ -5,7 +5,7 @@
 
 #include <regex>
 
-#include "tests/store/child_process.h"
+#include "tests/support/child_process.h"
 #include "tests/store/store_fixture.h"
 
 namespace varnek {

@@ -4,6 +4,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/un.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -34,6 +35,19 @@ int BoundToLoopback(int family, int type, int& port) {
     return -1;
   }
   port = ntohs(a.sin6_port);
+  return fd;
+}
+
+int BoundToPath(const std::string& path) {
+  sockaddr_un a{};
+  a.sun_family = AF_UNIX;
+  if (path.size() >= sizeof a.sun_path) return -1;
+  path.copy(a.sun_path, path.size());
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
+    ::close(fd);
+    return -1;
+  }
   return fd;
 }
 

@@ -15,6 +15,9 @@ namespace varnek {
 // kernel picks, stored in `port`; -1 when that family has no loopback here.
 int BoundToLoopback(int family, int type, int& port);
 
+// A Unix stream socket bound to the file `path`, or -1.
+int BoundToPath(const std::string& path);
+
 // Whether ::1 can be bound here at all.
 bool HasIPv6Loopback();
 
