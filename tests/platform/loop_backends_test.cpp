@@ -3,14 +3,19 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include "tests/support/pump.h"
+#include "tests/support/type_names.h"
 #include "varnek/platform/linux/external_loop.h"
 #include "varnek/platform/linux/glib/glib_loop.h"
+#include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/sim/sim_loop.h"
 #include "varnek/runtime/dates.h"
 
@@ -43,6 +48,89 @@ TEST(LoopWaits, PauseTimerAcrossMidnightHoldsFrozenThenPumps) {
   loop.PauseTimer(1);
   EXPECT_FALSE(ran_before_midnight);  // the posted call ran only once the day had turned
   EXPECT_NEAR(loop.Elapsed(), 1.0, 1e-6);
+}
+
+// A one-stack loop and its clock in units of the test's time: virtual seconds
+// on the simulated loop, read exactly; 5 ms of real time on the Linux loop,
+// where a busy machine may run a tick up to `kLate` units after its moment.
+struct SimOneStack {
+  static constexpr const char* kName = "Sim";
+  static constexpr double kUnit = 1, kLate = 1e-9;
+  SimLoop loop{DateFromParts(2026, 1, 1, 0, 0, 0), LoopMode::kOneStack};
+  double Now() const { return loop.Elapsed(); }
+};
+struct LinuxOneStack {
+  static constexpr const char* kName = "Linux";
+  static constexpr double kUnit = 0.005, kLate = 60;
+  LinuxLoop loop{LoopMode::kOneStack};
+  SteadyClock::time_point start = SteadyClock::now();
+  double Now() const { return SecondsSince(start) / kUnit; }
+};
+
+template <class Env>
+class OneStackTimers : public ::testing::Test {
+ protected:
+  Env env;
+  // Pumps for `units`, as a wait inside a handler does.
+  void RunFor(double units) {
+    const double end = env.Now() + units;
+    for (int i = 0; i < 100000 && env.Now() < end; ++i)
+      env.loop.Pump((end - env.Now()) * Env::kUnit);
+  }
+  // Pumps until `pred` holds, at most 100 units past `Now()`.
+  template <class P>
+  bool RunUntil(P pred) {
+    const double end = env.Now() + 100;
+    for (int i = 0; i < 100000 && !pred() && env.Now() < end; ++i) env.loop.Pump(Env::kUnit);
+    return pred();
+  }
+  // A tick `at` units in, on time give or take the loop's precision.
+  void ExpectAt(double seen, double at) {
+    EXPECT_GE(seen, at - 1e-9);
+    EXPECT_LE(seen, at + Env::kLate);
+  }
+};
+using OneStackLoops = ::testing::Types<SimOneStack, LinuxOneStack>;
+TYPED_TEST_SUITE(OneStackTimers, OneStackLoops, TypeNames);
+
+TYPED_TEST(OneStackTimers, TickOnTheirPeriodDoNotReenterAndMayDropThemselves) {
+  auto& loop = this->env.loop;
+  auto timer = loop.CreateTimer();
+  std::vector<double> ticks;
+  int depth = 0, max_depth = 0;
+  double enabled_at = 0;
+  timer->on_tick = [&] {
+    ticks.push_back(this->env.Now() - enabled_at);
+    max_depth = std::max(max_depth, ++depth);
+    if (ticks.size() == 2) this->RunFor(35);  // a long wait inside the tick
+    --depth;
+  };
+  timer->SetInterval(static_cast<int32_t>(10 * 1000 * TypeParam::kUnit));
+  this->RunFor(15);
+  EXPECT_TRUE(ticks.empty());  // not enabled
+  enabled_at = this->env.Now();
+  timer->SetEnabled(true);  // the period starts now
+  // The second tick waits 35 units inside; the held ticks give one at the next pump.
+  ASSERT_TRUE(this->RunUntil([&] { return ticks.size() == 3; }));
+  EXPECT_EQ(max_depth, 1);
+  this->ExpectAt(ticks[0], 10);
+  this->ExpectAt(ticks[1], 20);
+  this->ExpectAt(ticks[2], 20 + 35);
+
+  // Disabling drops the pending tick; re-enabling restarts the period.
+  ASSERT_TRUE(this->RunUntil([&] { return ticks.size() == 4; }));
+  this->ExpectAt(ticks[3], 20 + 35 + 10);  // the period counts from the held tick
+  timer->SetEnabled(false);
+  this->RunFor(15);
+  EXPECT_EQ(ticks.size(), 4u);
+  enabled_at = this->env.Now();
+  timer->SetEnabled(true);
+  this->RunFor(9.5);
+  EXPECT_EQ(ticks.size(), 4u);
+  ASSERT_TRUE(this->RunUntil([&] { return ticks.size() == 5; }));
+  this->ExpectAt(ticks.back(), 10);
+  timer->on_tick = [&] { timer.reset(); };  // a tick that drops its own timer
+  EXPECT_TRUE(this->RunUntil([&] { return !timer; }));
 }
 
 TEST(ExternalLoop, TellsItsTimeoutAndRunsWhatIsReadyWithoutBlocking) {
