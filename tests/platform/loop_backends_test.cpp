@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -50,13 +51,13 @@ TEST(LoopWaits, PauseTimerAcrossMidnightHoldsFrozenThenPumps) {
   EXPECT_NEAR(loop.Elapsed(), 1.0, 1e-6);
 }
 
-// A one-stack loop and its clock in units of the test's time: virtual seconds
-// on the simulated loop, read exactly; 5 ms of real time on the Linux loop,
-// where a busy machine may run a tick up to `kLate` units after its moment.
+// A one-stack loop read in units of its test: virtual seconds, exactly, on the
+// simulated loop; 5 ms of real time on the Linux loop, where a busy machine may
+// run a tick up to `kLate` units after its moment.
 struct SimOneStack {
   static constexpr const char* kName = "Sim";
   static constexpr double kUnit = 1, kLate = 1e-9;
-  SimLoop loop{DateFromParts(2026, 1, 1, 0, 0, 0), LoopMode::kOneStack};
+  SimLoop loop{46023, LoopMode::kOneStack};
   double Now() const { return loop.Elapsed(); }
 };
 struct LinuxOneStack {
@@ -66,71 +67,56 @@ struct LinuxOneStack {
   SteadyClock::time_point start = SteadyClock::now();
   double Now() const { return SecondsSince(start) / kUnit; }
 };
-
 template <class Env>
-class OneStackTimers : public ::testing::Test {
- protected:
+struct OneStackTimers : ::testing::Test {
   Env env;
-  // Pumps for `units`, as a wait inside a handler does.
-  void RunFor(double units) {
+  // Pumps for `units` or until `done`, as a wait inside a handler does.
+  bool Run(
+      double units, const std::function<bool()>& done = [] { return false; }) {
     const double end = env.Now() + units;
-    for (int i = 0; i < 100000 && env.Now() < end; ++i)
+    for (int i = 0; i < 100000 && !done() && env.Now() < end; ++i)
       env.loop.Pump((end - env.Now()) * Env::kUnit);
-  }
-  // Pumps until `pred` holds, at most 100 units past `Now()`.
-  template <class P>
-  bool RunUntil(P pred) {
-    const double end = env.Now() + 100;
-    for (int i = 0; i < 100000 && !pred() && env.Now() < end; ++i) env.loop.Pump(Env::kUnit);
-    return pred();
-  }
-  // A tick `at` units in, on time give or take the loop's precision.
-  void ExpectAt(double seen, double at) {
-    EXPECT_GE(seen, at - 1e-9);
-    EXPECT_LE(seen, at + Env::kLate);
+    return done();
   }
 };
 using OneStackLoops = ::testing::Types<SimOneStack, LinuxOneStack>;
 TYPED_TEST_SUITE(OneStackTimers, OneStackLoops, TypeNames);
 
 TYPED_TEST(OneStackTimers, TickOnTheirPeriodDoNotReenterAndMayDropThemselves) {
-  auto& loop = this->env.loop;
-  auto timer = loop.CreateTimer();
+  auto timer = this->env.loop.CreateTimer();
   std::vector<double> ticks;
   int depth = 0, max_depth = 0;
-  double enabled_at = 0;
   timer->on_tick = [&] {
-    ticks.push_back(this->env.Now() - enabled_at);
+    ticks.push_back(this->env.Now());
     max_depth = std::max(max_depth, ++depth);
-    if (ticks.size() == 2) this->RunFor(35);  // a long wait inside the tick
+    if (ticks.size() == 2) this->Run(35);  // a long wait inside the tick
     --depth;
   };
   timer->SetInterval(static_cast<int32_t>(10 * 1000 * TypeParam::kUnit));
-  this->RunFor(15);
+  this->Run(15);
   EXPECT_TRUE(ticks.empty());  // not enabled
-  enabled_at = this->env.Now();
+  const double first = this->env.Now();
   timer->SetEnabled(true);  // the period starts now
-  // The second tick waits 35 units inside; the held ticks give one at the next pump.
-  ASSERT_TRUE(this->RunUntil([&] { return ticks.size() == 3; }));
+  // The second tick waits 35 units inside; the held ticks give one at the next
+  // pump, and the period counts from there.
+  ASSERT_TRUE(this->Run(200, [&] { return ticks.size() == 4; }));
   EXPECT_EQ(max_depth, 1);
-  this->ExpectAt(ticks[0], 10);
-  this->ExpectAt(ticks[1], 20);
-  this->ExpectAt(ticks[2], 20 + 35);
 
   // Disabling drops the pending tick; re-enabling restarts the period.
-  ASSERT_TRUE(this->RunUntil([&] { return ticks.size() == 4; }));
-  this->ExpectAt(ticks[3], 20 + 35 + 10);  // the period counts from the held tick
   timer->SetEnabled(false);
-  this->RunFor(15);
+  this->Run(15);
   EXPECT_EQ(ticks.size(), 4u);
-  enabled_at = this->env.Now();
+  const double again = this->env.Now();
   timer->SetEnabled(true);
-  this->RunFor(9.5);
-  EXPECT_EQ(ticks.size(), 4u);
-  ASSERT_TRUE(this->RunUntil([&] { return ticks.size() == 5; }));
-  this->ExpectAt(ticks.back(), 10);
+  ASSERT_TRUE(this->Run(100, [&] { return ticks.size() == 5; }));
+  // Each tick on its moment: never before it, and exactly on it in virtual time.
+  const double at[] = {first + 10, first + 20, first + 55, first + 65, again + 10};
+  for (size_t k = 0; k < ticks.size(); ++k) {
+    EXPECT_GE(ticks[k], at[k] - 1e-9) << k;
+    EXPECT_LE(ticks[k], at[k] + TypeParam::kLate) << k;
+  }
   timer->on_tick = [&] { timer.reset(); };  // a tick that drops its own timer
-  EXPECT_TRUE(this->RunUntil([&] { return !timer; }));
+  EXPECT_TRUE(this->Run(100, [&] { return !timer; }));
 }
 
 TEST(ExternalLoop, TellsItsTimeoutAndRunsWhatIsReadyWithoutBlocking) {
