@@ -369,13 +369,10 @@ TYPED_TEST(SocketContract, HandlerFiredFromACopyMayDestroyItsOwnControl) {
   EXPECT_EQ(fired, 256);
 }
 
-class SimSockets : public testing::Test {
- protected:
-  SimLoop loop{kStart};
-  SimNetwork net{loop};
-};
-
-TEST_F(SimSockets, VirtualTimingOfOffersSendsAndEarlyBytes) {
+TEST(SimSockets, VirtualTimingOfOffersSendsAndEarlyBytes) {
+  SimEnv env;
+  SimLoop& loop = env.loop;
+  SimNetwork& net = env.net;
   Server srv(net, 1, 80);
   SocketCtl& s = *srv.slots[0];
   auto p1 = net.Connect(80, 1.0);  // offered at the virtual time of the connect
