@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <algorithm>
 #include <cmath>
 #include <thread>
 #include <vector>
@@ -163,38 +162,6 @@ TEST(LinuxLoop, CallsPostedWithinAPassNeverWaitOutALongPump) {
             }),
             2.0);
   EXPECT_EQ(runs, 4);
-}
-
-TEST(LinuxLoop, OneStackTimersFireOnTimeAndDoNotReenter) {
-  LinuxLoop loop(LoopMode::kOneStack);
-  auto timer = loop.CreateTimer();
-  int ticks = 0, depth = 0, max_depth = 0;
-  timer->on_tick = [&] {
-    max_depth = std::max(max_depth, ++depth);
-    if (++ticks == 1) {  // wait 60 ms inside the tick: further ticks are held
-      auto until = Clock::now() + std::chrono::milliseconds(60);
-      while (Clock::now() < until) loop.Pump(0.01);
-    }
-    --depth;
-  };
-  timer->SetInterval(10);
-  timer->SetEnabled(true);
-  double took = Timed([&] {
-    for (int i = 0; i < 100 && ticks < 3; ++i) loop.Pump(0.2);
-  });
-  EXPECT_EQ(ticks, 3);
-  EXPECT_EQ(max_depth, 1);
-  EXPECT_GE(took, 0.07);
-  EXPECT_LT(took, 2.0);
-
-  timer->SetEnabled(false);  // drops its tick
-  loop.Pump(0.05);
-  EXPECT_EQ(ticks, 3);
-  timer->on_tick = [&] { ++ticks, timer.reset(); };  // destroyed in its own tick
-  timer->SetEnabled(true);
-  EXPECT_TRUE(PumpUntil(
-      loop, [&] { return !timer; }, 20));
-  EXPECT_EQ(ticks, 4);
 }
 
 TEST(LinuxLoop, ClockReadingsAgreeWithLocalTimeAndFreezeRunsNothing) {

@@ -109,13 +109,10 @@ TEST(LinuxSocketDualStack, PortHeldByAnotherListenerFailsAsInUse) {
 TEST(LinuxSocketOffers, DescriptorNumberReusedWhileAHandlerWaitsIsAnotherOffer) {
   LinuxLoop loop;
   LinuxSocketFactory f(loop);
-  auto listener = f.Create();
+  Listener l(f, Variant(Text(u"127.0.0.1")));
+  auto& listener = l.socket;
   auto first = f.Create(), second = f.Create();
-  const Variant local(Text(u"127.0.0.1"));
-  listener->Create(local, 0);
-  listener->Bind(local, 0);
-  listener->Listen();
-  const int port = listener->LocalPort();
+  const int port = l.port;
   auto client1 = std::make_unique<LoopbackClient>(port);
   std::unique_ptr<LoopbackClient> client2;
   std::vector<int32_t> handles;

@@ -3,14 +3,20 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <functional>
+#include <memory>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include "tests/support/pump.h"
+#include "tests/support/type_names.h"
 #include "varnek/platform/linux/external_loop.h"
 #include "varnek/platform/linux/glib/glib_loop.h"
+#include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/sim/sim_loop.h"
 #include "varnek/runtime/dates.h"
 
@@ -43,6 +49,74 @@ TEST(LoopWaits, PauseTimerAcrossMidnightHoldsFrozenThenPumps) {
   loop.PauseTimer(1);
   EXPECT_FALSE(ran_before_midnight);  // the posted call ran only once the day had turned
   EXPECT_NEAR(loop.Elapsed(), 1.0, 1e-6);
+}
+
+// A one-stack loop read in units of its test: virtual seconds, exactly, on the
+// simulated loop; 5 ms of real time on the Linux loop, where a busy machine may
+// run a tick up to `kLate` units after its moment.
+struct SimOneStack {
+  static constexpr const char* kName = "Sim";
+  static constexpr double kUnit = 1, kLate = 1e-9;
+  SimLoop loop{46023, LoopMode::kOneStack};
+  double Now() const { return loop.Elapsed(); }
+};
+struct LinuxOneStack {
+  static constexpr const char* kName = "Linux";
+  static constexpr double kUnit = 0.005, kLate = 60;
+  LinuxLoop loop{LoopMode::kOneStack};
+  SteadyClock::time_point start = SteadyClock::now();
+  double Now() const { return SecondsSince(start) / kUnit; }
+};
+template <class Env>
+struct OneStackTimers : ::testing::Test {
+  Env env;
+  // Pumps for `units` or until `done`, as a wait inside a handler does.
+  bool Run(
+      double units, const std::function<bool()>& done = [] { return false; }) {
+    const double end = env.Now() + units;
+    for (int i = 0; i < 100000 && !done() && env.Now() < end; ++i)
+      env.loop.Pump((end - env.Now()) * Env::kUnit);
+    return done();
+  }
+};
+using OneStackLoops = ::testing::Types<SimOneStack, LinuxOneStack>;
+TYPED_TEST_SUITE(OneStackTimers, OneStackLoops, TypeNames);
+
+TYPED_TEST(OneStackTimers, TickOnTheirPeriodDoNotReenterAndMayDropThemselves) {
+  auto timer = this->env.loop.CreateTimer();
+  std::vector<double> ticks;
+  int depth = 0, max_depth = 0;
+  timer->on_tick = [&] {
+    ticks.push_back(this->env.Now());
+    max_depth = std::max(max_depth, ++depth);
+    if (ticks.size() == 2) this->Run(35);  // a long wait inside the tick
+    --depth;
+  };
+  timer->SetInterval(static_cast<int32_t>(10 * 1000 * TypeParam::kUnit));
+  this->Run(15);
+  EXPECT_TRUE(ticks.empty());  // not enabled
+  const double first = this->env.Now();
+  timer->SetEnabled(true);  // the period starts now
+  // The second tick waits 35 units inside; the held ticks give one at the next
+  // pump, and the period counts from there.
+  ASSERT_TRUE(this->Run(200, [&] { return ticks.size() == 4; }));
+  EXPECT_EQ(max_depth, 1);
+
+  // Disabling drops the pending tick; re-enabling restarts the period.
+  timer->SetEnabled(false);
+  this->Run(15);
+  EXPECT_EQ(ticks.size(), 4u);
+  const double again = this->env.Now();
+  timer->SetEnabled(true);
+  ASSERT_TRUE(this->Run(100, [&] { return ticks.size() == 5; }));
+  // Each tick on its moment: never before it, and exactly on it in virtual time.
+  const double at[] = {first + 10, first + 20, first + 55, first + 65, again + 10};
+  for (size_t k = 0; k < ticks.size(); ++k) {
+    EXPECT_GE(ticks[k], at[k] - 1e-9) << k;
+    EXPECT_LE(ticks[k], at[k] + TypeParam::kLate) << k;
+  }
+  timer->on_tick = [&] { timer.reset(); };  // a tick that drops its own timer
+  EXPECT_TRUE(this->Run(100, [&] { return !timer; }));
 }
 
 TEST(ExternalLoop, TellsItsTimeoutAndRunsWhatIsReadyWithoutBlocking) {

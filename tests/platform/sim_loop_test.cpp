@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -86,44 +85,6 @@ TEST(SimLoop, ClockReadingsFollowVirtualTimeAcrossMidnightAndFreezeRunsNothing) 
   loop.Pump(0);  // the overdue event runs without the clock moving
   EXPECT_TRUE(ran);
   EXPECT_DOUBLE_EQ(loop.Elapsed(), 0.6);
-}
-
-TEST(SimLoop, OneStackTimersTickOnTheirPeriodAndDoNotReenter) {
-  SimLoop loop(At(0), LoopMode::kOneStack);
-  auto timer = loop.CreateTimer();
-  std::vector<double> ticks;
-  int depth = 0, max_depth = 0;
-  timer->on_tick = [&] {
-    ticks.push_back(loop.Elapsed());
-    max_depth = std::max(max_depth, ++depth);
-    if (ticks.size() == 2) loop.RunFor(35);  // a long wait inside the tick
-    --depth;
-  };
-  timer->SetInterval(10000);
-  loop.RunFor(25);
-  EXPECT_TRUE(ticks.empty());  // not enabled
-  timer->SetEnabled(true);     // the period starts now, at 25
-  // The tick at 45 waits 35 s inside; the held ticks give one at the next pump.
-  loop.RunFor(20);
-  EXPECT_DOUBLE_EQ(loop.Elapsed(), 80);
-  EXPECT_EQ(ticks.size(), 2u);
-  loop.RunFor(1);
-  EXPECT_EQ(max_depth, 1);
-  EXPECT_EQ(ticks, (std::vector<double>{35, 45, 80}));
-
-  // Disabling drops the pending tick; re-enabling restarts the period.
-  loop.RunFor(10);  // 91, after the tick at 90
-  timer->SetEnabled(false);
-  loop.RunFor(30);
-  EXPECT_EQ(ticks.size(), 4u);
-  timer->SetEnabled(true);  // at 121
-  loop.RunFor(9.5);
-  EXPECT_EQ(ticks.size(), 4u);
-  loop.RunFor(1);
-  EXPECT_EQ(ticks.back(), 131);
-  timer->on_tick = [&] { timer.reset(); };  // a tick that drops its own timer
-  loop.RunFor(11);
-  EXPECT_EQ(timer, nullptr);
 }
 
 // A bundle cannot be made with a service left out or null.

@@ -19,6 +19,7 @@
 #include "tests/runtime/test_util.h"
 #include "tests/support/loopback.h"
 #include "tests/support/pump.h"
+#include "tests/support/type_names.h"
 #include "varnek/platform/linux/linux_loop.h"
 #include "varnek/platform/linux/linux_socket.h"
 #include "varnek/platform/sim/sim_socket.h"
@@ -30,6 +31,7 @@ namespace {
 const Variant kAny = Variant::Missing();
 
 struct SimOut {
+  static constexpr const char* kName = "Sim";
   SimLoop loop{46023.5};
   SimNetwork net{loop};
   std::shared_ptr<SimPeer> peer;
@@ -58,6 +60,7 @@ struct SimOut {
 
 // A listening socket on 127.0.0.1, a silent DNS server and a hosts file.
 struct LinuxOut {
+  static constexpr const char* kName = "Linux";
   LinuxLoop loop;
   LinuxSocketFactory net{loop};
   std::optional<LoopbackListener> listener;
@@ -103,14 +106,8 @@ class OutgoingSocket : public testing::Test {
     s->on_done = [this](int32_t op) { done.push_back(op); };
   }
 };
-struct EnvName {
-  template <class T>
-  static std::string GetName(int) {
-    return std::is_same_v<T, SimOut> ? "Sim" : "Linux";
-  }
-};
 using Envs = testing::Types<SimOut, LinuxOut>;
-TYPED_TEST_SUITE(OutgoingSocket, Envs, EnvName);
+TYPED_TEST_SUITE(OutgoingSocket, Envs, TypeNames);
 
 TYPED_TEST(OutgoingSocket, StoredTargetConnectsAndReceiveGivesTheWaitingText) {
   auto& s = *this->s;

@@ -22,6 +22,7 @@
 #include "tests/support/loopback.h"
 #include "tests/support/pump.h"
 #include "tests/support/sanitizers.h"
+#include "tests/support/type_names.h"
 
 namespace varnek {
 namespace {
@@ -31,6 +32,7 @@ constexpr double kStart = 46023.5;
 
 // One implementation's loop, sockets and client peers (bytes as cp1252 units).
 struct SimEnv {
+  static constexpr const char* kName = "Sim";
   SimLoop loop{kStart};
   SimNetwork net{loop};
   static constexpr int32_t kPort = 8080;
@@ -52,6 +54,7 @@ struct SimEnv {
   }
 };
 struct LinuxEnv {
+  static constexpr const char* kName = "Linux";
   LinuxLoop loop;
   LinuxSocketFactory net{loop};
   static constexpr int32_t kPort = 0;
@@ -126,14 +129,8 @@ class SocketContract : public testing::Test {
     return peer;
   }
 };
-struct EnvName {
-  template <class T>
-  static std::string GetName(int) {
-    return std::is_same_v<T, SimEnv> ? "Sim" : "Linux";
-  }
-};
 using Envs = testing::Types<SimEnv, LinuxEnv>;
-TYPED_TEST_SUITE(SocketContract, Envs, EnvName);
+TYPED_TEST_SUITE(SocketContract, Envs, TypeNames);
 
 TYPED_TEST(SocketContract, ListenerStatesPortInUseAndRebindAfterServerClose) {
   auto& srv = this->srv;
@@ -372,13 +369,10 @@ TYPED_TEST(SocketContract, HandlerFiredFromACopyMayDestroyItsOwnControl) {
   EXPECT_EQ(fired, 256);
 }
 
-class SimSockets : public testing::Test {
- protected:
-  SimLoop loop{kStart};
-  SimNetwork net{loop};
-};
-
-TEST_F(SimSockets, VirtualTimingOfOffersSendsAndEarlyBytes) {
+TEST(SimSockets, VirtualTimingOfOffersSendsAndEarlyBytes) {
+  SimEnv env;
+  SimLoop& loop = env.loop;
+  SimNetwork& net = env.net;
   Server srv(net, 1, 80);
   SocketCtl& s = *srv.slots[0];
   auto p1 = net.Connect(80, 1.0);  // offered at the virtual time of the connect

@@ -15,6 +15,7 @@
 
 #include "tests/support/loopback.h"
 #include "tests/support/pump.h"
+#include "tests/support/type_names.h"
 #include "varnek/platform/linux/external_loop.h"
 #include "varnek/platform/linux/glib/glib_loop.h"
 #include "varnek/platform/platform.h"
@@ -39,6 +40,7 @@ struct HostCall {
 
 class SimHost {
  public:
+  static constexpr const char* kName = "Simulated";
   explicit SimHost(LoopMode mode) : sim_(SimPlatform::kDefaultStart, {}, {}, mode) {}
   Platform& platform() { return sim_.platform; }
   HostLoop& loop() { return sim_.loop; }
@@ -103,12 +105,14 @@ class RealHost {
 
 class OwnLoopHost : public RealHost<LinuxLoop> {
  public:
+  static constexpr const char* kName = "Epoll";
   explicit OwnLoopHost(LoopMode mode) : RealHost(std::make_unique<LinuxLoop>(mode)) {}
   void Step() override { loop_->Pump(0.02); }
 };
 
 class PollHost : public RealHost<ExternalLoop> {
  public:
+  static constexpr const char* kName = "External";
   explicit PollHost(LoopMode mode) : RealHost(std::make_unique<ExternalLoop>(mode)) {}
   void Step() override {
     pollfd fd{loop_->Descriptor(), POLLIN, 0};
@@ -120,6 +124,7 @@ class PollHost : public RealHost<ExternalLoop> {
 
 class GLibHost : public RealHost<GLibLoop> {
  public:
+  static constexpr const char* kName = "GLib";
   explicit GLibHost(LoopMode mode) : GLibHost(g_main_context_new(), mode) {}
   GLibHost(GMainContext* context, LoopMode mode)
       : RealHost(std::make_unique<GLibLoop>(context, mode)), context_(context) {
@@ -204,17 +209,7 @@ void AnswerPages(std::unique_ptr<HTTPServer>& owner) {
 }
 
 using Hosts = ::testing::Types<SimHost, OwnLoopHost, PollHost, GLibHost>;
-class HostNames {
- public:
-  template <class T>
-  static std::string GetName(int) {
-    if (std::is_same_v<T, SimHost>) return "Simulated";
-    if (std::is_same_v<T, OwnLoopHost>) return "Epoll";
-    if (std::is_same_v<T, PollHost>) return "External";
-    return "GLib";
-  }
-};
-TYPED_TEST_SUITE(ServerOnBackend, Hosts, HostNames);
+TYPED_TEST_SUITE(ServerOnBackend, Hosts, TypeNames);
 
 TYPED_TEST(ServerOnBackend, SimultaneousGetsAreAllAnsweredEachOnItsStrandOrNested) {
   this->ForBothModes([](TypeParam& host, std::unique_ptr<HTTPServer>& server, LoopMode mode) {

@@ -31,20 +31,13 @@ class ChatChannelsTest : public ServerFixture {
       }
     };
   }
-  // The slots' controls, as Init makes them.
-  std::unique_ptr<SocketCtl> Create() override {
-    auto control = ServerFixture::Create();
-    controls.push_back(control.get());
-    return control;
-  }
   SocketCtl* Connected() {
-    for (SocketCtl* c : controls)
+    for (SocketCtl* c : made)
       if (c->State() == kSocketConnected) return c;
     return nullptr;
   }
 
   demo::ChatChannels chats{*server};
-  std::vector<SocketCtl*> controls;
   double opened_at = -1;
 };
 

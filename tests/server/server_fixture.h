@@ -24,15 +24,13 @@ class LingeringSocket : public SocketCtl {
  public:
   LingeringSocket(std::unique_ptr<SocketCtl> inner, SimLoop& loop, const double& linger)
       : inner_(std::move(inner)), loop_(loop), linger_(linger) {
-    inner_->on_connection_request = [this](int32_t h) {
-      if (on_connection_request) on_connection_request(h);
-    };
-    inner_->on_receive_ready = [this] {
-      if (on_receive_ready) on_receive_ready();
-    };
-    inner_->on_done = [this](int32_t op) {
-      if (on_done) on_done(op);
-    };
+    inner_->on_connection_request = [this](int32_t h) { Tell(on_connection_request, h); };
+    inner_->on_receive_ready = [this] { Tell(on_receive_ready); };
+    inner_->on_done = [this](int32_t op) { Tell(on_done, op); };
+  }
+  template <class Handler, class... Args>
+  static void Tell(const Handler& handler, Args... args) {
+    if (handler) handler(args...);
   }
 
   int32_t State() const override {
