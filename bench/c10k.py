@@ -25,7 +25,6 @@ Usage:
 
 import argparse
 import os
-import resource
 import selectors
 import socket
 import subprocess
@@ -33,7 +32,8 @@ import sys
 import tempfile
 import time
 
-from silent_crowd import descriptors, get_status, rss_kib  # this folder is on the path
+from http_load import raise_fd_limit  # this folder is on the path
+from silent_crowd import descriptors, get_status, rss_kib
 
 GET = b"GET / HTTP/1.0\r\n\r\n"
 
@@ -169,10 +169,7 @@ def main():
     ap.add_argument("--clients", type=int, default=10000)
     args = ap.parse_args()
 
-    soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
-    want = args.clients + 100
-    if soft < want:
-        resource.setrlimit(resource.RLIMIT_NOFILE, (min(want, hard), hard))
+    raise_fd_limit()
 
     log = tempfile.TemporaryFile()  # a pipe nobody reads would stall the demo
     started = time.monotonic()

@@ -133,6 +133,17 @@ def raise_fd_limit():
     resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
 
 
+def stop(proc, seconds=30.0):
+    """Ends a server as its service manager would: SIGTERM, then a kill if it
+    has not gone within `seconds`."""
+    proc.send_signal(signal.SIGTERM)
+    try:
+        proc.wait(seconds)
+    except subprocess.TimeoutExpired:
+        proc.kill()
+        proc.wait(5)
+
+
 class Demo:
     """The demo host on a port. Its reports (stderr) are read away and dropped
     as they come, all but the counters line it prints at exit."""
@@ -156,12 +167,7 @@ class Demo:
                 self.out.append(line)
 
     def stop(self):
-        self.proc.send_signal(signal.SIGTERM)
-        try:
-            self.proc.wait(60)
-        except subprocess.TimeoutExpired:
-            self.proc.kill()
-            self.proc.wait(5)
+        stop(self.proc, 60)
         self.reader.join(5)
         counters = [l.decode(errors="replace").strip() for l in self.out if b"MaxPumpDepth" in l]
         return counters[-1] if counters else "counters not reported"

@@ -19,7 +19,6 @@ import argparse
 import glob
 import os
 import platform
-import signal
 import subprocess
 import sys
 import time
@@ -87,12 +86,7 @@ def measure(argv, port):
             row[clients] = (len(answered), max(answered) if answered else float("nan"))
             time.sleep(3.0)
     finally:
-        proc.send_signal(signal.SIGTERM)
-        try:
-            proc.wait(30)
-        except subprocess.TimeoutExpired:
-            proc.kill()
-            proc.wait(5)
+        hl.stop(proc)
     return row
 
 

@@ -28,7 +28,6 @@ import multiprocessing
 import os
 import platform
 import resource
-import signal
 import subprocess
 import sys
 import time
@@ -125,12 +124,7 @@ def main():
         wall = time.monotonic() - wall
         server_cpu = (cpu_ns(server.pid) - cpu_before) / 1e9
     finally:
-        server.send_signal(signal.SIGTERM)
-        try:
-            server.wait(30)
-        except subprocess.TimeoutExpired:
-            server.kill()
-            server.wait(5)
+        hl.stop(server)
     latencies = [x for r in results for x in r[0]]
     failures = sum(r[1] for r in results)
     own_cpu = sum(r[2] for r in results)
